@@ -1,0 +1,101 @@
+"""Draws the include graph of the library's levels, and checks that it points one way.
+
+    python scripts/include_graph.py          writes docs/include-graph.svg
+    python scripts/include_graph.py --check  fails when a level includes a higher one, or the picture is out of date
+"""
+
+from __future__ import annotations
+
+import argparse
+import re
+import sys
+from collections import defaultdict
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+PICTURE = ROOT / "docs" / "include-graph.svg"
+
+LEVELS = {
+    "platform": "paths, executable folder, library loading",
+    "core": "records, result codes, transport, cipher",
+    "stt": "speech-to-text engines, interpreter bridge",
+    "store": "KsNNDatabase: write, lock, read, search",
+    "align": "script lines, sequence matcher, Align",
+    "host": "component entry points, service launcher",
+}
+"""Lowest first. A level may include those above it in this list, never those below."""
+
+INCLUDE = re.compile(r'^\s*#include "kestrelml/(\w+)/', re.MULTILINE)
+Edges = dict[tuple[str, str], int]
+
+
+def read_edges() -> Edges:
+    edges: Edges = defaultdict(int)
+    for level in LEVELS:
+        for source in (ROOT / "kestrelml" / level).rglob("*"):
+            if source.suffix in {".h", ".cpp"}:
+                for target in INCLUDE.findall(source.read_text(encoding="utf-8")):
+                    if target != level:
+                        edges[level, target] += 1
+    return dict(edges)
+
+
+def upward(edges: Edges) -> list[str]:
+    order = list(LEVELS)
+    return [f"{a} includes {b}" for a, b in sorted(edges) if b not in order or order.index(b) > order.index(a)]
+
+
+def draw(edges: Edges) -> str:
+    width, box_width, box_height, gap = 900, 380, 54, 34
+    order = list(reversed(LEVELS))
+    top = {level: 20 + i * (box_height + gap) for i, level in enumerate(order)}
+    height = 20 + len(order) * (box_height + gap)
+    left = (width - box_width) // 2
+    lines = [
+        f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" font-family="sans-serif" font-size="14">',
+        "<title>Which level of the library includes which</title>",
+        '<defs><marker id="tip" viewBox="0 0 8 8" refX="8" refY="4" markerWidth="8" markerHeight="8" orient="auto">'
+        '<path d="M0 0L8 4L0 8z" fill="#456"/></marker></defs>',
+        f'<rect width="{width}" height="{height}" fill="#fff"/>',
+    ]
+    for number, ((source, target), _) in enumerate(sorted(edges.items())):
+        distance = order.index(target) - order.index(source)
+        start, end = top[source] + box_height, top[target]
+        if distance == 1:
+            path = f"M{width // 2} {start}V{end - 2}"
+        else:
+            side = 1 if number % 2 else -1
+            edge = left + box_width if side > 0 else left
+            reach = edge + side * (22 + 26 * distance)
+            path = f"M{edge} {start - box_height // 2 + 6}C{reach} {start - 10} {reach} {end + 34} {edge + side * 3} {end + box_height // 2 - 6}"
+        lines.append(f'<path d="{path}" fill="none" stroke="#456" stroke-width="1.4" marker-end="url(#tip)"/>')
+    for level in order:
+        y = top[level]
+        lines += [
+            f'<rect x="{left}" y="{y}" width="{box_width}" height="{box_height}" rx="6" fill="#eef3f8" stroke="#456"/>',
+            f'<text x="{width // 2}" y="{y + 22}" text-anchor="middle" font-weight="bold">kestrelml/{level}</text>',
+            f'<text x="{width // 2}" y="{y + 42}" text-anchor="middle" fill="#345">{LEVELS[level]}</text>',
+        ]
+    return "\n".join([*lines, "</svg>", ""])
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description=(__doc__ or "").splitlines()[0])
+    parser.add_argument("--check", action="store_true", help="change nothing, fail when something is wrong")
+    check = parser.parse_args().check
+
+    edges = read_edges()
+    wrong = upward(edges)
+    for line in wrong:
+        print(f"against the order of the levels: {line}", file=sys.stderr)
+    picture = draw(edges)
+    if not check:
+        PICTURE.write_text(picture, encoding="utf-8")
+    elif not PICTURE.exists() or PICTURE.read_text(encoding="utf-8") != picture:
+        wrong.append("picture")
+        print("docs/include-graph.svg is out of date: run scripts/include_graph.py", file=sys.stderr)
+    return 1 if wrong else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
