@@ -1,0 +1,4 @@
+#include "kestrelml/stt/KsNNSpeechToTextCYTHON.h"
+
+void KsNNSpeechToTextCYTHON::Shutdown() {
+}
