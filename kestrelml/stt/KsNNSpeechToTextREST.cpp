@@ -32,8 +32,11 @@ constexpr Endpoint kTranscribe{"PUT", "stt_transcribe_audio", kTranscription, tr
 constexpr Endpoint kCancel{"PUT", "stt_cancel", kShort, false, "KsNNSTTRest Cancel error: "};
 constexpr Endpoint kProgress{"PUT", "stt_progress", kShort, false, "KsNNSTTRest GetProgress error: "};
 
-Object::Ptr jsonObject({}) {
-    return new Object(Poco::JSON_PRESERVE_KEY_ORDER);
+Object::Ptr jsonObject(std::initializer_list<std::pair<const char*, Poco::Dynamic::Var>> members) {
+    Object::Ptr object = new Object(Poco::JSON_PRESERVE_KEY_ORDER);
+    for (const auto& [key, value] : members)
+        object->set(key, value);
+    return object;
 }
 
 /// One request to the speech service: sends `body`, judges the status, and hands the answer to `check`.
