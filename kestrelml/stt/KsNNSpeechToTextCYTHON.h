@@ -7,10 +7,10 @@
 
 /// Engine that runs the transcription module inside the host process.
 ///
-/// The interpreter is started once per process by the first call that needs it, from the folder "PythonModules" beside
-/// the host executable, and never stopped. Calls that enter it (`ProcessAudio`, `FinalizeTranscript`,
-/// `TranscribeAudio`) come from the thread that made the first one. `Cancel` and `GetProgress` may be called from any
-/// thread, also on the running object.
+/// The interpreter is started once per process by the first call that needs it, from the folder
+/// "PythonModules" beside the host executable, and never stopped. Calls that enter it (`ProcessAudio`,
+/// `FinalizeTranscript`, `TranscribeAudio`) come from the thread that made the first one. `Cancel` and
+/// `GetProgress` may be called from any thread, also on the running object.
 class KSNN_API KsNNSpeechToTextCYTHON : public KsNNSpeechToTextInterface {
 public:
     /// @param ownsShutdown Destroying this object does what `Shutdown` does.
@@ -22,8 +22,8 @@ public:
     KsNNSpeechToTextCYTHON& operator=(const KsNNSpeechToTextCYTHON&) = default;
     ~KsNNSpeechToTextCYTHON() override;
 
-    /// Loads the recogniser's runtime from "PythonModules" ahead of time, so that no other copy is found first.
-    /// Does not start the interpreter.
+    /// Loads the recogniser's runtime from "PythonModules" ahead of time, so that no other copy is found
+    /// first. Does not start the interpreter.
     static bool EarlyLoadLibrary();
     /// Releases the module and the process-wide folders. The interpreter stays, for the next engine.
     static void Shutdown();
@@ -31,13 +31,15 @@ public:
     /// The argument is not used: the answer is that of the folder the interpreter was started with.
     KsNN_ErrorCode SetModelDir(const std::string& modelDir, bool debug) override;
     KsNN_ErrorCode ProcessAudio(const std::int16_t* samples, std::size_t startSample, std::size_t numSamples,
-                                const std::string& mediaGuid, const std::string& projectGuid, bool debug) override;
+                                const std::string& mediaGuid, const std::string& projectGuid,
+                                bool debug) override;
     KsNN_ErrorCode FinalizeTranscript(KsNNDB_STTClipEntry& entry, std::size_t totalSamples,
                                       const std::string& mediaGuid, const std::string& projectGuid,
                                       const std::string& audioTracks, const std::string& langCode,
                                       bool debug) override;
     KsNN_ErrorCode TranscribeAudio(KsNNTranscript& transcript, const std::string& mediaGuid,
-                                   const KsNNPostProcessingOptions& options, float diarizationThreshold) override;
+                                   const KsNNPostProcessingOptions& options,
+                                   float diarizationThreshold) override;
     KsNN_ErrorCode Cancel(bool debug) override;
     KsNN_ErrorCode GetProgress(float& progress, bool debug) override;
     KsNN_ErrorCode GetSupportedLanguages(std::vector<KsNNLanguage>& languages, bool debug) override;
