@@ -1,0 +1,15 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace kestrel {
+
+/// Identifier of a clip: the SHA-256 of the file's content in hexadecimal digits. A file that is moved,
+/// renamed or copied is the same clip; one that is edited is another.
+/// @throws Failure when the file cannot be read, Cancelled after an interrupt.
+std::string clipIdentifier(const std::filesystem::path& file);
+/// Identifier of a project: a UUID (version 5) made from its name, the same on every machine.
+std::string projectIdentifier(const std::string& name);
+
+} // namespace kestrel

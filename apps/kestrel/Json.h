@@ -1,0 +1,19 @@
+#pragma once
+
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+
+#include <filesystem>
+#include <string>
+
+namespace kestrel {
+
+/// An empty object that keeps its members in the order in which they are set.
+Poco::JSON::Object::Ptr jsonObject();
+/// @throws Failure naming the file when it is not a JSON object.
+Poco::JSON::Object::Ptr readJson(const std::filesystem::path& file);
+std::string toText(const Poco::JSON::Object::Ptr& object);
+/// A score as people read it: no digits that a 32-bit float does not have.
+double roundedScore(float score);
+
+} // namespace kestrel

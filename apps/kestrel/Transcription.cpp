@@ -1,0 +1,160 @@
+#include "apps/kestrel/Transcription.h"
+
+#include "apps/kestrel/Failure.h"
+#include "apps/kestrel/Files.h"
+#include "apps/kestrel/Interrupt.h"
+#include "apps/kestrel/QuietPoint.h"
+#include "apps/kestrel/Store.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+namespace kestrel {
+
+namespace {
+
+constexpr std::size_t chunkSamples = std::size_t{30} * sampleRate;
+/// The speech service gives up a transcription after 15 minutes; longer sound goes to it in parts.
+constexpr std::size_t longestPart = std::size_t{40} * 60 * sampleRate;
+constexpr std::chrono::milliseconds pollPause{300};
+
+FileLock waitForEngine(const Home& home) {
+    const auto file = home.root() / "transcribing.lock";
+    auto lock = FileLock::tryTake(file);
+    if (!lock) tell("another kestrel is transcribing; waiting for it");
+    for (; !lock; lock = FileLock::tryTake(file)) {
+        throwIfInterrupted();
+        std::this_thread::sleep_for(pollPause);
+    }
+    return std::move(*lock);
+}
+
+/// Speakers are told apart within a part only, so a later part's labels say which part they belong to.
+void appendPart(KsNNDB_STTClipEntry part, int number, std::size_t startSample, KsNNDB_STTClipEntry& whole) {
+    if (number > 1) {
+        for (KsNNDBEntrySeg& segment : part.segments)
+            segment.speakerID += fmt::format(" (part {})", number);
+    }
+    const auto offset = static_cast<int>(startSample * 1000 / sampleRate);
+    KsNNDatabase::appendEntry(part, offset, whole);
+    whole.model = part.model;
+    whole.audioTracks = part.audioTracks;
+}
+
+void numberSegments(KsNNDB_STTClipEntry& entry) {
+    // A part without speech comes back as one empty segment; the clip keeps that only when there is nothing
+    // else.
+    if (entry.segments.size() > 1)
+        std::erase_if(entry.segments,
+                      [](const KsNNDBEntrySeg& segment) { return segment.wordStartsMS.empty(); });
+    std::int32_t number = 0;
+    for (KsNNDBEntrySeg& segment : entry.segments)
+        segment.segment = number++;
+}
+
+} // namespace
+
+/// The stretch of a clip that one run of the engine transcribes.
+class Transcriber::Part {
+public:
+    Part(Transcriber& owner, const ClipKey& key, std::size_t startSample)
+        : mOwner(owner), mKey(key), mStart(startSample) {}
+
+    std::size_t length() const { return mLength; }
+    std::size_t end() const { return mStart + mLength; }
+
+    void upload(const std::vector<std::int16_t>& samples, std::size_t count) {
+        KsNNSpeechToTextInterface& engine = *mOwner.mEngine;
+        check(engine.ProcessAudio(samples.data(), mLength, count, mKey.mediaGuid, mKey.projectGuid, false),
+              engine, "the speech engine did not take the sound");
+        mLength += count;
+    }
+
+    KsNNDB_STTClipEntry finish(const std::string& audioTracks) {
+        KsNNDB_STTClipEntry entry;
+        KsNNSpeechToTextInterface& engine = *mOwner.mEngine;
+        const KsNN_ErrorCode code = engine.FinalizeTranscript(
+            entry, mLength, mKey.mediaGuid, mKey.projectGuid, audioTracks, mOwner.mLanguage, false);
+        if (code != KsNN_Success) throwIfInterrupted();
+        check(code, engine, "the speech engine failed");
+        return entry;
+    }
+
+private:
+    Transcriber& mOwner;
+    const ClipKey& mKey;
+    std::size_t mStart;
+    std::size_t mLength = 0;
+};
+
+/// Shows the progress of the running transcription, and hands an interrupt on to it, from a thread of its
+/// own.
+class Transcriber::Watch {
+public:
+    Watch(KsNNSpeechToTextInterface& observer, ProgressLine& progress, double from, double to)
+        : mThread([&observer, &progress, from, to](const std::stop_token& stopping) {
+              while (!stopping.stop_requested()) {
+                  float done = 0.0F;
+                  if (wasInterrupted())
+                      observer.Cancel(
+                          false); // again and again: a run that just begins forgets earlier requests
+                  else if (observer.GetProgress(done, false) == KsNN_Success)
+                      progress.show("transcribing", from + (to - from) * static_cast<double>(done));
+                  std::this_thread::sleep_for(pollPause);
+              }
+          }) {}
+
+private:
+    std::jthread mThread;
+};
+
+Transcriber::Transcriber(EngineKind kind, Home home, std::string language)
+    : mKind(kind), mHome(std::move(home)), mLanguage(std::move(language)), mEngine(makeEngine(mKind, mHome)),
+      mObserver(makeEngine(mKind, mHome)) {
+    requireLanguage(*mEngine, mLanguage);
+}
+
+/// An earlier run that was broken off may have left sound of this clip with the engine, and new sound would
+/// be put behind it. Finishing in no language is refused, and what was there is dropped.
+void Transcriber::discardUpload(const ClipKey& key, const AudioReader& audio) {
+    KsNNDB_STTClipEntry nothing;
+    mEngine->FinalizeTranscript(nothing, 0, key.mediaGuid, key.projectGuid, audio.trackDescription(), "",
+                                false);
+}
+
+KsNNDB_STTClipEntry Transcriber::transcribe(AudioReader& audio, const ClipKey& key, ProgressLine& progress) {
+    const FileLock engineLock = waitForEngine(mHome);
+    discardUpload(key, audio);
+    const double total = audio.claimedDuration() * sampleRate;
+    const auto fraction = [&](std::size_t sample) {
+        return total > 0 ? static_cast<double>(sample) / total : 0.0;
+    };
+
+    KsNNDB_STTClipEntry whole;
+    std::vector<std::int16_t> samples = audio.read(chunkSamples);
+    if (samples.empty()) throw Failure("holds a sound track, but nothing in it could be decoded");
+    std::size_t start = 0;
+    for (int number = 1; !samples.empty(); ++number) {
+        Part part(*this, key, start);
+        while (!samples.empty() && part.length() + chunkSamples < longestPart) {
+            throwIfInterrupted();
+            part.upload(samples, samples.size());
+            progress.show("reading", fraction(part.end()));
+            samples = audio.read(chunkSamples);
+        }
+        if (const std::size_t cut = quietestPoint(samples); cut > 0) {
+            part.upload(samples, cut);
+            samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(cut));
+        }
+        const Watch watch(*mObserver, progress, fraction(start), fraction(part.end()));
+        appendPart(part.finish(audio.trackDescription()), number, start, whole);
+        start = part.end();
+    }
+    numberSegments(whole);
+    return whole;
+}
+
+} // namespace kestrel

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "apps/kestrel/AudioReader.h"
+#include "apps/kestrel/Engine.h"
+#include "apps/kestrel/Output.h"
+
+#include <memory>
+#include <string>
+
+namespace kestrel {
+
+/// What a clip is called in the store.
+struct ClipKey {
+    std::string mediaGuid;
+    std::string projectGuid;
+};
+
+/// Transcribes clips with one engine.
+///
+/// Only one kestrel of a home transcribes at a time: the engine has one progress value and one cancel
+/// request, which would otherwise be somebody else's.
+class Transcriber {
+public:
+    /// @throws Failure when the engine is not to be had or does not know the language.
+    Transcriber(EngineKind kind, Home home, std::string language);
+
+    /// Reads the clip's sound to its end and returns its transcript, segments numbered from 0.
+    /// @throws Failure with the engine's reason, Cancelled after an interrupt.
+    KsNNDB_STTClipEntry transcribe(AudioReader& audio, const ClipKey& key, ProgressLine& progress);
+
+    const std::string& language() const { return mLanguage; }
+
+private:
+    class Part;
+    class Watch;
+
+    void discardUpload(const ClipKey& key, const AudioReader& audio);
+
+    EngineKind mKind;
+    Home mHome;
+    std::string mLanguage;
+    std::unique_ptr<KsNNSpeechToTextInterface> mEngine;
+    std::unique_ptr<KsNNSpeechToTextInterface> mObserver; ///< Asks for progress while the engine is at work.
+};
+
+} // namespace kestrel

@@ -1,0 +1,77 @@
+#include "apps/kestrel/Catalogue.h"
+#include "apps/kestrel/Failure.h"
+#include "apps/kestrel/Json.h"
+#include "apps/kestrel/Output.h"
+#include "apps/kestrel/Store.h"
+#include "apps/kestrel/Timecode.h"
+#include "apps/kestrel/Transcript.h"
+#include "apps/kestrel/commands/Commands.h"
+
+#include <fmt/format.h>
+
+namespace kestrel {
+
+namespace {
+
+Poco::JSON::Array::Ptr numbers(const std::vector<std::int32_t>& values) {
+    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
+    for (const std::int32_t value : values)
+        list->add(value);
+    return list;
+}
+
+void printJson(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry) {
+    auto document = jsonObject();
+    document->set("clip", clip.id);
+    document->set("clipName", entry.clipName);
+    document->set("project", entry.projectName);
+    document->set("model", entry.model);
+    document->set("audioTracks", entry.audioTracks);
+    document->set("clientApp", entry.clientApp);
+    document->set("complete", entry.progressComplete);
+    Poco::JSON::Array::Ptr segments = new Poco::JSON::Array;
+    for (const KsNNDBEntrySeg& segment : entry.segments) {
+        auto object = jsonObject();
+        object->set("segment", segment.segment);
+        object->set("startMS", startOf(segment));
+        object->set("endMS", endOf(segment));
+        object->set("speaker", segment.speakerID);
+        object->set("language", segment.language);
+        object->set("text", segment.transcript);
+        object->set("wordStartsMS", numbers(segment.wordStartsMS));
+        object->set("wordEndsMS", numbers(segment.wordEndsMS));
+        segments->add(object);
+    }
+    document->set("segments", segments);
+    printResult(document);
+}
+
+void printText(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry) {
+    std::string text = fmt::format("{}\nproject {}, clip {}\n{}, {}\n", emphasised(entry.clipName),
+                                   entry.projectName, clip.id.substr(0, 12), entry.audioTracks, entry.model);
+    std::string speaker;
+    for (const KsNNDBEntrySeg& segment : entry.segments) {
+        if (segment.speakerID != speaker) text += fmt::format("\nSpeaker {}\n", segment.speakerID);
+        speaker = segment.speakerID;
+        text += fmt::format("{}  {}\n", timecode(startOf(segment)), segment.transcript);
+    }
+    printResult(text);
+}
+
+} // namespace
+
+int show(const ShowOptions& options) {
+    const Home home = Home::fromEnvironment();
+    KsNNDatabase store = openStore(home);
+    const CatalogueClip clip = findClip(home, options.clip, options.project);
+    const KsNNDB_STTClipEntry entry = readClip(store, clip);
+    if (options.json)
+        printJson(clip, entry);
+    else
+        printText(clip, entry);
+    if (!entry.progressComplete)
+        tell("the transcript is not complete: run `kestrel transcribe` on the file again to complete it");
+    return ExitFine;
+}
+
+} // namespace kestrel

@@ -1,0 +1,47 @@
+#include "apps/kestrel/Credentials.h"
+#include "apps/kestrel/Failure.h"
+#include "apps/kestrel/Interrupt.h"
+#include "apps/kestrel/Output.h"
+#include "apps/kestrel/Services.h"
+#include "apps/kestrel/Store.h"
+#include "apps/kestrel/commands/Commands.h"
+
+#include <fmt/format.h>
+
+namespace kestrel {
+
+namespace {
+
+bool isPasswordGood(const Home& home, const std::string& uri) {
+    try {
+        return hasCredentials(home) && acceptsCredentials(home, uri);
+    } catch (const Failure&) {
+        return false; // a damaged file is as good as none: it is made anew
+    }
+}
+
+} // namespace
+
+int up(const UpOptions& options) {
+    catchInterrupts();
+    const Home home = Home::fromEnvironment();
+    home.create();
+    const Services services(home);
+    const auto started =
+        services.start({{Service::Index, options.indexPort}, {Service::Speech, options.speechPort}});
+    for (const auto& [service, running] : services.running())
+        tell(fmt::format("{:6}  {}  {} (process {})", nameOf(service), running.uri,
+                         started.contains(service) ? "started" : "already running", running.process.pid));
+    const std::string indexUri = require(home, Service::Index).uri;
+    if (!isPasswordGood(home, indexUri)) {
+        takeUpCredentials(home);
+        if (!acceptsCredentials(home, indexUri))
+            throw Failure(
+                fmt::format("the index service at {} refuses the password that it made itself; its log is "
+                            "{}",
+                            indexUri, services.logFile(Service::Index).string()));
+    }
+    return ExitFine;
+}
+
+} // namespace kestrel
