@@ -37,7 +37,7 @@ class _Inert:
 def _tensor(storage: Array, offset: int, shape: tuple[int, ...], stride: tuple[int, ...], *_rest: object) -> Array:
     steps = [step * storage.itemsize for step in stride]
     view: Array = np.lib.stride_tricks.as_strided(storage[offset:], shape, steps)
-    return view.copy()
+    return np.array(view)
 
 
 class _Unpickler(pickle.Unpickler):
