@@ -1,0 +1,42 @@
+#pragma once
+
+/// @file
+/// Ratcliff-Obershelp comparison of two texts, with exactly the blocks of Python's
+/// `difflib.SequenceMatcher(None, a, b, autojunk=False)` over UTF-16 units.
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace kestrelml::detail {
+
+/// `a[a, a + size)` equals `b[b, b + size)`.
+struct MatchingBlock {
+    std::int32_t a;
+    std::int32_t b;
+    std::int32_t size;
+
+    friend bool operator==(const MatchingBlock& x, const MatchingBlock& y) = default;
+};
+
+/// Turns `a[a1, a2)` into `b[b1, b2)`.
+struct Opcode {
+    enum class Tag : std::uint8_t { Equal, Replace, Delete, Insert };
+    Tag tag;
+    std::int32_t a1, a2;
+    std::int32_t b1, b2;
+
+    friend bool operator==(const Opcode& x, const Opcode& y) = default;
+};
+
+/// Returns the matching blocks in order, those that continue each other merged, and last the empty block
+/// (length of a, length of b, 0).
+///
+/// The longest common block (of these the one first in `a`, then first in `b`) is taken, then the same left
+/// of it and right of it. Time grows as n log^2 n or better on any input known to us, memory linearly.
+std::vector<MatchingBlock> findMatchingBlocks(std::u16string_view a, std::u16string_view b);
+
+/// Returns the steps from `a` to `b` that the blocks, sentinel included, leave.
+std::vector<Opcode> toOpcodes(const std::vector<MatchingBlock>& blocks);
+
+} // namespace kestrelml::detail

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <unicode/unistr.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kestrelml::detail {
+
+/// Names ICU's word break rules that belong to no language.
+inline constexpr const char* kRootLanguage = "root";
+
+/// A word's place in its text, in UTF-16 units; the end is exclusive.
+struct WordSpan {
+    std::int32_t start;
+    std::int32_t end;
+};
+
+/// Returns the words of `text` in order: numbers, letter words, kana and ideographs; no spaces or
+/// punctuation.
+/// @param language ICU locale identifier; one that ICU does not know has the root rules.
+/// @throws std::runtime_error "BreakIterator::createWordInstance failed".
+std::vector<WordSpan> findWords(const icu::UnicodeString& text, const std::string& language);
+
+} // namespace kestrelml::detail
