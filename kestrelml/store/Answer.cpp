@@ -1,0 +1,75 @@
+#include "kestrelml/store/Answer.h"
+
+#include <Poco/Exception.h>
+
+#include <stdexcept>
+
+namespace kestrelml::detail {
+
+using Poco::Dynamic::Var;
+using Poco::JSON::Array;
+using Poco::JSON::Object;
+
+Var memberOf(const Object& object, const std::string& key) {
+    Var value = object.get(key);
+    if (value.isEmpty()) throw Poco::NotFoundException("the answer has no \"" + key + "\"");
+    return value;
+}
+
+std::string textOf(const Object& object, const std::string& key) {
+    return memberOf(object, key).convert<std::string>();
+}
+
+std::int32_t integerOf(const Object& object, const std::string& key) {
+    return memberOf(object, key).convert<Poco::Int32>();
+}
+
+Object::Ptr objectOf(const Object& object, const std::string& key) {
+    memberOf(object, key);
+    Object::Ptr result = object.getObject(key);
+    if (result.isNull()) throw Poco::DataFormatException("\"" + key + "\" is not an object");
+    return result;
+}
+
+Array::Ptr arrayOf(const Object& object, const std::string& key) {
+    memberOf(object, key);
+    Array::Ptr result = object.getArray(key);
+    if (result.isNull()) throw Poco::DataFormatException("\"" + key + "\" is not an array");
+    return result;
+}
+
+std::vector<std::string> textsOf(const Object& object, const std::string& key) {
+    std::vector<std::string> texts;
+    for (const Var& element : *arrayOf(object, key))
+        texts.push_back(element.convert<std::string>());
+    return texts;
+}
+
+Object::Ptr objectAt(const Array& array, std::size_t position) {
+    Object::Ptr result = array.getObject(static_cast<unsigned>(position));
+    if (result.isNull())
+        throw Poco::DataFormatException("an array of the answer holds something other than objects");
+    return result;
+}
+
+std::int32_t integerAt(const Array& array, std::size_t position) {
+    if (position >= array.size()) throw std::out_of_range("array of the answer is too short");
+    return array.get(static_cast<unsigned>(position)).convert<Poco::Int32>();
+}
+
+Array::Ptr hitsOf(const Object& answer) {
+    return arrayOf(*objectOf(answer, "hits"), "hits");
+}
+
+Object::Ptr onlyHitOf(const Object& answer) {
+    const Object::Ptr outer = answer.getObject("hits");
+    if (outer.isNull()) return nullptr;
+    const Array::Ptr hits = outer->getArray("hits");
+    return !hits.isNull() && hits->size() == 1 ? objectAt(*hits, 0) : nullptr;
+}
+
+Object::Ptr sourceOf(const Object& hit) {
+    return objectOf(hit, "_source");
+}
+
+} // namespace kestrelml::detail
