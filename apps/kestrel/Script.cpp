@@ -48,8 +48,10 @@ bool isSceneHeading(const std::string& line) {
     return std::regex_match(line, heading);
 }
 
-bool isParenthetical(const std::string& line) {
-    return line.starts_with("(") && line.ends_with(")");
+/// Stands between pages that became text.
+bool isPageNumber(const std::string& line) {
+    static const std::regex number(R"(\d{1,4}\.?)");
+    return std::regex_match(line, number);
 }
 
 /// "ANNA", "ANNA (V.O.)", "ÉLODIE ^", "@McAvoy". Letters beyond ASCII may stand in a name.
@@ -99,13 +101,17 @@ std::size_t endOfTitlePage(const Lines& lines) {
 std::vector<ScriptLine> readScreenplay(const Lines& lines) {
     std::vector<ScriptLine> spoken;
     std::string character;
+    bool inParenthesis = false; // one may go on over several lines
     for (std::size_t i = endOfTitlePage(lines); i < lines.size(); ++i) {
         const std::string& line = lines[i];
         if (line.empty()) {
             character.clear();
+            inParenthesis = false;
         } else if (character.empty()) {
             if (isCue(lines, i)) character = characterOf(line);
-        } else if (!isParenthetical(line)) {
+        } else if (inParenthesis || line.starts_with("(")) {
+            inParenthesis = !line.ends_with(")");
+        } else if (!isPageNumber(line)) {
             const std::string text = withoutEmphasis(line.starts_with("~") ? line.substr(1) : line);
             spoken.push_back({static_cast<int>(i) + 1, character, text});
         }

@@ -1,0 +1,90 @@
+#include "apps/kestrel/Files.h"
+
+#include "apps/kestrel/Catalogue.h"
+#include "apps/kestrel/Failure.h"
+#include "apps/kestrel/Identity.h"
+
+#include <Poco/TemporaryFile.h>
+#include <gmock/gmock.h>
+
+#include <fstream>
+
+namespace kestrel {
+namespace {
+
+namespace fs = std::filesystem;
+
+class FilesTest : public testing::Test {
+protected:
+    FilesTest() : mFolder(Poco::TemporaryFile::tempName()) { fs::create_directories(mFolder); }
+    ~FilesTest() override { fs::remove_all(mFolder); }
+
+    fs::path write(const char* name, const std::string& text) const {
+        std::ofstream(mFolder / name) << text;
+        return mFolder / name;
+    }
+
+    fs::path mFolder;
+};
+
+TEST_F(FilesTest, ReplacingIsForTheOwnerAloneAndLeavesNothingBehind) {
+    const fs::path file = mFolder / "kept";
+    replaceFile(file, "one", 0600);
+    replaceFile(file, "two", 0600);
+    EXPECT_EQ(readFile(file), "two");
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(std::distance(fs::directory_iterator(mFolder), fs::directory_iterator()), 1);
+    EXPECT_THROW(replaceFile(mFolder / "missing" / "file", "", 0600), Failure);
+    EXPECT_THROW(readFile(mFolder), Failure);
+}
+
+TEST_F(FilesTest, ALockIsTakenOnceAndItsNoteOutlivesItsHolder) {
+    const fs::path file = mFolder / "lock";
+    {
+        const FileLock lock = FileLock::take(file);
+        lock.setNote("held");
+        EXPECT_FALSE(FileLock::tryTake(file).has_value());
+    }
+    const auto again = FileLock::tryTake(file);
+    ASSERT_TRUE(again.has_value());
+    EXPECT_EQ(again->note(), "held");
+    again->removeFile();
+    EXPECT_EQ(FileLock::tryTake(file)->note(), ""); // a removed file locks nobody out
+}
+
+TEST_F(FilesTest, AClipIsItsContentAndAProjectItsName) {
+    const std::string one = clipIdentifier(write("a.mov", "abc"));
+    EXPECT_EQ(one, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(clipIdentifier(write("b.mov", "abc")), one);
+    EXPECT_NE(clipIdentifier(write("a.mov", "abd")), one);
+    EXPECT_EQ(projectIdentifier("Rivers"), projectIdentifier("Rivers"));
+    EXPECT_NE(projectIdentifier("Rivers"), projectIdentifier("rivers"));
+    EXPECT_EQ(projectIdentifier("Rivers").size(), 36U);
+}
+
+TEST_F(FilesTest, ClipsAreFoundByNameIdentifierAndFile) {
+    const Home home(mFolder);
+    const fs::path file = write("a.mov", "abc");
+    const std::string id = clipIdentifier(file);
+    const Catalogue catalogue(home);
+    catalogue.add({id, "a.mov", file, "Rivers", "en"});
+    catalogue.add({id, "a.mov", file, "Rivers", "fr"});
+    ASSERT_EQ(catalogue.clips().size(), 1U);
+    for (const std::string& text : {std::string("a.mov"), id, id.substr(0, 6), file.string()})
+        EXPECT_EQ(findClip(home, text, "").language, "fr") << text;
+
+    const std::string other = id.substr(0, 10) + std::string(54, '0');
+    catalogue.add({other, "a.mov", "/elsewhere/a.mov", "Bridges", "en"});
+    EXPECT_EQ(findClip(home, "a.mov", "Bridges").id, other);
+    EXPECT_EQ(findClip(home, id.substr(0, 11), "").id, id);
+    for (const std::string& text :
+         {std::string("a.mov"), id.substr(0, 8), id.substr(0, 5), std::string("none")})
+        EXPECT_THROW(findClip(home, text, ""), Failure) << text;
+    EXPECT_EQ(findClip(home, std::string(64, 'f'), "Rivers").id, std::string(64, 'f'));
+
+    write("catalogue.json", "{\"clips\": [{}]}");
+    EXPECT_THROW(catalogue.clips(), Failure);
+}
+
+} // namespace
+} // namespace kestrel

@@ -1,0 +1,88 @@
+"""The kestrel executable, run as a user runs it."""
+
+from __future__ import annotations
+
+import base64
+import json
+import os
+import ssl
+import subprocess
+import urllib.request
+from pathlib import Path
+from typing import Any
+
+BIN = Path(os.environ["KESTREL_BUILD_BIN"])
+SPEECH = Path(os.environ["KESTREL_DEPS_DIR"]) / "speech"
+TRANSCRIPTS = "transcript_oai_small_multi_index_rel"
+
+
+class Result:
+    """How one run ended."""
+
+    def __init__(self, process: subprocess.CompletedProcess[str]) -> None:
+        self.code = process.returncode
+        self.out = process.stdout
+        self.err = process.stderr
+
+    def json(self) -> Any:
+        return json.loads(self.out)
+
+
+class Kestrel:
+    """One home with its services."""
+
+    def __init__(self, home: Path) -> None:
+        self.home = home
+        self.environment = {**os.environ, "KESTREL_HOME": str(home)}
+
+    def start(self, *arguments: object) -> subprocess.Popen[str]:
+        return subprocess.Popen(
+            [BIN / "kestrel", *map(str, arguments)],
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            stdin=subprocess.DEVNULL,
+            text=True,
+            env=self.environment,
+        )
+
+    def run(self, *arguments: object) -> Result:
+        process = self.start(*arguments)
+        out, err = process.communicate(timeout=600)
+        return Result(subprocess.CompletedProcess(arguments, process.returncode, out, err))
+
+    def good(self, *arguments: object) -> Result:
+        result = self.run(*arguments)
+        assert result.code == 0, result.err
+        return result
+
+    def up(self) -> Result:
+        return self.good("up", "--index-port", 0, "--speech-port", 0)
+
+    def pids(self) -> dict[str, int]:
+        status = self.run("status", "--json").json()
+        return {name: status[name]["pid"] for name in ("index", "speech") if status[name]["running"]}
+
+    def index(self, method: str, path: str, body: Any = None) -> Any:
+        """Talks to the index service behind kestrel's back."""
+        account = json.loads((self.home / "index/administrator.json").read_text())
+        uri = json.loads((self.home / "services.json").read_text())["index"]["uri"]
+        login = base64.b64encode(f"{account['user']}:{account['password']}".encode()).decode()
+        request = urllib.request.Request(
+            uri + path,
+            method=method,
+            data=None if body is None else json.dumps(body).encode(),
+            headers={"Authorization": f"Basic {login}", "Content-Type": "application/json"},
+        )
+        trusting = ssl.create_default_context()
+        trusting.check_hostname = False
+        trusting.verify_mode = ssl.CERT_NONE
+        with urllib.request.urlopen(request, context=trusting, timeout=10) as answer:
+            return json.load(answer)
+
+
+def make_media(target: Path, *arguments: object) -> Path:
+    """Has ffmpeg make a file."""
+    subprocess.run(["ffmpeg", "-v", "error", "-y", *map(str, arguments), str(target)], check=True)
+    return target
+
+

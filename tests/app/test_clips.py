@@ -1,0 +1,230 @@
+"""The road of clips: transcribed, found, shown and lined up, on real speech."""
+
+from __future__ import annotations
+
+import re
+import signal
+import subprocess
+import time
+from pathlib import Path
+from typing import Any
+
+import pytest
+from app_under_test import SPEECH, TRANSCRIPTS, Kestrel, make_media
+
+PROJECT = "Rivers & \"Bridges\" / Мосты"
+SCRIPT = """INT. HALL - DAY
+
+ANNA
+(reading)
+Congratulations! You have succesfully installed
+the asterisk open source PBX.
+
+BEN
+A dragon flew over purple mountains yesterday.
+
+ANNA
+...
+You can use the dial, answer and hang up commands.
+"""
+
+
+@pytest.fixture(scope="module")
+def video(kestrel: Kestrel, tmp_path_factory: pytest.TempPathFactory) -> Path:
+    """Half a minute of speech under a moving picture, transcribed."""
+    file = tmp_path_factory.mktemp("media") / "the visit.mp4"
+    make_media(file, "-f", "lavfi", "-i", "testsrc=s=64x64:r=10", "-i", SPEECH / "english_short.wav", "-shortest")
+    result = kestrel.good("transcribe", file, "--project", PROJECT, "--language", "en", "--json")
+    (clip,) = result.json()["clips"]
+    assert clip["status"] == "transcribed" and clip["segments"] > 1
+    assert re.search(r"\[1/1\] the visit.mp4  transcribing +\d+ %", result.err)
+    return file
+
+
+def contents(kestrel: Kestrel, clip: object) -> Any:
+    return kestrel.good("show", clip, "--json").json()
+
+
+def variant(source: Path, target: Path) -> Path:
+    """The same sound in another file, which makes it another clip."""
+    return make_media(target, "-i", source, "-c", "copy", "-metadata", f"comment={target.name}")
+
+
+def test_a_misspelt_phrase_is_found_where_it_is_said(kestrel: Kestrel, video: Path) -> None:
+    arguments = ("search", "instaled a set of sampel sounds", "--project", PROJECT)
+    hit = kestrel.good(*arguments, "--json").json()["hits"][0]
+    assert hit["clipName"] == video.name
+    assert 7_500 <= hit["startMS"] <= 9_500
+    assert hit["score"] > 0.85
+    assert hit["match"].startswith("installed a set of sample sounds")
+    printed = kestrel.good(*arguments).out.splitlines()
+    assert printed[0].startswith(f"{video.name}  {hit['timecode']}  speaker {hit['speaker']}")
+    assert f"**{hit['match']}**" in printed[1]
+
+
+def test_search_keeps_to_project_threshold_and_count(kestrel: Kestrel, video: Path) -> None:
+    def hits(*arguments: object) -> Any:
+        return kestrel.good("search", *arguments, "--json").json()["hits"]
+
+    assert hits("sampel", "--project", PROJECT, "--threshold", 1) == []
+    assert hits("SÁMPLE", "--project", PROJECT, "--threshold", 1)
+    assert hits("sample", "--project", "Another") == []
+    many = hits("the", "--project", PROJECT, "--threshold", 0.3)
+    scores = [hit["score"] for hit in many]
+    assert len(many) > 2 and scores == sorted(scores, reverse=True)
+    assert hits("the", "--project", PROJECT, "--threshold", 0.3, "--max", 2) == many[:2]
+
+
+def test_show_gives_words_with_times(kestrel: Kestrel, video: Path) -> None:
+    shown = contents(kestrel, video.name)
+    assert shown["complete"] and shown["project"] == PROJECT and shown["clientApp"] == "kestrel"
+    assert shown["audioTracks"].startswith("audio track 1 of 1: aac")
+    assert shown == contents(kestrel, video) == contents(kestrel, shown["clip"][:8])
+    last = 0
+    for number, segment in enumerate(shown["segments"]):
+        assert segment["segment"] == number
+        assert len(segment["wordStartsMS"]) == len(segment["wordEndsMS"]) == len(segment["text"].split())
+        assert last <= segment["startMS"] <= segment["endMS"] <= 31_000
+        last = segment["startMS"]
+    text = kestrel.good("show", video.name).out
+    assert re.search(r"^00:00:0\d\.\d{3}  .*Congratulations", text, re.MULTILINE)
+    unknown = kestrel.run("show", "no such clip")
+    assert unknown.code == 1 and video.name in unknown.err
+
+
+def test_align_places_spoken_lines_and_shows_the_lost(kestrel: Kestrel, video: Path, tmp_path: Path) -> None:
+    script = tmp_path / "scene.fountain"
+    script.write_text(SCRIPT)
+    page = tmp_path / "scene.html"
+    result = kestrel.good("align", script, "--clip", video.name, "--json", "--html", page)
+    lines = result.json()["lines"]
+    assert [line["line"] for line in lines] == [5, 6, 9, 13]
+    assert [line["found"] for line in lines] == [True, True, False, True]
+    assert [line["character"] for line in lines] == ["ANNA", "ANNA", "BEN", "ANNA"]
+    assert lines[0]["word"].startswith("Congratulations") and lines[0]["startMS"] < 1_000
+    assert lines[3]["word"].lower() == "you" and 22_000 < lines[3]["startMS"] < 27_000
+    html = page.read_text()
+    assert html.count('class="lost"') == 1 and html.count('class="found"') == 3
+    text = kestrel.good("align", script, "--clip", video.name).out.splitlines()
+    assert "not found" in text[2] and lines[3]["timecode"] in text[3]
+
+    ranged = kestrel.good("align", script, "--clip", video.name, "--range", "18-30", "--json").json()["lines"]
+    assert [line["found"] for line in ranged] == [False, False, False, True]
+    assert abs(ranged[3]["startMS"] - lines[3]["startMS"]) < 50
+    beyond = kestrel.run("align", script, "--clip", video.name, "--range", "1:00:00-1:00:01")
+    assert beyond.code == 1 and "nothing is said" in beyond.err
+    full = kestrel.run("align", script, "--clip", video.name, "--html", "/dev/full")
+    assert full.code == 1 and "/dev/full: No space left on device" in full.err
+
+
+def test_a_complete_clip_is_skipped_whatever_its_name(kestrel: Kestrel, video: Path, tmp_path: Path) -> None:
+    renamed = tmp_path / "renamed.mp4"
+    renamed.write_bytes(video.read_bytes())
+    result = kestrel.good("transcribe", renamed, "--project", PROJECT, "--language", "en", "--json")
+    assert result.json()["clips"][0]["status"] == "already complete"
+    assert "already complete, skipped" in result.err
+    second = kestrel.run("transcribe", video, "--project", "Second", "--language", "en")
+    assert second.code == 1 and "another project" in second.err
+    kestrel.good("transcribe", video, "--project", PROJECT, "--language", "en")  # its name in the catalogue again
+
+
+def test_one_bad_file_does_not_stop_the_others(kestrel: Kestrel, tmp_path: Path) -> None:
+    bad = tmp_path / "bad.wav"
+    bad.write_text("not sound")
+    quiet = make_media(tmp_path / "quiet.wav", "-f", "lavfi", "-i", "anullsrc=r=16000:cl=mono", "-t", "2")
+    files = [bad, SPEECH / "librivox_5.wav", quiet]
+    result = kestrel.run("transcribe", *files, "--project", PROJECT, "--language", "en", "--json")
+    assert result.code == 1
+    assert [clip["status"] for clip in result.json()["clips"]] == ["failed", "transcribed", "transcribed"]
+    assert "amiable" in contents(kestrel, "librivox_5.wav")["segments"][0]["text"]
+    assert "no speech was found" in result.err
+
+
+def test_two_at_once_write_a_clip_once(kestrel: Kestrel) -> None:
+    arguments = ("transcribe", SPEECH / "librivox_3.wav", "--project", PROJECT, "--language", "en")
+    processes = [kestrel.start(*arguments) for _ in range(3)]
+    errors = [process.communicate(timeout=300)[1] for process in processes]
+    assert sum(" words in " in error for error in errors) == 1, errors
+    for process, error in zip(processes, errors):
+        assert (process.returncode == 0) == ("another kestrel is writing this clip" not in error)
+    segments = contents(kestrel, "librivox_3.wav")["segments"]
+    assert [segment["segment"] for segment in segments] == list(range(len(segments)))
+
+
+def wait_for(process: subprocess.Popen[str], text: str) -> None:
+    assert process.stderr is not None
+    for line in process.stderr:
+        if text in line:
+            return
+    raise AssertionError(f"{text} was never said")
+
+
+@pytest.mark.parametrize("engine", ["service", "embedded"])
+def test_ctrl_c_cancels_and_leaves_no_lock(kestrel: Kestrel, tmp_path: Path, engine: str) -> None:
+    file = variant(SPEECH / "english_long.wav", tmp_path / f"cancelled by {engine}.wav")
+    arguments = ("transcribe", file, "--project", PROJECT, "--language", "en", "--engine", engine)
+    process = kestrel.start(*arguments, "--json")
+    wait_for(process, "transcribing")
+    process.send_signal(signal.SIGINT)
+    out, err = process.communicate(timeout=120)
+    assert process.returncode == 130, err
+    assert '"status": "cancelled"' in re.sub(r"\s*:\s*", ": ", out)
+    locks = kestrel.index("GET", f"{TRANSCRIPTS}/_count", {"query": {"exists": {"field": "KSNNlock"}}})
+    assert locks["count"] == 0
+
+
+def test_a_killed_transcription_is_taken_up_again(kestrel: Kestrel) -> None:
+    arguments = ("transcribe", SPEECH / "librivox_1.wav", "--project", PROJECT, "--language", "en")
+    process = kestrel.start(*arguments)
+    wait_for(process, "transcribing")
+    process.kill()
+    process.communicate()
+    assert " words in " in kestrel.good(*arguments).err
+    assert contents(kestrel, "librivox_1.wav")["complete"]
+
+
+def segment_documents(kestrel: Kestrel, clip: str) -> list[Any]:
+    query = {"query": {"term": {"mediaGuid.keyword": clip}}, "size": 100, "sort": [{"segment": "asc"}]}
+    kestrel.index("POST", f"{TRANSCRIPTS}/_refresh")
+    return list(kestrel.index("POST", f"{TRANSCRIPTS}/_search", query)["hits"]["hits"])
+
+
+def test_a_half_written_clip_is_completed(kestrel: Kestrel, video: Path) -> None:
+    before = contents(kestrel, video)
+    documents = segment_documents(kestrel, before["clip"])
+    kestrel.index("DELETE", f"{TRANSCRIPTS}/_doc/{documents[-1]['_id']}")
+    change = {"doc": {"progressComplete": False}}
+    kestrel.index("POST", f"{TRANSCRIPTS}/_update/{documents[0]['_id']}", change)
+    assert "not complete" in kestrel.good("show", video).err
+    kestrel.good("transcribe", video, "--project", PROJECT, "--language", "en")
+    assert contents(kestrel, video) == before
+
+
+def test_a_full_store_loses_nothing(kestrel: Kestrel) -> None:
+    """The index service is stopped half way, as by a full disk: the next run goes on."""
+    arguments = ("transcribe", SPEECH / "librivox_4.wav", "--project", PROJECT, "--language", "en")
+    process = kestrel.start(*arguments)
+    wait_for(process, "transcribing")
+    kestrel_index = kestrel.pids()["index"]
+    subprocess.run(["kill", "-9", str(kestrel_index)], check=True)
+    _, err = process.communicate(timeout=300)
+    assert process.returncode == 1
+    assert "failed: " in err
+    kestrel.up()
+    assert " words in " in kestrel.good(*arguments).err
+    assert contents(kestrel, "librivox_4.wav")["complete"]
+
+
+def test_both_engines_give_the_same_transcript(kestrel: Kestrel, video: Path, tmp_path: Path) -> None:
+    other = variant(video, tmp_path / "embedded.mp4")
+    arguments = ("--project", PROJECT, "--language", "en", "--engine", "embedded")
+    kestrel.good("transcribe", other, *arguments)
+    assert contents(kestrel, other)["segments"] == contents(kestrel, video)["segments"]
+
+
+def test_conversation_has_its_two_voices(kestrel: Kestrel) -> None:
+    file = SPEECH / "conversation_en.wav"
+    begin = time.monotonic()
+    result = kestrel.good("transcribe", file, "--project", PROJECT, "--language", "en", "--json")
+    assert 0 < result.json()["clips"][0]["seconds"] <= time.monotonic() - begin
+    assert len({segment["speaker"] for segment in contents(kestrel, file)["segments"]}) == 2

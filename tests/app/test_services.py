@@ -1,0 +1,281 @@
+"""Life of the services, and everything that can be wrong before a transcription begins."""
+
+from __future__ import annotations
+
+import hashlib
+import json
+import os
+import re
+import shutil
+import socket
+import subprocess
+from collections.abc import Callable
+from pathlib import Path
+
+import pytest
+from app_under_test import BIN, SPEECH, TRANSCRIPTS, Kestrel, make_media
+
+COMMANDS = ["up", "down", "status", "transcribe", "search", "show", "align"]
+
+
+@pytest.mark.parametrize("command", COMMANDS)
+def test_every_command_helps_with_an_example(fresh: Kestrel, command: str) -> None:
+    text = fresh.good(command, "--help").out
+    assert re.search(rf"Examples?:\n  kestrel {command}", text)
+
+
+def test_version_and_overview(fresh: Kestrel) -> None:
+    assert re.fullmatch(r"kestrel \d+\.\d+\.\d+\n", fresh.good("--version").out)
+    overview = fresh.good("--help").out
+    assert all(command in overview for command in COMMANDS)
+    assert not fresh.home.exists()
+
+
+@pytest.mark.parametrize(
+    ("arguments", "message"),
+    [
+        ([], "subcommand is required"),
+        (["fly"], "fly"),
+        (["up", "--index-port", "70000"], "70000"),
+        (["transcribe", "a.wav", "--language", "en"], "--project"),
+        (["transcribe", "a.wav", "--project", "P", "--language", "en", "--engine", "steam"], "steam"),
+        (["search", "word", "--project", "P", "--threshold", "1.5"], "1.5"),
+        (["search", "word", "--project", "P", "--max", "0"], "--max"),
+        (["align", __file__, "--clip", "a", "--range", "5-2"], '"5-2" ends before it starts'),
+        (["align", "/nonexistent", "--clip", "a"], "/nonexistent"),
+    ],
+)
+def test_wrong_usage_is_code_2(fresh: Kestrel, arguments: list[str], message: str) -> None:
+    result = fresh.run(*arguments)
+    assert result.code == 2
+    assert message in result.err
+    assert result.out == ""
+
+
+def test_services_come_up_once_and_go_down(fresh: Kestrel) -> None:
+    assert fresh.run("status").code == 1
+    assert "no service was running" in fresh.good("down").err
+    fresh.up()
+    pids = fresh.pids()
+    assert set(pids) == {"index", "speech"}
+    assert all(os.getsid(pid) == pid for pid in pids.values()), "a closed terminal must not end them"
+    status = fresh.good("status", "--json").json()
+    assert status["index"]["answers"] and status["speech"]["answers"]
+
+    again = fresh.good("up")
+    assert again.err.count("already running") == 2
+    assert fresh.pids() == pids
+
+    assert fresh.good("down").err.count("stopped") == 2
+    assert fresh.pids() == {}
+    assert not any(Path(f"/proc/{pid}/cmdline").exists() and is_alive(pid) for pid in pids.values())
+
+
+def is_alive(pid: int) -> bool:
+    return " Z " not in Path(f"/proc/{pid}/stat").read_text()
+
+
+def test_two_ups_at_once_start_one_of_each(fresh: Kestrel) -> None:
+    processes = [fresh.start("up", "--index-port", 0, "--speech-port", 0) for _ in range(3)]
+    messages = [process.communicate(timeout=300)[1] for process in processes]
+    assert [process.returncode for process in processes] == [0, 0, 0], messages
+    assert sum(message.count(" started") for message in messages) == 2
+
+
+def test_a_service_that_died_is_started_again(fresh: Kestrel) -> None:
+    fresh.up()
+    before = fresh.pids()
+    os.kill(before["index"], 9)
+    result = fresh.run("status", "--json")
+    assert result.code == 1
+    assert result.json()["index"]["running"] is False
+    fresh.up()
+    after = fresh.pids()
+    assert after["speech"] == before["speech"]
+    assert after["index"] != before["index"]
+
+
+def test_down_leaves_a_stranger_with_the_same_number_alone(fresh: Kestrel) -> None:
+    fresh.up()
+    pids = fresh.pids()
+    state_file = fresh.home / "services.json"
+    state = state_file.read_text()
+    changed = json.loads(state)
+    changed["index"]["startTime"] += 1
+    state_file.write_text(json.dumps(changed))
+    assert fresh.good("down").err.count("stopped") == 1
+    assert is_alive(pids["index"])
+    state_file.write_text(state)
+    assert fresh.good("down").err.count("stopped") == 1
+
+
+def test_a_taken_port_is_named_and_nothing_stays_started(fresh: Kestrel) -> None:
+    with socket.create_server(("127.0.0.1", 0)) as taken:
+        port = taken.getsockname()[1]
+        result = fresh.run("up", "--index-port", 0, "--speech-port", port)
+    assert result.code == 1
+    assert f"port {port} is taken" in result.err and "--speech-port" in result.err
+    assert fresh.pids() == {}
+    fresh.up()
+
+
+def test_a_service_that_dies_at_start_shows_the_end_of_its_log(fresh: Kestrel, tmp_path: Path) -> None:
+    data = fresh.home / "index"
+    data.mkdir(parents=True)
+    ready = tmp_path / "ready"
+    other = subprocess.Popen([BIN / "kestrel-index", "--data", data, "--port", "0", "--ready-file", ready])
+    try:
+        while not ready.exists():
+            assert other.poll() is None
+        result = fresh.run("up", "--index-port", 0, "--speech-port", 0)
+    finally:
+        other.terminate()
+        other.wait()
+    assert result.code == 1
+    assert "the index service ended while it was starting" in result.err
+    assert "index.log ends with:\n    " in result.err
+    assert fresh.pids() == {}
+
+
+def test_the_password_is_kept_encrypted(kestrel: Kestrel) -> None:
+    password = json.loads((kestrel.home / "index/administrator.json").read_text())["password"]
+    for name in ("credentials.json", "credentials.key"):
+        file = kestrel.home / name
+        assert file.stat().st_mode & 0o777 == 0o600
+        assert password not in file.read_text()
+    assert password not in (kestrel.home / "log/index.log").read_text()
+
+
+def damage(kestrel: Kestrel) -> None:
+    (kestrel.home / "credentials.json").write_text('{"user": "AAAA", "password": "AAAA"}')
+
+
+def truncate(kestrel: Kestrel) -> None:
+    (kestrel.home / "credentials.json").write_text("{")
+
+
+def lose_key(kestrel: Kestrel) -> None:
+    (kestrel.home / "credentials.key").write_text("another key")
+
+
+def lose_file(kestrel: Kestrel) -> None:
+    (kestrel.home / "credentials.json").unlink()
+
+
+@pytest.mark.parametrize("harm", [damage, truncate, lose_key, lose_file])
+def test_up_mends_damaged_credentials(kestrel: Kestrel, harm: Callable[[Kestrel], None]) -> None:
+    harm(kestrel)
+    result = kestrel.run("search", "word", "--project", "P")
+    assert result.code == 1
+    assert "credentials" in result.err or "password" in result.err
+    assert "run `kestrel up`" in result.err or "damaged" in result.err
+    kestrel.good("up")
+    kestrel.good("search", "word", "--project", "P")
+
+
+def test_up_replaces_the_password_of_a_former_index(fresh: Kestrel) -> None:
+    fresh.up()
+    fresh.good("down")
+    shutil.rmtree(fresh.home / "index")
+    former = (fresh.home / "credentials.json").read_text(), (fresh.home / "credentials.key").read_text()
+    fresh.up()
+    (fresh.home / "credentials.json").write_text(former[0])
+    (fresh.home / "credentials.key").write_text(former[1])
+    refused = fresh.run("search", "word", "--project", "P")
+    assert refused.code == 1
+    assert "refuses the password" in refused.err and "`kestrel up`" in refused.err
+    fresh.good("up")
+    fresh.good("search", "word", "--project", "P")
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        ["transcribe", __file__, "--project", "P", "--language", "en"],
+        ["search", "word", "--project", "P"],
+        ["show", "clip"],
+        ["align", __file__, "--clip", "clip"],
+    ],
+)
+def test_without_services_every_command_says_what_to_do(fresh: Kestrel, arguments: list[str]) -> None:
+    result = fresh.run(*arguments)
+    assert result.code == 1
+    assert "the index service is not running: start it with `kestrel up`" in result.err
+    assert result.out == ""
+
+
+@pytest.mark.parametrize(
+    ("language", "message"),
+    [("xx", "there are: "), ("English", "use --language en for English"), ("français", "use --language fr")],
+)
+def test_an_unknown_language_is_explained(kestrel: Kestrel, language: str, message: str) -> None:
+    result = kestrel.run("transcribe", SPEECH / "librivox_2.wav", "--project", "P", "--language", language)
+    assert result.code == 1
+    assert language in result.err and message in result.err
+
+
+def test_files_that_cannot_be_transcribed_are_told_one_by_one(kestrel: Kestrel, tmp_path: Path) -> None:
+    text = tmp_path / "notes.txt"
+    text.write_text("no media")
+    fake = tmp_path / "fake.mp4"
+    fake.write_bytes(bytes(range(256)) * 100)
+    empty = tmp_path / "empty.wav"
+    empty.touch()
+    silent = make_media(tmp_path / "silent.mp4", "-f", "lavfi", "-i", "testsrc=d=1:s=64x64")
+    files = [text, fake, empty, silent, tmp_path / "missing.mov", tmp_path]
+    result = kestrel.run("transcribe", *files, "--project", "P", "--language", "en", "--json")
+    assert result.code == 1
+    clips = result.json()["clips"]
+    assert [clip["status"] for clip in clips] == ["failed"] * len(files)
+    assert [clip["file"] for clip in clips] == [str(file) for file in files]
+    errors = [clip["error"] for clip in clips]
+    assert all("is not a media file" in error for error in errors[:3]), errors
+    assert errors[3] == "holds no sound"
+    assert "No such file" in errors[4] and "folder" in errors[5]
+    for clip in clips:
+        assert f"{clip['name']}  failed: {clip['error']}" in result.err
+
+
+def test_a_clip_that_another_program_writes_is_left_to_it(kestrel: Kestrel) -> None:
+    file = SPEECH / "librivox_2.wav"
+    clip = hashlib.sha256(file.read_bytes()).hexdigest()
+    kestrel.index("PUT", f"{TRANSCRIPTS}/_doc/{clip}?op_type=create", {"KSNNlock": True})
+    result = kestrel.run("transcribe", file, "--project", "P", "--language", "en", "--json")
+    assert result.code == 1
+    assert "another program is writing this clip" in result.json()["clips"][0]["error"]
+    assert kestrel.index("GET", f"{TRANSCRIPTS}/_doc/{clip}")["found"] is True
+    kestrel.index("DELETE", f"{TRANSCRIPTS}/_doc/{clip}")
+
+
+@pytest.mark.parametrize("phrase", ["", " ?! "])
+def test_a_phrase_without_words_is_refused(kestrel: Kestrel, phrase: str) -> None:
+    result = kestrel.run("search", phrase, "--project", "P")
+    assert result.code == 2
+    assert "holds no word" in result.err
+
+
+def test_a_search_without_hits_is_an_empty_answer(kestrel: Kestrel) -> None:
+    result = kestrel.good("search", "nowhere", "--project", "Nobody", "--json")
+    assert result.json() == {"phrase": "nowhere", "project": "Nobody", "threshold": 0.6, "hits": []}
+    assert "is said in project" in kestrel.good("search", "nowhere", "--project", "Nobody").err
+
+
+def test_results_that_cannot_be_written_are_an_error(kestrel: Kestrel) -> None:
+    with open("/dev/full", "w") as full:
+        process = subprocess.run(
+            [BIN / "kestrel", "status", "--json"],
+            stdout=full,
+            stderr=subprocess.PIPE,
+            text=True,
+            env=kestrel.environment,
+            check=False,
+        )
+    assert process.returncode == 1
+    assert "No space left on device" in process.stderr
+
+
+def test_a_home_that_cannot_be_made_is_named(tmp_path: Path) -> None:
+    (tmp_path / "file").touch()
+    result = Kestrel(tmp_path / "file" / "home").run("up")
+    assert result.code == 1
+    assert str(tmp_path / "file" / "home") in result.err
