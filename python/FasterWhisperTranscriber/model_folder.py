@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from pathlib import Path
+from typing import Optional
 
 PREFERRED_FOLDER = "whisper-base"
 # The tokenizer counts: without it the recogniser would look for one on the network.
@@ -14,8 +15,10 @@ def missing_files(folder: Path) -> list[str]:
     return [name for name in REQUIRED_FILES if not (folder / name).is_file()]
 
 
-def find_model_folder(model_dir: str) -> Path:
+def find_model_folder(model_dir: Optional[str]) -> Path:
     """The folder "whisper-base" in model_dir, else the first by name that holds a CTranslate2 model."""
+    if model_dir is None:
+        raise ValueError("the speech model directory is not set")
     root = Path(model_dir)
     if not root.is_dir():
         raise FileNotFoundError(f"the speech model directory '{model_dir}' does not exist")

@@ -353,7 +353,7 @@ def thai_sentences(text: str) -> list[str]:
     tokens = thai_words(text)
     if tokens and tokens[-1] == ".":
         tokens.pop()
-    sentences = pythainlp.sent_tokenize(" ".join(tokens))
+    sentences: list[str] = pythainlp.sent_tokenize(" ".join(tokens))
     return [sentence.rstrip() + "." for sentence in sentences[:-1]] + sentences[-1:]
 
 
