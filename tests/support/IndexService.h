@@ -1,18 +1,18 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include <Poco/Process.h>
 #include <Poco/TemporaryFile.h>
+
+#include <memory>
+#include <string>
 
 namespace kestrel_test {
 
 /// The index service under test.
 ///
 /// Normally a kestrel-index of its own on a free port, with its data in a temporary folder. When
-/// KESTREL_TEST_INDEX_URI, KESTREL_TEST_INDEX_USER and KESTREL_TEST_INDEX_PASSWORD are set, the service they name
-/// is used instead, which cannot be killed.
+/// KESTREL_TEST_INDEX_URI, KESTREL_TEST_INDEX_USER and KESTREL_TEST_INDEX_PASSWORD are set, the service they
+/// name is used instead, which cannot be killed.
 class IndexService {
 public:
     IndexService();

@@ -45,8 +45,8 @@ struct Reply {
 
 /// A real HTTP or HTTPS server on 127.0.0.1 that answers from a script and records what it was asked.
 ///
-/// Requests beyond the script are answered by `otherwise`: status 500 unless set. All members may be called while
-/// requests run. Destruction ends stalls.
+/// Requests beyond the script are answered by `otherwise`: status 500 unless set. All members may be called
+/// while requests run. Destruction ends stalls.
 class ScriptedServer {
 public:
     enum class Protocol { Http, Https };

@@ -1,0 +1,91 @@
+#include "tests/support/IndexService.h"
+
+#include "kestrelml/store/KsNNDatabase.h"
+
+#include <Poco/Environment.h>
+#include <Poco/File.h>
+#include <Poco/FileStream.h>
+#include <Poco/JSON/Parser.h>
+#include <Poco/URI.h>
+
+#include <chrono>
+#include <csignal>
+#include <stdexcept>
+#include <thread>
+
+namespace kestrel_test {
+namespace {
+
+Poco::JSON::Object::Ptr readJson(const std::string& path) {
+    Poco::FileInputStream file(path);
+    return Poco::JSON::Parser().parse(file).extract<Poco::JSON::Object::Ptr>();
+}
+
+void waitFor(const std::string& path, const Poco::ProcessHandle& process) {
+    for (int i = 0; i < 600; ++i) {
+        if (Poco::File(path).exists()) return;
+        if (!Poco::Process::isRunning(process))
+            throw std::runtime_error("kestrel-index ended before it served");
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    throw std::runtime_error("kestrel-index did not serve within 30 s");
+}
+
+} // namespace
+
+IndexService::IndexService() : mUri(Poco::Environment::get("KESTREL_TEST_INDEX_URI", "")) {
+    if (!mUri.empty()) {
+        mUser = Poco::Environment::get("KESTREL_TEST_INDEX_USER");
+        mPassword = Poco::Environment::get("KESTREL_TEST_INDEX_PASSWORD");
+        return;
+    }
+    mFolder = std::make_unique<Poco::TemporaryFile>();
+    mFolder->createDirectory();
+    start();
+}
+
+IndexService::~IndexService() {
+    if (mProcess != nullptr) kill();
+}
+
+void IndexService::kill() {
+    if (::kill(mProcess->id(), SIGKILL) == 0) mProcess->wait();
+    mProcess.reset();
+}
+
+void IndexService::start() {
+    const std::string readyFile = mFolder->path() + "/ready.json";
+    if (Poco::File(readyFile).exists()) Poco::File(readyFile).remove();
+    const std::string port = mUri.empty() ? "0" : std::to_string(Poco::URI(mUri).getPort());
+    const std::string data = mFolder->path() + "/data";
+    mProcess = std::make_unique<Poco::ProcessHandle>(
+        Poco::Process::launch(Poco::Environment::get("KESTREL_BUILD_BIN") + "/kestrel-index",
+                              {"--data", data, "--port", port, "--ready-file", readyFile}));
+    waitFor(readyFile, *mProcess);
+    mUri = readJson(readyFile)->getValue<std::string>("uri");
+    const auto administrator = readJson(data + "/administrator.json");
+    mUser = administrator->getValue<std::string>("user");
+    mPassword = administrator->getValue<std::string>("password");
+}
+
+void IndexService::giveCredentialsToLibrary() const {
+    giveCredentialsToLibrary(mUser, mPassword);
+}
+
+void IndexService::giveCredentialsToLibrary(const std::string& user, const std::string& password) {
+    // The service must not be asked while the library holds something that is no password.
+    KsNNDatabase store("https://127.0.0.1:1/", nullptr, nullptr, nullptr, false);
+    const std::string key = "pass phrase of the tests";
+    store.SetCredentials("none yet", "none yet", key, false, false);
+    const auto encrypted = [&](const std::string& text) {
+        std::stringstream plain(text);
+        std::stringstream result;
+        if (store.IEncryptStream(plain, result, false) != KsNN_Success)
+            throw std::runtime_error(store.GetErrorStr());
+        return result.str();
+    };
+    const std::string encryptedUser = encrypted(user);
+    store.SetCredentials(encryptedUser, encrypted(password), key, false, false);
+}
+
+} // namespace kestrel_test
