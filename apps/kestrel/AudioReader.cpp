@@ -43,17 +43,32 @@ std::string errorText(int error) {
     return text.data();
 }
 
+/// Finds out what the file is, and refuses what only seems to be media.
+const AVInputFormat* probe(const std::string& url) {
+    AVIOContext* bytes = nullptr;
+    const AVInputFormat* format = nullptr;
+    int result = avio_open(&bytes, url.c_str(), AVIO_FLAG_READ);
+    if (result >= 0) result = av_probe_input_buffer2(bytes, &format, url.c_str(), nullptr, 0, 0);
+    avio_closep(&bytes);
+    if (result < 0) throw Failure(fmt::format("is not a media file that can be read: {}", errorText(result)));
+    // FFmpeg takes any text file for a recording of a text terminal.
+    if (std::strcmp(format->name, "tty") == 0) throw Failure("is not a media file: it is text");
+    if (std::strcmp(format->name, "hls") == 0)
+        throw Failure("is not a media file: it is a playlist; name the files that it lists");
+    return format;
+}
+
 Owned<AVFormatContext> openMedia(const std::filesystem::path& file) {
+    const std::string url = "file:" + file.string();
+    const AVInputFormat* format = probe(url);
     AVFormatContext* context = nullptr;
     AVDictionary* options = nullptr;
-    // A playlist must not make us read other files or the network.
+    // A file that refers to others must not make us read the network.
     av_dict_set(&options, "protocol_whitelist", "file", 0);
-    const int result = avformat_open_input(&context, ("file:" + file.string()).c_str(), nullptr, &options);
+    const int result = avformat_open_input(&context, url.c_str(), format, &options);
     av_dict_free(&options);
     if (result < 0) throw Failure(fmt::format("is not a media file that can be read: {}", errorText(result)));
     Owned<AVFormatContext> media(context);
-    // FFmpeg takes any text file for a recording of a text terminal.
-    if (std::strcmp(media->iformat->name, "tty") == 0) throw Failure("is not a media file: it is text");
     if (avformat_find_stream_info(media.get(), nullptr) < 0)
         throw Failure("is not a media file that can be read: no stream in it makes sense");
     return media;
