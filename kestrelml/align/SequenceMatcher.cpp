@@ -1,78 +1,101 @@
 #include "kestrelml/align/SequenceMatcher.h"
 
+#include "kestrelml/align/RepeatSearch.h"
+#include "kestrelml/align/RunLengthSearch.h"
+
 #include <algorithm>
-#include <array>
-#include <tuple>
-#include <unordered_map>
+#include <optional>
 
 namespace kestrelml::detail {
 namespace {
 
-using Positions = std::unordered_map<char16_t, std::vector<std::int32_t>>;
+/// Splits ranges at their longest blocks until nothing is left.
+///
+/// Of the two parts of a range the larger inherits what the search knows, only the smaller is begun anew. So
+/// each unit is begun at most log n times, however lopsided the splits are.
+class BlockCollector {
+public:
+    BlockCollector(std::u16string_view a, std::u16string_view b) : mRunLengths(a, b) {
+        const TextRange whole{0, static_cast<std::int32_t>(a.size()), 0, static_cast<std::int32_t>(b.size())};
+        if (!whole.canMatch()) return;
+        if (!RunLengthSearch::suits(whole)) mRepeats.emplace(mTree.emplace(a, b));
+        mPending.push_back({whole, std::nullopt});
+    }
 
-struct Range {
-    std::int32_t alo, ahi, blo, bhi;
+    std::vector<MatchingBlock> collect() {
+        while (!mPending.empty()) {
+            Task task = std::move(mPending.back());
+            mPending.pop_back();
+            const MatchingBlock block = longest(task);
+            if (block.size == 0) continue;
+            mBlocks.push_back(block);
+            split(std::move(task), block);
+        }
+        return std::move(mBlocks);
+    }
+
+private:
+    struct Task {
+        TextRange range;
+        std::optional<RepeatSearch::Region> region;
+    };
+
+    MatchingBlock longest(Task& task) {
+        if (RunLengthSearch::suits(task.range)) return mRunLengths.longest(task.range);
+        if (!task.region) task.region = mRepeats->open(task.range);
+        return mRepeats->longest(*task.region);
+    }
+
+    void split(Task&& task, const MatchingBlock& block) {
+        TextRange larger{task.range.aBegin, block.a, task.range.bBegin, block.b};
+        TextRange smaller{block.a + block.size, task.range.aEnd, block.b + block.size, task.range.bEnd};
+        if (!larger.canMatch() || (smaller.canMatch() && smaller.size() > larger.size())) {
+            std::swap(larger, smaller);
+        }
+        // The smaller goes last, to be taken first: then what is kept for later stays linear.
+        if (larger.canMatch()) addLarger(std::move(task), larger);
+        if (smaller.canMatch()) mPending.push_back({smaller, std::nullopt});
+    }
+
+    void addLarger(Task&& task, const TextRange& part) {
+        const bool mostIsLeft = part.size() > task.range.size() / 3;
+        if (task.region && mostIsLeft && !RunLengthSearch::suits(part)) {
+            mRepeats->narrow(*task.region, part);
+            mPending.push_back({part, std::move(task.region)});
+        } else {
+            mPending.push_back({part, std::nullopt});
+        }
+    }
+
+    RunLengthSearch mRunLengths;
+    std::optional<RepeatTree> mTree;
+    std::optional<RepeatSearch> mRepeats;
+    std::vector<Task> mPending;
+    std::vector<MatchingBlock> mBlocks;
 };
 
-MatchingBlock longestMatch(std::u16string_view a, const Positions& positions, std::vector<std::int32_t>& runs,
-                           std::vector<std::int32_t>& next, const Range& range) {
-    MatchingBlock best{range.alo, range.blo, 0};
-    for (std::int32_t i = range.alo; i < range.ahi; ++i) {
-        const auto found = positions.find(a[static_cast<std::size_t>(i)]);
-        std::fill(next.begin() + range.blo, next.begin() + range.bhi + 1, 0);
-        if (found != positions.end()) {
-            for (const std::int32_t j : found->second) {
-                if (j < range.blo || j >= range.bhi) continue;
-                const auto at = static_cast<std::size_t>(j);
-                next[at + 1] = (j == range.blo ? 0 : runs[at]) + 1;
-                if (next[at + 1] > best.size) {
-                    best = {i - next[at + 1] + 1, j - next[at + 1] + 1, next[at + 1]};
-                }
-            }
+/// Joins blocks, given in order, that continue each other in both texts.
+std::vector<MatchingBlock> mergeBlocks(const std::vector<MatchingBlock>& blocks) {
+    std::vector<MatchingBlock> merged;
+    for (const MatchingBlock& block : blocks) {
+        if (!merged.empty() && merged.back().a + merged.back().size == block.a &&
+            merged.back().b + merged.back().size == block.b) {
+            merged.back().size += block.size;
+        } else {
+            merged.push_back(block);
         }
-        std::swap(runs, next);
     }
-    std::fill(runs.begin(), runs.end(), 0);
-    return best;
+    return merged;
 }
 
 } // namespace
 
 std::vector<MatchingBlock> findMatchingBlocks(std::u16string_view a, std::u16string_view b) {
-    const auto n = static_cast<std::int32_t>(a.size());
-    const auto m = static_cast<std::int32_t>(b.size());
-    Positions positions;
-    for (std::int32_t j = 0; j < m; ++j)
-        positions[b[static_cast<std::size_t>(j)]].push_back(j);
-    std::vector<std::int32_t> runs(b.size() + 1);
-    std::vector<std::int32_t> next(b.size() + 1);
-    std::vector<MatchingBlock> found;
-    std::vector<Range> pending = {{0, n, 0, m}};
-    while (!pending.empty()) {
-        const Range range = pending.back();
-        pending.pop_back();
-        const MatchingBlock block = longestMatch(a, positions, runs, next, range);
-        if (block.size == 0) continue;
-        found.push_back(block);
-        if (range.alo < block.a && range.blo < block.b) {
-            pending.push_back({range.alo, block.a, range.blo, block.b});
-        }
-        if (block.a + block.size < range.ahi && block.b + block.size < range.bhi) {
-            pending.push_back({block.a + block.size, range.ahi, block.b + block.size, range.bhi});
-        }
-    }
-    std::sort(found.begin(), found.end(),
+    std::vector<MatchingBlock> blocks = BlockCollector(a, b).collect();
+    std::sort(blocks.begin(), blocks.end(),
               [](const MatchingBlock& x, const MatchingBlock& y) { return x.a < y.a; });
-    std::vector<MatchingBlock> blocks;
-    for (const MatchingBlock& block : found) {
-        if (!blocks.empty() && blocks.back().a + blocks.back().size == block.a &&
-            blocks.back().b + blocks.back().size == block.b) {
-            blocks.back().size += block.size;
-        } else {
-            blocks.push_back(block);
-        }
-    }
-    blocks.push_back({n, m, 0});
+    blocks = mergeBlocks(blocks);
+    blocks.push_back({static_cast<std::int32_t>(a.size()), static_cast<std::int32_t>(b.size()), 0});
     return blocks;
 }
 
