@@ -8,6 +8,7 @@ import os
 import ssl
 import subprocess
 import urllib.request
+from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
@@ -16,13 +17,13 @@ SPEECH = Path(os.environ["KESTREL_DEPS_DIR"]) / "speech"
 TRANSCRIPTS = "transcript_oai_small_multi_index_rel"
 
 
+@dataclass(frozen=True)
 class Result:
     """How one run ended."""
 
-    def __init__(self, process: subprocess.CompletedProcess[str]) -> None:
-        self.code = process.returncode
-        self.out = process.stdout
-        self.err = process.stderr
+    code: int
+    out: str
+    err: str
 
     def json(self) -> Any:
         return json.loads(self.out)
@@ -48,7 +49,7 @@ class Kestrel:
     def run(self, *arguments: object) -> Result:
         process = self.start(*arguments)
         out, err = process.communicate(timeout=600)
-        return Result(subprocess.CompletedProcess(arguments, process.returncode, out, err))
+        return Result(process.returncode, out, err)
 
     def good(self, *arguments: object) -> Result:
         result = self.run(*arguments)
