@@ -78,8 +78,11 @@ public:
 #endif
              })
             if (!PyStatus_Exception(status)) status = PyConfig_SetString(&mConfig, item, folder);
-        // A package that starts "another Python" must not start the host again.
-        if (!PyStatus_Exception(status)) status = PyConfig_SetString(&mConfig, &mConfig.executable, L"");
+        // What sys.executable names: a file that does not exist, rather than whichever Python PATH offers.
+        if (!PyStatus_Exception(status)) {
+            const std::wstring program = std::wstring(folder) + L"/python";
+            status = PyConfig_SetString(&mConfig, &mConfig.program_name, program.c_str());
+        }
         PyMem_RawFree(folder);
         return status;
     }

@@ -1,0 +1,243 @@
+// A host's main program in a shared library: runs the steps that its arguments name on one speech engine, and
+// prints each step's outcome as a line of JSON. Each test needs a process of its own, since an interpreter
+// starts but once.
+
+#include "kestrelml/stt/KsNNSpeechToTextCYTHON.h"
+#include "kestrelml/stt/KsNNSpeechToTextREST.h"
+
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+
+#include <atomic>
+#include <chrono>
+#include <dlfcn.h>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <thread>
+
+namespace {
+
+using Poco::JSON::Array;
+using Poco::JSON::Object;
+using Arguments = std::vector<std::string>;
+
+std::vector<std::int16_t> readSamples(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    std::vector<std::int16_t> samples(bytes.size() / sizeof(std::int16_t));
+    bytes.copy(reinterpret_cast<char*>(samples.data()), samples.size() * sizeof(std::int16_t));
+    return samples;
+}
+
+template <typename Number>
+Array::Ptr toArray(const std::vector<Number>& numbers) {
+    Array::Ptr array = new Array;
+    for (const Number number : numbers)
+        array->add(number);
+    return array;
+}
+
+Array::Ptr toJson(const KsNNDB_STTClipEntry& entry) {
+    Array::Ptr segments = new Array;
+    for (const KsNNDBEntrySeg& each : entry.segments) {
+        Object::Ptr segment = new Object;
+        segment->set("segment", each.segment);
+        segment->set("transcript", each.transcript);
+        segment->set("language", each.language);
+        segment->set("speakerID", each.speakerID);
+        segment->set("starts", toArray(each.wordStartsMS));
+        segment->set("ends", toArray(each.wordEndsMS));
+        segments->add(segment);
+    }
+    return segments;
+}
+
+/// Polls an engine from a second thread, and cancels it if asked to, until destroyed.
+class Poller {
+public:
+    Poller(KsNNSpeechToTextInterface& engine, bool cancelOnProgress)
+        : mThread([this, &engine, cancelOnProgress] {
+              while (!mStop) {
+                  float progress = 0.0F;
+                  engine.GetProgress(progress, false);
+                  if (mSeen.empty() || progress != mSeen.back()) mSeen.push_back(progress);
+                  if (cancelOnProgress && progress > 0.0F) engine.Cancel(false);
+                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+              }
+          }) {}
+    Array::Ptr finish() {
+        mStop = true;
+        mThread.join();
+        return toArray(mSeen);
+    }
+
+private:
+    std::atomic<bool> mStop{false};
+    std::vector<float> mSeen;
+    std::thread mThread;
+};
+
+class Scenario {
+public:
+    Scenario(std::string engineKind, std::string modelDir, std::string logDir)
+        : mEngineKind(std::move(engineKind)), mModelDir(std::move(modelDir)), mLogDir(std::move(logDir)) {
+        makeEngine();
+    }
+
+    /// @param step Name and arguments, separated by "|".
+    void run(const std::string& step) {
+        Arguments arguments(1);
+        for (const char c : step) {
+            if (c == '|')
+                arguments.emplace_back();
+            else
+                arguments.back() += c;
+        }
+        const std::string name = arguments.front();
+        arguments.erase(arguments.begin());
+        mOutcome = new Object;
+        mOutcome->set("step", name);
+        try {
+            mOutcome->set("code", static_cast<int>(mSteps.at(name)(arguments)));
+            mOutcome->set("error", mEngine->GetErrorStr());
+        } catch (const char* raised) {
+            mOutcome->set("raised", raised);
+        }
+        mOutcome->stringify(std::cout);
+        std::cout << std::endl;
+    }
+
+private:
+    KsNN_ErrorCode makeEngine() {
+        mEngine.reset();
+        if (mEngineKind == "embedded") {
+            mEngine = std::make_unique<KsNNSpeechToTextCYTHON>(0, 0, 0, false, mModelDir, mLogDir);
+        } else {
+            mEngine = std::make_unique<KsNNSpeechToTextREST>(0, 0, 0, mModelDir);
+            mEngine->SetURI(mEngineKind.c_str());
+        }
+        return KsNN_Success;
+    }
+
+    /// Arguments: file of raw samples, clip, project, optionally the first sample's position.
+    KsNN_ErrorCode upload(const Arguments& a) {
+        const std::vector<std::int16_t> samples = readSamples(a.at(0));
+        const std::size_t start = a.size() > 3 ? std::stoul(a[3]) : 0;
+        return mEngine->ProcessAudio(samples.data(), start, samples.size(), a.at(1), a.at(2), false);
+    }
+
+    /// Arguments: clip, project, language.
+    KsNN_ErrorCode finalize(const Arguments& a) {
+        KsNNDB_STTClipEntry entry;
+        const KsNN_ErrorCode result =
+            mEngine->FinalizeTranscript(entry, 16000, a.at(0), a.at(1), "A1", a.at(2), false);
+        mOutcome->set("model", entry.model);
+        mOutcome->set("segments", toJson(entry));
+        return result;
+    }
+
+    KsNN_ErrorCode finalizePolled(const Arguments& a, bool cancel) {
+        Poller poller(*mEngine, cancel);
+        const KsNN_ErrorCode result = finalize(a);
+        mOutcome->set("progress", poller.finish());
+        return result;
+    }
+
+    KsNN_ErrorCode transcribe(const Arguments& a) {
+        KsNNTranscript transcript;
+        const KsNN_ErrorCode result =
+            mEngine->TranscribeAudio(transcript, a.at(0), {true, true, true}, 0.01F);
+        std::string text;
+        for (const KsNNTranscriptSegment& segment : transcript.segments)
+            text += segment.text + "\n";
+        mOutcome->set("text", text);
+        return result;
+    }
+
+    KsNN_ErrorCode progress() {
+        float progress = -1.0F;
+        const KsNN_ErrorCode result = mEngine->GetProgress(progress, false);
+        mOutcome->set("progress", progress);
+        return result;
+    }
+
+    KsNN_ErrorCode languages() {
+        std::vector<KsNNLanguage> languages;
+        const KsNN_ErrorCode result = mEngine->GetSupportedLanguages(languages, false);
+        Array::Ptr codes = new Array;
+        for (const KsNNLanguage& language : languages)
+            codes->add(language.code);
+        mOutcome->set("languages", codes);
+        return result;
+    }
+
+    /// Runs Python text in the interpreter, which is found as packages find it. Without one, nothing runs.
+    static KsNN_ErrorCode python(const Arguments& a) {
+        const auto initialised = reinterpret_cast<int (*)()>(dlsym(RTLD_DEFAULT, "Py_IsInitialized"));
+        const auto run =
+            reinterpret_cast<int (*)(const char*, void*)>(dlsym(RTLD_DEFAULT, "PyRun_SimpleStringFlags"));
+        const bool ran = initialised && initialised() && run(a.at(0).c_str(), nullptr) == 0;
+        return ran ? KsNN_Success : KsNN_Error;
+    }
+
+    /// Runs another step on a thread of its own.
+    KsNN_ErrorCode onAnotherThread(const Arguments& a) {
+        KsNN_ErrorCode result = KsNN_Success;
+        const char* raised = nullptr;
+        std::thread([&] {
+            try {
+                result = mSteps.at(a.at(0))({a.begin() + 1, a.end()});
+            } catch (const char* message) {
+                raised = message;
+            }
+        }).join();
+        if (raised) throw raised;
+        return result;
+    }
+
+    static KsNN_ErrorCode shutdown() {
+        KsNNSpeechToTextCYTHON::Shutdown();
+        return KsNN_Success;
+    }
+
+    using Step = std::function<KsNN_ErrorCode(const Arguments&)>;
+    const std::map<std::string, Step> mSteps{
+        {"engine", [this](const Arguments&) { return makeEngine(); }},
+        {"shutdown", [](const Arguments&) { return shutdown(); }},
+        {"early-load",
+         [](const Arguments&) {
+             return KsNNSpeechToTextCYTHON::EarlyLoadLibrary() ? KsNN_Success : KsNN_Error;
+         }},
+        {"set-model-dir", [this](const Arguments& a) { return mEngine->SetModelDir(a.at(0), false); }},
+        {"upload", [this](const Arguments& a) { return upload(a); }},
+        {"finalize", [this](const Arguments& a) { return finalize(a); }},
+        {"finalize-polled", [this](const Arguments& a) { return finalizePolled(a, false); }},
+        {"finalize-cancelled", [this](const Arguments& a) { return finalizePolled(a, true); }},
+        {"transcribe", [this](const Arguments& a) { return transcribe(a); }},
+        {"cancel", [this](const Arguments&) { return mEngine->Cancel(false); }},
+        {"progress", [this](const Arguments&) { return progress(); }},
+        {"languages", [this](const Arguments&) { return languages(); }},
+        {"python", [](const Arguments& a) { return python(a); }},
+        {"thread", [this](const Arguments& a) { return onAnotherThread(a); }},
+    };
+
+    std::string mEngineKind;
+    std::string mModelDir;
+    std::string mLogDir;
+    std::unique_ptr<KsNNSpeechToTextInterface> mEngine;
+    Object::Ptr mOutcome;
+};
+
+} // namespace
+
+/// Arguments: "embedded" or the address of a speech service, model folder, log folder, steps.
+extern "C" __attribute__((visibility("default"))) int runScenario(int count, char** arguments) {
+    if (count < 4) return 2;
+    Scenario scenario(arguments[1], arguments[2], arguments[3]);
+    for (int i = 4; i < count; ++i)
+        scenario.run(arguments[i]);
+    return 0;
+}
