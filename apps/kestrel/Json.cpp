@@ -20,7 +20,8 @@ Poco::JSON::Object::Ptr readJson(const std::filesystem::path& file) {
     try {
         return Poco::JSON::Parser().parse(readFile(file)).extract<Poco::JSON::Object::Ptr>();
     } catch (const Poco::Exception& error) {
-        throw Failure(fmt::format("{} is damaged: {}", file.string(), error.displayText()));
+        throw Failure(
+            fmt::format("{} is damaged, mend or remove it: {}", file.string(), error.displayText()));
     }
 }
 

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -21,7 +22,9 @@ constexpr std::size_t chunkSamples = std::size_t{30} * sampleRate;
 constexpr std::size_t longestPart = std::size_t{40} * 60 * sampleRate;
 constexpr std::chrono::milliseconds pollPause{300};
 
-FileLock waitForEngine(const Home& home) {
+/// The service has one progress value and one cancel request for all who use it, so one kestrel of a home
+/// uses it at a time: what is shown and cancelled is then its own.
+FileLock waitForService(const Home& home) {
     const auto file = home.root() / "transcribing.lock";
     auto lock = FileLock::tryTake(file);
     if (!lock) tell("another kestrel is transcribing; waiting for it");
@@ -126,7 +129,8 @@ void Transcriber::discardUpload(const ClipKey& key, const AudioReader& audio) {
 }
 
 KsNNDB_STTClipEntry Transcriber::transcribe(AudioReader& audio, const ClipKey& key, ProgressLine& progress) {
-    const FileLock engineLock = waitForEngine(mHome);
+    std::optional<FileLock> turn;
+    if (mKind == EngineKind::Service) turn = waitForService(mHome);
     discardUpload(key, audio);
     const double total = audio.claimedDuration() * sampleRate;
     const auto fraction = [&](std::size_t sample) {

@@ -16,9 +16,6 @@ struct ClipKey {
 };
 
 /// Transcribes clips with one engine.
-///
-/// Only one kestrel of a home transcribes at a time: the engine has one progress value and one cancel
-/// request, which would otherwise be somebody else's.
 class Transcriber {
 public:
     /// @throws Failure when the engine is not to be had or does not know the language.

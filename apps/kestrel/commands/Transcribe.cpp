@@ -70,7 +70,7 @@ public:
         } catch (const Cancelled&) {
             outcome.status = "cancelled";
             tell(fmt::format("{}  cancelled; run the same command again to take it up", title));
-        } catch (const Failure& failure) {
+        } catch (const std::exception& failure) { // of whatever kind: the other files have their turn
             outcome.status = "failed";
             outcome.error = failure.what();
             tell(fmt::format("{}  failed: {}", title, failure.what()));
