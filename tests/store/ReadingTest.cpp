@@ -1,0 +1,130 @@
+#include "tests/store/ScriptedStore.h"
+
+namespace kestrel_test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// A hit of the transcript query with the fields that every version has.
+std::string hit(int segment, const std::string& more, const std::string& ends = "[9, 20]") {
+    return R"({"_source": {"segment": )" + std::to_string(segment) +
+           R"(, "mediaGuid": "m", "transcript": "two words", "language": "en", "wordStartsMS": [0, 10], "wordEndsMS": )" +
+           ends + ", " + more + "}}";
+}
+
+const char* const kClip =
+    R"("model": "small", "clipName": "A001", "audioTracks": "1", "progressComplete": true,
+                             "clientApp": "Editor")";
+const std::string kZero =
+    R"("speakerID": "S0", "projectGuidList": ["q", "p"], "schemaVersion": 2, "projectList":
+    [{"projectGuid": "q", "projectName": "Other"}, {"projectGuid": "p", "projectName": "Film"}], )" +
+    std::string(kClip);
+const char* const kOne = R"("speakerID": "S1", "speakerGuid": "G1", "projectGuidList": ["q"])";
+
+class Reading : public ScriptedStore {
+protected:
+    KsNN_ErrorCode read(const std::string& elements, int version = 2) {
+        mServer.script({ok(), ok(), hits(elements)});
+        return mStore->GetDBContents("m", "p", mEntry, false, version);
+    }
+    KsNNDB_STTClipEntry mEntry;
+};
+
+TEST_F(Reading, VersionTwo) {
+    ASSERT_EQ(read(hit(0, kZero) + "," + hit(1, kOne)), KsNN_Success) << mStore->GetErrorStr();
+    ASSERT_EQ(mEntry.segments.size(), 2U);
+    const KsNNDBEntrySeg& zero = mEntry.segments[0];
+    EXPECT_EQ(zero.transcript, "two words");
+    EXPECT_EQ(zero.speakerID, "S0");
+    EXPECT_EQ(zero.speakerGuid, "Unk");
+    EXPECT_EQ(zero.projectGuid, "p");
+    EXPECT_THAT(zero.projectGuidList, ElementsAre("q", "p"));
+    EXPECT_THAT(zero.wordStartsMS, ElementsAre(0, 10));
+    EXPECT_THAT(zero.wordEndsMS, ElementsAre(9, 20));
+    EXPECT_EQ(mEntry.segments[1].speakerGuid, "G1");
+    EXPECT_EQ(mEntry.segments[1].projectGuid, "Unk");
+    EXPECT_EQ(mEntry.projectName, "Film");
+    EXPECT_EQ(mEntry.model + mEntry.clipName + mEntry.audioTracks + mEntry.clientApp, "smallA0011Editor");
+    EXPECT_TRUE(mEntry.progressComplete);
+
+    ASSERT_EQ(read(hit(0, kZero)), KsNN_Success);
+    EXPECT_EQ(mEntry.segments.size(), 1U);
+    EXPECT_EQ(mEntry.projects.size(), 4U);
+}
+
+TEST_F(Reading, VersionOneWithoutSpeakers) {
+    const std::string zero = R"("projectGuid": "p", "project": "Old film", )" + std::string(kClip);
+    ASSERT_EQ(read(hit(0, zero) + "," + hit(1, R"("projectGuid": "p", "speakerID": "S1")"), 1), KsNN_Success);
+    EXPECT_EQ(mEntry.projectName, "Old film");
+    EXPECT_EQ(mEntry.segments[1].projectGuid, "p");
+    EXPECT_EQ(mEntry.segments[1].speakerID, "Unk");
+    EXPECT_THAT(mEntry.projects, IsEmpty());
+}
+
+TEST_F(Reading, BrokenDocumentsAreReported) {
+    std::string versionThree = kZero;
+    versionThree.replace(versionThree.find(": 2"), 3, ": 3");
+    const std::tuple<std::string, const char*, std::size_t> cases[] = {
+        {hit(0, kZero) + "," + hit(1, kOne, "[9]"), ", KsNNDatabase::GetDBContents err: \n", 1},
+        {hit(0, versionThree), ", KsNNDatabase::GetDBContents err: schemaVersion is incorrect or missing, \n",
+         1},
+        {hit(1, R"("speakerID": "S1")"), "the answer has no \"projectGuidList\"", 0},
+        {hit(0, kZero) + "," + hit(1, R"("projectGuidList": ["p"])"), "the answer has no \"speakerID\"", 1},
+        {hit(1, kOne, R"(["x", 2])"), "\tmessage = ", 0},
+        {hit(1, kOne, R"("none")"), "\"wordEndsMS\" is not an array", 0},
+        {R"({"_id": "a"})", "the answer has no \"_source\"", 0},
+        {"17", "\tmessage = ", 0},
+    };
+    for (const auto& [elements, report, kept] : cases) {
+        EXPECT_EQ(read(elements), KsNN_Error) << elements;
+        EXPECT_THAT(mStore->GetErrorStr(), HasSubstr(report));
+        EXPECT_EQ(mEntry.segments.size(), kept) << elements;
+    }
+}
+
+class SearchAnswers : public ScriptedStore {
+protected:
+    KsNN_ErrorCode search(const std::string& elements, float threshold = 0.6F) {
+        mServer.script({ok(), ok(), hits(elements)});
+        return mStore->Search(" Rich peeple!", "p", threshold, mResults, 0, false);
+    }
+    static std::string segment(const std::string& text, const std::string& starts, const std::string& ends) {
+        return R"({"_source": {"mediaGuid": "m", "transcript": ")" + text +
+               R"(", "language": "en", "wordStartsMS": )" + starts + R"(, "wordEndsMS": )" + ends + "}}";
+    }
+    std::vector<KsNNSearchResults> mResults;
+};
+
+TEST_F(SearchAnswers, BecomeHitsWithTheTimeOfTheirFirstWord) {
+    mResults.resize(1);
+    ASSERT_EQ(search(segment("filthy rich people, oh rich people ", "[0,1,2,3,4,5]", "[10,11,12,13,14,15]") +
+                     "," + segment("", "[]", "[]") + "," + segment("nothing like it", "[0]", "[1]") + "," +
+                     segment("filthy rich people", "[7]", "[8]")),
+              KsNN_Success);
+    ASSERT_EQ(mResults.size(), 4U);
+    EXPECT_EQ(mResults[1].text, "filthy rich people, oh rich people ");
+    EXPECT_EQ(mResults[1].mediaGuid + mResults[1].projectGuid + mResults[1].detail, "mp");
+    EXPECT_NEAR(mResults[1].score, 0.9091F, 0.001F);
+    EXPECT_EQ(mResults[1].startMS, 1.0F);
+    EXPECT_EQ(mResults[1].endMS, 11.0F);
+    EXPECT_EQ(mResults[2].startMS, 4.0F);
+    // More words than times: the time of the segment's first word.
+    EXPECT_EQ(mResults[3].startMS, 7.0F);
+}
+
+TEST_F(SearchAnswers, BrokenDocumentsKeepEarlierHits) {
+    const std::string good = segment("rich people", "[1,2]", "[3,4]");
+    EXPECT_EQ(search(good + "," + segment("rich people", "[]", "[]")), KsNN_Error);
+    EXPECT_THAT(mStore->GetErrorStr(), HasSubstr(", KsNNDatabase::Search err: \n"));
+    EXPECT_EQ(mResults.size(), 1U);
+    EXPECT_EQ(search(good + "," + R"({"_source": {"transcript": "rich people", "language": "en"}})"),
+              KsNN_Error);
+    EXPECT_THAT(mStore->GetErrorStr(), HasSubstr("the answer has no \"mediaGuid\""));
+    EXPECT_THAT(mStore->GetErrorStr(), testing::Not(HasSubstr("Search err")));
+    EXPECT_EQ(mResults.size(), 2U);
+}
+
+} // namespace
+} // namespace kestrel_test
