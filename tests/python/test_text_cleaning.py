@@ -106,7 +106,7 @@ def test_audio_descriptions(text_module: Any, text: str, words: list[str], clean
     [
         ("你好。我很好。", "zh", "你好。#我#很好。"),
         ("「はい」、そうです", "ja", "「#はい」、#そう#です"),
-        ("𠮷野家です", "ja", "𠮷#野#家#です"),
+        ("𠮷野家です", "ja", "𠮷#野家#です"),
         ("hello, world", "en", "hello, #world"),
         ("", "ja", ""),
     ],
