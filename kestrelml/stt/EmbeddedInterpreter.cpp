@@ -30,9 +30,10 @@ std::string errorLogPath(const std::string& logDirectory) {
     return logDirectory + "PythonStdErr.txt";
 }
 
-/// For failures that leave no interpreter to write the reason.
-void writeErrorLog(const std::string& logDirectory, const std::string& reason) {
-    std::ofstream(platform::pathFromUtf8(errorLogPath(logDirectory))) << reason << '\n';
+/// For failures that leave no interpreter to write the reason. What the log holds already may be the cause,
+/// and stays.
+void addToErrorLog(const std::string& logDirectory, const std::string& reason) {
+    std::ofstream(platform::pathFromUtf8(errorLogPath(logDirectory)), std::ios::app) << reason << '\n';
 }
 
 std::string pythonLiteral(const std::string& text) {
@@ -119,25 +120,25 @@ PyStatus initialiseInterpreter(const fs::path& modules) {
 InterpreterStart startInterpreter(const std::string& logDirectory) {
     if (Py_IsInitialized()) return {true, nullptr};
     if (state == State::Failed) {
-        writeErrorLog(logDirectory,
+        addToErrorLog(logDirectory,
                       "The interpreter failed to start earlier in this process. Restart the host.");
         return {};
     }
     const fs::path modules = platform::executableDirectory() / "PythonModules";
     if (!fs::is_directory(modules)) {
-        writeErrorLog(logDirectory,
+        addToErrorLog(logDirectory,
                       "There is no folder " + modules.string() + " to start the interpreter from.");
         return {};
     }
     state = State::Failed;
     if (PyImport_AppendInittab(kModuleName, PyInit_KestrelMLCythonAutoGen) != 0) {
-        writeErrorLog(logDirectory, "The built-in module could not be registered: out of memory.");
+        addToErrorLog(logDirectory, "The built-in module could not be registered: out of memory.");
         return {};
     }
     platform::exposeInterpreterSymbols(kInterpreterLibrary);
     const PyStatus status = initialiseInterpreter(modules);
     if (PyStatus_Exception(status)) {
-        writeErrorLog(logDirectory, std::string("The interpreter does not start from ") + modules.string() +
+        addToErrorLog(logDirectory, std::string("The interpreter does not start from ") + modules.string() +
                                         ": " + (status.err_msg ? status.err_msg : "unknown error"));
         return {};
     }

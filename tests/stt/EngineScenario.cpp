@@ -84,7 +84,7 @@ class Scenario {
 public:
     Scenario(std::string engineKind, std::string modelDir, std::string logDir)
         : mEngineKind(std::move(engineKind)), mModelDir(std::move(modelDir)), mLogDir(std::move(logDir)) {
-        makeEngine();
+        replaceEngine();
     }
 
     /// @param step Name and arguments, separated by "|".
@@ -111,14 +111,16 @@ public:
     }
 
 private:
-    KsNN_ErrorCode makeEngine() {
-        mEngine.reset();
-        if (mEngineKind == "embedded") {
-            mEngine = std::make_unique<KsNNSpeechToTextCYTHON>(0, 0, 0, false, mModelDir, mLogDir);
-        } else {
-            mEngine = std::make_unique<KsNNSpeechToTextREST>(0, 0, 0, mModelDir);
-            mEngine->SetURI(mEngineKind.c_str());
-        }
+    std::unique_ptr<KsNNSpeechToTextInterface> newEngine() const {
+        if (mEngineKind == "embedded")
+            return std::make_unique<KsNNSpeechToTextCYTHON>(0, 0, 0, false, mModelDir, mLogDir);
+        auto engine = std::make_unique<KsNNSpeechToTextREST>(0, 0, 0, mModelDir);
+        engine->SetURI(mEngineKind.c_str());
+        return engine;
+    }
+
+    KsNN_ErrorCode replaceEngine() {
+        mEngine = newEngine();
         return KsNN_Success;
     }
 
@@ -140,7 +142,9 @@ private:
     }
 
     KsNN_ErrorCode finalizePolled(const Arguments& a, bool cancel) {
-        Poller poller(*mEngine, cancel);
+        // The embedded engine may be polled itself; an object of the other kind belongs to one thread.
+        const auto other = mEngineKind == "embedded" ? nullptr : newEngine();
+        Poller poller(other ? *other : *mEngine, cancel);
         const KsNN_ErrorCode result = finalize(a);
         mOutcome->set("progress", poller.finish());
         return result;
@@ -205,7 +209,7 @@ private:
 
     using Step = std::function<KsNN_ErrorCode(const Arguments&)>;
     const std::map<std::string, Step> mSteps{
-        {"engine", [this](const Arguments&) { return makeEngine(); }},
+        {"engine", [this](const Arguments&) { return replaceEngine(); }},
         {"shutdown", [](const Arguments&) { return shutdown(); }},
         {"early-load",
          [](const Arguments&) {
