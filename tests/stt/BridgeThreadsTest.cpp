@@ -30,10 +30,11 @@ std::vector<std::int16_t> recording(const std::string& name) {
     return samples;
 }
 
-/// Two sentences with a pause between, so that there is progress to see before the end.
+/// Two sentences with three seconds between, which the recogniser takes one by one: there is progress to see
+/// before the end.
 std::vector<std::int16_t> twoSentences() {
     std::vector<std::int16_t> samples = recording("librivox_2.wav");
-    samples.resize(samples.size() + 16000);
+    samples.resize(samples.size() + 48000);
     const std::vector<std::int16_t> second = recording("librivox_5.wav");
     samples.insert(samples.end(), second.begin(), second.end());
     return samples;
