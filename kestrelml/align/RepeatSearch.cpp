@@ -53,20 +53,18 @@ std::vector<std::int32_t> RepeatSearch::sortedRanks(const TextRange& range) cons
 
 RepeatSearch::Region RepeatSearch::open(const TextRange& range) {
     Region region{range, {}};
-    std::int32_t previousRank = kNone;
     std::int32_t previous = kNone;
     for (const std::int32_t rank : sortedRanks(range)) {
-        const std::int32_t place = mTree.placeOfRank(rank);
-        link(place) = {previous, kNone, RepeatTree::kRoot};
+        RepeatTree::Node node = RepeatTree::kRoot;
         if (previous != kNone) {
-            link(previous).next = place;
-            link(place).node = mTree.nodeBetween(previousRank, rank);
-            if (mTree.isInA(previous) != mTree.isInA(place) && link(place).node != RepeatTree::kRoot) {
-                region.candidates.push_back({mTree.depth(link(place).node), range.aBegin, link(place).node});
+            link(previous).next = rank;
+            node = mTree.nodeBetween(previous, rank);
+            if (node != RepeatTree::kRoot && isInA(previous) != isInA(rank)) {
+                region.candidates.push_back({mTree.depth(node), range.aBegin, node});
             }
         }
-        previous = place;
-        previousRank = rank;
+        link(rank) = {previous, kNone, node};
+        previous = rank;
     }
     std::make_heap(region.candidates.begin(), region.candidates.end());
     return region;
@@ -77,7 +75,7 @@ void RepeatSearch::narrow(Region& region, const TextRange& part) {
     region.range = part;
     const auto unlinkPlaces = [&](std::int32_t begin, std::int32_t end) {
         for (std::int32_t place = begin; place < end; ++place)
-            unlink(place, region);
+            unlink(mTree.rankOf(place), region);
     };
     unlinkPlaces(whole.aBegin, part.aBegin);
     unlinkPlaces(part.aEnd, whole.aEnd);
@@ -86,15 +84,14 @@ void RepeatSearch::narrow(Region& region, const TextRange& part) {
     unlinkPlaces(startOfB + part.bEnd, startOfB + whole.bEnd);
 }
 
-void RepeatSearch::unlink(std::int32_t place, Region& region) {
-    const Link gone = link(place);
+void RepeatSearch::unlink(std::int32_t rank, Region& region) {
+    const Link gone = link(rank);
     if (gone.previous != kNone) link(gone.previous).next = gone.next;
     if (gone.next == kNone) return;
     Link& next = link(gone.next);
     next.previous = gone.previous;
     if (mTree.depth(gone.node) < mTree.depth(next.node)) next.node = gone.node;
-    if (gone.previous != kNone && mTree.isInA(gone.previous) != mTree.isInA(gone.next) &&
-        next.node != RepeatTree::kRoot) {
+    if (next.node != RepeatTree::kRoot && isInA(gone.previous) != isInA(gone.next)) {
         push(region.candidates, {mTree.depth(next.node), region.range.aBegin, next.node});
     }
 }

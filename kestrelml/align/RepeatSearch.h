@@ -50,18 +50,18 @@ public:
 
 private:
     struct Link {
-        std::int32_t previous;
-        std::int32_t next;
+        std::int32_t previous; ///< rank
+        std::int32_t next;     ///< rank
         RepeatTree::Node node; ///< between the previous place and this
     };
 
     std::vector<std::int32_t> sortedRanks(const TextRange& range) const;
-    void unlink(std::int32_t place, Region& region);
-    Link& link(std::int32_t place) { return mLinks[static_cast<std::size_t>(place)]; }
-    const Link& link(std::int32_t place) const { return mLinks[static_cast<std::size_t>(place)]; }
+    void unlink(std::int32_t rank, Region& region);
+    bool isInA(std::int32_t rank) const { return mTree.isInA(mTree.placeOfRank(rank)); }
+    Link& link(std::int32_t rank) { return mLinks[static_cast<std::size_t>(rank)]; }
 
     const RepeatTree& mTree;
-    std::vector<Link> mLinks; ///< of each place
+    std::vector<Link> mLinks; ///< of each place, by rank: neighbours are near each other in memory, too
 };
 
 } // namespace kestrelml::detail

@@ -6,21 +6,26 @@
 namespace kestrelml::detail {
 namespace {
 
-constexpr std::int64_t kMostPairs = 128 * 128;
-constexpr std::size_t kLanes = 16; // a fixed number lets the compiler use vector instructions
+// Work on a fixed number of units at a time, in variables of its own, lets the compiler use vector
+// instructions.
+using Lanes = std::array<std::int16_t, 16>;
 
 /// Computes the runs that end at a unit equal to `unit`, and returns the longest.
 std::int16_t extendRuns(char16_t unit, std::u16string_view b, const std::int16_t* before,
                         std::int16_t* runs) {
-    std::array<std::int16_t, kLanes> longest{};
+    const char16_t* units = b.data();
+    Lanes longest{};
     std::size_t j = 0;
-    for (; j + kLanes <= b.size(); j += kLanes) {
-        for (std::size_t k = 0; k < kLanes; ++k) {
-            const auto extended = static_cast<std::int16_t>(before[j + k] + 1);
-            const std::int16_t run = b[j + k] == unit ? extended : std::int16_t{0};
-            runs[j + k + 1] = run;
-            longest[k] = run > longest[k] ? run : longest[k];
+    for (; j + longest.size() <= b.size(); j += longest.size()) {
+        Lanes extended;
+        for (std::size_t k = 0; k < extended.size(); ++k) {
+            const auto run = static_cast<std::int16_t>(before[j + k] + 1);
+            extended[k] = units[j + k] == unit ? run : std::int16_t{0};
         }
+        for (std::size_t k = 0; k < extended.size(); ++k) {
+            longest[k] = extended[k] > longest[k] ? extended[k] : longest[k];
+        }
+        std::copy(extended.begin(), extended.end(), runs + j + 1);
     }
     std::int16_t most = *std::max_element(longest.begin(), longest.end());
     for (; j < b.size(); ++j) {
@@ -31,10 +36,6 @@ std::int16_t extendRuns(char16_t unit, std::u16string_view b, const std::int16_t
 }
 
 } // namespace
-
-bool RunLengthSearch::suits(const TextRange& range) {
-    return std::int64_t{range.aSize()} * range.bSize() <= kMostPairs;
-}
 
 MatchingBlock RunLengthSearch::longest(const TextRange& range) {
     const std::u16string_view b =

@@ -12,8 +12,8 @@ namespace kestrelml::detail {
 /// Finds the longest common block of a small range by comparing every unit with every other.
 class RunLengthSearch {
 public:
-    /// True for ranges that this search takes, and is the fastest for.
-    static bool suits(const TextRange& range);
+    /// As many pairs of units are compared sooner than a `RepeatSearch` is begun.
+    static constexpr std::int64_t kMostPairs = 192 * 192;
 
     RunLengthSearch(std::u16string_view a, std::u16string_view b) : mA(a), mB(b) {}
 

@@ -15,10 +15,11 @@ namespace {
 /// each unit is begun at most log n times, however lopsided the splits are.
 class BlockCollector {
 public:
-    BlockCollector(std::u16string_view a, std::u16string_view b) : mRunLengths(a, b) {
+    BlockCollector(std::u16string_view a, std::u16string_view b, std::int64_t mostPairs)
+        : mMostPairs(mostPairs), mRunLengths(a, b) {
         const TextRange whole{0, static_cast<std::int32_t>(a.size()), 0, static_cast<std::int32_t>(b.size())};
         if (!whole.canMatch()) return;
-        if (!RunLengthSearch::suits(whole)) mRepeats.emplace(mTree.emplace(a, b));
+        if (!isSmall(whole)) mRepeats.emplace(mTree.emplace(a, b));
         mPending.push_back({whole, std::nullopt});
     }
 
@@ -40,8 +41,12 @@ private:
         std::optional<RepeatSearch::Region> region;
     };
 
+    bool isSmall(const TextRange& range) const {
+        return std::int64_t{range.aSize()} * range.bSize() <= mMostPairs;
+    }
+
     MatchingBlock longest(Task& task) {
-        if (RunLengthSearch::suits(task.range)) return mRunLengths.longest(task.range);
+        if (isSmall(task.range)) return mRunLengths.longest(task.range);
         if (!task.region) task.region = mRepeats->open(task.range);
         return mRepeats->longest(*task.region);
     }
@@ -59,7 +64,7 @@ private:
 
     void addLarger(Task&& task, const TextRange& part) {
         const bool mostIsLeft = part.size() > task.range.size() / 3;
-        if (task.region && mostIsLeft && !RunLengthSearch::suits(part)) {
+        if (task.region && mostIsLeft && !isSmall(part)) {
             mRepeats->narrow(*task.region, part);
             mPending.push_back({part, std::move(task.region)});
         } else {
@@ -67,6 +72,7 @@ private:
         }
     }
 
+    std::int64_t mMostPairs;
     RunLengthSearch mRunLengths;
     std::optional<RepeatTree> mTree;
     std::optional<RepeatSearch> mRepeats;
@@ -91,7 +97,12 @@ std::vector<MatchingBlock> mergeBlocks(const std::vector<MatchingBlock>& blocks)
 } // namespace
 
 std::vector<MatchingBlock> findMatchingBlocks(std::u16string_view a, std::u16string_view b) {
-    std::vector<MatchingBlock> blocks = BlockCollector(a, b).collect();
+    return findMatchingBlocks(a, b, RunLengthSearch::kMostPairs);
+}
+
+std::vector<MatchingBlock> findMatchingBlocks(std::u16string_view a, std::u16string_view b,
+                                              std::int64_t mostPairs) {
+    std::vector<MatchingBlock> blocks = BlockCollector(a, b, mostPairs).collect();
     std::sort(blocks.begin(), blocks.end(),
               [](const MatchingBlock& x, const MatchingBlock& y) { return x.a < y.a; });
     blocks = mergeBlocks(blocks);
