@@ -36,6 +36,11 @@ struct Opcode {
 /// of it and right of it. Time grows as n log^2 n or better on any input known to us, memory linearly.
 std::vector<MatchingBlock> findMatchingBlocks(std::u16string_view a, std::u16string_view b);
 
+/// The same with another limit on the number of pairs of units up to which a range is searched pair by pair.
+/// Tests set 0, to have the search for larger ranges do all the work.
+std::vector<MatchingBlock> findMatchingBlocks(std::u16string_view a, std::u16string_view b,
+                                              std::int64_t mostPairs);
+
 /// Returns the steps from `a` to `b` that the blocks, sentinel included, leave.
 std::vector<Opcode> toOpcodes(const std::vector<MatchingBlock>& blocks);
 
