@@ -10,8 +10,9 @@ from collections.abc import Mapping
 from pathlib import Path
 from typing import Any
 
-BIN = Path(os.environ["KESTREL_BUILD_BIN"])
-DEPS = Path(os.environ["KESTREL_DEPS_DIR"])
+ROOT = Path(__file__).resolve().parents[2]
+BIN = Path(os.environ.get("KESTREL_BUILD_BIN", ROOT / "build" / "bin"))
+DEPS = Path(os.environ.get("KESTREL_DEPS_DIR", ROOT / ".deps"))
 MODELS = DEPS / "models"
 
 Outcome = dict[str, Any]
