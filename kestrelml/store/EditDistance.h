@@ -1,11 +1,39 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 namespace kestrelml::detail {
 
-/// Levenshtein distance over UTF-16 units: unit cost for insertion, deletion and substitution.
-std::size_t editDistance(std::u16string_view a, std::u16string_view b);
+/// Levenshtein distances of many texts to one phrase: unit cost for insertion, deletion and substitution of a
+/// UTF-16 unit. Computes 64 rows of the usual table at once (Myers 1999, in blocks as by Hyyrö 2003).
+class EditDistance {
+public:
+    /// A text in the phrase's own numbering of units.
+    using Encoded = std::vector<std::uint32_t>;
+    using EncodedView = std::span<const std::uint32_t>;
+
+    explicit EditDistance(std::u16string_view phrase);
+
+    Encoded encode(std::u16string_view text) const;
+
+    /// Returns the distance between the phrase and `text` if it is at most `most`, else any number above
+    /// `most`.
+    std::size_t to(EncodedView text, std::size_t most) const;
+
+    /// Returns, for each n from 0 to the size of `text`, the smallest distance between the phrase and any
+    /// piece of `text` that ends before unit n, the empty piece included.
+    std::vector<std::size_t> toPiecesEndingAt(EncodedView text) const;
+
+private:
+    std::size_t mLength;
+    std::size_t mBlocks;
+    std::unordered_map<char16_t, std::uint32_t> mNumbers; ///< from 1; 0 is any unit that the phrase has not
+    std::vector<std::uint64_t> mPlaces; ///< for each number, its places in the phrase as bits
+};
 
 } // namespace kestrelml::detail

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace kestrelml::detail {
@@ -18,9 +19,6 @@ struct JoinedWords {
     std::vector<std::size_t> ends;
 
     std::size_t count() const { return starts.size(); }
-    std::u16string_view run(std::size_t first, std::size_t length) const {
-        return std::u16string_view(text).substr(starts[first], ends[first + length - 1] - starts[first]);
-    }
 };
 
 JoinedWords joinWords(const icu::Transliterator* transliterator, const icu::UnicodeString& text,
@@ -42,6 +40,49 @@ float scoreOf(std::size_t distance, std::size_t length) {
     return std::clamp(1.0F - static_cast<float>(distance) / static_cast<float>(length), 0.0F, 1.0F);
 }
 
+/// Scores pieces of a text against a phrase.
+class RunScorer {
+public:
+    RunScorer(std::u16string_view phrase, std::u16string_view text)
+        : mPhraseLength(phrase.size()), mDistance(phrase), mText(mDistance.encode(text)),
+          mLeast(mDistance.toPiecesEndingAt(mText)) {}
+
+    /// Returns the score of a piece if it is good enough. `goodEnough` must hold for any score above one for
+    /// which it holds.
+    template <typename GoodEnough>
+    std::optional<float> score(std::size_t start, std::size_t end, GoodEnough goodEnough) const {
+        const std::size_t length = std::max(end - start, mPhraseLength);
+        const auto holds = [&](std::size_t distance) { return goodEnough(scoreOf(distance, length)); };
+        // Most pieces are far from the phrase wherever they begin, and need no look of their own.
+        if (!holds(mLeast[end])) return std::nullopt;
+        const std::size_t most = largestThatHolds(mLeast[end], length, holds);
+        const std::size_t distance =
+            mDistance.to(EditDistance::EncodedView(mText).subspan(start, end - start), most);
+        if (distance > most) return std::nullopt;
+        return scoreOf(distance, length);
+    }
+
+private:
+    /// `holds` is true for `low`, and for no number above one for which it is false.
+    template <typename Holds>
+    static std::size_t largestThatHolds(std::size_t low, std::size_t high, Holds holds) {
+        while (low < high) {
+            const std::size_t middle = high - (high - low) / 2;
+            if (holds(middle)) {
+                low = middle;
+            } else {
+                high = middle - 1;
+            }
+        }
+        return low;
+    }
+
+    std::size_t mPhraseLength;
+    EditDistance mDistance;
+    EditDistance::Encoded mText;
+    std::vector<std::size_t> mLeast; ///< distance of the nearest piece that ends there
+};
+
 } // namespace
 
 void appendNormalizedWords(const icu::Transliterator* transliterator, const icu::UnicodeString& text,
@@ -57,31 +98,29 @@ void findBestStartingWords(const icu::Transliterator* transliterator, const icu:
                            std::vector<int>& startWords, std::vector<float>& scores) {
     const JoinedWords words = joinWords(transliterator, text, language);
     const JoinedWords wanted = joinWords(transliterator, phrase, language);
-    const auto score = [&](std::u16string_view candidate) {
-        return scoreOf(editDistance(candidate, wanted.text), std::max(candidate.size(), wanted.text.size()));
-    };
+    RunScorer scorer(wanted.text, words.text);
     if (wanted.count() >= words.count()) {
-        const float whole = score(words.text);
-        if (whole >= threshold) {
-            startWords.push_back(0);
-            scores.push_back(whole);
-        }
+        const auto score = scorer.score(0, words.text.size(), [&](float s) { return s >= threshold; });
+        if (!score) return;
+        startWords.push_back(0);
+        scores.push_back(*score);
         return;
     }
     if (wanted.count() == 0) return;
     for (std::size_t i = 0; i + wanted.count() <= words.count(); ++i) {
-        const float s = score(words.run(i, wanted.count()));
-        if (!(s >= threshold)) continue;
         const int start = static_cast<int>(i);
-        if (!startWords.empty() && start - startWords.back() < static_cast<int>(wanted.count())) {
-            if (s > scores.back()) {
-                startWords.back() = start;
-                scores.back() = s;
-            }
-        } else {
-            startWords.push_back(start);
-            scores.push_back(s);
+        const bool overlaps =
+            !startWords.empty() && start - startWords.back() < static_cast<int>(wanted.count());
+        const auto score = scorer.score(words.starts[i], words.ends[i + wanted.count() - 1], [&](float s) {
+            return s >= threshold && (!overlaps || s > scores.back());
+        });
+        if (!score) continue;
+        if (overlaps) {
+            startWords.pop_back();
+            scores.pop_back();
         }
+        startWords.push_back(start);
+        scores.push_back(*score);
     }
 }
 
