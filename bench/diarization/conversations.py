@@ -1,0 +1,112 @@
+"""Cuts conversations together from recordings of single voices, and knows who speaks when."""
+
+from __future__ import annotations
+
+import random
+import wave
+from collections.abc import Sequence
+from dataclasses import dataclass
+from pathlib import Path
+
+import numpy as np
+import numpy.typing as npt
+
+SAMPLE_RATE = 16000
+
+Audio = npt.NDArray[np.float32]
+
+_SHORT_ANSWER = 1.5
+_NOISE_DB = -60.0
+
+
+@dataclass(frozen=True)
+class Turn:
+    begin: float
+    end: float
+    speaker: str
+
+
+@dataclass(frozen=True)
+class Conversation:
+    name: str
+    audio: Audio
+    turns: Sequence[Turn]
+
+    @property
+    def seconds(self) -> float:
+        return len(self.audio) / SAMPLE_RATE
+
+    @property
+    def speakers(self) -> set[str]:
+        return {turn.speaker for turn in self.turns}
+
+
+class Voice:
+    """The recordings of one voice, handed out in random order, each once before any comes again."""
+
+    def __init__(self, folder: Path, chance: random.Random) -> None:
+        clips = [_read(path) for path in sorted(folder.glob("*.wav"))]
+        self.name = folder.name
+        self._clips = [clip for clip in clips if len(clip) >= _SHORT_ANSWER * SAMPLE_RATE]
+        self._answers = [clip for clip in clips if len(clip) < _SHORT_ANSWER * SAMPLE_RATE]
+        self._chance = chance
+        self._queue: list[Audio] = []
+
+    def speak(self, seconds: float) -> Audio:
+        """About so many seconds of speech: clips with short breaths between them."""
+        pieces = [self._next()]
+        while sum(len(piece) for piece in pieces) < seconds * SAMPLE_RATE:
+            pieces += [_silence(self._chance.uniform(0.15, 0.5)), self._next()]
+        return np.concatenate(pieces)
+
+    def answer(self) -> Audio:
+        if self._answers:
+            return self._chance.choice(self._answers)
+        return self._next()[: int(self._chance.uniform(0.7, _SHORT_ANSWER) * SAMPLE_RATE)]
+
+    def _next(self) -> Audio:
+        if not self._queue:
+            self._queue = self._chance.sample(self._clips, len(self._clips))
+        return self._queue.pop()
+
+
+def converse(name: str, folders: Sequence[Path], seconds: float, seed: int) -> Conversation:
+    """Everyone speaks at least thrice; a quarter of the turns are short answers; loudness and pauses vary."""
+    chance = random.Random(seed)
+    voices = [Voice(folder, chance) for folder in folders]
+    loudness = {voice.name: chance.uniform(-12, 0) for voice in voices}
+    order = [voice for _ in range(3) for voice in chance.sample(voices, len(voices))]
+    pieces: list[Audio] = []
+    turns: list[Turn] = []
+    position, last = 0, ""
+    while order or position < seconds * SAMPLE_RATE:
+        voice = order.pop() if order else chance.choice(voices)
+        if voice.name == last and len(voices) > 1:
+            voice = chance.choice([other for other in voices if other.name != last])
+        last = voice.name
+        spoken = voice.answer() if chance.random() < 0.25 else voice.speak(chance.uniform(2, 9))
+        spoken = _at_level(spoken, loudness[voice.name] + chance.uniform(-4, 4))
+        pause = _silence(chance.uniform(2.5, 4) if chance.random() < 0.1 else chance.uniform(0.1, 1.2))
+        pieces += [spoken, pause]
+        turns.append(Turn(position / SAMPLE_RATE, (position + len(spoken)) / SAMPLE_RATE, voice.name))
+        position += len(spoken) + len(pause)
+    audio = np.concatenate(pieces)
+    noise = np.random.default_rng(seed).standard_normal(len(audio)) * 10 ** (_NOISE_DB / 20)
+    return Conversation(name, (audio + noise).astype(np.float32), turns)
+
+
+def _read(path: Path) -> Audio:
+    with wave.open(str(path), "rb") as file:
+        samples = np.frombuffer(file.readframes(file.getnframes()), "<i2")
+    return samples.astype(np.float32) / 32768
+
+
+def _silence(seconds: float) -> Audio:
+    return np.zeros(int(seconds * SAMPLE_RATE), np.float32)
+
+
+def _at_level(audio: Audio, decibels: float) -> Audio:
+    """Scaled so that its loud parts lie so far below a common level."""
+    level = float(np.sqrt(np.mean(audio**2))) + 1e-9
+    scaled: Audio = np.clip(audio * (0.1 * 10 ** (decibels / 20) / level), -1, 1).astype(np.float32)
+    return scaled
