@@ -30,7 +30,8 @@ void transliterate(const icu::Transliterator& transliterator, icu::UnicodeString
 icu::Transliterator* createSearchTransliterator() {
     UErrorCode status = U_ZERO_ERROR;
     UParseError where{};
-    auto* spaces = icu::Transliterator::createFromRules(kSpacesId, kSpacesRule, UTRANS_FORWARD, where, status);
+    auto* spaces =
+        icu::Transliterator::createFromRules(kSpacesId, kSpacesRule, UTRANS_FORWARD, where, status);
     if (U_FAILURE(status) || spaces == nullptr) return nullptr;
     icu::Transliterator::registerInstance(spaces); // takes it over
     return icu::Transliterator::createInstance(kSearchId, UTRANS_FORWARD, status);
