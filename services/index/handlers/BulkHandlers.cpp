@@ -1,0 +1,193 @@
+#include "handlers/DocumentWrites.h"
+#include "handlers/Handlers.h"
+#include "http/ApiError.h"
+
+#include <fmt/format.h>
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace kestrel {
+
+namespace {
+
+/// Documents of one transaction: large enough to be quick, small enough that others get their turn.
+constexpr std::size_t documentsAtOnce = 2000;
+
+/// One action of a bulk request. An action that fails does not disturb the others.
+struct Action {
+    std::string kind;
+    IndexPtr index;
+    std::string indexName;
+    std::string id;
+    std::optional<NewDocument> document; ///< create, index
+    std::optional<Update> update;
+    std::optional<ApiError> error;
+    WriteResult result;
+
+    Json item() const {
+        if (error)
+            return {{kind,
+                     {{"_index", indexName},
+                      {"_id", id},
+                      {"status", error->status()},
+                      {"error", error->cause()}}}};
+        Json shown = result.toJson();
+        shown["status"] = result.status();
+        return {{kind, std::move(shown)}};
+    }
+};
+
+class BulkRequest {
+public:
+    BulkRequest(const Services& services, const Request& request, std::string defaultIndex)
+        : services_(services), request_(request), defaultIndex_(std::move(defaultIndex)) {
+        if (request.body.empty()) throw ApiError(400, "parse_exception", "request body is required");
+        if (request.body.back() != '\n')
+            throw illegalArgument("The bulk request must be terminated by a newline [\\n]");
+        parse();
+    }
+
+    Answer run() {
+        const Stopwatch stopwatch;
+        for (std::size_t start = 0; start < actions_.size(); start += documentsAtOnce) {
+            const std::size_t end = std::min(start + documentsAtOnce, actions_.size());
+            try {
+                services_.writes.run([&](WriteBatch& batch) {
+                    for (std::size_t i = start; i < end; ++i)
+                        apply(batch, actions_[i]);
+                });
+            } catch (const ApiError& e) {
+                for (std::size_t i = start; i < end; ++i)
+                    actions_[i].error = e;
+            }
+        }
+        bool errors = false;
+        Json items = Json::array();
+        for (const Action& action : actions_) {
+            errors = errors || action.error;
+            items.push_back(action.item());
+        }
+        return Answer::json(
+            {{"errors", errors}, {"took", stopwatch.milliseconds()}, {"items", std::move(items)}});
+    }
+
+private:
+    std::optional<std::string_view> nextLine() {
+        const std::string_view body = request_.body;
+        if (position_ >= body.size()) return std::nullopt;
+        const std::size_t end = body.find('\n', position_);
+        const std::string_view line = body.substr(position_, end - position_);
+        position_ = end + 1;
+        ++line_;
+        return line;
+    }
+
+    void parse() {
+        while (const auto line = nextLine()) {
+            if (line->find_first_not_of(" \t\r") == std::string_view::npos) continue;
+            const Json action = parseJson(*line);
+            if (!action.is_object() || action.size() != 1 || !action.begin().value().is_object())
+                throw illegalArgument(
+                    fmt::format("Malformed action/metadata line [{}], expected one action", line_));
+            parseAction(action.begin().key(), action.begin().value());
+        }
+        if (actions_.empty())
+            throw ApiError(400, "action_request_validation_exception",
+                           "Validation Failed: 1: no requests added;");
+    }
+
+    void parseAction(const std::string& kind, const Json& meta) {
+        if (kind != "create" && kind != "index" && kind != "delete" && kind != "update")
+            throw illegalArgument(
+                fmt::format("Malformed action/metadata line [{}], expected field [create], [delete], "
+                            "[index] or [update] but found [{}]",
+                            line_, kind));
+        Action action;
+        action.kind = kind;
+        action.indexName = defaultIndex_;
+        for (const auto& [key, value] : meta.items()) {
+            if (key == "_index" && value.is_string())
+                action.indexName = value;
+            else if (key == "_id" && value.is_string())
+                action.id = value;
+            else
+                throw illegalArgument(
+                    fmt::format("Action/metadata line [{}] contains an unknown parameter [{}]", line_, key));
+        }
+        if (action.indexName.empty())
+            throw ApiError(400, "action_request_validation_exception",
+                           "Validation Failed: 1: index is missing;");
+        const auto source = kind == "delete" ? std::optional(std::string_view()) : nextLine();
+        if (!source)
+            throw illegalArgument(
+                fmt::format("Malformed action/metadata line [{}]: its document is missing", line_));
+        try {
+            prepare(action, *source);
+        } catch (const ApiError& e) {
+            action.error = e;
+        }
+        actions_.push_back(std::move(action));
+    }
+
+    void prepare(Action& action, std::string_view source) {
+        const Right right = action.kind == "delete"   ? rightDeleteDocument
+                            : action.kind == "create" ? rightCreateDocument
+                                                      : rightWriteDocument;
+        request_.user->require(right, action.indexName, "indices:data/write/bulk[s]");
+        if (action.id.empty()) {
+            if (action.kind == "delete" || action.kind == "update")
+                throw ApiError(400, "action_request_validation_exception",
+                               "Validation Failed: 1: an id must be provided;");
+            action.id = makeDocumentId();
+        }
+        checkDocumentId(action.id);
+        action.index = services_.catalogue.find(action.indexName);
+        if (!action.index) {
+            request_.user->require(rightCreateIndex, action.indexName, "indices:admin/auto_create");
+            action.index = services_.catalogue.getOrCreate(action.indexName);
+        }
+        if (action.kind == "update")
+            action.update.emplace(parseJson(source));
+        else if (action.kind != "delete")
+            action.document = NewDocument::parse(*action.index, action.id, source);
+    }
+
+    static void apply(WriteBatch& batch, Action& action) {
+        if (!action.index || (action.kind != "delete" && !action.document && !action.update)) return;
+        action.error.reset();
+        try {
+            if (action.kind == "delete")
+                action.result = deleteDocument(batch, action.index, action.id);
+            else if (action.update)
+                action.result = action.update->apply(batch, action.index, action.id);
+            else
+                action.result = putDocument(batch, action.index, *action.document, action.kind == "create");
+        } catch (const ApiError& e) {
+            action.error = e;
+        }
+    }
+
+    const Services& services_;
+    const Request& request_;
+    std::string defaultIndex_;
+    std::size_t position_ = 0;
+    std::size_t line_ = 0;
+    std::vector<Action> actions_;
+};
+
+} // namespace
+
+void addBulkHandlers(Router& router, Services services) {
+    const std::vector<std::string> allowed{"refresh", "timeout", "wait_for_active_shards"};
+    router.add({"PUT", "POST"}, "{index}/_bulk", allowed,
+               [=](const Request& request, const Router::PathParams& params) {
+                   return BulkRequest(services, request, params.at("index")).run();
+               });
+    router.add({"PUT", "POST"}, "_bulk", allowed, [=](const Request& request, const Router::PathParams&) {
+        return BulkRequest(services, request, "").run();
+    });
+}
+
+} // namespace kestrel

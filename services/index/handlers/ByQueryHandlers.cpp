@@ -1,0 +1,106 @@
+#include "handlers/DocumentWrites.h"
+#include "handlers/Handlers.h"
+#include "http/ApiError.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+
+namespace kestrel {
+
+namespace {
+
+constexpr std::size_t batchSize = 1000;
+
+Json summary(const Stopwatch& stopwatch, std::size_t total, const char* verb, std::size_t noops) {
+    Json answer = {{"took", stopwatch.milliseconds()}, {"timed_out", false}, {"total", total}};
+    const bool update = std::string_view(verb) == "updated";
+    if (update) answer["updated"] = total - noops;
+    answer.update({{"deleted", update ? 0 : total},
+                   {"batches", (total + batchSize - 1) / batchSize},
+                   {"version_conflicts", 0},
+                   {"noops", noops},
+                   {"retries", {{"bulk", 0}, {"search", 0}}},
+                   {"throttled_millis", 0},
+                   {"requests_per_second", -1.0},
+                   {"throttled_until_millis", 0},
+                   {"failures", Json::array()}});
+    return answer;
+}
+
+Json bodyWith(const Request& request, std::initializer_list<std::string_view> known) {
+    Json body = request.json();
+    if (body.is_null()) return Json::object();
+    if (!body.is_object()) throw parsingError("the body must be an object");
+    for (const auto& [key, value] : body.items())
+        if (std::find(known.begin(), known.end(), key) == known.end())
+            throw parsingError(fmt::format("request does not support [{}]", key));
+    return body;
+}
+
+/// Both run alone in the writer: the query sees every earlier write, and all documents change in one
+/// transaction or none does.
+Answer updateByQuery(const Services& services, const Request& request, const std::string& expression) {
+    const Stopwatch stopwatch;
+    const std::vector<IndexPtr> indices = resolveIndices(
+        services, *request.user, expression, rightWriteDocument, "indices:data/write/update/byquery");
+    const Json body = bodyWith(request, {"query", "script", "conflicts"});
+    std::optional<UpdateScript> script;
+    if (body.contains("script")) script.emplace(body.at("script"));
+    std::size_t total = 0;
+    services.writes.run(
+        [&](WriteBatch& batch) {
+            total = 0;
+            for (const IndexPtr& index : indices) {
+                for (const RowId row : matchingRows(index, services.store, body.value("query", Json()))) {
+                    const StoredDocument old = batch.load(row);
+                    Json source = parseJson(old.source);
+                    if (script) script->run(source);
+                    replaceDocument(batch, index, old, row, source);
+                    ++total;
+                }
+            }
+        },
+        WriteQueue::Sharing::alone);
+    return Answer::json(summary(stopwatch, total, "updated", 0));
+}
+
+Answer deleteByQuery(const Services& services, const Request& request, const std::string& expression) {
+    const Stopwatch stopwatch;
+    const std::vector<IndexPtr> indices = resolveIndices(
+        services, *request.user, expression, rightDeleteDocument, "indices:data/write/delete/byquery");
+    const Json body = bodyWith(request, {"query", "conflicts"});
+    if (!body.contains("query"))
+        throw ApiError(400, "action_request_validation_exception", "Validation Failed: 1: query is missing;");
+    std::size_t total = 0;
+    services.writes.run(
+        [&](WriteBatch& batch) {
+            total = 0;
+            for (const IndexPtr& index : indices) {
+                for (const RowId row : matchingRows(index, services.store, body.at("query"))) {
+                    batch.remove(index, batch.load(row), row);
+                    ++total;
+                }
+            }
+        },
+        WriteQueue::Sharing::alone);
+    return Answer::json(summary(stopwatch, total, "deleted", 0));
+}
+
+} // namespace
+
+void addByQueryHandlers(Router& router, Services services) {
+    using Params = Router::PathParams;
+    const std::vector<std::string> allowed{
+        "conflicts", "refresh", "timeout", "allow_no_indices", "ignore_unavailable", "expand_wildcards"};
+    router.add({"POST"}, "{index}/_update_by_query", allowed,
+               [=](const Request& request, const Params& params) {
+                   return updateByQuery(services, request, params.at("index"));
+               });
+    router.add({"POST"}, "{index}/_delete_by_query", allowed,
+               [=](const Request& request, const Params& params) {
+                   return deleteByQuery(services, request, params.at("index"));
+               });
+}
+
+} // namespace kestrel

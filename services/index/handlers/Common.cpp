@@ -1,0 +1,34 @@
+#include "handlers/Handlers.h"
+#include "http/ApiError.h"
+
+#include <sstream>
+
+namespace kestrel {
+
+std::vector<IndexPtr> resolveIndices(const Services& services, const Principal& user,
+                                     const std::string& expression, Right right, const std::string& action) {
+    std::vector<IndexPtr> indices;
+    std::istringstream names(expression);
+    for (std::string name; std::getline(names, name, ',');) {
+        if (name == "_all") name = "*";
+        if (name.find_first_of("*?") == std::string::npos) {
+            user.require(right, name, action);
+            indices.push_back(services.catalogue.get(name));
+            continue;
+        }
+        for (const IndexPtr& index : services.catalogue.all())
+            if (matchesPattern(name, index->name()) && user.may(right, index->name()))
+                indices.push_back(index);
+    }
+    return indices;
+}
+
+Json readShards(std::size_t indices) {
+    return {{"total", indices}, {"successful", indices}, {"skipped", 0}, {"failed", 0}};
+}
+
+Json writeShards() {
+    return {{"total", 1}, {"successful", 1}, {"failed", 0}};
+}
+
+} // namespace kestrel

@@ -1,0 +1,107 @@
+#include "handlers/DocumentWrites.h"
+#include "handlers/Handlers.h"
+#include "http/ApiError.h"
+
+#include <fmt/format.h>
+
+namespace kestrel {
+
+namespace {
+
+Answer answerOf(const WriteResult& result) {
+    return Answer::json(result.toJson(), result.status());
+}
+
+IndexPtr indexForWrite(const Services& services, const Principal& user, const std::string& name) {
+    if (IndexPtr index = services.catalogue.find(name)) return index;
+    user.require(rightCreateIndex, name, "indices:admin/auto_create");
+    return services.catalogue.getOrCreate(name);
+}
+
+Answer put(const Services& services, const Request& request, const std::string& name, const std::string& id,
+           bool createOnly) {
+    request.user->require(createOnly ? rightCreateDocument : rightWriteDocument, name,
+                          "indices:data/write/index");
+    checkDocumentId(id);
+    const IndexPtr index = indexForWrite(services, *request.user, name);
+    const NewDocument document = NewDocument::parse(*index, id, request.body);
+    WriteResult result;
+    services.writes.run([&](WriteBatch& batch) { result = putDocument(batch, index, document, createOnly); });
+    return answerOf(result);
+}
+
+bool createOnly(const Request& request) {
+    const std::string type = request.param("op_type", "index");
+    if (type != "index" && type != "create")
+        throw illegalArgument(fmt::format("opType must be 'create' or 'index', found: [{}]", type));
+    return type == "create";
+}
+
+Answer get(const Services& services, const Request& request, const std::string& name, const std::string& id) {
+    request.user->require(rightRead, name, "indices:data/read/get");
+    const IndexPtr index = services.catalogue.get(name);
+    // A row that is gone was replaced after it was looked up: look again.
+    while (const auto row = index->rowOf(id)) {
+        const auto document = services.store.read(*row);
+        if (!document) continue;
+        return {
+            200,
+            fmt::format(
+                R"({{"_index":{},"_id":{},"_version":{},"_seq_no":{},"_primary_term":1,"found":true,"_source":{}}})",
+                jsonString(name), jsonString(id), document->version, sequenceOf(*row), document->source),
+            {}};
+    }
+    return Answer::json({{"_index", name}, {"_id", id}, {"found", false}}, 404);
+}
+
+Answer remove(const Services& services, const Request& request, const std::string& name,
+              const std::string& id) {
+    request.user->require(rightDeleteDocument, name, "indices:data/write/delete");
+    const IndexPtr index = services.catalogue.get(name);
+    WriteResult result;
+    services.writes.run([&](WriteBatch& batch) { result = deleteDocument(batch, index, id); });
+    return answerOf(result);
+}
+
+Answer update(const Services& services, const Request& request, const std::string& name,
+              const std::string& id) {
+    request.user->require(rightWriteDocument, name, "indices:data/write/update");
+    checkDocumentId(id);
+    const Update change(request.json());
+    const IndexPtr index = services.catalogue.get(name);
+    WriteResult result;
+    services.writes.run([&](WriteBatch& batch) { result = change.apply(batch, index, id); });
+    return answerOf(result);
+}
+
+} // namespace
+
+void addDocumentHandlers(Router& router, Services services) {
+    using Params = Router::PathParams;
+    const std::vector<std::string> writing{"op_type", "refresh", "timeout", "wait_for_active_shards"};
+    router.add({"POST"}, "{index}/_doc", writing, [=](const Request& request, const Params& params) {
+        // An identifier of our making is new, whatever op_type says.
+        request.user->require(rightCreateDocument, params.at("index"), "indices:data/write/index");
+        return put(services, request, params.at("index"), makeDocumentId(), true);
+    });
+    router.add({"POST", "PUT"}, "{index}/_doc/{id}", writing,
+               [=](const Request& request, const Params& params) {
+                   return put(services, request, params.at("index"), params.at("id"), createOnly(request));
+               });
+    router.add({"POST", "PUT"}, "{index}/_create/{id}", writing,
+               [=](const Request& request, const Params& params) {
+                   return put(services, request, params.at("index"), params.at("id"), true);
+               });
+    router.add({"GET", "HEAD"}, "{index}/_doc/{id}", {"realtime", "refresh"},
+               [=](const Request& request, const Params& params) {
+                   return get(services, request, params.at("index"), params.at("id"));
+               });
+    router.add({"DELETE"}, "{index}/_doc/{id}", writing, [=](const Request& request, const Params& params) {
+        return remove(services, request, params.at("index"), params.at("id"));
+    });
+    router.add({"POST"}, "{index}/_update/{id}", writing, [=](const Request& request, const Params& params) {
+        return update(services, request, params.at("index"), params.at("id"));
+    });
+}
+
+} // namespace kestrel

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "scripts/UpdateScripts.h"
+#include "storage/Catalogue.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kestrel {
+
+/// A document that was written or deleted, as answers show it.
+struct WriteResult {
+    std::string index;
+    std::string id;
+    std::string result; ///< "created", "updated", "deleted", "not_found" or "noop"
+    std::int64_t version = 1;
+    RowId row = 0;
+
+    Json toJson() const;
+    int status() const { return result == "created" ? 201 : result == "not_found" ? 404 : 200; }
+};
+
+/// A document of a request, checked and taken apart before the writer sees it.
+struct NewDocument {
+    std::string id;
+    std::string_view source; ///< must live until it is written
+    Prepared content;
+
+    static NewDocument parse(Index& index, std::string id, std::string_view source);
+};
+
+std::string makeDocumentId();
+void checkDocumentId(const std::string& id);
+
+/// The writes of one document; each is a step of a job of the write queue.
+WriteResult putDocument(WriteBatch& batch, const IndexPtr& index, const NewDocument& document,
+                        bool createOnly);
+WriteResult deleteDocument(WriteBatch& batch, const IndexPtr& index, const std::string& id);
+
+/// An update: either fields that are merged into the document, or a script.
+class Update {
+public:
+    explicit Update(const Json& body);
+    WriteResult apply(WriteBatch& batch, const IndexPtr& index, const std::string& id) const;
+
+private:
+    Json fields_;
+    std::optional<UpdateScript> script_;
+};
+
+/// Writes the next state of a document that is there.
+WriteResult replaceDocument(WriteBatch& batch, const IndexPtr& index, const StoredDocument& old, RowId oldRow,
+                            const Json& source);
+
+} // namespace kestrel

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "http/Router.h"
+#include "security/Users.h"
+#include "storage/Catalogue.h"
+#include "storage/Scrolls.h"
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace kestrel {
+
+/// What the handlers work on.
+struct Services {
+    DocumentStore& store;
+    WriteQueue& writes;
+    Catalogue& catalogue;
+    Scrolls& scrolls;
+    Users& users;
+};
+
+void addRootHandlers(Router& router, Services services);
+void addIndexHandlers(Router& router, Services services);
+void addDocumentHandlers(Router& router, Services services);
+void addBulkHandlers(Router& router, Services services);
+void addSearchHandlers(Router& router, Services services);
+void addByQueryHandlers(Router& router, Services services);
+void addSecurityHandlers(Router& router, Services services);
+
+/// The indices that a request names: names, patterns and "_all", separated by commas. A name that is missing
+/// is a 404, one that the user may not use a 403; patterns name what is there and allowed.
+std::vector<IndexPtr> resolveIndices(const Services& services, const Principal& user,
+                                     const std::string& expression, Right right, const std::string& action);
+
+/// Counts time for "took".
+class Stopwatch {
+public:
+    std::int64_t milliseconds() const {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                     start_)
+            .count();
+    }
+
+private:
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+/// "_shards" of reads and of writes.
+Json readShards(std::size_t indices);
+Json writeShards();
+
+} // namespace kestrel

@@ -1,0 +1,19 @@
+#include "handlers/Handlers.h"
+
+#ifndef KESTREL_VERSION
+#define KESTREL_VERSION "unknown"
+#endif
+
+namespace kestrel {
+
+void addRootHandlers(Router& router, Services) {
+    router.add({"GET", "HEAD"}, "/", {}, [](const Request& request, const Router::PathParams&) {
+        request.user->requireCluster(rightMonitorService, "cluster:monitor/main");
+        return Answer::json({{"name", "kestrel-index"},
+                             {"cluster_name", "kestrel"},
+                             {"version", {{"distribution", "kestrel-index"}, {"number", KESTREL_VERSION}}},
+                             {"tagline", "You Know, for Search"}});
+    });
+}
+
+} // namespace kestrel

@@ -1,0 +1,111 @@
+#include "query/BoolQuery.h"
+
+#include <algorithm>
+
+namespace kestrel {
+
+namespace {
+
+/// Reads the scores of ascending documents.
+class ScoreReader {
+public:
+    explicit ScoreReader(const Scored& scored) : scored_(scored), next_(scored.scores.begin()) {}
+
+    float required(Ordinal ordinal) {
+        while (next_ != scored_.scores.end() && next_->first < ordinal)
+            ++next_;
+        return next_ != scored_.scores.end() && next_->first == ordinal ? next_->second : scored_.base;
+    }
+    float optional(Ordinal ordinal) { return scored_.documents.contains(ordinal) ? required(ordinal) : 0.0F; }
+
+private:
+    const Scored& scored_;
+    std::vector<std::pair<Ordinal, float>>::const_iterator next_;
+};
+
+std::vector<Scored> scoreAll(const std::vector<QueryPtr>& clauses, const Bitmap& documents) {
+    std::vector<Scored> scored;
+    scored.reserve(clauses.size());
+    for (const QueryPtr& clause : clauses)
+        scored.push_back(clause->score(documents));
+    return scored;
+}
+
+} // namespace
+
+BoolQuery::BoolQuery(Clauses clauses) : clauses_(std::move(clauses)) {
+    for (const auto* group : {&clauses_.must, &clauses_.filter})
+        for (const QueryPtr& clause : *group)
+            required_.push_back(clause.get());
+    std::stable_sort(required_.begin(), required_.end(),
+                     [](const Query* a, const Query* b) { return a->cost() < b->cost(); });
+}
+
+std::uint64_t BoolQuery::cost() const {
+    if (!required_.empty()) return required_.front()->cost();
+    std::uint64_t sum = 0;
+    for (const QueryPtr& clause : clauses_.should)
+        sum += clause->cost();
+    return clauses_.should.empty() ? UINT64_MAX : sum;
+}
+
+Bitmap BoolQuery::matches(const Bitmap& within) const {
+    Bitmap documents = within;
+    for (const Query* clause : required_) {
+        if (documents.isEmpty()) return documents;
+        documents = clause->matches(documents);
+    }
+    if (clauses_.minimumShouldMatch > 0) documents = shouldMatches(documents);
+    for (const QueryPtr& clause : clauses_.mustNot)
+        documents -= clause->matches(documents);
+    return documents;
+}
+
+Bitmap BoolQuery::shouldMatches(const Bitmap& within) const {
+    if (clauses_.minimumShouldMatch > clauses_.should.size()) return {};
+    // reached[n]: documents that match more than n of the clauses so far.
+    std::vector<Bitmap> reached(clauses_.minimumShouldMatch);
+    for (const QueryPtr& clause : clauses_.should) {
+        const Bitmap found = clause->matches(within);
+        for (std::size_t n = reached.size() - 1; n > 0; --n)
+            reached[n] |= reached[n - 1] & found;
+        reached[0] |= found;
+    }
+    return reached.back();
+}
+
+Scored BoolQuery::score(const Bitmap& within) const {
+    Scored result;
+    result.documents = matches(within);
+    const std::vector<Scored> must = scoreAll(clauses_.must, result.documents);
+    const std::vector<Scored> should = scoreAll(clauses_.should, result.documents);
+
+    double base = 0;
+    Bitmap varying;
+    for (const Scored& clause : must) {
+        base += static_cast<double>(clause.base);
+        for (const auto& [ordinal, score] : clause.scores)
+            varying.add(ordinal);
+    }
+    result.base = static_cast<float>(base);
+    for (const Scored& clause : should)
+        varying |= clause.documents;
+    varying &= result.documents;
+
+    std::vector<ScoreReader> required(must.begin(), must.end());
+    std::vector<ScoreReader> optional(should.begin(), should.end());
+    result.scores.reserve(varying.cardinality());
+    for (const Ordinal ordinal : varying) {
+        // Each group is summed in double precision, the two groups in single precision.
+        double mustSum = 0;
+        for (ScoreReader& reader : required)
+            mustSum += static_cast<double>(reader.required(ordinal));
+        double shouldSum = 0;
+        for (ScoreReader& reader : optional)
+            shouldSum += static_cast<double>(reader.optional(ordinal));
+        result.scores.emplace_back(ordinal, static_cast<float>(mustSum) + static_cast<float>(shouldSum));
+    }
+    return result;
+}
+
+} // namespace kestrel

@@ -1,0 +1,9 @@
+#pragma once
+
+#include <cstddef>
+
+namespace kestrel {
+
+float dotProduct(const float* a, const float* b, std::size_t length);
+
+} // namespace kestrel

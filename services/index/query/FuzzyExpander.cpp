@@ -1,0 +1,193 @@
+#include "query/FuzzyExpander.h"
+
+#include "http/ApiError.h"
+#include "index/Analyzer.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+
+namespace kestrel {
+
+namespace {
+
+/// Edit distances of one term to many, row by row. Rows of a prefix are kept, so that neighbours in the
+/// sorted dictionary share the work on what they have in common.
+class DistanceRows {
+public:
+    DistanceRows(std::u32string target, unsigned limit) : target_(std::move(target)), limit_(limit) {
+        rows_.push_back(firstRow());
+        minima_.push_back(0);
+    }
+
+    /// Distance of the candidate, or nothing when it is above the limit. shared: code points that the
+    /// candidate has in common with the one before. After nothing, deadEnd() tells how long a prefix is
+    /// hopeless.
+    std::optional<unsigned> distance(const std::u32string& candidate, std::size_t shared) {
+        const std::size_t valid = std::min(shared, computed_);
+        for (std::size_t depth = valid + 1; depth <= candidate.size(); ++depth) {
+            fill(candidate, depth);
+            computed_ = depth;
+            // A transposition looks back two rows, hence both have to be hopeless.
+            if (minima_[depth] > limit_ && minima_[depth - 1] > limit_) {
+                deadEnd_ = depth;
+                return std::nullopt;
+            }
+        }
+        computed_ = candidate.size();
+        deadEnd_ = 0;
+        const unsigned distance = rows_[candidate.size()].back();
+        return distance <= limit_ ? std::optional(distance) : std::nullopt;
+    }
+
+    std::size_t deadEnd() const { return deadEnd_; }
+
+private:
+    using Row = std::vector<unsigned>;
+
+    Row firstRow() const {
+        Row row(target_.size() + 1);
+        for (std::size_t j = 0; j < row.size(); ++j)
+            row[j] = static_cast<unsigned>(j);
+        return row;
+    }
+
+    void fill(const std::u32string& candidate, std::size_t depth) {
+        if (rows_.size() <= depth) {
+            rows_.emplace_back(target_.size() + 1);
+            minima_.push_back(0);
+        }
+        const Row& above = rows_[depth - 1];
+        Row& row = rows_[depth];
+        const char32_t c = candidate[depth - 1];
+        row[0] = static_cast<unsigned>(depth);
+        unsigned minimum = row[0];
+        for (std::size_t j = 1; j < row.size(); ++j) {
+            const unsigned substituted = above[j - 1] + (target_[j - 1] == c ? 0U : 1U);
+            row[j] = std::min({substituted, above[j] + 1, row[j - 1] + 1});
+            const bool transposed =
+                depth > 1 && j > 1 && target_[j - 2] == c && target_[j - 1] == candidate[depth - 2];
+            if (transposed) row[j] = std::min(row[j], rows_[depth - 2][j - 2] + 1);
+            minimum = std::min(minimum, row[j]);
+        }
+        minima_[depth] = minimum;
+    }
+
+    std::u32string target_;
+    unsigned limit_;
+    std::vector<Row> rows_;
+    std::vector<unsigned> minima_;
+    std::size_t computed_ = 0;
+    std::size_t deadEnd_ = 0;
+};
+
+std::size_t sharedPrefix(const std::u32string& a, const std::u32string& b) {
+    const auto end = std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first;
+    return static_cast<std::size_t>(end - a.begin());
+}
+
+/// Bytes of the first so many code points.
+std::size_t prefixBytes(std::string_view utf8, std::size_t points) {
+    std::size_t i = 0;
+    for (; i < utf8.size(); ++i)
+        if ((static_cast<unsigned char>(utf8[i]) & 0xC0U) != 0x80U && points-- == 0) break;
+    return i;
+}
+
+class Search {
+public:
+    Search(const TextData& data, std::string_view term, unsigned edits)
+        : data_(data), target_(codePoints(term)), rows_(target_, edits) {}
+
+    std::vector<Expansion> run() {
+        const auto& sorted = data_.sortedTerms();
+        for (auto next = sorted.begin(); next != sorted.end();) {
+            if (visit(*next)) {
+                ++next;
+                continue;
+            }
+            // Everything that begins with the same hopeless prefix lies together: leap over it.
+            const std::string_view text = data_.terms().at(*next);
+            const std::string_view prefix = text.substr(0, prefixBytes(text, rows_.deadEnd()));
+            next = std::partition_point(next, sorted.end(), [&](std::uint32_t term) {
+                return data_.terms().at(term).substr(0, prefix.size()) <= prefix;
+            });
+        }
+        for (auto term = static_cast<std::uint32_t>(sorted.size()); term < data_.terms().size(); ++term)
+            visit(term);
+        return std::move(found_);
+    }
+
+private:
+    /// False when the term ran into a dead end.
+    bool visit(std::uint32_t term) {
+        std::u32string candidate = codePoints(data_.terms().at(term));
+        const auto distance = rows_.distance(candidate, sharedPrefix(candidate, previous_));
+        const std::size_t length = std::min(candidate.size(), target_.size());
+        previous_ = std::move(candidate);
+        if (!distance) return rows_.deadEnd() == 0;
+        const float boost =
+            *distance == 0 ? 1.0F : 1.0F - static_cast<float>(*distance) / static_cast<float>(length);
+        if (boost > 0 && data_.documentFrequency(term) > 0) found_.push_back({term, boost});
+        return true;
+    }
+
+    const TextData& data_;
+    std::u32string target_;
+    DistanceRows rows_;
+    std::u32string previous_;
+    std::vector<Expansion> found_;
+};
+
+} // namespace
+
+std::vector<Expansion> expandFuzzy(const TextData& data, std::string_view term, unsigned edits,
+                                   std::size_t limit) {
+    if (edits == 0) {
+        const std::uint32_t number = data.terms().find(term);
+        if (number == StringTable::absent || data.documentFrequency(number) == 0) return {};
+        return {{number, 1.0F}};
+    }
+    std::vector<Expansion> found = Search(data, term, edits).run();
+    std::sort(found.begin(), found.end(), [&](const Expansion& a, const Expansion& b) {
+        if (a.boost != b.boost) return a.boost > b.boost;
+        return data.terms().at(a.term) < data.terms().at(b.term);
+    });
+    if (found.size() > limit) found.resize(limit);
+    return found;
+}
+
+Fuzziness Fuzziness::parse(const std::string& text) {
+    Fuzziness fuzziness;
+    const auto number = [&](std::string_view part) {
+        std::size_t value = 0;
+        const auto [end, error] = std::from_chars(part.data(), part.data() + part.size(), value);
+        if (error != std::errc() || end != part.data() + part.size())
+            throw illegalArgument(fmt::format("failed to parse [{}] as a fuzziness", text));
+        return value;
+    };
+    const bool automatic = text.size() >= 4 && (text.starts_with("AUTO") || text.starts_with("auto"));
+    if (!automatic) {
+        const std::size_t edits = number(text);
+        if (edits > 2)
+            throw illegalArgument(fmt::format("Valid edit distances are [0, 1, 2] but was [{}]", edits));
+        fuzziness.fixed_ = static_cast<unsigned>(edits);
+        return fuzziness;
+    }
+    fuzziness.low_ = 3;
+    fuzziness.high_ = 6;
+    if (text.size() == 4) return fuzziness;
+    const std::size_t comma = text.find(',');
+    if (text[4] != ':' || comma == std::string::npos)
+        throw illegalArgument(fmt::format("failed to find low and high distance values in [{}]", text));
+    fuzziness.low_ = number(std::string_view(text).substr(5, comma - 5));
+    fuzziness.high_ = number(std::string_view(text).substr(comma + 1));
+    if (fuzziness.low_ > fuzziness.high_)
+        throw illegalArgument(
+            fmt::format("fuzziness low value must not be above the high one, but was [{}]", text));
+    return fuzziness;
+}
+
+} // namespace kestrel

@@ -1,0 +1,417 @@
+#include "query/QueryCompiler.h"
+
+#include "http/ApiError.h"
+#include "index/Analyzer.h"
+#include "query/BoolQuery.h"
+#include "query/FuzzyExpander.h"
+#include "query/SimpleQueries.h"
+#include "query/TextQuery.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <initializer_list>
+#include <optional>
+#include <unordered_map>
+
+namespace kestrel {
+
+namespace {
+
+constexpr int maximumDepth = 30;
+constexpr std::size_t maximumExpansions = 50;
+constexpr std::string_view cosineScript =
+    R"(cosineSimilarity(params.semanticVector,"semanticImageVector")+1.0)";
+
+QueryPtr matchNone() {
+    return std::make_unique<ConstantQuery>(Bitmap(), 0.0F);
+}
+
+std::string asText(const Json& value) {
+    return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+void requireKeys(const std::string& query, const Json& body, std::initializer_list<std::string_view> known) {
+    if (!body.is_object())
+        throw parsingError(fmt::format("[{}] query malformed, no start_object after query name", query));
+    for (const auto& [key, value] : body.items())
+        if (std::find(known.begin(), known.end(), key) == known.end())
+            throw parsingError(fmt::format("[{}] query does not support [{}]", query, key));
+}
+
+float boostOf(const Json& body) {
+    const Json boost = body.value("boost", Json(1.0));
+    if (!boost.is_number() || boost.get<float>() < 0)
+        throw illegalArgument(fmt::format("negative or malformed [boost]: [{}]", boost.dump()));
+    return boost.get<float>();
+}
+
+struct FieldClause {
+    std::string path;
+    Json value;
+};
+
+/// The one member of a query such as {"term": {path: value}}.
+FieldClause singleField(const std::string& query, const Json& body) {
+    if (!body.is_object() || body.empty())
+        throw parsingError(fmt::format("[{}] query malformed, no field name", query));
+    if (body.size() > 1)
+        throw parsingError(fmt::format("[{}] query doesn't support multiple fields, found [{}] and [{}]",
+                                       query, body.begin().key(), std::next(body.begin()).key()));
+    return {body.begin().key(), body.begin().value()};
+}
+
+/// "minimum_should_match": a count, negative for "all but", or a percentage.
+std::size_t minimumMatch(const Json& value, std::size_t clauses) {
+    std::string text = asText(value);
+    const bool percent = text.ends_with('%');
+    if (percent) text.pop_back();
+    std::int64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size())
+        throw illegalArgument(fmt::format("[minimum_should_match] cannot be read: [{}]", value.dump()));
+    const auto total = static_cast<std::int64_t>(clauses);
+    if (percent) number = total * number / 100;
+    if (number < 0) number += total;
+    return static_cast<std::size_t>(std::max<std::int64_t>(number, 0));
+}
+
+void collectNumbers(const Json& value, std::string_view path, const Field& field, NumberContent& numbers) {
+    if (value.is_array()) {
+        for (const Json& element : value)
+            collectNumbers(element, path, field, numbers);
+    } else if (value.is_object()) {
+        for (const auto& [key, inner] : value.items()) {
+            if (path == key)
+                collectNumbers(inner, {}, field, numbers);
+            else if (path.size() > key.size() && path.starts_with(key) && path[key.size()] == '.')
+                collectNumbers(inner, path.substr(key.size() + 1), field, numbers);
+        }
+    } else if (path.empty() && !value.is_null()) {
+        double number = 0;
+        if (value.is_number_integer() && field.type == FieldType::integer) {
+            numbers.push_back(value.get<std::int64_t>());
+            return;
+        }
+        if (value.is_number()) {
+            number = value.get<double>();
+        } else if (value.is_string()) {
+            const auto& text = value.get_ref<const std::string&>();
+            std::from_chars(text.data(), text.data() + text.size(), number);
+        }
+        if (field.type == FieldType::integer)
+            numbers.push_back(static_cast<std::int64_t>(number));
+        else
+            numbers.push_back(sortable(
+                field.typeName == "double" ? number : static_cast<double>(static_cast<float>(number))));
+    }
+}
+
+} // namespace
+
+NumberContent numbersAt(const Json& document, const Field& field) {
+    NumberContent numbers;
+    collectNumbers(document, field.path, field, numbers);
+    return numbers;
+}
+
+QueryPtr QueryCompiler::compile(const Json& query) const {
+    return compile(query.is_null() ? Json{{"match_all", Json::object()}} : query, 0, 1.0F, 0);
+}
+
+QueryPtr QueryCompiler::compile(const Json& query, SpaceId space, float boost, int depth) const {
+    if (depth > maximumDepth)
+        throw illegalArgument(
+            fmt::format("The nested depth of the query exceeds the maximum nested depth for "
+                        "queries set in [indices.query.bool.max_nested_depth]: [{}]",
+                        maximumDepth));
+    if (!query.is_object() || query.empty()) throw illegalArgument("query malformed, empty clause found");
+    if (query.size() > 1)
+        throw parsingError(fmt::format("[{}] malformed query, expected [END_OBJECT] but found [FIELD_NAME]",
+                                       query.begin().key()));
+    const std::string& kind = query.begin().key();
+    const Json& body = query.begin().value();
+    if (kind == "bool") return boolean(body, space, boost, depth);
+    if (kind == "term") return term(body, space, boost);
+    if (kind == "terms") return terms(body, space, boost);
+    if (kind == "match") return match(body, space, boost);
+    if (kind == "exists") return exists(body, space, boost);
+    if (kind == "nested") return nested(body, space, boost, depth);
+    if (kind == "script_score") return scriptScore(body, space, boost, depth);
+    if (kind == "match_none") return matchNone();
+    if (kind != "match_all") throw parsingError(fmt::format("unknown query [{}]", kind));
+    requireKeys(kind, body, {"boost"});
+    return std::make_unique<ConstantQuery>(view_.live(space), boost * boostOf(body));
+}
+
+QueryPtr QueryCompiler::boolean(const Json& body, SpaceId space, float boost, int depth) const {
+    requireKeys("bool", body, {"must", "should", "filter", "must_not", "minimum_should_match", "boost"});
+    if (!body.contains("must") && !body.contains("should") && !body.contains("filter") &&
+        !body.contains("must_not"))
+        return std::make_unique<ConstantQuery>(view_.live(space), boost * boostOf(body));
+    const float inner = boost * boostOf(body);
+    const auto clauses = [&](const char* key) {
+        std::vector<QueryPtr> compiled;
+        if (!body.contains(key)) return compiled;
+        const Json& value = body.at(key);
+        if (!value.is_array()) {
+            compiled.push_back(compile(value, space, inner, depth + 1));
+            return compiled;
+        }
+        for (const Json& clause : value)
+            compiled.push_back(compile(clause, space, inner, depth + 1));
+        return compiled;
+    };
+    BoolQuery::Clauses parts{clauses("must"), clauses("should"), clauses("filter"), clauses("must_not")};
+    const bool required = !parts.must.empty() || !parts.filter.empty();
+    if (body.contains("minimum_should_match"))
+        parts.minimumShouldMatch = minimumMatch(body.at("minimum_should_match"), parts.should.size());
+    else if (!required && !parts.should.empty())
+        parts.minimumShouldMatch = 1;
+    // Optional clauses alone still have to match once.
+    if (!required && !parts.should.empty() && parts.minimumShouldMatch == 0) parts.minimumShouldMatch = 1;
+    return std::make_unique<BoolQuery>(std::move(parts));
+}
+
+QueryPtr QueryCompiler::term(const Json& body, SpaceId space, float boost) const {
+    FieldClause clause = singleField("term", body);
+    if (clause.value.is_object()) {
+        requireKeys("term", clause.value, {"value", "boost"});
+        if (!clause.value.contains("value")) throw illegalArgument("value cannot be null");
+        boost *= boostOf(clause.value);
+        clause.value = Json(clause.value.at("value"));
+    }
+    if (clause.value.is_array()) throw parsingError("[term] query does not support array of values");
+    if (clause.value.is_null()) throw illegalArgument("value cannot be null");
+    return fieldTerm(clause.path, clause.value, space, boost);
+}
+
+QueryPtr QueryCompiler::terms(const Json& body, SpaceId space, float boost) const {
+    Json fields = body;
+    if (fields.is_object() && fields.contains("boost")) {
+        boost *= boostOf(fields);
+        fields.erase("boost");
+    }
+    const FieldClause clause = singleField("terms", fields);
+    if (!clause.value.is_array())
+        throw parsingError(
+            fmt::format("[terms] query does not support [{}]: an array of values is needed", clause.path));
+    Bitmap documents;
+    for (const Json& value : clause.value)
+        documents |= fieldTerm(clause.path, value, space, 1.0F)->matches(view_.live(space));
+    return std::make_unique<ConstantQuery>(std::move(documents), boost);
+}
+
+QueryPtr QueryCompiler::fieldTerm(const std::string& path, const Json& value, SpaceId space,
+                                  float boost) const {
+    if (path == "_id") {
+        if (space != 0) return matchNone();
+        Bitmap documents;
+        if (const auto ordinal = view_.ordinalOf(asText(value))) documents.add(*ordinal);
+        return std::make_unique<ConstantQuery>(std::move(documents), boost);
+    }
+    const auto id = view_.mapping().idOf(path);
+    if (!id || view_.mapping().at(*id).space != space || view_.data(*id) == nullptr) return matchNone();
+    switch (view_.mapping().at(*id).type) {
+    case FieldType::text:
+        return textTerm(*id, asText(value), space, boost);
+    case FieldType::keyword:
+        return keywordTerm(*id, asText(value), boost);
+    case FieldType::boolean: {
+        const std::string text = asText(value);
+        if (text != "true" && text != "false" && !text.empty())
+            throw illegalArgument(
+                fmt::format("Can't parse boolean value [{}], expected [true] or [false]", text));
+        return keywordTerm(*id, text.empty() ? "false" : text, boost);
+    }
+    case FieldType::integer:
+    case FieldType::floating:
+        return numberTerm(*id, value, boost);
+    default:
+        throw illegalArgument(fmt::format("Field [{}] of type [{}] does not support term queries", path,
+                                          view_.mapping().at(*id).typeName));
+    }
+}
+
+QueryPtr QueryCompiler::textTerm(FieldId field, const std::string& term, SpaceId space, float boost) const {
+    const auto& data = *view_.data<TextData>(field);
+    const std::uint32_t number = data.terms().find(term);
+    if (number == StringTable::absent || data.documentFrequency(number) == 0) return matchNone();
+    const float weight = Bm25(data.statistics()).weight(data.documentFrequency(number), boost);
+    return std::make_unique<TextQuery>(view_, space, data, std::vector<TextQuery::Term>{{number, weight}});
+}
+
+QueryPtr QueryCompiler::keywordTerm(FieldId field, const std::string& value, float boost) const {
+    const auto& data = *view_.data<KeywordData>(field);
+    const OrdinalSet* documents = data.find(value);
+    if (documents == nullptr || documents->size() == 0) return matchNone();
+    const Bm25 similarity(data.statistics());
+    const float score = similarity.score(similarity.weight(documents->size(), boost), 1.0F, lengthOfOne);
+    return std::make_unique<ConstantQuery>(documents->toBitmap(), score);
+}
+
+QueryPtr QueryCompiler::numberTerm(FieldId field, const Json& value, float boost) const {
+    const Field& mapped = view_.mapping().at(field);
+    const auto& data = *view_.data<NumberData>(field);
+    double number = 0;
+    if (value.is_number()) {
+        number = value.get<double>();
+    } else {
+        const std::string text = asText(value);
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+        if (error != std::errc() || end != text.data() + text.size() || text.empty())
+            throw ApiError(400, "query_shard_exception",
+                           fmt::format("failed to create query: For input string: \"{}\"", text),
+                           {{"caused_by",
+                             {{"type", "number_format_exception"},
+                              {"reason", fmt::format("For input string: \"{}\"", text)}}}});
+    }
+    SortableNumber wanted = 0;
+    if (mapped.type == FieldType::integer) {
+        // No whole number equals a fraction, or one that 64 bits do not hold.
+        if (number != std::floor(number) || std::abs(number) > 9.2e18) return matchNone();
+        wanted = value.is_number_integer() ? value.get<std::int64_t>() : static_cast<std::int64_t>(number);
+    } else {
+        wanted =
+            sortable(mapped.typeName == "double" ? number : static_cast<double>(static_cast<float>(number)));
+    }
+    return std::make_unique<NumberQuery>(data, field, wanted, numberReader(), boost);
+}
+
+NumberReader QueryCompiler::numberReader() const {
+    return [this_ = *this](Ordinal ordinal, FieldId field) -> NumberContent {
+        const auto document = this_.store_.read(this_.view_.row(ordinal));
+        return document ? numbersAt(Json::parse(document->source), this_.view_.mapping().at(field))
+                        : NumberContent();
+    };
+}
+
+QueryPtr QueryCompiler::match(const Json& body, SpaceId space, float boost) const {
+    FieldClause clause = singleField("match", body);
+    std::optional<Fuzziness> fuzziness;
+    bool all = false;
+    if (clause.value.is_object()) {
+        requireKeys("match", clause.value, {"query", "fuzziness", "operator", "boost"});
+        if (!clause.value.contains("query")) throw parsingError("No text specified for text query");
+        if (clause.value.contains("fuzziness"))
+            fuzziness = Fuzziness::parse(asText(clause.value.at("fuzziness")));
+        const std::string how = asText(clause.value.value("operator", Json("or")));
+        if (how != "or" && how != "and" && how != "OR" && how != "AND")
+            throw illegalArgument(fmt::format("No enum constant for operator [{}]", how));
+        all = how == "and" || how == "AND";
+        boost *= boostOf(clause.value);
+        clause.value = Json(clause.value.at("query"));
+    }
+    if (clause.value.is_array() || clause.value.is_object() || clause.value.is_null())
+        throw parsingError("[match] unknown token after [query]");
+    const auto id = view_.mapping().idOf(clause.path);
+    if (!id || view_.mapping().at(*id).type != FieldType::text)
+        return fieldTerm(clause.path, clause.value, space, boost);
+    if (view_.mapping().at(*id).space != space || view_.data(*id) == nullptr) return matchNone();
+
+    const auto& data = *view_.data<TextData>(*id);
+    const Bm25 similarity(data.statistics());
+    std::vector<std::vector<TextQuery::Term>> words;
+    for (const std::string& word : analyze(asText(clause.value))) {
+        const unsigned edits = fuzziness ? fuzziness->editsFor(codePoints(word).size()) : 0;
+        const std::vector<Expansion> expansions = expandFuzzy(data, word, edits, maximumExpansions);
+        // All spellings count as frequent as the most frequent one, so that rare misspellings do not win.
+        std::uint32_t frequency = 0;
+        for (const Expansion& expansion : expansions)
+            frequency = std::max(frequency, data.documentFrequency(expansion.term));
+        words.emplace_back();
+        for (const Expansion& expansion : expansions)
+            words.back().push_back({expansion.term, similarity.weight(frequency, expansion.boost * boost)});
+    }
+    if (all) {
+        BoolQuery::Clauses clauses;
+        for (auto& word : words)
+            clauses.must.push_back(std::make_unique<TextQuery>(view_, space, data, std::move(word)));
+        return words.empty() ? matchNone() : std::make_unique<BoolQuery>(std::move(clauses));
+    }
+    std::vector<TextQuery::Term> merged;
+    std::unordered_map<std::uint32_t, std::size_t> places;
+    for (const auto& word : words) {
+        for (const TextQuery::Term& term : word) {
+            const auto [place, added] = places.try_emplace(term.term, merged.size());
+            if (added)
+                merged.push_back(term);
+            else
+                merged[place->second].weight += term.weight;
+        }
+    }
+    if (merged.empty()) return matchNone();
+    return std::make_unique<TextQuery>(view_, space, data, std::move(merged));
+}
+
+QueryPtr QueryCompiler::exists(const Json& body, SpaceId space, float boost) const {
+    requireKeys("exists", body, {"field", "boost"});
+    if (!body.contains("field") || !body.at("field").is_string())
+        throw parsingError("[exists] must be provided with a [field]");
+    const std::string path = body.at("field");
+    Bitmap documents;
+    const auto include = [&](FieldId id) {
+        if (view_.mapping().at(id).space == space && view_.data(id) != nullptr)
+            documents |= view_.data(id)->present();
+    };
+    if (const auto id = view_.mapping().idOf(path)) include(*id);
+    for (const FieldId id : view_.mapping().below(path))
+        include(id);
+    return std::make_unique<ConstantQuery>(std::move(documents), boost * boostOf(body));
+}
+
+QueryPtr QueryCompiler::nested(const Json& body, SpaceId space, float boost, int depth) const {
+    requireKeys("nested", body, {"path", "query", "boost", "ignore_unmapped", "score_mode"});
+    if (!body.contains("path") || !body.at("path").is_string())
+        throw illegalArgument("[nested] requires 'path' field");
+    if (!body.contains("query")) throw illegalArgument("[nested] requires 'query' field");
+    if (body.value("score_mode", Json("avg")) != "avg")
+        throw illegalArgument("[nested] supports the score_mode [avg] only");
+    const std::string path = body.at("path");
+    const Field* field = view_.mapping().find(path);
+    if (field == nullptr || field->type != FieldType::nested) {
+        if (body.value("ignore_unmapped", Json(false)) == true) return matchNone();
+        throw ApiError(
+            400, "query_shard_exception",
+            fmt::format("failed to create query: [nested] failed to find nested object under path [{}]",
+                        path));
+    }
+    if (space != 0) throw illegalArgument("[nested] inside [nested] is not supported");
+    return std::make_unique<NestedQuery>(
+        view_, field->ownSpace, compile(body.at("query"), field->ownSpace, boost * boostOf(body), depth + 1));
+}
+
+QueryPtr QueryCompiler::scriptScore(const Json& body, SpaceId space, float boost, int depth) const {
+    requireKeys("script_score", body, {"query", "script", "boost"});
+    if (!body.contains("query")) throw illegalArgument("[script_score] requires 'query' field");
+    const Json script = body.value("script", Json());
+    if (!script.is_object() || script.value("source", Json()) != cosineScript)
+        throw illegalArgument(
+            fmt::format("this service runs a fixed set of scripts, and [{}] is not one of them",
+                        script.is_object() ? script.value("source", Json()).dump() : script.dump()));
+    const Json params = script.value("params", Json::object());
+    std::vector<float> vector;
+    for (const Json& value : params.value("semanticVector", Json::array())) {
+        if (!value.is_number()) throw illegalArgument("[params.semanticVector] must be an array of numbers");
+        vector.push_back(value.get<float>());
+    }
+    const auto id = view_.mapping().idOf("semanticImageVector");
+    const bool mapped =
+        id && view_.mapping().at(*id).type == FieldType::vector && view_.mapping().at(*id).space == space;
+    const VectorData* data = mapped ? view_.data<VectorData>(*id) : nullptr;
+    if (data != nullptr && data->dimensions() != vector.size())
+        throw ApiError(
+            400, "script_exception", "runtime error",
+            {{"lang", "painless"},
+             {"caused_by",
+              {{"type", "illegal_argument_exception"},
+               {"reason", fmt::format("The query vector has a different number of dimensions [{}] than the "
+                                      "document vectors [{}].",
+                                      vector.size(), data->dimensions())}}}});
+    return std::make_unique<CosineQuery>(compile(body.at("query"), space, 1.0F, depth + 1), data,
+                                         std::move(vector), 1.0F, boost * boostOf(body));
+}
+
+} // namespace kestrel

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "query/Query.h"
+#include "storage/DocumentStore.h"
+
+#include <string>
+
+namespace kestrel {
+
+/// Turns the "query" object of a request into a query over one view. What is not supported is refused with
+/// the error that Elasticsearch has for it.
+class QueryCompiler {
+public:
+    QueryCompiler(const IndexView& view, DocumentStore& store) : view_(view), store_(store) {}
+
+    /// Null compiles to the query that matches everything.
+    QueryPtr compile(const Json& query) const;
+
+private:
+    QueryPtr compile(const Json& query, SpaceId space, float boost, int depth) const;
+    QueryPtr boolean(const Json& body, SpaceId space, float boost, int depth) const;
+    QueryPtr term(const Json& body, SpaceId space, float boost) const;
+    QueryPtr terms(const Json& body, SpaceId space, float boost) const;
+    QueryPtr match(const Json& body, SpaceId space, float boost) const;
+    QueryPtr exists(const Json& body, SpaceId space, float boost) const;
+    QueryPtr nested(const Json& body, SpaceId space, float boost, int depth) const;
+    QueryPtr scriptScore(const Json& body, SpaceId space, float boost, int depth) const;
+
+    QueryPtr fieldTerm(const std::string& path, const Json& value, SpaceId space, float boost) const;
+    QueryPtr textTerm(FieldId field, const std::string& term, SpaceId space, float boost) const;
+    QueryPtr keywordTerm(FieldId field, const std::string& value, float boost) const;
+    QueryPtr numberTerm(FieldId field, const Json& value, float boost) const;
+    NumberReader numberReader() const;
+
+    const IndexView& view_;
+    DocumentStore& store_;
+};
+
+/// Numbers at the path of a document, whatever arrays and objects they lie in.
+NumberContent numbersAt(const Json& document, const Field& field);
+
+} // namespace kestrel

@@ -1,0 +1,209 @@
+#include "query/Search.h"
+
+#include "http/ApiError.h"
+#include "query/Aggregations.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <numeric>
+
+namespace kestrel {
+
+namespace {
+
+std::size_t sizeMember(const std::string& key, const Json& value) {
+    if (!value.is_number_integer()) throw parsingError(fmt::format("Unknown key for a VALUE in [{}].", key));
+    const auto number = value.get<std::int64_t>();
+    if (number < 0)
+        throw illegalArgument(fmt::format("[{}] parameter cannot be negative but was [{}]", key, number));
+    return static_cast<std::size_t>(number);
+}
+
+/// The best limit of the scored documents, best first; equal scores in document order.
+std::vector<std::pair<Ordinal, float>> best(const Scored& scored, std::size_t limit) {
+    std::vector<std::pair<Ordinal, float>> ranked = scored.scores;
+    // Among the documents with the base score only the first ones can be of use.
+    auto own = scored.scores.begin();
+    std::size_t added = 0;
+    for (auto it = scored.documents.begin(); it != scored.documents.end() && added < limit; ++it) {
+        while (own != scored.scores.end() && own->first < *it)
+            ++own;
+        if (own != scored.scores.end() && own->first == *it) continue;
+        ranked.emplace_back(*it, scored.base);
+        ++added;
+    }
+    const auto kept = static_cast<std::ptrdiff_t>(std::min(limit, ranked.size()));
+    std::partial_sort(ranked.begin(), ranked.begin() + kept, ranked.end(), [](const auto& a, const auto& b) {
+        return a.second != b.second ? a.second > b.second : a.first < b.first;
+    });
+    ranked.resize(static_cast<std::size_t>(kept));
+    return ranked;
+}
+
+bool usesScore(const std::vector<SortSpec>& sort) {
+    return std::any_of(sort.begin(), sort.end(), [](const SortSpec& spec) { return spec.field == "_score"; });
+}
+
+std::vector<float> scoresOf(const Query& query, const Bitmap& documents,
+                            const std::vector<Ordinal>& ordinals) {
+    const Scored scored = query.score(documents);
+    std::vector<float> scores;
+    auto own = scored.scores.begin();
+    for (const Ordinal ordinal : ordinals) {
+        while (own != scored.scores.end() && own->first < ordinal)
+            ++own;
+        scores.push_back(own != scored.scores.end() && own->first == ordinal ? own->second : scored.base);
+    }
+    return scores;
+}
+
+void rankByScore(const IndexView& view, const Query& query, std::size_t limit, Bitmap& documents,
+                 Found& found) {
+    Scored scored = query.score(view.live(0));
+    for (const auto& [ordinal, score] : best(scored, limit)) {
+        found.rows.push_back(view.row(ordinal));
+        found.scores.push_back(score);
+    }
+    if (!found.scores.empty()) found.maximumScore = found.scores.front();
+    documents = std::move(scored.documents);
+}
+
+/// False when the index does not know a field of the sort: then it has nothing to show.
+bool rankByFields(const IndexView& view, DocumentStore& store, const SearchRequest& request,
+                  const Query& query, const Bitmap& documents, std::size_t limit, Found& found) {
+    const std::vector<Ordinal> ordinals(documents.begin(), documents.end());
+    const std::vector<float> scores =
+        usesScore(request.sort) ? scoresOf(query, documents, ordinals) : std::vector<float>();
+    for (const SortSpec& spec : request.sort) {
+        auto column = SortColumn::make(view, store, spec, ordinals, scores);
+        if (!column) return false;
+        found.columns.push_back(std::move(*column));
+    }
+    std::vector<std::uint32_t> order(ordinals.size());
+    std::iota(order.begin(), order.end(), 0U);
+    const auto kept = static_cast<std::ptrdiff_t>(std::min(limit, order.size()));
+    std::partial_sort(order.begin(), order.begin() + kept, order.end(),
+                      [&](std::uint32_t a, std::uint32_t b) {
+                          for (const SortColumn& column : found.columns)
+                              if (column.key(a) != column.key(b)) return column.key(a) < column.key(b);
+                          return a < b;
+                      });
+    order.resize(static_cast<std::size_t>(kept));
+    for (const std::uint32_t position : order) {
+        found.rows.push_back(view.row(ordinals[position]));
+        for (const SortColumn& column : found.columns)
+            found.keys.push_back(column.key(position));
+    }
+    return true;
+}
+
+} // namespace
+
+SearchRequest SearchRequest::parse(const Json& body) {
+    SearchRequest request;
+    if (body.is_null()) return request;
+    if (!body.is_object()) throw parsingError("Expected [START_OBJECT] at the start of the search");
+    for (const auto& [key, value] : body.items()) {
+        if (key == "query") {
+            request.query = value;
+        } else if (key == "aggs" || key == "aggregations") {
+            request.aggregations = value;
+        } else if (key == "sort") {
+            request.sort = parseSort(value);
+        } else if (key == "from") {
+            request.from = sizeMember(key, value);
+        } else if (key == "size") {
+            request.size = sizeMember(key, value);
+        } else if (key == "_source" && value.is_boolean()) {
+            request.withSource = value;
+        } else if (key == "track_total_hits" && value.is_boolean()) {
+            request.trackTotal = value ? std::optional<std::size_t>(SIZE_MAX) : std::nullopt;
+        } else if (key == "track_total_hits") {
+            request.trackTotal = sizeMember(key, value);
+        } else {
+            throw parsingError(fmt::format("Unknown key for a {} in [{}].",
+                                           value.is_object()  ? "START_OBJECT"
+                                           : value.is_array() ? "START_ARRAY"
+                                                              : "VALUE",
+                                           key));
+        }
+    }
+    const bool onlyScore =
+        request.sort.size() == 1 && request.sort.front().field == "_score" && request.sort.front().descending;
+    if (onlyScore) request.sort.clear();
+    return request;
+}
+
+Found search(const IndexPtr& index, DocumentStore& store, const SearchRequest& request,
+             std::size_t limit) try {
+    Found found;
+    found.index = index;
+    const IndexView view(*index);
+    const QueryPtr query = QueryCompiler(view, store).compile(request.query);
+    Bitmap documents;
+    if (request.sort.empty() && limit > 0) {
+        rankByScore(view, *query, limit, documents, found);
+    } else {
+        documents = query->matches(view.live(0));
+        if (!request.sort.empty() && !rankByFields(view, store, request, *query, documents, limit, found))
+            documents = Bitmap();
+    }
+    found.total = documents.cardinality();
+    if (!request.aggregations.is_null())
+        found.aggregations = aggregate(view, request.aggregations, documents);
+    return found;
+} catch (const ApiError& e) {
+    // What cannot be parsed fails before any index is asked.
+    if (e.type() == "parsing_exception") throw;
+    throw e.asSearchFailure(index->name());
+}
+
+std::vector<RowId> matchingRows(const IndexPtr& index, DocumentStore& store, const Json& query) try {
+    const IndexView view(*index);
+    std::vector<RowId> rows;
+    for (const Ordinal ordinal : QueryCompiler(view, store).compile(query)->matches(view.live(0)))
+        rows.push_back(view.row(ordinal));
+    return rows;
+} catch (const ApiError& e) {
+    if (e.type() == "parsing_exception") throw;
+    throw e.asSearchFailure(index->name());
+}
+
+std::uint64_t count(const IndexPtr& index, DocumentStore& store, const Json& query) try {
+    const IndexView view(*index);
+    return QueryCompiler(view, store).compile(query)->matches(view.live(0)).cardinality();
+} catch (const ApiError& e) {
+    if (e.type() == "parsing_exception") throw;
+    throw e.asSearchFailure(index->name());
+}
+
+std::string renderHit(const Found& found, std::size_t position, const StoredDocument& document,
+                      bool withSource) {
+    std::string hit = fmt::format(R"({{"_index":{},"_id":{},"_score":)", jsonString(found.index->name()),
+                                  jsonString(document.id));
+    hit += found.scores.empty() ? "null" : Json(found.scores[position]).dump();
+    if (withSource) hit += R"(,"_source":)" + document.source;
+    if (!found.columns.empty()) {
+        Json sort = Json::array();
+        for (std::size_t column = 0; column < found.columns.size(); ++column)
+            sort.push_back(found.columns[column].shown(found.keys[position * found.columns.size() + column]));
+        hit += R"(,"sort":)" + sort.dump();
+    }
+    return hit + "}";
+}
+
+std::string renderHits(std::uint64_t total, const SearchRequest& request, std::optional<float> maximumScore,
+                       const std::vector<std::string>& hits) {
+    std::string rendered = R"("hits":{)";
+    if (request.trackTotal) {
+        const bool exact = total <= *request.trackTotal;
+        rendered += fmt::format(R"("total":{{"value":{},"relation":"{}"}},)",
+                                exact ? total : std::uint64_t{*request.trackTotal}, exact ? "eq" : "gte");
+    }
+    rendered += R"("max_score":)" + (maximumScore ? Json(*maximumScore).dump() : "null");
+    rendered += fmt::format(R"(,"hits":[{}]}})", fmt::join(hits, ","));
+    return rendered;
+}
+
+} // namespace kestrel

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "query/Sort.h"
+#include "storage/WriteQueue.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kestrel {
+
+/// The body of a search, checked.
+struct SearchRequest {
+    Json query;
+    Json aggregations;
+    std::vector<SortSpec> sort;
+    std::size_t from = 0;
+    std::size_t size = 10;
+    bool withSource = true;
+    /// Up to how many hits the total is exact; SIZE_MAX for always, nothing for no total.
+    std::optional<std::size_t> trackTotal = 10'000;
+
+    static SearchRequest parse(const Json& body);
+};
+
+/// What a search found in one index, in the order of the answer. Sources are not read yet.
+struct Found {
+    IndexPtr index;
+    std::uint64_t total = 0;
+    std::vector<RowId> rows;
+    std::vector<float> scores;      ///< empty when the hits are sorted by fields
+    std::vector<std::int64_t> keys; ///< sort keys, one group of columns.size() for each row
+    std::vector<SortColumn> columns;
+    std::optional<float> maximumScore;
+    Json aggregations;
+};
+
+constexpr std::size_t maximumWindow = 10'000;
+
+/// Finds the first limit hits. Errors carry the shape of a failed search.
+Found search(const IndexPtr& index, DocumentStore& store, const SearchRequest& request, std::size_t limit);
+
+/// Every matching document's row, in document order.
+std::vector<RowId> matchingRows(const IndexPtr& index, DocumentStore& store, const Json& query);
+std::uint64_t count(const IndexPtr& index, DocumentStore& store, const Json& query);
+
+/// One hit as the answer shows it.
+std::string renderHit(const Found& found, std::size_t position, const StoredDocument& document,
+                      bool withSource);
+/// {"total", "max_score", "hits"}
+std::string renderHits(std::uint64_t total, const SearchRequest& request, std::optional<float> maximumScore,
+                       const std::vector<std::string>& hits);
+
+} // namespace kestrel

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "security/Users.h"
+
+#include <array>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace kestrel {
+
+/// Checks the Authorization header of requests. The slow hash is computed once for each set of credentials;
+/// afterwards a keyed hash of the header is enough.
+class Authenticator {
+public:
+    explicit Authenticator(const Users& users);
+
+    /// The user behind the header, or a refusal with status 401. Refusals come slower the more there are.
+    std::shared_ptr<const Principal> authenticate(const std::string& header, const std::string& method,
+                                                  const std::string& path);
+
+private:
+    using Digest = std::array<unsigned char, 32>;
+    using Clock = std::chrono::steady_clock;
+
+    Digest digestOf(const std::string& header) const;
+    std::shared_ptr<const Principal> cached(const Digest& digest);
+    void remember(const Digest& digest, std::uint64_t generation, std::shared_ptr<const Principal> principal);
+    void delayFailure();
+
+    const Users& users_;
+    Digest key_{};
+    std::mutex mutex_;
+    std::map<Digest, std::shared_ptr<const Principal>> cache_;
+    std::uint64_t cachedGeneration_ = 0;
+    std::mutex slowMutex_; ///< one slow hash at a time, so that guessing cannot take all processors
+    int recentFailures_ = 0;
+    Clock::time_point lastFailure_{};
+};
+
+} // namespace kestrel

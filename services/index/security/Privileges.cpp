@@ -1,0 +1,87 @@
+#include "security/Privileges.h"
+
+#include "http/ApiError.h"
+#include "storage/Catalogue.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+namespace kestrel {
+
+namespace {
+
+using Named = std::pair<std::string_view, Rights>;
+
+constexpr Rights writeRights = rightCreateDocument | rightWriteDocument | rightDeleteDocument;
+constexpr Rights manageRights = rightMaintain | rightViewMetadata | rightCreateIndex | rightDeleteIndex;
+
+constexpr std::array<Named, 14> indexPrivileges{{
+    {"all", allRights},
+    {"read", rightRead},
+    {"write", writeRights},
+    {"index", rightCreateDocument | rightWriteDocument},
+    {"create", rightCreateDocument},
+    {"create_doc", rightCreateDocument},
+    {"delete", rightDeleteDocument},
+    {"maintenance", rightMaintain},
+    {"view_index_metadata", rightViewMetadata},
+    {"create_index", rightCreateIndex},
+    {"delete_index", rightDeleteIndex},
+    {"manage", manageRights},
+    {"monitor", 0},
+    {"none", 0},
+}};
+
+constexpr std::array<Named, 5> clusterPrivileges{{
+    {"all", allRights},
+    {"manage", rightMonitorService},
+    {"monitor", rightMonitorService},
+    {"manage_security", rightManageSecurity},
+    {"none", 0},
+}};
+
+template <std::size_t Size>
+Rights rightsOf(const std::array<Named, Size>& known, const std::string& privilege, const char* kind) {
+    for (const auto& [name, rights] : known)
+        if (name == privilege) return rights;
+    throw illegalArgument(fmt::format("unknown {} privilege [{}]", kind, privilege));
+}
+
+} // namespace
+
+Rights indexRights(const std::string& privilege) {
+    return rightsOf(indexPrivileges, privilege, "index");
+}
+
+Rights clusterRights(const std::string& privilege) {
+    return rightsOf(clusterPrivileges, privilege, "cluster");
+}
+
+bool Principal::may(Right right, const std::string& index) const {
+    return std::any_of(grants_.begin(), grants_.end(), [&](const Grant& grant) {
+        return (grant.rights & right) != 0 &&
+               std::any_of(grant.patterns.begin(), grant.patterns.end(),
+                           [&](const std::string& pattern) { return matchesPattern(pattern, index); });
+    });
+}
+
+void Principal::require(Right right, const std::string& index, const std::string& action) const {
+    if (may(right, index)) return;
+    throw ApiError(
+        403, "security_exception",
+        fmt::format("action [{}] is unauthorized for user [{}] with effective roles [{}] on indices [{}]",
+                    action, name_, fmt::join(roles_, ","), index));
+}
+
+void Principal::requireCluster(Right right, const std::string& action) const {
+    if ((cluster_ & right) != 0) return;
+    throw ApiError(403, "security_exception",
+                   fmt::format("action [{}] is unauthorized for user [{}] with effective roles [{}]", action,
+                               name_, fmt::join(roles_, ",")));
+}
+
+} // namespace kestrel

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "common/Json.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kestrel {
+
+/// What one may do to an index, or to the service as a whole; privileges of roles are sets of these.
+enum Right : std::uint32_t {
+    rightRead = 1U << 0U,
+    rightCreateDocument = 1U << 1U,
+    rightWriteDocument = 1U << 2U,
+    rightDeleteDocument = 1U << 3U,
+    rightMaintain = 1U << 4U,
+    rightViewMetadata = 1U << 5U,
+    rightCreateIndex = 1U << 6U,
+    rightDeleteIndex = 1U << 7U,
+    rightMonitorService = 1U << 8U,
+    rightManageSecurity = 1U << 9U,
+    allRights = UINT32_MAX,
+};
+using Rights = std::uint32_t;
+
+/// Refuses names of privileges that there are not.
+Rights indexRights(const std::string& privilege);
+Rights clusterRights(const std::string& privilege);
+
+/// Someone who has given the right password, with what the roles allow.
+class Principal {
+public:
+    struct Grant {
+        std::vector<std::string> patterns;
+        Rights rights;
+    };
+
+    Principal(std::string name, std::vector<std::string> roles, Rights cluster, std::vector<Grant> grants)
+        : name_(std::move(name)), roles_(std::move(roles)), cluster_(cluster), grants_(std::move(grants)) {}
+
+    const std::string& name() const { return name_; }
+    bool may(Right right, const std::string& index) const;
+    /// Throws a security_exception with status 403 that names the action.
+    void require(Right right, const std::string& index, const std::string& action) const;
+    void requireCluster(Right right, const std::string& action) const;
+
+private:
+    std::string name_;
+    std::vector<std::string> roles_;
+    Rights cluster_;
+    std::vector<Grant> grants_;
+};
+
+} // namespace kestrel

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace kestrel {
+
+class SqliteError : public std::runtime_error {
+public:
+    SqliteError(int code, const std::string& message) : std::runtime_error(message), code_(code) {}
+    int code() const { return code_; }
+    /// The medium is full, as opposed to broken.
+    bool noSpace() const;
+    bool corrupt() const { return (code_ & 0xFF) == SQLITE_CORRUPT || (code_ & 0xFF) == SQLITE_NOTADB; }
+
+private:
+    int code_;
+};
+
+class SqliteConnection;
+
+/// A prepared statement. Parameters are bound in order; text must live until the next step or reset.
+class SqliteStatement {
+public:
+    SqliteStatement(SqliteConnection& connection, std::string_view sql);
+
+    SqliteStatement& bind(std::int64_t value);
+    SqliteStatement& bind(std::string_view text);
+    /// True when a row is there to be read.
+    bool step();
+    /// Steps once and makes the statement ready for other parameters.
+    void run();
+    void reset();
+
+    std::int64_t integer(int column) const { return sqlite3_column_int64(statement_.get(), column); }
+    std::string text(int column) const;
+
+private:
+    void check(int code) const;
+
+    struct Finalize {
+        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+    };
+    std::unique_ptr<sqlite3_stmt, Finalize> statement_;
+    int bound_ = 0;
+};
+
+class SqliteConnection {
+public:
+    explicit SqliteConnection(const std::filesystem::path& file);
+
+    void execute(const std::string& sql);
+    std::int64_t pragma(const std::string& name);
+    sqlite3* handle() const { return handle_.get(); }
+    /// A transaction is open (an error may have ended it).
+    bool inTransaction() const { return sqlite3_get_autocommit(handle_.get()) == 0; }
+
+private:
+    struct Close {
+        void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
+    };
+    std::unique_ptr<sqlite3, Close> handle_;
+};
+
+} // namespace kestrel
