@@ -10,7 +10,14 @@
 /// The interpreter is started once per process by the first call that needs it, from the folder
 /// "PythonModules" beside the host executable, and never stopped. Calls that enter it (`ProcessAudio`,
 /// `FinalizeTranscript`, `TranscribeAudio`) come from the thread that made the first one. `Cancel` and
-/// `GetProgress` may be called from any thread, also on the running object.
+/// `GetProgress` may be called from any thread, also on the running object; from another thread they leave
+/// its error text alone.
+///
+/// When the interpreter cannot be started, operations return `KsNN_SetupFailed`, and "PythonStdErr.txt" in
+/// the log folder says why. When the module breaks off without an answer, which only misuse brings about (a
+/// call from another thread, an identifier that is not UTF-8, a process that is a Python interpreter itself),
+/// `ProcessAudio` and `FinalizeTranscript` throw a `const char*` that names the call; its Python error is in
+/// the same file.
 class KSNN_API KsNNSpeechToTextCYTHON : public KsNNSpeechToTextInterface {
 public:
     /// @param ownsShutdown Destroying this object does what `Shutdown` does.

@@ -15,8 +15,9 @@
 /// A speech-to-text engine, driven clip by clip.
 ///
 /// For each clip: `ProcessAudio` once per chunk in order, the first with `startSample` 0; then either
-/// `FinalizeTranscript` or `TranscribeAudio`, which both end the clip's buffered audio. `Cancel` and `GetProgress`
-/// act on the running transcription of the process; each engine says from which thread and object.
+/// `FinalizeTranscript` or `TranscribeAudio`, which both end the clip's buffered audio. `Cancel` and
+/// `GetProgress` act on the running transcription of the process; each engine says from which thread and
+/// object.
 class KSNN_API KsNNSpeechToTextInterface : public KsNNBase {
 public:
     /// The three sizes are part of the interface that all engines share; this base does not use them.
@@ -31,11 +32,12 @@ public:
     virtual KsNN_ErrorCode SetModelDir(const std::string& modelDir, bool debug) = 0;
 
     /// Hands one chunk of the clip's audio to the engine.
-    /// @param samples     `numSamples` 16-bit mono samples at 16,000 per second; copied before the call returns.
+    /// @param samples     `numSamples` 16-bit mono samples at 16,000 per second; copied before the call
+    /// returns.
     /// @param startSample Position of the first of them within the clip.
-    virtual KsNN_ErrorCode ProcessAudio(const std::int16_t* samples, std::size_t startSample, std::size_t numSamples,
-                                        const std::string& mediaGuid, const std::string& projectGuid,
-                                        bool debug) = 0;
+    virtual KsNN_ErrorCode ProcessAudio(const std::int16_t* samples, std::size_t startSample,
+                                        std::size_t numSamples, const std::string& mediaGuid,
+                                        const std::string& projectGuid, bool debug) = 0;
 
     /// Transcribes the uploaded audio of a clip and fills `entry`.
     /// @param audioTracks The host's description of the tracks, handed through.
@@ -60,9 +62,11 @@ public:
 
     std::string getLanguage() const;
 
-    /// Replaces `out` by the Base64 text of the samples (little-endian), in lines of 72 characters ended by CR LF.
+    /// Replaces `out` by the Base64 text of the samples (little-endian), in lines of 72 characters ended by
+    /// CR LF.
     void encodeAudioBase64(const std::int16_t* samples, std::size_t numSamples, std::stringstream& out);
-    /// Encodes and decodes the samples and compares. With `writeFile` the text goes to the debug folder, if one is set.
+    /// Encodes and decodes the samples and compares. With `writeFile` the text goes to the debug folder, if
+    /// one is set.
     KsNN_ErrorCode debugInternals(const std::int16_t* samples, std::size_t numSamples, bool writeFile);
 
 protected:

@@ -1,5 +1,6 @@
 // Meant for ThreadSanitizer as well: the library's own accesses from several threads must not race.
 
+#include "kestrelml/stt/KestrelMLCythonIF.h"
 #include "kestrelml/stt/KsNNSpeechToTextCYTHON.h"
 
 #include <gmock/gmock.h>
@@ -120,6 +121,21 @@ TEST_F(BridgeThreads, PollingOutlivesShutdownAndNewBridges) {
         KsNNSpeechToTextCYTHON::Shutdown();
         std::this_thread::yield();
     }
+}
+
+TEST_F(BridgeThreads, AnEngineThatOwnsTheShutdownTakesTheBridgeWithIt) {
+    float progress = -1.0F;
+    {
+        KsNNSpeechToTextCYTHON owner(0, 0, 0, true, dependencies() + "/models", testing::TempDir());
+        ASSERT_EQ(owner.Cancel(false), KsNN_Success);
+        Set_TranscribeProgress(0.5F);
+        EXPECT_EQ(Get_TranscribeCancel(), 1);
+        EXPECT_EQ(owner.GetProgress(progress, false), KsNN_Success);
+        EXPECT_FLOAT_EQ(progress, 0.5F);
+    }
+    EXPECT_EQ(Get_TranscribeCancel(), 0);
+    EXPECT_EQ(makeEngine().GetProgress(progress, false), KsNN_Success);
+    EXPECT_FLOAT_EQ(progress, 0.0F);
 }
 
 } // namespace

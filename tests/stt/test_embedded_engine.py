@@ -132,6 +132,8 @@ def test_module_errors_become_reports_and_the_host_goes_on(host: Host, samples: 
     assert "Languages.json" in missing[1]["error"]
     assert missing[2]["code"] == 0
 
+    host.log_dir = tmp_path / "l'og \\ ö"
+    host.log_dir.mkdir()
     broken = host.run(upload, "finalize|clip|project|en", "progress", models=corrupt)
     assert broken[1]["code"] == 1
     assert "checkFinalizeTranscript error: " in broken[1]["error"]
@@ -149,6 +151,13 @@ def test_languages_come_from_the_model_folder(host: Host, tmp_path: Path) -> Non
         assert failed["code"] == 1
         assert "KsNNSTTCython::GetSupportedLanguages err:" in failed["error"]
     assert not (tmp_path / "PythonStdErr.txt").exists(), "a list of languages needs no interpreter"
+
+
+def test_a_call_without_answer_is_raised_and_logged(host: Host, samples: Path) -> None:
+    raised, uploaded = host.run(f"upload|{samples}|\udcff|project", f"upload|{samples}|clip|project")
+    assert raised["raised"] == "KestrelMLCythonIF::STTProcessAudio error"
+    assert "UnicodeDecodeError" in host.log()
+    assert uploaded["code"] == 0
 
 
 def test_entering_from_another_thread_is_refused(host: Host, samples: Path) -> None:
