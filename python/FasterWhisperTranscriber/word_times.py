@@ -81,7 +81,7 @@ def seconds_per_character(words: Sequence[TimedWord]) -> float:
 def own_stretch(
     word: TimedWord, previous: Optional[TimedWord], stretches: list[tuple[float, float]], pace: float
 ) -> tuple[float, float]:
-    """The one of several stretches of sound, with pauses between them, that is the word's: no word is spoken over a pause.
+    """The one of several stretches of sound that is the word's, since no word goes on over a pause.
 
     Where the text expects a pause before the word it is the last; else the one as long as the word should take.
     """

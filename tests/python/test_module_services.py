@@ -97,10 +97,13 @@ def test_languages_are_read_once(module: Any, tmp_path: Path) -> None:
     assert module.set_stt_model_dir_func({"modelDir": str(tmp_path)}) == {"modelDir": str(tmp_path), "success": True}
     with pytest.raises(FileNotFoundError):
         module.getLanguageDict()
+    (tmp_path / "Languages.json").write_text("{")
+    with pytest.raises(ValueError, match="Languages.json' cannot be read"):
+        module.getLanguageDict()
     languages = {"yue": {"language": "Cantonese", "local": "粵語"}}
     (tmp_path / "Languages.json").write_text(json.dumps(languages, ensure_ascii=False), encoding="UTF-8")
     assert module.stt_getSupportedLanguages_func() == {"success": True, "languages": languages}
-    (tmp_path / "Languages.json").write_text("{}")
+    (tmp_path / "Languages.json").write_text("{")
     assert module.getLanguageDict() is module.getLanguageDict() and module.getLanguageDict() == languages
 
 
@@ -158,9 +161,10 @@ def test_finalize(ready: Any) -> None:
     ]  # fmt: skip
     assert (answer["model"], answer["device"], answer["cancel"]) == ("scripted-tiny", "cpu", False)
     # Half milliseconds go to the even neighbour: 1062.5 and 1187.5.
+    text = {"transcript": "Hi.", "language": "en", "speakerID": "1"}
     assert answer["transcriptSegments"] == [
-        {"transcript": "Hi.", "segment": i, "wordStartsMS": [start], "wordEndsMS": [end], "language": "en", "speakerID": "1"}
-        for i, (start, end) in enumerate([(1062, 1188), (4062, 4188)])
+        {**text, "segment": 0, "wordStartsMS": [1062], "wordEndsMS": [1188]},
+        {**text, "segment": 1, "wordStartsMS": [4062], "wordEndsMS": [4188]},
     ]
     assert [len(span) for span in ready.transcriber.spans] == [32000, 16000]
     assert (ready.progress, ready.dataset) == (1.0, {})
@@ -203,8 +207,9 @@ def test_finalize_without_audio(ready: Any, clip: dict[str, str]) -> None:
     upload(ready)
     answer = finalize(ready, **clip)
     expected = {"mediaGuid": "M", "projectGuid": "P", **clip}
+    error = "projectGuid or mediaGuid not present"
     assert list(answer.items()) == [
-        ("total_samples", 96000), *expected.items(), ("success", False), ("error", "projectGuid or mediaGuid not present")
+        ("total_samples", 96000), *expected.items(), ("success", False), ("error", error)
     ]  # fmt: skip
     assert "M" in ready.dataset["P"]
 

@@ -47,7 +47,9 @@ def test_missing_models_are_named(tmp_path: Path) -> None:
         Transcriber(str(tmp_path))
 
 
-@pytest.mark.parametrize("content, window", [(0, 1500), (300, 1500), (1000, 1500), (1001, 2000), (2300, 3000), (3000, 3000)])
+@pytest.mark.parametrize(
+    "content, window", [(0, 1500), (300, 1500), (1000, 1500), (1001, 2000), (2300, 3000), (3000, 3000)]
+)
 def test_window_leaves_silence_after_the_span(content: int, window: int) -> None:
     features = np.zeros((80, 3000), dtype=np.float32)
     features[:, :content] = -0.5

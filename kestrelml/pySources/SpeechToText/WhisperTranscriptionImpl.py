@@ -139,7 +139,7 @@ def ResetStatus() -> None:
 
 regExSplitWords = r"[\s-]+"
 
-symbols = list("\"#*+/<=>\\^_`{|}~「」『』♩♪♫♬♭♮♯\ufffd") + "<< >> <<< >>> -- --- ♪♪ ♪♪♪".split()
+symbols = [*"\"#*+/<=>\\^_`{|}~「」『』♩♪♫♬♭♮♯\ufffd", *"<< >> <<< >>> -- --- ♪♪ ♪♪♪".split()]
 
 tbl: dict[int, None] = dict.fromkeys(
     code for code in range(sys.maxunicode) if unicodedata.category(chr(code)).startswith("P")
@@ -353,7 +353,7 @@ def thai_sentences(text: str) -> list[str]:
     tokens = thai_words(text)
     if tokens and tokens[-1] == ".":
         tokens.pop()
-    sentences: list[str] = pythainlp.sent_tokenize(" ".join(tokens))
+    sentences = [str(sentence) for sentence in pythainlp.sent_tokenize(" ".join(tokens))]
     return [sentence.rstrip() + "." for sentence in sentences[:-1]] + sentences[-1:]
 
 
@@ -642,9 +642,7 @@ def inject_speaker_id(
     if diar_session is None:
         model_file = os.path.join(speech_model_dir(), "diarize", "KestrelDiarize.onnx")
         diar_session = init_session(model_file, "cpu")
-    set_speaker_id(
-        stt_segments, audio, voiced_spans, diar_session, success=True, debug=False, sparsity_threshold=sparsity_threshold
-    )
+    set_speaker_id(stt_segments, audio, voiced_spans, diar_session, True, False, sparsity_threshold)
 
 
 def set_speaker_id(
@@ -696,12 +694,20 @@ def set_stt_model_dir_func(params: Mapping[str, Any]) -> dict[str, Any]:
     return {"modelDir": transcriber_model_dir, "success": True}
 
 
+def read_language_file(path: str) -> dict[str, Any]:
+    with open(path, encoding="UTF-8") as file:
+        try:
+            languages: dict[str, Any] = json.load(file)
+        except ValueError as error:
+            raise ValueError(f"'{path}' cannot be read: {error}") from error
+    return languages
+
+
 def getLanguageDict() -> dict[str, Any]:
     """The languages that the speech model accepts, by code."""
     global languageDict
     if not languageDict:
-        with open(os.path.join(speech_model_dir(), "Languages.json"), encoding="UTF-8") as file:
-            languageDict = json.load(file)
+        languageDict = read_language_file(os.path.join(speech_model_dir(), "Languages.json"))
     return languageDict
 
 

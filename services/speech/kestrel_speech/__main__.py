@@ -32,7 +32,7 @@ def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         prog="kestrel-speech", description="Transcribes speech for clients on this machine, over HTTP."
     )
-    parser.add_argument("--port", type=port_number, default=DEFAULT_PORT, help="port (default %(default)s; 0: any free)")
+    parser.add_argument("--port", type=port_number, default=DEFAULT_PORT, help="default %(default)s; 0: any free one")
     parser.add_argument("--ready-file", type=Path, help="file to write, once serving, with address and process number")
     parser.add_argument(
         "--max-audio-hours",

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from collections.abc import Callable, Mapping
+from importlib import import_module
 from typing import Any, NamedTuple
 
 from kestrel_speech.limits import TranscriptionLimit, UploadLimit
@@ -22,8 +23,7 @@ class Route(NamedTuple):
 def import_speech_module() -> Any:
     """The speech part of the module. It keeps cancel and progress itself here, also where the library is installed
     system-wide and was found: the state of the library is that of another process's host."""
-    from SpeechToText import WhisperTranscriptionImpl as speech
-
+    speech: Any = import_module("SpeechToText.WhisperTranscriptionImpl")
     speech.whisper_share = None
     return speech
 
@@ -31,8 +31,7 @@ def import_speech_module() -> Any:
 def load_routes(max_audio_seconds: float, max_transcriptions: int) -> dict[str, Route]:
     """Imports the transcription module, which takes seconds, and gives its functions their paths."""
     speech = import_speech_module()
-    from SemanticSearch import semantic_search
-
+    semantic_search = import_module("SemanticSearch.semantic_search")
     upload = UploadLimit(speech, int(max_audio_seconds * speech.audioSampRate))
     transcription = TranscriptionLimit(max_transcriptions)
     return {
