@@ -82,8 +82,12 @@ std::string describe(const AVFormatContext& media, const AVStream& stream) {
         tracks += media.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO ? 1U : 0U;
         if (media.streams[i] == &stream) number = tracks;
     }
+    // Many files give only the number of channels; then they are named as is usual for that number.
+    AVChannelLayout usual{};
+    av_channel_layout_default(&usual, codec.ch_layout.nb_channels);
+    const bool isNamed = codec.ch_layout.order != AV_CHANNEL_ORDER_UNSPEC;
     std::array<char, 64> layout{};
-    av_channel_layout_describe(&codec.ch_layout, layout.data(), layout.size());
+    av_channel_layout_describe(isNamed ? &codec.ch_layout : &usual, layout.data(), layout.size());
     const AVDictionaryEntry* language = av_dict_get(stream.metadata, "language", nullptr, 0);
     return fmt::format("audio track {} of {}: {}, {} Hz, {}{}", number, tracks,
                        avcodec_get_name(codec.codec_id), codec.sample_rate, layout.data(),

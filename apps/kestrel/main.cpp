@@ -142,7 +142,7 @@ int main(int argc, char** argv) {
         "kestrel");
     Run run;
     app.set_version_flag("--version", "kestrel " KSNN_VERSION);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1); // so that a misspelt one is named, not merely missed
     app.footer("Everything is kept in $KESTREL_HOME, by default kestrel in the user's data folder.\n"
                "`kestrel COMMAND --help` says more, with examples.\n\n"
                "To begin with:\n  kestrel up\n"
@@ -152,7 +152,7 @@ int main(int argc, char** argv) {
         add(app, run);
     try {
         app.parse(argc, argv);
-        return run();
+        return run ? run() : fail("name a command; `kestrel --help` lists them", kestrel::ExitUsage);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kestrel::ExitFine : kestrel::ExitUsage;
     } catch (const kestrel::UsageError& error) {

@@ -34,7 +34,7 @@ def test_version_and_overview(fresh: Kestrel) -> None:
 @pytest.mark.parametrize(
     ("arguments", "message"),
     [
-        ([], "subcommand is required"),
+        ([], "name a command"),
         (["fly"], "fly"),
         (["up", "--index-port", "70000"], "70000"),
         (["transcribe", "a.wav", "--language", "en"], "--project"),

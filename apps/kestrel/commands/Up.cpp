@@ -1,5 +1,6 @@
 #include "apps/kestrel/Credentials.h"
 #include "apps/kestrel/Failure.h"
+#include "apps/kestrel/Files.h"
 #include "apps/kestrel/Interrupt.h"
 #include "apps/kestrel/Output.h"
 #include "apps/kestrel/Services.h"
@@ -20,6 +21,17 @@ bool isPasswordGood(const Home& home, const std::string& uri) {
     }
 }
 
+void settlePassword(const Home& home, const std::string& uri, const std::filesystem::path& log) {
+    // The key and what it encrypts are two files; of several `up` at once, one writes them.
+    const FileLock lock = FileLock::take(home.root() / "credentials.lock");
+    if (isPasswordGood(home, uri)) return;
+    takeUpCredentials(home);
+    if (!acceptsCredentials(home, uri))
+        throw Failure(
+            fmt::format("the index service at {} refuses the password that it made itself; its log is {}",
+                        uri, log.string()));
+}
+
 } // namespace
 
 int up(const UpOptions& options) {
@@ -32,15 +44,7 @@ int up(const UpOptions& options) {
     for (const auto& [service, running] : services.running())
         tell(fmt::format("{:6}  {}  {} (process {})", nameOf(service), running.uri,
                          started.contains(service) ? "started" : "already running", running.process.pid));
-    const std::string indexUri = require(home, Service::Index).uri;
-    if (!isPasswordGood(home, indexUri)) {
-        takeUpCredentials(home);
-        if (!acceptsCredentials(home, indexUri))
-            throw Failure(
-                fmt::format("the index service at {} refuses the password that it made itself; its log is "
-                            "{}",
-                            indexUri, services.logFile(Service::Index).string()));
-    }
+    settlePassword(home, require(home, Service::Index).uri, services.logFile(Service::Index));
     return ExitFine;
 }
 
