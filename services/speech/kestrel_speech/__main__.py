@@ -61,7 +61,9 @@ def run(arguments: argparse.Namespace) -> None:
         fail(f"port {arguments.port} cannot be used: {error.strerror}")
     routes = load_routes(arguments.max_audio_hours * 3600.0, MAX_TRANSCRIPTIONS)
     try:
-        server.serve(Application(routes), listener, arguments.ready_file)
+        # Cancelled, a transcription in progress is answered before the end.
+        cancel = routes["/stt_cancel"].function
+        server.serve(Application(routes), listener, arguments.ready_file, lambda: cancel({}))
     except OSError as error:
         fail(f"cannot serve: {error}")
 

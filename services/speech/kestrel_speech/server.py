@@ -7,6 +7,7 @@ import os
 import signal
 import socket
 import sys
+from collections.abc import Callable
 from pathlib import Path
 from types import FrameType
 from typing import TYPE_CHECKING, NoReturn, Optional
@@ -53,15 +54,23 @@ def write_ready_file(path: Path, uri: str) -> None:
     os.replace(partial, path)
 
 
-def stop(signum: int, frame: Optional[FrameType]) -> NoReturn:
-    """Ends the server's loop. Once: a second signal must not break off the clean end that the first began."""
-    signal.signal(signal.SIGTERM, signal.SIG_IGN)
-    signal.signal(signal.SIGINT, signal.SIG_IGN)
-    raise SystemExit(0)
+def stop_on_signals(before_stop: Callable[[], object]) -> None:
+    """SIGTERM and SIGINT end the server's loop. Once: a second one must not break off the clean end."""
+
+    def stop(signum: int, frame: Optional[FrameType]) -> NoReturn:
+        signal.signal(signal.SIGTERM, signal.SIG_IGN)
+        signal.signal(signal.SIGINT, signal.SIG_IGN)
+        before_stop()
+        raise SystemExit(0)
+
+    signal.signal(signal.SIGTERM, stop)
+    signal.signal(signal.SIGINT, stop)
 
 
-def serve(application: WSGIApplication, listener: socket.socket, ready_file: Optional[Path]) -> None:
-    """Serves until SIGTERM or SIGINT."""
+def serve(
+    application: WSGIApplication, listener: socket.socket, ready_file: Optional[Path], before_stop: Callable[[], object]
+) -> None:
+    """Serves until SIGTERM or SIGINT; then requests in progress have a few seconds to end."""
     server = create_server(
         application,
         sockets=[listener],
@@ -70,8 +79,7 @@ def serve(application: WSGIApplication, listener: socket.socket, ready_file: Opt
         max_request_body_size=MAX_REQUEST_BYTES,
     )
     server.channel_class = Channel
-    signal.signal(signal.SIGTERM, stop)
-    signal.signal(signal.SIGINT, stop)
+    stop_on_signals(before_stop)
     uri = f"http://{LOOPBACK}:{listener.getsockname()[1]}/"
     if ready_file is not None:
         write_ready_file(ready_file, uri)
