@@ -6,6 +6,7 @@
 #include "apps/kestrel/QuietPoint.h"
 #include "apps/kestrel/Store.h"
 
+#include <Poco/UUIDGenerator.h>
 #include <fmt/format.h>
 
 #include <chrono>
@@ -61,36 +62,62 @@ void numberSegments(KsNNDB_STTClipEntry& entry) {
 } // namespace
 
 /// The stretch of a clip that one run of the engine transcribes.
+///
+/// The engine knows it by a name of its own: a kestrel that was killed may have left sound of the same clip
+/// there, or a run that still goes on and will drop what is uploaded under its name.
 class Transcriber::Part {
 public:
-    Part(Transcriber& owner, const ClipKey& key, std::size_t startSample)
-        : mOwner(owner), mKey(key), mStart(startSample) {}
+    Part(Transcriber& owner, const ClipKey& clip, std::size_t startSample)
+        : mOwner(owner), mClip(clip),
+          mName(fmt::format("{}/{}", clip.mediaGuid,
+                            Poco::UUIDGenerator::defaultGenerator().createOne().toString())),
+          mStart(startSample) {}
+    Part(const Part&) = delete;
+    Part& operator=(const Part&) = delete;
+    ~Part() {
+        if (!mFinished) discard();
+    }
 
     std::size_t length() const { return mLength; }
     std::size_t end() const { return mStart + mLength; }
 
     void upload(const std::vector<std::int16_t>& samples, std::size_t count) {
         KsNNSpeechToTextInterface& engine = *mOwner.mEngine;
-        check(engine.ProcessAudio(samples.data(), mLength, count, mKey.mediaGuid, mKey.projectGuid, false),
-              engine, "the speech engine did not take the sound");
+        check(engine.ProcessAudio(samples.data(), mLength, count, mName, mClip.projectGuid, false), engine,
+              "the speech engine did not take the sound");
         mLength += count;
     }
 
     KsNNDB_STTClipEntry finish(const std::string& audioTracks) {
         KsNNDB_STTClipEntry entry;
-        KsNNSpeechToTextInterface& engine = *mOwner.mEngine;
-        const KsNN_ErrorCode code = engine.FinalizeTranscript(
-            entry, mLength, mKey.mediaGuid, mKey.projectGuid, audioTracks, mOwner.mLanguage, false);
+        const KsNN_ErrorCode code = finalize(entry, audioTracks, mOwner.mLanguage);
         if (code != KsNN_Success) throwIfInterrupted();
-        check(code, engine, "the speech engine failed");
+        check(code, *mOwner.mEngine, "the speech engine failed");
+        mFinished = true;
+        for (KsNNDBEntrySeg& segment : entry.segments)
+            segment.mediaGuid = mClip.mediaGuid;
         return entry;
     }
 
 private:
+    KsNN_ErrorCode finalize(KsNNDB_STTClipEntry& entry, const std::string& audioTracks,
+                            const std::string& language) {
+        return mOwner.mEngine->FinalizeTranscript(entry, mLength, mName, mClip.projectGuid, audioTracks,
+                                                  language, false);
+    }
+
+    /// To finish in no language is refused, and the sound is dropped.
+    void discard() {
+        KsNNDB_STTClipEntry nothing;
+        finalize(nothing, "", "");
+    }
+
     Transcriber& mOwner;
-    const ClipKey& mKey;
+    const ClipKey& mClip;
+    std::string mName;
     std::size_t mStart;
     std::size_t mLength = 0;
+    bool mFinished = false;
 };
 
 /// Shows the progress of the running transcription, and hands an interrupt on to it, from a thread of its
@@ -120,18 +147,9 @@ Transcriber::Transcriber(EngineKind kind, Home home, std::string language)
     requireLanguage(*mEngine, mLanguage);
 }
 
-/// An earlier run that was broken off may have left sound of this clip with the engine, and new sound would
-/// be put behind it. Finishing in no language is refused, and what was there is dropped.
-void Transcriber::discardUpload(const ClipKey& key, const AudioReader& audio) {
-    KsNNDB_STTClipEntry nothing;
-    mEngine->FinalizeTranscript(nothing, 0, key.mediaGuid, key.projectGuid, audio.trackDescription(), "",
-                                false);
-}
-
 KsNNDB_STTClipEntry Transcriber::transcribe(AudioReader& audio, const ClipKey& key, ProgressLine& progress) {
     std::optional<FileLock> turn;
     if (mKind == EngineKind::Service) turn = waitForService(mHome);
-    discardUpload(key, audio);
     const double total = audio.claimedDuration() * sampleRate;
     const auto fraction = [&](std::size_t sample) {
         return total > 0 ? static_cast<double>(sample) / total : 0.0;

@@ -31,8 +31,6 @@ private:
     class Part;
     class Watch;
 
-    void discardUpload(const ClipKey& key, const AudioReader& audio);
-
     EngineKind mKind;
     Home mHome;
     std::string mLanguage;
