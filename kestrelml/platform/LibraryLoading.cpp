@@ -16,8 +16,9 @@ bool loadRecogniserRuntime(const std::filesystem::path& pythonModules) {
     return LoadLibraryW((folder / "ctranslate2.dll").c_str()) != nullptr;
 }
 
-void exposeInterpreterSymbols(const char* /*libraryName*/) {
-} // symbols are bound by library here
+// Nothing to do: a library finds its symbols in the library that it names.
+void exposeInterpreterSymbols(int /*majorVersion*/, int /*minorVersion*/) {
+}
 
 #else
 
@@ -32,8 +33,10 @@ bool loadRecogniserRuntime(const std::filesystem::path& pythonModules) {
     return false;
 }
 
-void exposeInterpreterSymbols(const char* libraryName) {
-    dlopen(libraryName, RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL);
+void exposeInterpreterSymbols(int majorVersion, int minorVersion) {
+    const std::string name =
+        "libpython" + std::to_string(majorVersion) + "." + std::to_string(minorVersion) + ".so.1.0";
+    dlopen(name.c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL);
 }
 
 #endif

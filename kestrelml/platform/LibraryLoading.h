@@ -11,11 +11,11 @@ namespace kestrelml::platform {
 /// @return Whether it is loaded.
 bool loadRecogniserRuntime(const std::filesystem::path& pythonModules);
 
-/// Makes the symbols of the interpreter's library, which this process has loaded already, visible to
+/// Makes the symbols of the library of the given Python, which this process has loaded already, visible to
 /// libraries that are loaded later.
 ///
 /// Python packages do not name that library among their needs. A host that loads this library with local
 /// symbols (as Java, C# and ctypes do) would otherwise leave them with unresolved ones.
-void exposeInterpreterSymbols(const char* libraryName);
+void exposeInterpreterSymbols(int majorVersion, int minorVersion);
 
 } // namespace kestrelml::platform

@@ -18,10 +18,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kModuleName = "KestrelMLCython";
 constexpr const char* kCloseErrorLog = "sys.stderr.close(); sys.stderr = sys.__stderr__";
-#define KESTREL_TEXT_OF(x) #x
-#define KESTREL_TEXT(x) KESTREL_TEXT_OF(x)
-constexpr const char* kInterpreterLibrary =
-    "libpython" KESTREL_TEXT(PY_MAJOR_VERSION) "." KESTREL_TEXT(PY_MINOR_VERSION) ".so.1.0";
 
 enum class State { NotBegun, Failed, ModuleImported };
 std::atomic<State> state{State::NotBegun};
@@ -30,10 +26,10 @@ std::string errorLogPath(const std::string& logDirectory) {
     return logDirectory + "PythonStdErr.txt";
 }
 
-/// For failures that leave no interpreter to write the reason. What the log holds already may be the cause,
-/// and stays.
-void addToErrorLog(const std::string& logDirectory, const std::string& reason) {
-    std::ofstream(platform::pathFromUtf8(errorLogPath(logDirectory)), std::ios::app) << reason << '\n';
+/// For failures that leave no interpreter to write the reason.
+void writeErrorLog(const std::string& logDirectory, const std::string& reason,
+                   std::ios::openmode mode = std::ios::trunc) {
+    std::ofstream(platform::pathFromUtf8(errorLogPath(logDirectory)), std::ios::out | mode) << reason << '\n';
 }
 
 std::string pythonLiteral(const std::string& text) {
@@ -67,18 +63,17 @@ public:
         mConfig.write_bytecode = 0;
         mConfig.inspect = 1; // a SystemExit in the module is printed; it must not end the host
         mConfig.module_search_paths_set = 1;
-        wchar_t* folder = decode(modules);
+        const std::u8string utf8 = modules.u8string();
+        wchar_t* folder = Py_DecodeLocale(reinterpret_cast<const char*>(utf8.c_str()), nullptr);
         PyStatus status = PyWideStringList_Append(&mConfig.module_search_paths, folder);
         // Given, so that the interpreter does not go and look for an installation.
-        for (wchar_t** item : {
-                 &mConfig.home, &mConfig.prefix, &mConfig.exec_prefix, &mConfig.base_prefix,
-                     &mConfig.base_exec_prefix
+        std::vector<wchar_t**> places{&mConfig.home, &mConfig.prefix, &mConfig.exec_prefix,
+                                      &mConfig.base_prefix, &mConfig.base_exec_prefix};
 #if PY_VERSION_HEX >= 0x030B0000
-                     ,
-                     &mConfig.stdlib_dir
+        places.push_back(&mConfig.stdlib_dir);
 #endif
-             })
-            if (!PyStatus_Exception(status)) status = PyConfig_SetString(&mConfig, item, folder);
+        for (wchar_t** place : places)
+            if (!PyStatus_Exception(status)) status = PyConfig_SetString(&mConfig, place, folder);
         // What sys.executable names: a file that does not exist, rather than whichever Python PATH offers.
         if (!PyStatus_Exception(status)) {
             const std::wstring program = std::wstring(folder) + L"/python";
@@ -93,14 +88,6 @@ public:
     }
 
 private:
-    static wchar_t* decode(const fs::path& path) {
-#ifdef _WIN32
-        return _PyMem_RawWcsdup(path.c_str());
-#else
-        return Py_DecodeLocale(path.c_str(), nullptr);
-#endif
-    }
-
     PyConfig mConfig;
 };
 
@@ -120,25 +107,27 @@ PyStatus initialiseInterpreter(const fs::path& modules) {
 InterpreterStart startInterpreter(const std::string& logDirectory) {
     if (Py_IsInitialized()) return {true, nullptr};
     if (state == State::Failed) {
-        addToErrorLog(logDirectory,
-                      "The interpreter failed to start earlier in this process. Restart the host.");
+        // Added, since the log is likely to hold the cause.
+        writeErrorLog(logDirectory,
+                      "The interpreter failed to start earlier in this process. Restart the host.",
+                      std::ios::app);
         return {};
     }
     const fs::path modules = platform::executableDirectory() / "PythonModules";
     if (!fs::is_directory(modules)) {
-        addToErrorLog(logDirectory,
+        writeErrorLog(logDirectory,
                       "There is no folder " + modules.string() + " to start the interpreter from.");
         return {};
     }
     state = State::Failed;
     if (PyImport_AppendInittab(kModuleName, PyInit_KestrelMLCythonAutoGen) != 0) {
-        addToErrorLog(logDirectory, "The built-in module could not be registered: out of memory.");
+        writeErrorLog(logDirectory, "The built-in module could not be registered: out of memory.");
         return {};
     }
-    platform::exposeInterpreterSymbols(kInterpreterLibrary);
+    platform::exposeInterpreterSymbols(PY_MAJOR_VERSION, PY_MINOR_VERSION);
     const PyStatus status = initialiseInterpreter(modules);
     if (PyStatus_Exception(status)) {
-        addToErrorLog(logDirectory, std::string("The interpreter does not start from ") + modules.string() +
+        writeErrorLog(logDirectory, std::string("The interpreter does not start from ") + modules.string() +
                                         ": " + (status.err_msg ? status.err_msg : "unknown error"));
         return {};
     }

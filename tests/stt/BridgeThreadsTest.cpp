@@ -117,7 +117,7 @@ TEST_F(BridgeThreads, PollingOutlivesShutdownAndNewBridges) {
     };
     const Repeater one(poll);
     const Repeater two(poll);
-    while (polls < 500) {
+    while (polls < 5000) {
         KsNNSpeechToTextCYTHON::Shutdown();
         std::this_thread::yield();
     }
