@@ -144,12 +144,14 @@ void Connection::serve(HTTPServerSession& session) {
     setDeadline(limits_.answerTime);
     session.setKeepAlive(response.getKeepAlive());
     send(response, answer, request.method != "HEAD");
-    if (!response.getKeepAlive()) drain(received.stream());
+    if (answer.status == 413) drain(received.stream());
 }
 
 bool Connection::readBody(HTTPServerRequestImpl& request, HTTPServerResponseImpl& response,
                           std::string& body) const {
     const bool lengthKnown = request.hasContentLength();
+    // Without a length there is no body; the stream would wait for the client to hang up.
+    if (!lengthKnown && !request.getChunkedTransferEncoding()) return true;
     if (lengthKnown && static_cast<std::uint64_t>(request.getContentLength64()) > limits_.requestBytes)
         return false;
     if (request.getExpectContinue()) response.sendContinue();

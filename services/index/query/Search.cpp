@@ -45,6 +45,13 @@ bool usesScore(const std::vector<SortSpec>& sort) {
     return std::any_of(sort.begin(), sort.end(), [](const SortSpec& spec) { return spec.field == "_score"; });
 }
 
+/// The shortest text that reads back as the same number, with a point.
+std::string scoreText(float score) {
+    std::string text = fmt::format("{}", score);
+    if (text.find_first_of(".e") == std::string::npos) text += ".0";
+    return text;
+}
+
 std::vector<float> scoresOf(const Query& query, const Bitmap& documents,
                             const std::vector<Ordinal>& ordinals) {
     const Scored scored = query.score(documents);
@@ -182,7 +189,7 @@ std::string renderHit(const Found& found, std::size_t position, const StoredDocu
                       bool withSource) {
     std::string hit = fmt::format(R"({{"_index":{},"_id":{},"_score":)", jsonString(found.index->name()),
                                   jsonString(document.id));
-    hit += found.scores.empty() ? "null" : Json(found.scores[position]).dump();
+    hit += found.scores.empty() ? "null" : scoreText(found.scores[position]);
     if (withSource) hit += R"(,"_source":)" + document.source;
     if (!found.columns.empty()) {
         Json sort = Json::array();
@@ -201,7 +208,7 @@ std::string renderHits(std::uint64_t total, const SearchRequest& request, std::o
         rendered += fmt::format(R"("total":{{"value":{},"relation":"{}"}},)",
                                 exact ? total : std::uint64_t{*request.trackTotal}, exact ? "eq" : "gte");
     }
-    rendered += R"("max_score":)" + (maximumScore ? Json(*maximumScore).dump() : "null");
+    rendered += R"("max_score":)" + (maximumScore ? scoreText(*maximumScore) : "null");
     rendered += fmt::format(R"(,"hits":[{}]}})", fmt::join(hits, ","));
     return rendered;
 }
