@@ -26,7 +26,7 @@ double millisecondsSince(std::chrono::steady_clock::time_point begin) {
 }
 
 KsNNSpeechToTextCYTHON makeEngine(const std::string& modelDir) {
-    return {0, 0, 0, false, modelDir, "/tmp"};
+    return {0, 0, 0, false, modelDir, std::filesystem::temp_directory_path().string()};
 }
 
 void check(KsNN_ErrorCode code, const KsNNBase& engine) {
