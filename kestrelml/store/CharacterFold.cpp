@@ -132,7 +132,7 @@ char16_t* fold(std::u16string_view text, char16_t* const out) {
         const char16_t folded = (*page)[unit % kPageSize];
         if (!U16_IS_SURROGATE(folded)) {
             *end = folded;
-            end += (folded != u' ') | (last != u' ') ? 1 : 0;
+            end += folded == u' ' && last == u' ' ? 0 : 1;
             last = folded;
         } else if (folded >= kFirstPair) {
             const std::u16string_view pair = kPairs[static_cast<std::size_t>(folded - kFirstPair)];
