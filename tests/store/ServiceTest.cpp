@@ -1,0 +1,355 @@
+// The store against a real index service; which one, IndexService decides.
+
+#include "kestrelml/store/KsNNDatabase.h"
+#include "tests/support/IndexService.h"
+
+#include <Poco/UUIDGenerator.h>
+#include <gmock/gmock.h>
+
+#include <array>
+#include <chrono>
+#include <new>
+#include <numeric>
+#include <optional>
+#include <pthread.h>
+#include <random>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace kestrel_test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class Service : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        sService.emplace();
+        sService->giveCredentialsToLibrary();
+    }
+    static void TearDownTestSuite() { sService.reset(); }
+
+    Service() {
+        KsNNDatabase::setTranscriptIndex("kestrel_test_" + Poco::UUIDGenerator().createRandom().toString());
+    }
+    ~Service() override { mStore.DeleteIndex(KsNNDatabase::getTranscriptIndex(), false); }
+
+    static KsNNDatabase connect() { return {sService->uri().c_str(), nullptr, nullptr, nullptr, false}; }
+
+    static KsNNDBEntrySeg segment(const std::string& clip, int index, const std::string& text,
+                                  int startMS = 0) {
+        KsNNDBEntrySeg seg;
+        seg.segment = index;
+        seg.mediaGuid = clip;
+        seg.projectGuid = "project one";
+        seg.transcript = text;
+        seg.language = "en";
+        const auto words = 1 + std::count(text.begin(), text.end(), ' ');
+        for (int w = 0; w < words; ++w) {
+            seg.wordStartsMS.push_back(startMS + 100 * w);
+            seg.wordEndsMS.push_back(startMS + 100 * w + 90);
+        }
+        return seg;
+    }
+
+    static KsNNDBEntryBase base() {
+        KsNNDBEntryBase result;
+        result.projectName = "Film";
+        result.clipName = "A001";
+        return result;
+    }
+
+    void writeClip(const std::string& clip, const std::vector<std::string>& texts) {
+        ASSERT_EQ(mStore.LockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
+        for (std::size_t i = 0; i < texts.size(); ++i) {
+            const int index = static_cast<int>(i);
+            ASSERT_EQ(mStore.WriteToDB(base(), segment(clip, index, texts[i], 1000 * index), false),
+                      KsNN_Success)
+                << mStore.GetErrorStr();
+        }
+        ASSERT_EQ(mStore.SetProgressComplete(clip, false, 2, ""), KsNN_Success) << mStore.GetErrorStr();
+        ASSERT_EQ(mStore.UnlockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
+    }
+
+    static std::optional<IndexService> sService;
+    KsNNDatabase mStore = connect();
+};
+
+std::optional<IndexService> Service::sService;
+
+TEST_F(Service, AnswersTheProbeAndHasASpeakerIndex) {
+    EXPECT_EQ(mStore.testDefault(false), KsNN_Success) << mStore.GetErrorStr();
+    bool exists = false;
+    EXPECT_EQ(mStore.CheckIndex(exists, KsNNDatabase::getSpeakerIndex(), false), KsNN_Success);
+    EXPECT_TRUE(exists);
+}
+
+TEST_F(Service, AMissingIndexReadsAsAnEmptyStore) {
+    int count = 7;
+    bool complete = true;
+    KsNNDB_STTClipEntry entry;
+    std::vector<KsNNSearchResults> results;
+    EXPECT_EQ(mStore.GetTotalSegmentCount(count, false), KsNN_Success);
+    EXPECT_EQ(mStore.GetProgressComplete("m", "p", complete, false, 2), KsNN_Success);
+    EXPECT_EQ(mStore.GetDBContents("m", "p", entry, false, 2), KsNN_Success);
+    EXPECT_EQ(mStore.Search("phrase", "p", 0.5F, results, 0, false), KsNN_Success);
+    EXPECT_EQ(mStore.DeleteIndex(KsNNDatabase::getTranscriptIndex(), false), KsNN_Success);
+    EXPECT_EQ(count, 0);
+    EXPECT_FALSE(complete);
+    EXPECT_EQ(mStore.UnlockEntry("m", false), KsNN_Error);
+}
+
+TEST_F(Service, LifeOfAClip) {
+    const std::string clip = "clip 1";
+    bool locked = true;
+    ASSERT_EQ(mStore.CreateIndex(KsNNDatabase::getTranscriptIndex(), false), KsNN_Success)
+        << mStore.GetErrorStr();
+    EXPECT_EQ(mStore.GetLockState(clip, locked, false), KsNN_Success);
+    EXPECT_FALSE(locked);
+    EXPECT_EQ(mStore.WriteToDB(base(), segment(clip, 0, "no lock"), false), KsNN_Error);
+    EXPECT_THAT(mStore.GetErrorStr(), HasSubstr("KsNNDatabase::WriteToDB: Missing lock."));
+
+    EXPECT_EQ(mStore.LockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
+    EXPECT_EQ(mStore.LockEntry(clip, false), KsNN_LockConflict);
+    EXPECT_THAT(mStore.GetErrorStr(), IsEmpty());
+    EXPECT_EQ(mStore.GetLockState(clip, locked, false), KsNN_Success);
+    EXPECT_TRUE(locked);
+
+    const std::vector<std::string> texts = {"filthy rich people, oh rich people ", "Ça va très bien",
+                                            "3 2 1 go"};
+    for (int again = 0; again < 2; ++again) {
+        for (int i = 0; i < 3; ++i) {
+            ASSERT_EQ(mStore.WriteToDB(base(), segment(clip, i, texts[static_cast<std::size_t>(i)], 1000 * i),
+                                       false),
+                      KsNN_Success)
+                << mStore.GetErrorStr();
+        }
+    }
+    int count = 0;
+    EXPECT_EQ(mStore.GetSegmentCount(clip, "ANY", count, false, 2), KsNN_Success);
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(mStore.GetTotalSegmentCount(count, false), KsNN_Success);
+    EXPECT_EQ(count, 4);
+    bool complete = true;
+    EXPECT_EQ(mStore.GetProgressComplete(clip, "project one", complete, false, 2), KsNN_Success);
+    EXPECT_FALSE(complete);
+    EXPECT_EQ(mStore.SetProgressComplete(clip, false, 2, ""), KsNN_Success) << mStore.GetErrorStr();
+    EXPECT_EQ(mStore.GetProgressComplete(clip, "ANY", complete, false, 2), KsNN_Success);
+    EXPECT_TRUE(complete);
+    EXPECT_EQ(mStore.WriteToDB(base(), segment(clip, 3, "too late"), false), KsNN_Error);
+    EXPECT_EQ(mStore.UnlockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
+    EXPECT_EQ(mStore.UnlockEntry(clip, false), KsNN_LockConflict);
+
+    KsNNDB_STTClipEntry entry;
+    ASSERT_EQ(mStore.GetDBContents(clip, "project one", entry, false, 2), KsNN_Success)
+        << mStore.GetErrorStr();
+    ASSERT_EQ(entry.segments.size(), 3U);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(entry.segments[i].segment, static_cast<int>(i));
+        EXPECT_EQ(entry.segments[i].transcript, texts[i]);
+    }
+    EXPECT_EQ(entry.projectName + entry.clipName, "FilmA001");
+    EXPECT_TRUE(entry.progressComplete);
+
+    ASSERT_EQ(mStore.GetDBContentsRange(clip, "project one", 1100, 2150, entry, false), KsNN_Success);
+    ASSERT_EQ(entry.segments.size(), 2U);
+    EXPECT_EQ(entry.segments[0].transcript + "|" + entry.segments[1].transcript, "va très bien|3 2");
+    EXPECT_THAT(entry.segments[1].wordStartsMS, ElementsAre(900, 1000));
+}
+
+TEST_F(Service, FindsMisspeltPhrasesAtTheRightWordOfTheRightClip) {
+    writeClip("news", {"the minister said nothing", "about the budget for next year", "and left"});
+    writeClip("drama",
+              {"shiny happy people", "Le château était très élégant", "who are the rich people over there"});
+    struct Expected {
+        const char* phrase;
+        const char* clip;
+        float startMS;
+    };
+    for (const auto& [phrase, clip, startMS] :
+         {Expected{"Rich peeple!", "drama", 2300}, Expected{"chatau etait tres", "drama", 1100},
+          Expected{"the budjet", "news", 1100}, Expected{"MINISTER  sayd", "news", 100}}) {
+        std::vector<KsNNSearchResults> results;
+        ASSERT_EQ(mStore.Search(phrase, "project one", 0.75F, results, 3, false), KsNN_Success)
+            << mStore.GetErrorStr();
+        ASSERT_EQ(results.size(), 1U) << phrase;
+        EXPECT_EQ(results[0].mediaGuid, clip) << phrase;
+        EXPECT_EQ(results[0].startMS, startMS) << phrase;
+        EXPECT_EQ(results[0].endMS, startMS + 90) << phrase;
+    }
+    std::vector<KsNNSearchResults> none;
+    EXPECT_EQ(mStore.Search("rich people", "project two", 0.5F, none, 3, false), KsNN_Success);
+    EXPECT_THAT(none, IsEmpty());
+}
+
+TEST_F(Service, IdentifiersMayHoldAnything) {
+    const std::string identifiers[] = {"a/b",
+                                       "a%2Fb",
+                                       "a",
+                                       "a/b?x=1",
+                                       "a#b",
+                                       "..",
+                                       "a b+c",
+                                       "'\"\\",
+                                       "клип 7",
+                                       "клип",
+                                       "_search",
+                                       "*",
+                                       std::string(512, 'x')};
+    for (const std::string& clip : identifiers) {
+        SCOPED_TRACE(clip);
+        ASSERT_EQ(mStore.LockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
+        bool locked = false;
+        EXPECT_EQ(mStore.GetLockState(clip, locked, false), KsNN_Success) << mStore.GetErrorStr();
+        EXPECT_TRUE(locked);
+        EXPECT_EQ(mStore.UnlockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
+    }
+    int total = 1;
+    EXPECT_EQ(mStore.GetTotalSegmentCount(total, false), KsNN_Success);
+    EXPECT_EQ(total, 0);
+    for (const std::string& clip : {std::string("a/b?\"клип\"#1"), std::string("a/b?\"клип\"#2")}) {
+        writeClip(clip, {"text of " + clip});
+    }
+    KsNNDB_STTClipEntry entry;
+    ASSERT_EQ(mStore.GetDBContents("a/b?\"клип\"#1", "project one", entry, false, 2), KsNN_Success);
+    ASSERT_EQ(entry.segments.size(), 1U);
+    EXPECT_EQ(entry.segments[0].transcript, "text of a/b?\"клип\"#1");
+}
+
+TEST_F(Service, IdentifiersThatAreTooLongAreRefused) {
+    const std::string tooLong(10000, 'x');
+    EXPECT_EQ(mStore.LockEntry(tooLong, false), KsNN_Error);
+    EXPECT_THAT(mStore.GetErrorStr(), HasSubstr("KsNNDatabase::LockEntry err: "));
+    EXPECT_EQ(mStore.WriteToDB(base(), segment(tooLong, 0, "text"), false), KsNN_Error);
+    int total = 1;
+    EXPECT_EQ(mStore.GetTotalSegmentCount(total, false), KsNN_Success);
+    EXPECT_EQ(total, 0);
+}
+
+TEST_F(Service, UnlocksOnePageOfLocksAtATime) {
+    for (int i = 0; i < 12; ++i)
+        ASSERT_EQ(mStore.LockEntry("clip" + std::to_string(i), false), KsNN_Success);
+    const auto locks = [&] {
+        int count = -1;
+        EXPECT_EQ(mStore.GetTotalSegmentCount(count, false), KsNN_Success);
+        return count;
+    };
+    EXPECT_EQ(locks(), 12);
+    EXPECT_EQ(mStore.UnlockAllEntries(false), KsNN_Success) << mStore.GetErrorStr();
+    EXPECT_EQ(locks(), 2);
+    EXPECT_EQ(mStore.UnlockAllEntries(false), KsNN_Success);
+    EXPECT_EQ(locks(), 0);
+}
+
+TEST_F(Service, WrongPasswordIsAReportAndChangesNothing) {
+    const std::string index = KsNNDatabase::getTranscriptIndex();
+    IndexService::giveCredentialsToLibrary(sService->user(), "wrong");
+    KsNNDatabase::setTranscriptIndex(index);
+    EXPECT_EQ(mStore.testDefault(false), KsNN_Error);
+    EXPECT_THAT(mStore.GetErrorStr(), HasSubstr("KsNNDatabase::testDefault err: "));
+    EXPECT_EQ(mStore.LockEntry("clip", false), KsNN_Error);
+    EXPECT_THAT(mStore.GetErrorStr(), HasSubstr("KsNNDatabase::CheckIndex err: "));
+    sService->giveCredentialsToLibrary();
+    KsNNDatabase::setTranscriptIndex(index);
+    EXPECT_EQ(mStore.LockEntry("clip", false), KsNN_Success) << mStore.GetErrorStr();
+}
+
+/// Memory and a meeting point that forked processes share.
+template <std::size_t Processes, std::size_t Rounds>
+struct Arena {
+    pthread_barrier_t barrier;
+    std::array<std::array<int, Processes>, Rounds> lockCodes;
+    std::array<std::array<int, Processes>, Rounds> unlockCodes;
+
+    static Arena* create() {
+        void* const memory =
+            mmap(nullptr, sizeof(Arena), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        auto* const arena = new (memory) Arena{};
+        pthread_barrierattr_t attributes;
+        pthread_barrierattr_init(&attributes);
+        pthread_barrierattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+        pthread_barrier_init(&arena->barrier, &attributes, Processes);
+        return arena;
+    }
+    void meet() { pthread_barrier_wait(&barrier); }
+};
+
+TEST_F(Service, OfManyProcessesExactlyOneGetsTheLock) {
+    constexpr std::size_t kProcesses = 64;
+    constexpr std::size_t kRounds = 12;
+    ASSERT_EQ(mStore.CreateIndex(KsNNDatabase::getTranscriptIndex(), false), KsNN_Success);
+    auto* const arena = Arena<kProcesses, kRounds>::create();
+    std::vector<pid_t> children;
+    for (std::size_t p = 0; p < kProcesses; ++p) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child > 0) {
+            children.push_back(child);
+            continue;
+        }
+        for (std::size_t round = 0; round < kRounds; ++round) {
+            arena->meet();
+            const KsNN_ErrorCode code = mStore.LockEntry("clip", false);
+            arena->lockCodes[round][p] = code;
+            arena->meet();
+            if (code == KsNN_Success) arena->unlockCodes[round][p] = mStore.UnlockEntry("clip", false);
+        }
+        _exit(0);
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    for (std::size_t round = 0; round < kRounds; ++round) {
+        const auto& codes = arena->lockCodes[round];
+        EXPECT_EQ(std::count(codes.begin(), codes.end(), KsNN_Success), 1) << round;
+        EXPECT_EQ(std::count(codes.begin(), codes.end(), KsNN_LockConflict), kProcesses - 1) << round;
+        EXPECT_THAT(arena->unlockCodes[round], testing::Each(KsNN_Success));
+    }
+    munmap(arena, sizeof(*arena));
+}
+
+TEST_F(Service, NothingAcknowledgedIsLostOrDoubledWhenTheServiceIsKilled) {
+    if (!sService->isOurs()) GTEST_SKIP() << "this service is not ours to kill";
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    ASSERT_EQ(mStore.LockEntry("clip", false), KsNN_Success) << mStore.GetErrorStr();
+
+    std::atomic<bool> killing{true};
+    std::thread killer([&] {
+        std::mt19937 random(seed);
+        for (int i = 0; i < 10; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 400));
+            sService->kill();
+            sService->start();
+        }
+        killing = false;
+    });
+    // A host that repeats each write until it is acknowledged; the store must see what is there already.
+    int written = 0;
+    while (killing || written < 20) {
+        const KsNN_ErrorCode code =
+            mStore.WriteToDB(base(), segment("clip", written, "text", 100 * written), false);
+        if (code == KsNN_Success) ++written;
+    }
+    killer.join();
+
+    KsNNDB_STTClipEntry entry;
+    ASSERT_EQ(mStore.GetDBContents("clip", "project one", entry, false, 2), KsNN_Success)
+        << mStore.GetErrorStr();
+    std::vector<int> found;
+    for (const KsNNDBEntrySeg& seg : entry.segments)
+        found.push_back(seg.segment);
+    std::vector<int> expected(static_cast<std::size_t>(written));
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(found, expected);
+    EXPECT_EQ(mStore.UnlockEntry("clip", false), KsNN_Success);
+}
+
+} // namespace
+} // namespace kestrel_test
