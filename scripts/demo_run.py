@@ -73,10 +73,10 @@ class Kestrel:
 
     def ask(self, *arguments: object) -> Any:
         result = subprocess.run(
-            [self.executable, *map(str, arguments), "--json"], stdout=subprocess.PIPE, check=False
+            [self.executable, *map(str, arguments), "--json"], capture_output=True, text=True, check=False
         )
         if result.returncode != 0:
-            sys.exit(f"\nkestrel {arguments[0]} failed; what went wrong stands above")
+            sys.exit(f"\nkestrel {arguments[0]} failed: {result.stderr}")
         return json.loads(result.stdout)
 
     @staticmethod

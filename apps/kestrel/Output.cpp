@@ -41,7 +41,7 @@ ProgressLine::~ProgressLine() {
 
 void ProgressLine::show(const std::string& stage, double fraction) {
     static const bool terminal = ::isatty(STDERR_FILENO) != 0;
-    const int step = terminal ? 1 : 10;
+    const int step = terminal ? 1 : 25;
     const int percent = static_cast<int>(std::clamp(fraction, 0.0, 1.0) * 100) / step * step;
     if (stage == mStage && percent <= mPercent) return;
     mStage = stage;

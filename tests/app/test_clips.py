@@ -228,3 +228,17 @@ def test_conversation_has_its_two_voices(kestrel: Kestrel) -> None:
     result = kestrel.good("transcribe", file, "--project", PROJECT, "--language", "en", "--json")
     assert 0 < result.json()["clips"][0]["seconds"] <= time.monotonic() - begin
     assert len({segment["speaker"] for segment in contents(kestrel, file)["segments"]}) == 2
+
+
+def test_sound_beyond_one_part_keeps_its_time(kestrel: Kestrel, tmp_path: Path) -> None:
+    """Speech, forty minutes of silence, and speech: the engine gets two parts."""
+    join = "[0]apad=whole_dur=2430[first];[first][1]concat=n=2:v=0:a=1"
+    sources = ("-i", SPEECH / "librivox_5.wav", "-i", SPEECH / "librivox_2.wav")
+    file = make_media(tmp_path / "long.flac", *sources, "-filter_complex", join)
+    kestrel.good("transcribe", file, "--project", "Long", "--language", "en")
+    first, second = contents(kestrel, file)["segments"]
+    assert "amiable" in first["text"] and first["startMS"] < 2_000
+    assert "young man" in second["text"] and 2_430_000 <= second["startMS"] < 2_432_000
+    assert second["speaker"] == f"{first['speaker']} (part 2)"
+    (hit,) = kestrel.good("search", "yung man", "--project", "Long", "--json").json()["hits"]
+    assert 2_431_500 < hit["startMS"] < 2_432_500
