@@ -17,6 +17,9 @@ Audio = npt.NDArray[np.float32]
 
 _SHORT_ANSWER = 1.5
 _NOISE_DB = -60.0
+_FRAME = SAMPLE_RATE // 100
+_PAUSE_FRAMES = 30
+_QUIET_DB = -40.0  # below the loudest frame of a turn
 
 
 @dataclass(frozen=True)
@@ -31,6 +34,7 @@ class Conversation:
     name: str
     audio: Audio
     turns: Sequence[Turn]
+    speech: Sequence[Turn]  # the turns without their inner pauses
 
     @property
     def seconds(self) -> float:
@@ -78,6 +82,7 @@ def converse(name: str, folders: Sequence[Path], seconds: float, seed: int) -> C
     order = [voice for _ in range(3) for voice in chance.sample(voices, len(voices))]
     pieces: list[Audio] = []
     turns: list[Turn] = []
+    speech: list[Turn] = []
     position, last = 0, ""
     while order or position < seconds * SAMPLE_RATE:
         voice = order.pop() if order else chance.choice(voices)
@@ -89,10 +94,22 @@ def converse(name: str, folders: Sequence[Path], seconds: float, seed: int) -> C
         pause = _silence(chance.uniform(2.5, 4) if chance.random() < 0.1 else chance.uniform(0.1, 1.2))
         pieces += [spoken, pause]
         turns.append(Turn(position / SAMPLE_RATE, (position + len(spoken)) / SAMPLE_RATE, voice.name))
+        speech += [Turn((position + begin) / SAMPLE_RATE, (position + end) / SAMPLE_RATE, voice.name)
+                   for begin, end in _between_pauses(spoken)]
         position += len(spoken) + len(pause)
     audio = np.concatenate(pieces)
     noise = np.random.default_rng(seed).standard_normal(len(audio)) * 10 ** (_NOISE_DB / 20)
-    return Conversation(name, (audio + noise).astype(np.float32), turns)
+    return Conversation(name, (audio + noise).astype(np.float32), turns, speech)
+
+
+def _between_pauses(spoken: Audio) -> list[tuple[int, int]]:
+    """Sample ranges of the speech in a recording without noise."""
+    frames = spoken[: len(spoken) // _FRAME * _FRAME].reshape(-1, _FRAME)
+    level = np.sqrt(np.mean(frames**2, axis=1))
+    loud = np.flatnonzero(level > level.max() * 10 ** (_QUIET_DB / 20))
+    cuts = np.flatnonzero(np.diff(loud) > _PAUSE_FRAMES)
+    begins, ends = np.concatenate([loud[:1], loud[cuts + 1]]), np.concatenate([loud[cuts], loud[-1:]]) + 1
+    return [(int(begin) * _FRAME, int(end) * _FRAME) for begin, end in zip(begins, ends)]
 
 
 def _read(path: Path) -> Audio:

@@ -29,12 +29,12 @@ def score(conversation: Conversation, turns: Sequence[tuple[float, float, int]],
     """`segment_speakers` are the labels given to a transcript with one segment for every true turn."""
     steps = int(conversation.seconds / _STEP) + 1
     names = sorted(conversation.speakers)
-    truth = _timeline([(turn.begin, turn.end, names.index(turn.speaker)) for turn in conversation.turns], steps)
+    truth = _timeline([(turn.begin, turn.end, names.index(turn.speaker)) for turn in conversation.speech], steps)
     found = _timeline(turns, steps)
     both = (truth >= 0) & (found >= 0)
     speech = int((truth >= 0).sum())
-    labels = [int(label) for label in dict.fromkeys(segment_speakers)]
-    given = np.array([labels.index(int(label)) for label in segment_speakers])
+    labels = list(dict.fromkeys(segment_speakers))
+    given = np.array([labels.index(label) for label in segment_speakers])
     meant = np.array([names.index(turn.speaker) for turn in conversation.turns])
     return Score(
         confusion=_mismatches(truth[both], found[both]) / speech,

@@ -16,10 +16,10 @@ Labels = npt.NDArray[np.int64]
 _Matrix = npt.NDArray[np.float64]
 
 # Found on recordings; bench/diarization reports how they do on others.
-_JOIN_DISTANCE = 0.65  # cosine distance up to which windows are joined, averaged over pairs
-_SAME_VOICE = 0.55  # cosine similarity from which two groups are one voice
-_SMALLEST_VOICE = 3.0  # whole windows of speech
-_CHANGE_PRICE = 0.1  # similarity that a change of voice must gain
+_JOIN_DISTANCE = 0.7  # cosine distance up to which windows are joined, averaged over pairs
+_SAME_VOICE = 0.45  # cosine similarity from which two groups are one voice
+_SMALLEST_VOICE = 2.0  # whole windows of speech
+_CHANGE_PRICE = 0.05  # similarity that a change of voice must gain
 _MOST_ROUNDS = 10
 _BLOCK = 2000  # windows joined at a time: the pairwise distances take memory with the square
 
