@@ -134,9 +134,7 @@ int fail(const std::string& message, int code) {
     return code;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int runCommandLine(int argc, char** argv) {
     CLI::App app(
         "Transcribes the sound of media files, finds what is said in them, and lines scripts up with it.",
         "kestrel");
@@ -161,5 +159,15 @@ int main(int argc, char** argv) {
         return fail(error.what(), kestrel::ExitCancelled);
     } catch (const std::exception& error) {
         return fail(error.what(), kestrel::ExitFailed);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return runCommandLine(argc, argv);
+    } catch (...) { // not even the message could be written
+        return kestrel::ExitFailed;
     }
 }

@@ -18,6 +18,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <tuple>
 
 namespace kestrel {
 

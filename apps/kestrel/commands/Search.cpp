@@ -50,6 +50,7 @@ public:
         });
         results.resize(std::min(results.size(), static_cast<std::size_t>(mOptions.maxResults)));
         std::vector<Hit> hits;
+        hits.reserve(results.size());
         for (const KsNNSearchResults& result : results)
             hits.push_back(describe(result));
         return hits;

@@ -14,7 +14,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <chrono>
 #include <numeric>
 
@@ -75,10 +74,9 @@ public:
             outcome.error = failure.what();
             tell(fmt::format("{}  failed: {}", title, failure.what()));
         }
+        const auto taken = std::chrono::steady_clock::now() - begin;
         outcome.seconds =
-            std::chrono::duration_cast<std::chrono::duration<double, std::ratio<1>>>(
-                std::chrono::round<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin))
-                .count();
+            std::chrono::duration<double>(std::chrono::round<std::chrono::milliseconds>(taken)).count();
         return outcome;
     }
 
