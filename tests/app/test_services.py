@@ -9,6 +9,7 @@ import re
 import shutil
 import socket
 import subprocess
+import time
 from collections.abc import Callable
 from pathlib import Path
 
@@ -75,6 +76,13 @@ def is_alive(pid: int) -> bool:
     return " Z " not in Path(f"/proc/{pid}/stat").read_text()
 
 
+def wait_until_gone(pid: int) -> None:
+    deadline = time.monotonic() + 30
+    while Path(f"/proc/{pid}").exists() and is_alive(pid):
+        assert time.monotonic() < deadline, f"process {pid} outlives being killed"
+        time.sleep(0.05)
+
+
 def test_two_ups_at_once_start_one_of_each(fresh: Kestrel) -> None:
     processes = [fresh.start("up", "--index-port", 0, "--speech-port", 0) for _ in range(3)]
     messages = [process.communicate(timeout=300)[1] for process in processes]
@@ -86,6 +94,7 @@ def test_a_service_that_died_is_started_again(fresh: Kestrel) -> None:
     fresh.up()
     before = fresh.pids()
     os.kill(before["index"], 9)
+    wait_until_gone(before["index"])
     result = fresh.run("status", "--json")
     assert result.code == 1
     assert result.json()["index"]["running"] is False
