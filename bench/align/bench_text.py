@@ -14,7 +14,7 @@ from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
-import cydifflib
+import cydifflib  # type: ignore[import-untyped]
 from prose import noisy, prose, sentences, timed
 from rapidfuzz import process
 from rapidfuzz.distance import Levenshtein
