@@ -115,7 +115,8 @@ def _between_pauses(spoken: Audio) -> list[tuple[int, int]]:
 def _read(path: Path) -> Audio:
     with wave.open(str(path), "rb") as file:
         samples = np.frombuffer(file.readframes(file.getnframes()), "<i2")
-    return samples.astype(np.float32) / 32768
+    scaled: Audio = samples.astype(np.float32) / np.float32(32768)
+    return scaled
 
 
 def _silence(seconds: float) -> Audio:
