@@ -108,6 +108,9 @@ int main(int argc, char** argv) {
     } catch (const kestrel::DataFolderError& e) {
         spdlog::critical("{}", e.what());
         code = exitDataFolder;
+    } catch (const kestrel::SqliteError& e) {
+        spdlog::critical("the documents cannot be read: {}; nothing was changed", e.what());
+        code = exitDataFolder;
     } catch (const kestrel::AddressError& e) {
         spdlog::critical("{}", e.what());
         code = exitAddress;

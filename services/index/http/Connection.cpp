@@ -25,6 +25,7 @@ using Poco::Net::HTTPServerResponseImpl;
 using Poco::Net::HTTPServerSession;
 
 constexpr std::size_t drainedAtMost = 1024U * 1024 * 1024;
+const Poco::Timespan lingering(2, 0);
 
 Answer errorAnswer(const ApiError& error) {
     return Answer::json(error.body(), error.status());
@@ -172,19 +173,26 @@ void Connection::send(HTTPServerResponseImpl& response, const Answer& answer, bo
     response.setContentType("application/json; charset=UTF-8");
     for (const auto& [name, value] : answer.headers)
         response.set(name, value);
-    if (withBody) {
-        response.sendBuffer(answer.body.data(), answer.body.size());
-        return;
-    }
     response.setContentLength64(static_cast<Poco::Int64>(answer.body.size()));
-    response.send().flush();
+    std::ostream& stream = response.send();
+    if (withBody) stream.write(answer.body.data(), static_cast<std::streamsize>(answer.body.size()));
+    stream.flush();
 }
 
 void Connection::refuseRest(HTTPServerSession& session, const Answer& answer) {
-    HTTPServerResponseImpl response(session);
-    response.setVersion(Poco::Net::HTTPMessage::HTTP_1_1);
-    response.setKeepAlive(false);
-    send(response, answer, true);
+    {
+        HTTPServerResponseImpl response(session);
+        response.setVersion(Poco::Net::HTTPMessage::HTTP_1_1);
+        response.setKeepAlive(false);
+        send(response, answer, true);
+    }
+    socket().setReceiveTimeout(lingering);
+    std::array<char, 65536> scrap{};
+    for (std::size_t drained = 0; drained < drainedAtMost;) {
+        const int received = socket().receiveBytes(scrap.data(), static_cast<int>(scrap.size()));
+        if (received <= 0) break;
+        drained += static_cast<std::size_t>(received);
+    }
 }
 
 } // namespace kestrel

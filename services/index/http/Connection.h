@@ -65,6 +65,8 @@ private:
     bool readBody(Poco::Net::HTTPServerRequestImpl& request, Poco::Net::HTTPServerResponseImpl& response,
                   std::string& body) const;
     void send(Poco::Net::HTTPServerResponseImpl& response, const Answer& answer, bool withBody);
+    /// Answers instead of reading on, then takes in what the client still sends, so that it gets to see the
+    /// answer.
     void refuseRest(Poco::Net::HTTPServerSession& session, const Answer& answer);
     void setDeadline(std::chrono::seconds time);
 

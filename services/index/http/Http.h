@@ -34,7 +34,10 @@ struct Answer {
     std::string body;
     std::vector<std::pair<std::string, std::string>> headers;
 
-    static Answer json(const Json& content, int status = 200) { return {status, content.dump(), {}}; }
+    /// Bytes that are no UTF-8, which an error may quote, are replaced.
+    static Answer json(const Json& content, int status = 200) {
+        return {status, content.dump(-1, ' ', false, Json::error_handler_t::replace), {}};
+    }
 };
 
 /// Splits a request target into path and query. Throws an ApiError when it is malformed.

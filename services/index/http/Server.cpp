@@ -31,7 +31,11 @@ Poco::Net::SecureServerSocket listenOn(const Server::Options& options) {
     context->requireMinimumProtocol(Poco::Net::Context::PROTO_TLSV1_2);
     context->enableSessionCache(true, "kestrel-index");
     try {
-        return {Poco::Net::SocketAddress(options.address, options.port), backlog, context};
+        Poco::Net::SecureServerSocket socket(context);
+        // Not sharing the port, which a plain bind would, is what makes a taken one an error.
+        socket.bind(Poco::Net::SocketAddress(options.address, options.port), true, false);
+        socket.listen(backlog);
+        return socket;
     } catch (const Poco::Net::NetException& e) {
         throw AddressError(
             fmt::format("cannot listen on {}:{}: {}", options.address, options.port, e.displayText()));

@@ -3,6 +3,7 @@
 #include "http/ApiError.h"
 
 #include <Poco/Base64Decoder.h>
+#include <Poco/Exception.h>
 #include <Poco/String.h>
 #include <fmt/format.h>
 #include <openssl/evp.h>
@@ -36,7 +37,12 @@ Credentials decode(const std::string& header) {
         return {};
     std::istringstream encoded(header.substr(schemeLength));
     Poco::Base64Decoder decoder(encoded);
-    const std::string plain{std::istreambuf_iterator<char>(decoder), std::istreambuf_iterator<char>()};
+    std::string plain;
+    try {
+        plain.assign(std::istreambuf_iterator<char>(decoder), std::istreambuf_iterator<char>());
+    } catch (const Poco::DataFormatException&) {
+        return {};
+    }
     const std::size_t colon = plain.find(':');
     if (colon == std::string::npos) return {};
     return {plain.substr(0, colon), plain.substr(colon + 1)};

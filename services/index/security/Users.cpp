@@ -54,15 +54,11 @@ std::string passwordFromFile(const std::filesystem::path& file) {
 
 } // namespace
 
-Users::Users(DocumentStore& store, WriteQueue& writes) : store_(store), writes_(writes) {
-    writes_.run([this](WriteBatch& batch) {
-        users_.clear();
-        roles_.clear();
-        for (auto& [name, body] : batch.store().security("user"))
-            users_.emplace(name, std::move(body));
-        for (auto& [name, body] : batch.store().security("role"))
-            roles_.emplace(name, std::move(body));
-    });
+Users::Users(DocumentStore& store, WriteQueue& writes) : writes_(writes) {
+    for (auto& [name, body] : store.security("user"))
+        users_.emplace(name, std::move(body));
+    for (auto& [name, body] : store.security("role"))
+        roles_.emplace(name, std::move(body));
 }
 
 void Users::ensureAdministrator(const std::filesystem::path& credentials) {

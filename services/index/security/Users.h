@@ -18,6 +18,7 @@ class Users {
 public:
     static constexpr const char* administrator = "kestrel_admin";
 
+    /// Reads what is stored; nothing may be written meanwhile.
     Users(DocumentStore& store, WriteQueue& writes);
 
     /// Makes the administrator at the first start; the random password goes to the file, which only its owner
@@ -48,7 +49,6 @@ private:
              const Json& body);
     bool remove(const std::string& kind, std::map<std::string, Json>& all, const std::string& name);
 
-    DocumentStore& store_;
     WriteQueue& writes_;
     mutable std::shared_mutex mutex_;
     std::map<std::string, Json> users_;

@@ -1,0 +1,136 @@
+#include "index/Index.h"
+
+#include "query/Search.h"
+#include "storage/DataFolder.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <map>
+#include <random>
+
+using kestrel::Json;
+
+namespace {
+
+/// A store and an index in a temporary folder, written to without the write queue.
+class IndexTest : public testing::Test {
+protected:
+    IndexTest() : folder_(testing::TempDir() + "/index-" + std::to_string(::getpid())), store_(file()) {}
+    ~IndexTest() override { std::filesystem::remove_all(folder_); }
+
+    std::shared_ptr<kestrel::Index> makeIndex() {
+        const Json mappings = {
+            {"properties",
+             {{"projects", {{"type", "nested"}, {"properties", {{"name", {{"type", "keyword"}}}}}}}}}};
+        const std::int64_t number = ++indices_;
+        return std::make_shared<kestrel::Index>(kestrel::IndexInfo{number, "test", "uuid", 0, Json::object()},
+                                                mappings, number << kestrel::sequenceBits);
+    }
+
+    static void put(kestrel::Index& index, const std::string& id, const Json* before, const Json& after) {
+        kestrel::DocumentChange change{id, std::nullopt, std::nullopt};
+        if (before != nullptr) change.removed = {*index.rowOf(id), index.prepare(*before, id)};
+        change.added = {index.takeRow(), index.prepare(after, id)};
+        index.apply({change});
+    }
+
+    static void remove(kestrel::Index& index, const std::string& id, const Json& before) {
+        index.apply({{id, kestrel::DocumentChange::State{*index.rowOf(id), index.prepare(before, id)},
+                      std::nullopt}});
+    }
+
+    /// Number of hits and their scores, best first.
+    std::string outcome(const std::shared_ptr<kestrel::Index>& index, const Json& query) {
+        kestrel::SearchRequest request;
+        request.query = query;
+        const kestrel::Found found = kestrel::search(index, store_, request, 10'000);
+        return fmt::format("{}: {}", found.total, fmt::join(found.scores, " "));
+    }
+
+private:
+    std::filesystem::path file() const {
+        std::filesystem::create_directories(folder_);
+        return folder_ / "documents.db";
+    }
+
+    std::filesystem::path folder_;
+    std::int64_t indices_ = 0;
+
+protected:
+    kestrel::DocumentStore store_;
+};
+
+Json randomDocument(std::mt19937& random) {
+    static const std::vector<std::string> words{"river", "rover", "light", "night", "stone", "stones", "sea"};
+    std::string text;
+    for (std::size_t i = random() % 50; i > 0; --i)
+        text += words[random() % words.size()] + " ";
+    Json document = {{"text", text}, {"n", random() % 4}, {"flag", random() % 2 == 0}};
+    for (std::size_t i = random() % 3; i > 0; --i)
+        document["projects"].push_back({{"name", words[random() % words.size()]}});
+    return document;
+}
+
+} // namespace
+
+/// Whatever has happened to the documents, an index that was changed along the way and one that is built from
+/// the documents that are left find the same, with the same scores.
+TEST_F(IndexTest, ChangesLeaveNoTrace) {
+    std::mt19937 random(5);
+    const auto changed = makeIndex();
+    std::map<std::string, Json> documents;
+    for (int step = 0; step < 3000; ++step) {
+        const std::string id = std::to_string(random() % 200);
+        const auto known = documents.find(id);
+        if (known != documents.end() && random() % 3 == 0) {
+            remove(*changed, id, known->second);
+            documents.erase(known);
+            continue;
+        }
+        const Json document = randomDocument(random);
+        put(*changed, id, known == documents.end() ? nullptr : &known->second, document);
+        documents[id] = document;
+    }
+    const auto rebuilt = makeIndex();
+    for (const auto& [id, document] : documents)
+        put(*rebuilt, id, nullptr, document);
+
+    const std::vector<const char*> queries{
+        R"({"match_all": {}})",
+        R"({"term": {"text": "stone"}})",
+        R"({"term": {"n": 2}})",
+        R"({"term": {"flag": true}})",
+        R"({"exists": {"field": "projects"}})",
+        R"({"match": {"text": {"query": "stone rivr lihgt", "fuzziness": "AUTO:4,6"}}})",
+        R"({"nested": {"path": "projects", "query": {"term": {"projects.name": "sea"}}}})",
+        R"({"bool": {"must": {"term": {"flag": true}}, "should": {"match": {"text": "night sea"}}}})",
+        R"({"bool": {"should": [{"term": {"n": 1}}, {"term": {"flag": false}}], "minimum_should_match": 2}})"};
+    for (const char* query : queries)
+        EXPECT_EQ(outcome(changed, Json::parse(query)), outcome(rebuilt, Json::parse(query))) << query;
+}
+
+/// Scores that Elasticsearch 8 gives for the same documents: keywords count by rarity alone, fuzzy spellings
+/// share the frequency of the most frequent one, required and optional clauses add up.
+TEST_F(IndexTest, ScoresAsLuceneDoes) {
+    const auto index = makeIndex();
+    put(*index, "1", nullptr, {{"text", "the river is wide"}, {"tag", "x"}});
+    put(*index, "2", nullptr, {{"text", "the rover is near"}, {"tag", "x"}});
+    put(*index, "3", nullptr, {{"text", "the road"}, {"tag", "y"}});
+    // idf(2 of 3) = ln(1 + 1.5 / 2.5); a keyword scores its idf.
+    EXPECT_EQ(outcome(index, Json::parse(R"({"term": {"tag.keyword": "x"}})")), "2: 0.4700036 0.4700036");
+    EXPECT_EQ(outcome(index, Json::parse(R"({"term": {"flag": true}})")), "0: ");
+    // "river" and "rover" each are in one document; the second is one edit away: a boost of 0.8.
+    const std::string fuzzy =
+        outcome(index, Json::parse(R"({"match": {"text": {"query": "river", "fuzziness": "AUTO:4,6"}}})"));
+    const kestrel::Bm25 similarity({3, 10});
+    const float whole = similarity.score(similarity.weight(1, 1.0F), 1, 4);
+    const float nearly = similarity.score(similarity.weight(1, 0.8F), 1, 4);
+    EXPECT_EQ(fuzzy, fmt::format("2: {} {}", whole, nearly));
+    const std::string both = outcome(
+        index,
+        Json::parse(
+            R"({"bool": {"must": {"term": {"tag.keyword": "x"}}, "should": {"match": {"text": "river"}}}})"));
+    EXPECT_EQ(both, fmt::format("2: {} {}", 0.4700036F + whole, 0.4700036F));
+}

@@ -1,0 +1,140 @@
+"""Starts the real index service on a folder and a free port, and talks to it as any client would."""
+
+from __future__ import annotations
+
+import base64
+import http.client
+import json
+import os
+import signal
+import ssl
+import subprocess
+import tempfile
+import time
+from collections.abc import Callable
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any, Optional, Union
+from urllib.parse import urlsplit
+
+Body = Union[None, str, bytes, dict[str, Any]]
+BINARY = Path(os.environ["KESTREL_BUILD_BIN"]) / "kestrel-index"
+START_SECONDS = 60.0
+
+
+@dataclass
+class Answer:
+    status: int
+    text: str
+    headers: dict[str, str]
+
+    @property
+    def json(self) -> Any:
+        return json.loads(self.text)
+
+    @property
+    def hits(self) -> list[dict[str, Any]]:
+        assert self.status == 200, self.text
+        hits: list[dict[str, Any]] = self.json["hits"]["hits"]
+        return hits
+
+    @property
+    def ids(self) -> list[str]:
+        return [hit["_id"] for hit in self.hits]
+
+    @property
+    def error_type(self) -> str:
+        return str(self.json["error"]["type"])
+
+    @property
+    def cause(self) -> str:
+        """Type and reason of what went wrong at the bottom of it."""
+        root = self.json["error"]["root_cause"][0]
+        return f"{root['type']}: {root['reason']}"
+
+
+class Client:
+    """One connection, opened when needed and again after it was closed."""
+
+    def __init__(self, uri: str, user: Optional[str], password: str) -> None:
+        self.address = urlsplit(uri)
+        self.headers = {"Content-Type": "application/json"}
+        if user is not None:
+            token = base64.b64encode(f"{user}:{password}".encode()).decode()
+            self.headers["Authorization"] = f"Basic {token}"
+        self.connection = self._connect()
+
+    def _connect(self) -> http.client.HTTPSConnection:
+        context = ssl.create_default_context()
+        context.check_hostname = False
+        context.verify_mode = ssl.CERT_NONE
+        assert self.address.hostname is not None
+        return http.client.HTTPSConnection(
+            self.address.hostname, self.address.port, context=context, timeout=120
+        )
+
+    def __call__(self, method: str, path: str, body: Body = None, **headers: str) -> Answer:
+        content = json.dumps(body) if isinstance(body, dict) else body
+        if isinstance(content, str):
+            content = content.encode()
+        self.connection.request(method, "/" + path, content, {**self.headers, **headers})
+        response = self.connection.getresponse()
+        return Answer(response.status, response.read().decode(), dict(response.getheaders()))
+
+    def close(self) -> None:
+        self.connection.close()
+
+
+class IndexProcess:
+    def __init__(self, data: Path, *arguments: str, prepare: Optional[Callable[[], None]] = None) -> None:
+        self.data = data
+        self.workspace = tempfile.TemporaryDirectory()
+        self.ready = Path(self.workspace.name) / "ready.json"
+        self.log = Path(self.workspace.name) / "log"
+        command = [str(BINARY), "--data", str(data), "--ready-file", str(self.ready)]
+        if "--port" not in arguments:
+            command += ["--port", "0"]
+        with self.log.open("w") as log:
+            self.process = subprocess.Popen([*command, *arguments], stderr=log, preexec_fn=prepare)
+        self.uri = ""
+
+    def wait_until_ready(self) -> "IndexProcess":
+        deadline = time.monotonic() + START_SECONDS
+        while not self.ready.exists():
+            assert self.process.poll() is None, self.log.read_text()
+            assert time.monotonic() < deadline, "the service did not start"
+            time.sleep(0.02)
+        self.uri = json.loads(self.ready.read_text())["uri"]
+        return self
+
+    def administrator(self) -> tuple[str, str]:
+        file = json.loads((self.data / "administrator.json").read_text())
+        return file["user"], file["password"]
+
+    def client(self, user: Optional[str] = None, password: str = "") -> Client:
+        if user is None:
+            user, password = self.administrator()
+        return Client(self.uri, user, password)
+
+    def anonymous(self) -> Client:
+        return Client(self.uri, None, "")
+
+    def kill(self) -> None:
+        self.process.kill()
+        self.process.wait()
+
+    def stop(self) -> int:
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+        code = self.process.wait(timeout=60)
+        self.workspace.cleanup()
+        return code
+
+
+def refusal(data: Path, *arguments: str) -> tuple[int, str]:
+    """Exit code and message of a service that is expected not to start."""
+    service = IndexProcess(data, *arguments)
+    code = service.process.wait(timeout=START_SECONDS)
+    message = service.log.read_text()
+    service.workspace.cleanup()
+    return code, message

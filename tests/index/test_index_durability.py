@@ -1,0 +1,269 @@
+"""What survives: kills, restarts, full disks, damaged folders."""
+
+from __future__ import annotations
+
+import random
+import resource
+import shutil
+import socket
+import sqlite3
+import threading
+import time
+from collections.abc import Iterator
+from contextlib import closing
+from http.client import HTTPException
+from pathlib import Path
+
+import pytest
+
+from index_process import Client, IndexProcess, refusal
+
+INDEX = "durable_rel"
+DATA_FOLDER, ADDRESS = 3, 4
+
+
+class Writer(threading.Thread):
+    """Creates and updates documents until the service goes away; remembers what was acknowledged."""
+
+    def __init__(self, client: Client, name: str) -> None:
+        super().__init__()
+        self.client = client
+        self.name = name
+        self.acknowledged: dict[str, int] = {}
+        self.in_doubt: dict[str, int] = {}
+
+    def run(self) -> None:
+        try:
+            for number in range(1_000_000):
+                self.write(f"{self.name}-{number}", 1)
+                self.write(f"{self.name}-{random.randrange(number + 1)}", number)
+        except (OSError, HTTPException):
+            pass
+
+    def write(self, key: str, value: int) -> None:
+        self.in_doubt[key] = value
+        body = {"value": value, "mediaGuid": self.name, "transcript": f"the text of {key}"}
+        assert self.client("POST", f"{INDEX}/_doc/{key}", body).status in (200, 201)
+        del self.in_doubt[key]
+        self.acknowledged[key] = value
+
+
+def stored(client: Client) -> dict[str, int]:
+    page = client("GET", f"{INDEX}/_search?scroll=1m", {"size": 5000})
+    found: dict[str, int] = {}
+    while page.hits:
+        for hit in page.hits:
+            assert hit["_id"] not in found, "a document is there twice"
+            found[hit["_id"]] = hit["_source"]["value"]
+        page = client("POST", "_search/scroll", {"scroll_id": page.json["_scroll_id"], "scroll": "1m"})
+    return found
+
+
+def test_killed_at_any_moment_loses_nothing_acknowledged(data: Path) -> None:
+    expected: dict[str, int] = {}
+    for round_number in range(4):
+        service = IndexProcess(data).wait_until_ready()
+        writers = [Writer(service.client(), f"w{round_number}-{n}") for n in range(8)]
+        for writer in writers:
+            writer.start()
+        time.sleep(random.uniform(0.2, 1.0))
+        service.kill()
+        for writer in writers:
+            writer.join()
+            expected.update(writer.acknowledged)
+
+        service = IndexProcess(data).wait_until_ready()
+        found = stored(service.client())
+        for writer in writers:
+            for key, value in writer.in_doubt.items():
+                # Not acknowledged: either state may be there, but nothing else.
+                assert found.get(key) in (value, expected.get(key))
+                if key in found:
+                    expected[key] = found[key]
+        assert found == expected
+        count = service.client()("POST", f"{INDEX}/_count", {"query": {"match": {"transcript": "text"}}})
+        assert count.json["count"] == len(expected)
+        assert service.stop() == 0
+    assert len(expected) > 20
+
+
+def test_everything_is_there_after_a_stop(data: Path) -> None:
+    service = IndexProcess(data).wait_until_ready()
+    client = service.client()
+    client("PUT", INDEX, {"mappings": {"properties": {"code": {"type": "keyword"}}}})
+    client("POST", f"{INDEX}/_doc/1", {"code": "a b", "n": 1})
+    client("POST", f"{INDEX}/_doc/2", {"code": "c", "n": 2})
+    client("DELETE", f"{INDEX}/_doc/2")
+    client("POST", f"{INDEX}/_update/1", {"doc": {"n": 3}})
+    client("PUT", "_security/user/someone", {"password": "secret word", "roles": ["superuser"]})
+    before = client("GET", INDEX).json
+    assert service.stop() == 0
+    service = IndexProcess(data).wait_until_ready()
+    someone = service.client("someone", "secret word")
+    assert someone("GET", INDEX).json == before
+    document = someone("GET", f"{INDEX}/_doc/1").json
+    assert (document["_version"], document["_source"]) == (2, {"code": "a b", "n": 3})
+    assert someone("GET", f"{INDEX}/_search", {"query": {"term": {"code": "a b"}}}).ids == ["1"]
+    assert someone("GET", f"{INDEX}/_doc/2").status == 404
+    assert service.stop() == 0
+
+
+def test_folder_and_port_are_taken_once(data: Path, tmp_path: Path) -> None:
+    service = IndexProcess(data).wait_until_ready()
+    code, message = refusal(data)
+    assert code == DATA_FOLDER and "in use by another process" in message
+    port = service.uri.rstrip("/").rsplit(":", 1)[1]
+    code, message = refusal(tmp_path / "other", "--port", port)
+    assert code == ADDRESS and f"cannot listen on 127.0.0.1:{port}" in message
+    assert service.client()("GET", "").status == 200
+    assert service.stop() == 0
+
+
+@pytest.fixture
+def filled(data: Path) -> Iterator[Path]:
+    service = IndexProcess(data).wait_until_ready()
+    client = service.client()
+    lines = "".join(f'{{"create":{{}}}}\n{{"transcript":"words {n}"}}\n' for n in range(500))
+    assert not client("PUT", f"{INDEX}/_bulk", lines).json["errors"]
+    assert service.stop() == 0
+    yield data
+
+
+def damage_header(file: Path) -> None:
+    content = bytearray(file.read_bytes())
+    content[:16] = b"not a database.."
+    file.write_bytes(content)
+
+
+def damage_pages(file: Path) -> None:
+    content = bytearray(file.read_bytes())
+    content[8192:-4096] = bytes(len(content) - 8192 - 4096)
+    file.write_bytes(content)
+
+
+def damage_document(file: Path) -> None:
+    with closing(sqlite3.connect(file, isolation_level=None)) as database:
+        database.execute("UPDATE documents SET source = '{' WHERE row = (SELECT max(row) FROM documents)")
+
+
+def from_the_future(file: Path) -> None:
+    with closing(sqlite3.connect(file, isolation_level=None)) as database:
+        database.execute("PRAGMA user_version = 99")
+
+
+def another_programs(file: Path) -> None:
+    file.unlink()
+    with closing(sqlite3.connect(file, isolation_level=None)) as database:
+        database.execute("CREATE TABLE bookmarks (url TEXT)")
+
+
+@pytest.mark.parametrize(
+    "spoil", [damage_header, damage_pages, damage_document, from_the_future, another_programs]
+)
+def test_damaged_folder_is_refused_and_left_alone(filled: Path, spoil: object) -> None:
+    assert callable(spoil)
+    spoil(filled / "documents.db")
+    before = (filled / "documents.db").read_bytes()
+    code, message = refusal(filled)
+    assert code == DATA_FOLDER and "nothing was changed" in message
+    assert (filled / "documents.db").read_bytes() == before
+
+
+def test_foreign_folder_is_refused(data: Path) -> None:
+    data.mkdir()
+    (data / "holiday.jpg").write_bytes(b"not ours")
+    code, message = refusal(data)
+    assert code == DATA_FOLDER and "holiday.jpg" in message
+    assert [file.name for file in data.iterdir()] == ["holiday.jpg"]
+
+
+def test_first_start_that_was_cut_short_is_taken_up(data: Path) -> None:
+    data.mkdir()
+    (data / "lock").touch()
+    (data / "administrator.json").write_text('{"user":"kestrel_admin","password":"made before the kill"}')
+    service = IndexProcess(data).wait_until_ready()
+    assert service.client("kestrel_admin", "made before the kill")("GET", "").status == 200
+    assert service.stop() == 0
+
+
+def test_no_space_left(data: Path) -> None:
+    limit = 2_000_000
+    service = IndexProcess(
+        data, prepare=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+    ).wait_until_ready()
+    client = service.client()
+    acknowledged = set()
+    refused = 0
+    for number in range(400):
+        answer = client("POST", f"{INDEX}/_doc/{number}", {"transcript": "x" * 20_000})
+        if answer.status == 201:
+            acknowledged.add(str(number))
+            continue
+        assert answer.status == 507 and answer.error_type == "i_o_exception"
+        refused += 1
+        if refused == 3:
+            break
+    assert refused == 3 and acknowledged
+    assert set(client("GET", f"{INDEX}/_search", {"size": 1000, "_source": False}).ids) == acknowledged
+    assert service.stop() == 0
+    service = IndexProcess(data).wait_until_ready()
+    client = service.client()
+    assert set(client("GET", f"{INDEX}/_search", {"size": 1000, "_source": False}).ids) == acknowledged
+    assert client("POST", f"{INDEX}/_doc/more", {"transcript": "there is room again"}).status == 201
+    assert service.stop() == 0
+
+
+def test_create_is_atomic(service: IndexProcess, index: str) -> None:
+    clients = [service.client() for _ in range(16)]
+    for round_number in range(20):
+        start = threading.Barrier(len(clients))
+        statuses: list[int] = []
+
+        def create(client: Client, number: int = round_number, start: threading.Barrier = start) -> None:
+            start.wait()
+            statuses.append(client("POST", f"{index}/_doc/lock{number}?op_type=create", {"KSNNlock": True}).status)
+
+        threads = [threading.Thread(target=create, args=(client,)) for client in clients]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        assert sorted(statuses) == [201] + [409] * (len(clients) - 1)
+
+
+def test_searches_are_whole_while_documents_change(service: IndexProcess, index: str) -> None:
+    """Each document is deleted and written anew all the time; a search sees every one of them."""
+    writing = service.client()
+    for number in range(20):
+        writing("POST", f"{index}/_doc/{number}", {"n": number, "turn": 0})
+    done = threading.Event()
+
+    def rewrite() -> None:
+        turn = 0
+        while not done.is_set():
+            turn += 1
+            writing("POST", f"{index}/_doc/{turn % 20}", {"n": turn % 20, "turn": turn})
+
+    thread = threading.Thread(target=rewrite)
+    thread.start()
+    try:
+        reading = service.client()
+        for _ in range(200):
+            found = reading("GET", f"{index}/_search", {"size": 100, "sort": [{"n": "asc"}]}).hits
+            assert [hit["_source"]["n"] for hit in found] == list(range(20))
+    finally:
+        done.set()
+        thread.join()
+
+
+def test_data_folder_can_be_copied_while_stopped(filled: Path, tmp_path: Path) -> None:
+    shutil.copytree(filled, tmp_path / "copy")
+    service = IndexProcess(tmp_path / "copy").wait_until_ready()
+    assert service.client()("GET", f"{INDEX}/_count").json["count"] == 500
+    assert service.stop() == 0
+
+
+def test_other_addresses_are_not_served(service: IndexProcess) -> None:
+    port = int(service.uri.rstrip("/").rsplit(":", 1)[1])
+    with pytest.raises(OSError):
+        socket.create_connection(("127.0.0.2", port), timeout=5)
