@@ -260,7 +260,7 @@ def test_scroll_shows_the_moment_it_began(client: Client, index: str) -> None:
     body = {"size": 2, "query": {"match_all": {}}, "sort": [{"segment": {"order": "asc", "mode": "min"}}]}
     page = client("GET", f"{index}/_search?scroll=10m", body)
     scroll = page.json["_scroll_id"]
-    everything = {"query": {"match_all": {}}}
+    everything: Document = {"query": {"match_all": {}}}
     script = {"source": "ctx._source.projectGuidList.add(params.new_element)"}
     assert client("POST", f"{index}/_update_by_query", {**everything, "script": script}).status == 400
     script["source"] = "ctx._source.remove('speakerGuid')"
