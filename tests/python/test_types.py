@@ -8,7 +8,8 @@ from pathlib import Path
 
 from conftest import ROOT
 
-CHECKED = ("python/FasterWhisperTranscriber", "services/speech/kestrel_speech", "kestrelml/pySources")
+CHECKED = ("python/FasterWhisperTranscriber", "python/diarize", "models", "services/speech/kestrel_speech",
+           "kestrelml/pySources")
 
 
 def test_strict_types(tmp_path: Path) -> None:
