@@ -41,7 +41,8 @@ int main(int argc, char** argv) {
 
     KsNNDB_STTClipEntry entry;
     entry.clipName = argv[1];
-    if (engine.FinalizeTranscript(entry, samples.size(), clip, project, "1", "en", false)) return failed(engine);
+    if (engine.FinalizeTranscript(entry, samples.size(), clip, project, "1", "en", false))
+        return failed(engine);
 
     KsNNDatabase store(argv[2], nullptr, nullptr, nullptr, false);
     if (store.LockEntry(clip, false)) return failed(store);

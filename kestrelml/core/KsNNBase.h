@@ -3,8 +3,8 @@
 /// @file
 /// Result codes, the records that cross the exported interface, and the base class of store and engines.
 ///
-/// Strings are UTF-8. Times are milliseconds from the start of the clip unless said otherwise. All records are
-/// plain values: they own what they hold and copy deeply.
+/// Strings are UTF-8. Times are milliseconds from the start of the clip unless said otherwise. All records
+/// are plain values: they own what they hold and copy deeply.
 
 #include "kestrelml/core/Export.h"
 
@@ -19,9 +19,9 @@ class Exception;
 
 /// Result of every public operation. No exception crosses the exported interface unless an operation says so.
 enum KsNN_ErrorCode : std::int32_t {
-    KsNN_Success = 0,      ///< The operation did what was asked.
-    KsNN_Error = 1,        ///< The operation found a failure itself: status, answer, argument, or a failed step.
-    KsNN_Exception = 2,    ///< The transport or the cipher caught an exception.
+    KsNN_Success = 0,   ///< The operation did what was asked.
+    KsNN_Error = 1,     ///< The operation found a failure itself: status, answer, argument, or a failed step.
+    KsNN_Exception = 2, ///< The transport or the cipher caught an exception.
     KsNN_SetupFailed = 3,  ///< The embedded interpreter could not be set up.
     KsNN_LockConflict = 4, ///< The clip's lock is not in the state needed. Never comes with a report.
 };
@@ -131,9 +131,10 @@ struct KsNNTC {
 
 /// Layout of a transcript dump.
 enum KsNNFileExportType : std::int32_t {
-    KsNNExportStatusLine = 0, ///< Check listing: summary line, speaker and time code blocks, words with times.
-    KsNNExportText = 1,       ///< Readable transcript.
-    KsNNExportSubtitles = 2,  ///< Subtitle script.
+    KsNNExportStatusLine =
+        0,                   ///< Check listing: summary line, speaker and time code blocks, words with times.
+    KsNNExportText = 1,      ///< Readable transcript.
+    KsNNExportSubtitles = 2, ///< Subtitle script.
 };
 
 /// Where text embeddings come from.
@@ -146,14 +147,15 @@ enum KsNNDBSemanticSearchImpl : std::int32_t {
 /// Progress of a long operation: current, total, text. A non-zero result ends the operation with that result.
 using KsNNProgressCallback = std::function<KsNN_ErrorCode(int, int, const char*)>;
 
-/// Base of the store and of the speech engines: the text of the last failure, the last request in printable form,
-/// and the address of the service that the object talks to.
+/// Base of the store and of the speech engines: the text of the last failure, the last request in printable
+/// form, and the address of the service that the object talks to.
 ///
-/// Every operation of an object writes these, so one object is used by one thread at a time. Distinct objects are
-/// independent.
+/// Every operation of an object writes these, so one object is used by one thread at a time. Distinct objects
+/// are independent.
 class KSNN_API KsNNBase {
 public:
-    /// @param uri Base address of the service, NUL-terminated. Paths are appended as they stand, so it ends in "/".
+    /// @param uri Base address of the service, NUL-terminated. Paths are appended as they stand, so it ends
+    /// in "/".
     explicit KsNNBase(const char* uri);
     KsNNBase(const KsNNBase&) = default;
     KsNNBase(KsNNBase&&) = default;

@@ -5,15 +5,15 @@
 
 #include "kestrelml/core/KsNNBase.h"
 
+#include <Poco/JSON/Object.h>
+
 #include <sstream>
 #include <string>
 
-#include <Poco/JSON/Object.h>
-
 /// Sends one JSON request on a connection of its own and reads the answer as a JSON object.
 ///
-/// The status is handed back, never judged. Exceptions do not leave this function: they become code 2 with a report
-/// in `caller`, in which case `status` may still be 200.
+/// The status is handed back, never judged. Exceptions do not leave this function: they become code 2 with a
+/// report in `caller`, in which case `status` may still be 200.
 ///
 /// @param method         HTTP method.
 /// @param path           Path and query, appended to the caller's service URI as it stands.
@@ -31,8 +31,8 @@ KsNN_ErrorCode RESTCall(const std::string& method, const std::string& path, unsi
 
 /// The same with a JSON object as the body, written without indentation; null sends an empty body.
 KsNN_ErrorCode RESTCall(const std::string& method, const std::string& path, unsigned timeoutSeconds,
-                        const Poco::JSON::Object::Ptr& body, Poco::JSON::Object::Ptr& response, unsigned& status,
-                        KsNNBase* caller, bool useAuth, bool useTLS, bool debug);
+                        const Poco::JSON::Object::Ptr& body, Poco::JSON::Object::Ptr& response,
+                        unsigned& status, KsNNBase* caller, bool useAuth, bool useTLS, bool debug);
 
 /// Sends a counting query to the index service and reads "count".
 KsNN_ErrorCode GetQueryResultCount(std::string method, std::string path, const Poco::JSON::Object::Ptr& query,

@@ -1,16 +1,17 @@
 #pragma once
 
 /// @file
-/// The transcript store: writing, locking, reading and searching transcripts in an Elasticsearch-compatible index.
+/// The transcript store: writing, locking, reading and searching transcripts in an Elasticsearch-compatible
+/// index.
 
 #include "kestrelml/core/Export.h"
 #include "kestrelml/core/KsNNBase.h"
 
+#include <unicode/unistr.h>
+
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <unicode/unistr.h>
 
 U_NAMESPACE_BEGIN
 class Transliterator;
@@ -21,25 +22,26 @@ class KsNNTextLines;
 
 /// Handle on the transcript store.
 ///
-/// A clip's transcript is one document per segment. To write one: `LockEntry`, `WriteToDB` for segment 0, 1, 2 … in
-/// order, `SetProgressComplete`, `UnlockEntry`.
+/// A clip's transcript is one document per segment. To write one: `LockEntry`, `WriteToDB` for segment 0, 1,
+/// 2 … in order, `SetProgressComplete`, `UnlockEntry`.
 ///
-/// Index names, language, credentials and the search normaliser are shared by all stores of the process and are not
-/// locked: set them before concurrent work begins. One object is used by one thread at a time.
+/// Index names, language, credentials and the search normaliser are shared by all stores of the process and
+/// are not locked: set them before concurrent work begins. One object is used by one thread at a time.
 ///
-/// The last parameter of most operations, `debug`, only adds diagnostics on standard output. Unless said otherwise,
-/// operations that read refresh the index first, and a missing index reads as an empty store.
+/// The last parameter of most operations, `debug`, only adds diagnostics on standard output. Unless said
+/// otherwise, operations that read refresh the index first, and a missing index reads as an empty store.
 class KSNN_API KsNNDatabase : public KsNNBase {
 public:
-    /// @param uri                   Service URI ending in "/"; empty means HTTPS on the loopback address, port 9281.
+    /// @param uri                   Service URI ending in "/"; empty means HTTPS on the loopback address,
+    /// port 9281.
     /// @param transcriptIndex       Index of transcripts; null or empty keeps the current one.
     /// @param languageCode          Language of the store; when given it also chooses the transcript index.
     /// @param semanticIndex         Index of image embeddings; null or empty keeps the current one.
     /// @param ownsInterpreterBridge Destroying this object shuts the embedded interpreter's bridge down.
     ///
     /// Creates the speaker index when it is missing. Never fails; a service that is down leaves a report.
-    KsNNDatabase(const char* uri, const char* transcriptIndex, const char* languageCode, const char* semanticIndex,
-                 bool ownsInterpreterBridge);
+    KsNNDatabase(const char* uri, const char* transcriptIndex, const char* languageCode,
+                 const char* semanticIndex, bool ownsInterpreterBridge);
     KsNNDatabase(const KsNNDatabase&) = default;
     KsNNDatabase& operator=(const KsNNDatabase&) = default;
     ~KsNNDatabase() override;
@@ -106,7 +108,8 @@ public:
     /// @name Writing
     /// @{
 
-    /// Writes one segment. Segment 0 needs the clip's lock; a stored segment is left alone; a complete clip refuses.
+    /// Writes one segment. Segment 0 needs the clip's lock; a stored segment is left alone; a complete clip
+    /// refuses.
     KsNN_ErrorCode WriteToDB(const KsNNDBEntryBase& base, const KsNNDBEntrySeg& seg, bool debug);
     /// Writes one segment in schema version 1, for stores that have not been migrated.
     KsNN_ErrorCode WriteToDBVer1(const KsNNDBEntryBase& base, const KsNNDBEntrySeg& seg, bool debug);
@@ -119,8 +122,8 @@ public:
                                    bool debug, int version);
     /// Counts every document of the transcript index, locks included.
     KsNN_ErrorCode GetTotalSegmentCount(int& count, bool debug);
-    KsNN_ErrorCode GetProgressComplete(const std::string& mediaGuid, const std::string& projectGuid, bool& complete,
-                                       bool debug, int version);
+    KsNN_ErrorCode GetProgressComplete(const std::string& mediaGuid, const std::string& projectGuid,
+                                       bool& complete, bool debug, int version);
     /// Marks the clip complete; a clip without segments is left alone. An empty project means "ANY".
     KsNN_ErrorCode SetProgressComplete(const std::string& mediaGuid, bool debug, int version,
                                        std::string projectGuid);
@@ -133,12 +136,13 @@ public:
     KsNN_ErrorCode GetDBContents(const std::string& mediaGuid, const std::string& projectGuid,
                                  KsNNDB_STTClipEntry& entry, bool debug, int version);
     /// Reads the words between two times, which become relative to `startMS`.
-    KsNN_ErrorCode GetDBContentsRange(const std::string& mediaGuid, const std::string& projectGuid, int startMS,
-                                      int endMS, KsNNDB_STTClipEntry& entry, bool debug);
+    KsNN_ErrorCode GetDBContentsRange(const std::string& mediaGuid, const std::string& projectGuid,
+                                      int startMS, int endMS, KsNNDB_STTClipEntry& entry, bool debug);
     /// Keeps the words that lie mostly inside [`startMS`, `endMS`]; one empty segment when there is none.
     static KsNN_ErrorCode sliceEntries(int startMS, int endMS, KsNNDB_STTClipEntry& entry);
     /// Appends the segments of `source`, their words shifted by `offsetMS`.
-    static KsNN_ErrorCode appendEntry(const KsNNDB_STTClipEntry& source, int offsetMS, KsNNDB_STTClipEntry& target);
+    static KsNN_ErrorCode appendEntry(const KsNNDB_STTClipEntry& source, int offsetMS,
+                                      KsNNDB_STTClipEntry& target);
     /// @}
 
     /// @name Phrase search
@@ -171,18 +175,18 @@ public:
     /// @{
 
     /// Aligns two lists of lines. `startMs` of every item is 0.
-    KsNN_ErrorCode Align(const KsNNTextLines& script, const KsNNTextLines& transcript, KsNNAlignment& alignment,
-                         bool debug);
-    /// Aligns with a transcript in memory. Fails when a script line is empty in normal form.
-    KsNN_ErrorCode Align(const KsNNTextLines& script, const KsNNDB_STTClipEntry& entry, KsNNAlignment& alignment,
-                         bool debug);
-    /// Aligns with a stored clip.
-    KsNN_ErrorCode Align(const KsNNTextLines& script, const std::string& mediaGuid, const std::string& projectGuid,
+    KsNN_ErrorCode Align(const KsNNTextLines& script, const KsNNTextLines& transcript,
                          KsNNAlignment& alignment, bool debug);
+    /// Aligns with a transcript in memory. Fails when a script line is empty in normal form.
+    KsNN_ErrorCode Align(const KsNNTextLines& script, const KsNNDB_STTClipEntry& entry,
+                         KsNNAlignment& alignment, bool debug);
+    /// Aligns with a stored clip.
+    KsNN_ErrorCode Align(const KsNNTextLines& script, const std::string& mediaGuid,
+                         const std::string& projectGuid, KsNNAlignment& alignment, bool debug);
     /// Aligns with a part of a stored clip; times are relative to `startMS`.
     KsNN_ErrorCode AlignRange(const KsNNTextLines& script, const std::string& mediaGuid,
-                              const std::string& projectGuid, int startMS, int endMS, KsNNAlignment& alignment,
-                              bool debug);
+                              const std::string& projectGuid, int startMS, int endMS,
+                              KsNNAlignment& alignment, bool debug);
     /// @}
 
 private:
