@@ -11,6 +11,7 @@ import ssl
 import subprocess
 import tempfile
 import time
+import weakref
 from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
@@ -97,6 +98,7 @@ class IndexProcess:
         with self.log.open("w") as log:
             self.process = subprocess.Popen([*command, *arguments], stderr=log, preexec_fn=prepare)
         self.uri = ""
+        weakref.finalize(self, self.process.kill)  # a test that fails must not leave it running
 
     def wait_until_ready(self) -> "IndexProcess":
         deadline = time.monotonic() + START_SECONDS
