@@ -40,7 +40,8 @@ def _download(package: DebianPackage, folder: Path) -> Path:
     answer = subprocess.run(command, cwd=folder, capture_output=True, text=True, check=False)
     archives = list(folder.glob("*.deb"))
     if answer.returncode != 0 or len(archives) != 1:
-        raise FetchError(f"Debian package {wanted} cannot be fetched (is \"apt-get update\" due?):\n{answer.stderr.strip()}")
+        reason = answer.stderr.strip()
+        raise FetchError(f'Debian package {wanted} cannot be fetched (is "apt-get update" due?):\n{reason}')
     if sha256_of(archives[0]) != package.sha256:
         raise FetchError(f"Debian package {wanted} is not the one known here: its checksum differs")
     return archives[0]

@@ -233,9 +233,10 @@ def _spread(sources: list[Path]) -> list[Path]:
 
 
 def _write_rttm(path: Path, turns: list[Turn]) -> None:
-    lines = [f"SPEAKER conversation_en 1 {turn.begin:.3f} {turn.end - turn.begin:.3f} <NA> <NA> {turn.speaker} <NA> <NA>"
-             for turn in turns]
-    path.write_text("\n".join(lines) + "\n", encoding="utf-8")
+    with path.open("w", encoding="utf-8") as file:
+        for turn in turns:
+            span = f"{turn.begin:.3f} {turn.end - turn.begin:.3f}"
+            file.write(f"SPEAKER conversation_en 1 {span} <NA> <NA> {turn.speaker} <NA> <NA>\n")
 
 
 def main() -> int:

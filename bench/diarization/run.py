@@ -59,7 +59,8 @@ def main() -> None:
 
 def _options() -> argparse.Namespace:
     parser = argparse.ArgumentParser(description=(__doc__ or "").splitlines()[0])
-    parser.add_argument("--conversations", type=int, default=8, metavar="N", help="for each number of voices (%(default)s)")
+    parser.add_argument("--conversations", type=int, default=8, metavar="N",
+                        help="for each number of voices (%(default)s)")
     parser.add_argument("--seed", type=int, default=1, help="other seeds cut other conversations (%(default)s)")
     parser.add_argument("--set", choices=sorted(VOICES), help="only these voices")
     parser.add_argument("--verbose", action="store_true", help="a line for every conversation")
@@ -89,7 +90,8 @@ def _measure(conversation: Conversation, session: onnxruntime.InferenceSession, 
     result = Result(score(conversation, turns, [str(segment["speakerID"]) for segment in segments]),
                     conversation.seconds, spent)
     if verbose:
-        print(f"    {result.score.found}/{result.score.true} confusion {result.score.confusion:6.1%} {conversation.name}")
+        count = f"{result.score.found}/{result.score.true}"
+        print(f"    {count} confusion {result.score.confusion:6.1%} {conversation.name}")
     return result
 
 

@@ -25,7 +25,8 @@ class Score:
     true: int
 
 
-def score(conversation: Conversation, turns: Sequence[tuple[float, float, int]], segment_speakers: Sequence[str]) -> Score:
+def score(conversation: Conversation, turns: Sequence[tuple[float, float, int]],
+          segment_speakers: Sequence[str]) -> Score:
     """`segment_speakers` are the labels given to a transcript with one segment for every true turn."""
     steps = int(conversation.seconds / _STEP) + 1
     names = sorted(conversation.speakers)

@@ -33,7 +33,7 @@ def compute_embeddings(
     batch_size: int = 32, sampling_rate: int = 16000, window_secs: float = 1.5, period_secs: float = 0.75,
     frame_shift: int = 10,
 ) -> tuple[list[Range], Vectors]:
-    """Windows (begin, end) in seconds and one vector a window; the vector's length is the window's share of a whole one.
+    """Windows (begin, end) in seconds and a vector for each, as long as the window is a share of a whole one.
 
     Windows lie within the speech between two pauses; speech shorter than a window makes one short window.
     """

@@ -17,9 +17,10 @@ _Matrix = npt.NDArray[np.float64]
 
 # Found on recordings; bench/diarization reports how they do on others.
 _JOIN_DISTANCE = 0.7  # cosine distance up to which windows are joined, averaged over pairs
-_SAME_VOICE = 0.45  # cosine similarity from which two groups are one voice
+_SAME_VOICE = 0.65  # cosine similarity, less the noise of the means, from which two groups are one voice
+_WINDOW_RELIABILITY = 0.15  # share of a single window's vector that is the voice's own
 _SMALLEST_VOICE = 2.0  # whole windows of speech
-_CHANGE_PRICE = 0.05  # similarity that a change of voice must gain
+_CHANGE_PRICE = 0.03  # similarity that a change of voice must gain
 _MOST_ROUNDS = 10
 _BLOCK = 2000  # windows joined at a time: the pairwise distances take memory with the square
 
@@ -60,10 +61,12 @@ class _Clip:
         """Joins groups that are one voice and dissolves what is too small or too many."""
         while True:
             labels = _renumbered(labels)
-            means, masses = self._means(labels), np.bincount(labels, self._weights)
+            means, masses = self._means(labels), np.bincount(labels, self._weights).astype(np.float64)
             if len(means) == 1:
                 return labels
-            alike = means @ means.T - 2 * np.eye(len(means))
+            reliable = _reliability(masses)
+            alike = means @ means.T / np.outer(reliable, reliable)
+            np.fill_diagonal(alike, -np.inf)
             first, second = np.unravel_index(int(alike.argmax()), alike.shape)
             smallest = int(masses.argmin())
             if alike[first, second] > _SAME_VOICE:
@@ -108,6 +111,13 @@ def _join(units: _Matrix) -> Labels:
                                      distance_threshold=_JOIN_DISTANCE)
     labels: Labels = joiner.fit_predict(units).astype(np.int64)
     return labels
+
+
+def _reliability(masses: _Matrix) -> _Matrix:
+    """How near the mean of so many windows comes to the voice's own vector: what noise takes from its similarities."""
+    windows = np.maximum(masses, 1.0)
+    reliability: _Matrix = np.sqrt(windows * _WINDOW_RELIABILITY / (1 + (windows - 1) * _WINDOW_RELIABILITY))
+    return reliability
 
 
 def _renumbered(labels: Labels) -> Labels:
