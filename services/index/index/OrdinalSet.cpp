@@ -3,42 +3,61 @@
 namespace kestrel {
 
 void OrdinalSet::add(Ordinal ordinal) {
-    if (bitmap_) {
-        bitmap_->add(ordinal);
+    if (!several_) {
+        if (single_ == none || single_ == ordinal) {
+            single_ = ordinal;
+            return;
+        }
+        several_ = std::make_unique<Several>();
+        several_->few.push_back(single_);
+        single_ = none;
+    }
+    if (several_->many) {
+        several_->many->add(ordinal);
         return;
     }
-    const auto place = std::lower_bound(few_.begin(), few_.end(), ordinal);
-    if (place != few_.end() && *place == ordinal) return;
-    if (few_.size() < fewLimit) {
-        few_.insert(place, ordinal);
-        return;
-    }
-    bitmap_ = std::make_unique<Bitmap>(few_.size(), few_.data());
-    bitmap_->add(ordinal);
-    std::vector<Ordinal>().swap(few_);
+    std::vector<Ordinal>& few = several_->few;
+    const auto place = std::lower_bound(few.begin(), few.end(), ordinal);
+    if (place != few.end() && *place == ordinal) return;
+    few.insert(place, ordinal);
+    if (few.size() <= fewLimit) return;
+    several_->many = std::make_unique<Bitmap>(few.size(), few.data());
+    std::vector<Ordinal>().swap(few);
 }
 
 void OrdinalSet::remove(Ordinal ordinal) {
-    if (bitmap_) {
-        bitmap_->remove(ordinal);
-        return;
+    if (!several_) {
+        if (single_ == ordinal) single_ = none;
+    } else if (several_->many) {
+        several_->many->remove(ordinal);
+    } else {
+        std::erase(several_->few, ordinal);
     }
-    const auto place = std::lower_bound(few_.begin(), few_.end(), ordinal);
-    if (place != few_.end() && *place == ordinal) few_.erase(place);
+}
+
+std::size_t OrdinalSet::size() const {
+    if (!several_) return single_ == none ? 0 : 1;
+    return several_->many ? several_->many->cardinality() : several_->few.size();
 }
 
 bool OrdinalSet::contains(Ordinal ordinal) const {
-    return bitmap_ ? bitmap_->contains(ordinal) : std::binary_search(few_.begin(), few_.end(), ordinal);
+    if (!several_) return single_ == ordinal;
+    if (several_->many) return several_->many->contains(ordinal);
+    return std::binary_search(several_->few.begin(), several_->few.end(), ordinal);
 }
 
 Bitmap OrdinalSet::toBitmap() const {
-    return bitmap_ ? *bitmap_ : Bitmap(few_.size(), few_.data());
+    if (several_ && several_->many) return *several_->many;
+    Bitmap bitmap;
+    forEach([&](Ordinal ordinal) { bitmap.add(ordinal); });
+    return bitmap;
 }
 
 std::size_t OrdinalSet::countWithin(const Bitmap& other) const {
-    if (bitmap_) return bitmap_->and_cardinality(other);
-    return static_cast<std::size_t>(
-        std::count_if(few_.begin(), few_.end(), [&](Ordinal ordinal) { return other.contains(ordinal); }));
+    if (several_ && several_->many) return several_->many->and_cardinality(other);
+    std::size_t count = 0;
+    forEach([&](Ordinal ordinal) { count += other.contains(ordinal) ? 1U : 0U; });
+    return count;
 }
 
 } // namespace kestrel

@@ -13,32 +13,41 @@ namespace kestrel {
 using Ordinal = std::uint32_t;
 using Bitmap = Roaring;
 
-/// The documents that hold one value. Most values are held by few documents: those stay in a sorted vector,
-/// larger sets in a compressed bitmap.
+/// The documents that hold one value. Most values are held by a single document, which costs no memory of its
+/// own; a few are kept in a sorted vector, many in a compressed bitmap.
 class OrdinalSet {
 public:
     void add(Ordinal ordinal);
     void remove(Ordinal ordinal);
-    std::size_t size() const { return bitmap_ ? bitmap_->cardinality() : few_.size(); }
+    std::size_t size() const;
     bool contains(Ordinal ordinal) const;
     Bitmap toBitmap() const;
     std::size_t countWithin(const Bitmap& other) const;
 
     template <typename Visit>
     void forEach(Visit&& visit) const {
-        if (bitmap_)
-            for (const Ordinal ordinal : *bitmap_)
+        if (!several_) {
+            if (single_ != none) visit(single_);
+        } else if (several_->many) {
+            for (const Ordinal ordinal : *several_->many)
                 visit(ordinal);
-        else
-            for (const Ordinal ordinal : few_)
+        } else {
+            for (const Ordinal ordinal : several_->few)
                 visit(ordinal);
+        }
     }
 
 private:
+    static constexpr Ordinal none = UINT32_MAX;
     static constexpr std::size_t fewLimit = 32;
 
-    std::vector<Ordinal> few_;
-    std::unique_ptr<Bitmap> bitmap_;
+    struct Several {
+        std::vector<Ordinal> few;
+        std::unique_ptr<Bitmap> many; ///< set: few is empty
+    };
+
+    Ordinal single_ = none;
+    std::unique_ptr<Several> several_;
 };
 
 } // namespace kestrel

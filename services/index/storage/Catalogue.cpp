@@ -9,8 +9,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <deque>
+#include <future>
 #include <mutex>
+#include <thread>
 #include <utility>
+#include <vector>
 
 namespace kestrel {
 
@@ -23,6 +27,57 @@ std::int64_t nowMs() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
+
+/// Builds an index from its documents: they are taken apart by all processors, and enter the index in order.
+class IndexLoader {
+public:
+    explicit IndexLoader(Index& index) : index_(index) {}
+
+    void add(RowId row, StoredDocument document) {
+        batch_.emplace_back(row, std::move(document));
+        if (batch_.size() == loadedAtOnce) send();
+    }
+
+    void finish() {
+        send();
+        while (!pending_.empty())
+            applyOldest();
+    }
+
+private:
+    using Batch = std::vector<std::pair<RowId, StoredDocument>>;
+
+    void send() {
+        pending_.push_back(std::async(std::launch::async, [&index = index_, batch = std::move(batch_)] {
+            std::vector<DocumentChange> changes;
+            for (const auto& [row, document] : batch)
+                changes.push_back(changeFor(index, row, document));
+            return changes;
+        }));
+        batch_.clear();
+        if (pending_.size() > std::max(1U, std::thread::hardware_concurrency())) applyOldest();
+    }
+
+    static DocumentChange changeFor(Index& index, RowId row, const StoredDocument& document) {
+        try {
+            Prepared content = index.prepare(parseJson(document.source), document.id);
+            return {document.id, std::nullopt, DocumentChange::State{row, std::move(content)}};
+        } catch (const ApiError& e) {
+            throw DataFolderError(
+                fmt::format("document [{}] of index [{}] is damaged: {}; nothing was changed", document.id,
+                            index.name(), e.what()));
+        }
+    }
+
+    void applyOldest() {
+        index_.apply(pending_.front().get());
+        pending_.pop_front();
+    }
+
+    Index& index_;
+    Batch batch_;
+    std::deque<std::future<std::vector<DocumentChange>>> pending_;
+};
 
 } // namespace
 
@@ -69,24 +124,12 @@ void Catalogue::load() {
     std::size_t documents = 0;
     for (const DocumentStore::StoredIndex& stored : store_.indices()) {
         auto index = std::make_shared<Index>(stored.info, stored.mappings, stored.lastRow);
-        std::vector<DocumentChange> changes;
-        store_.forEachDocument(stored, [&](RowId row, const StoredDocument& document) {
-            try {
-                Prepared content = index->prepare(parseJson(document.source), document.id);
-                changes.push_back(
-                    {document.id, std::nullopt, DocumentChange::State{row, std::move(content)}});
-            } catch (const ApiError& e) {
-                throw DataFolderError(
-                    fmt::format("document [{}] of index [{}] is damaged: {}; nothing was changed",
-                                document.id, stored.info.name, e.what()));
-            }
+        IndexLoader loader(*index);
+        store_.forEachDocument(stored, [&](RowId row, StoredDocument document) {
+            loader.add(row, std::move(document));
             ++documents;
-            if (changes.size() == loadedAtOnce) {
-                index->apply(changes);
-                changes.clear();
-            }
         });
-        index->apply(changes);
+        loader.finish();
         insert(index);
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;

@@ -122,7 +122,7 @@ std::vector<DocumentStore::StoredIndex> DocumentStore::indices() {
 }
 
 void DocumentStore::forEachDocument(const StoredIndex& index,
-                                    const std::function<void(RowId, const StoredDocument&)>& visit) {
+                                    const std::function<void(RowId, StoredDocument)>& visit) {
     SqliteStatement statement(
         writer_, "SELECT row, id, version, source FROM documents WHERE row >= ? AND row <= ? ORDER BY row");
     statement.bind(index.info.number << sequenceBits).bind(index.lastRow);

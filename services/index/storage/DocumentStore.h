@@ -33,8 +33,7 @@ public:
         RowId lastRow;
     };
     std::vector<StoredIndex> indices();
-    void forEachDocument(const StoredIndex& index,
-                         const std::function<void(RowId, const StoredDocument&)>& visit);
+    void forEachDocument(const StoredIndex& index, const std::function<void(RowId, StoredDocument)>& visit);
 
     /// Reading, from any thread. Rows that are gone give nothing.
     std::optional<StoredDocument> read(RowId row);
