@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Times the text functions beside cydifflib, difflib, rapidfuzz, ICU and the plain forms, in one run.
 
-All times are computing time of one thread, the shortest of several runs except for the slow forms. Needs a build (KESTREL_BUILD_BIN, by default build/bin) and the tools of scripts/requirements-tools.txt.
+All times are computing time of one thread, the shortest of several runs except for the slow forms. Needs a build (KESTREL_BUILD_BIN, by default build/bin).
 """
 
 from __future__ import annotations

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <new>
 #include <numeric>
@@ -321,23 +322,23 @@ TEST_F(Service, NothingAcknowledgedIsLostOrDoubledWhenTheServiceIsKilled) {
     ASSERT_EQ(mStore.LockEntry("clip", false), KsNN_Success) << mStore.GetErrorStr();
 
     std::atomic<bool> killing{true};
-    std::thread killer([&] {
-        std::mt19937 random(seed);
-        for (int i = 0; i < 10; ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 400));
-            sService->kill();
-            sService->start();
-        }
-        killing = false;
-    });
     // A host that repeats each write until it is acknowledged; the store must see what is there already.
     int written = 0;
-    while (killing || written < 20) {
-        const KsNN_ErrorCode code =
-            mStore.WriteToDB(base(), segment("clip", written, "text", 100 * written), false);
-        if (code == KsNN_Success) ++written;
+    std::thread writer([&] {
+        while (killing || written < 20) {
+            const KsNN_ErrorCode code =
+                mStore.WriteToDB(base(), segment("clip", written, "text", 100 * written), false);
+            if (code == KsNN_Success) ++written;
+        }
+    });
+    std::mt19937 random(seed);
+    for (int i = 0; i < 10; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % 400));
+        sService->kill();
+        sService->start();
     }
-    killer.join();
+    killing = false;
+    writer.join();
 
     KsNNDB_STTClipEntry entry;
     ASSERT_EQ(mStore.GetDBContents("clip", "project one", entry, false, 2), KsNN_Success)

@@ -58,9 +58,11 @@ void IndexService::start() {
     if (Poco::File(readyFile).exists()) Poco::File(readyFile).remove();
     const std::string port = mUri.empty() ? "0" : std::to_string(Poco::URI(mUri).getPort());
     const std::string data = mFolder->path() + "/data";
+    // Tests that crash or time out must not leave services behind.
+    const std::string program = Poco::Environment::get("KESTREL_BUILD_BIN") + "/kestrel-index";
     mProcess = std::make_unique<Poco::ProcessHandle>(
-        Poco::Process::launch(Poco::Environment::get("KESTREL_BUILD_BIN") + "/kestrel-index",
-                              {"--data", data, "--port", port, "--ready-file", readyFile}));
+        Poco::Process::launch("setpriv", {"--pdeathsig", "KILL", program, "--data", data, "--port", port,
+                                          "--ready-file", readyFile}));
     waitFor(readyFile, *mProcess);
     mUri = readJson(readyFile)->getValue<std::string>("uri");
     const auto administrator = readJson(data + "/administrator.json");

@@ -28,7 +28,7 @@ public:
     bool isOurs() const { return mFolder != nullptr; }
     /// Ends the process at once, as a power cut would.
     void kill();
-    /// Starts the process again on the same data and port.
+    /// Starts the process again on the same data and port. It ends with the thread that calls this.
     void start();
 
     /// Stores user and password with the library, as a host does. Suffixes the transcript index with "_rel".
