@@ -9,7 +9,8 @@ namespace {
 using Poco::Crypto::Cipher;
 
 TEST(Cipher, IsTheOneThatPocoMakesFromThePassPhrase) {
-    for (const std::string& phrase : {std::string("k"), std::string("pass phrase"), std::string(300, '\xe9')}) {
+    for (const std::string& phrase :
+         {std::string("k"), std::string("pass phrase"), std::string(300, '\xe9')}) {
         const Poco::Crypto::CipherKey key("aes-256-cbc", phrase, "p4tz7rm1q06vhe93", 2000, "md5");
         Cipher::Ptr reference = Poco::Crypto::CipherFactory::defaultFactory().createCipher(key);
         Cipher::Ptr ours = kestrelml::detail::createCipher(phrase);
