@@ -78,9 +78,13 @@ class Client:
         content = json.dumps(body) if isinstance(body, dict) else body
         if isinstance(content, str):
             content = content.encode()
-        self.connection.request(method, "/" + path, content, {**self.headers, **headers})
-        response = self.connection.getresponse()
-        return Answer(response.status, response.read().decode(), dict(response.getheaders()))
+        try:
+            self.connection.request(method, "/" + path, content, {**self.headers, **headers})
+            response = self.connection.getresponse()
+            return Answer(response.status, response.read().decode(), dict(response.getheaders()))
+        except (OSError, http.client.HTTPException):
+            self.connection.close()
+            raise
 
     def close(self) -> None:
         self.connection.close()

@@ -5,6 +5,7 @@ Runs when KESTREL_ELASTICSEARCH_URI (with KESTREL_ELASTICSEARCH_USER and _PASSWO
 
 from __future__ import annotations
 
+import json
 import os
 import random
 from collections.abc import Iterator
@@ -57,11 +58,12 @@ def both(service: IndexProcess) -> Iterator[tuple[Client, Client]]:
     for client in clients:
         client("DELETE", INDEX)
         assert client("PUT", INDEX, MAPPING).status == 200
-        for number, document in enumerate(documents()):
-            assert client("POST", f"{INDEX}/_doc/d{number:04}", document).status == 201
+        lines = "".join(
+            json.dumps({"create": {"_id": f"d{number:04}"}}) + "\n" + json.dumps(document) + "\n"
+            for number, document in enumerate(documents())
+        )
+        assert not client("PUT", f"{INDEX}/_bulk", lines).json["errors"]
         client("POST", f"{INDEX}/_refresh")
-        # One segment, so that statistics are of the documents that are there.
-    genuine("POST", f"{INDEX}/_forcemerge?max_num_segments=1")
     yield clients
     for client in clients:
         client("DELETE", INDEX)
@@ -75,10 +77,15 @@ def outcome(answer: Answer) -> Any:
     body.pop("took")
     body.pop("_scroll_id", None)
     for hit in body["hits"]["hits"]:
-        if hit["_score"] is not None:
-            hit["_score"] = pytest.approx(hit["_score"], rel=1e-6)
-    if body["hits"]["max_score"] is not None:
-        body["hits"]["max_score"] = pytest.approx(body["hits"]["max_score"], rel=1e-6)
+        hit.pop("_ignored", None)  # names keywords that were too long to be indexed
+    return body
+
+
+def about(body: Any) -> Any:
+    """The outcome with room for the last digit of scores."""
+    for scored, key in [(body["hits"], "max_score"), *((hit, "_score") for hit in body["hits"]["hits"])]:
+        if scored[key] is not None:
+            scored[key] = pytest.approx(scored[key], rel=1e-6)
     return body
 
 
@@ -130,7 +137,7 @@ BODIES: list[dict[str, Any]] = [
 @pytest.mark.parametrize("body", BODIES, ids=lambda body: str(body)[:80])
 def test_searches_agree(both: tuple[Client, Client], body: dict[str, Any]) -> None:
     ours, genuine = (outcome(client("GET", f"{INDEX}/_search", body)) for client in both)
-    assert ours == genuine
+    assert ours == about(genuine)
 
 
 @pytest.mark.parametrize(
