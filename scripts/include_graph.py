@@ -18,6 +18,7 @@ PICTURE = ROOT / "docs" / "include-graph.svg"
 LEVELS = {
     "platform": "paths, executable folder, library loading",
     "core": "records, result codes, transport, cipher",
+    "text": "normal form, words, phrase and sequence matching",
     "stt": "speech-to-text engines, interpreter bridge",
     "store": "KsNNDatabase: write, lock, read, search",
     "align": "script lines, sequence matcher, Align",

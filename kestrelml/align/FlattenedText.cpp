@@ -1,7 +1,7 @@
 #include "kestrelml/align/FlattenedText.h"
 
-#include "kestrelml/store/TextNormaliser.h"
-#include "kestrelml/store/Words.h"
+#include "kestrelml/text/TextNormaliser.h"
+#include "kestrelml/text/Words.h"
 
 #include <algorithm>
 

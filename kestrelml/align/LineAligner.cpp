@@ -1,8 +1,8 @@
 #include "kestrelml/align/LineAligner.h"
 
-#include "kestrelml/store/TextNormaliser.h"
-#include "kestrelml/store/WordMatch.h"
-#include "kestrelml/store/Words.h"
+#include "kestrelml/text/TextNormaliser.h"
+#include "kestrelml/text/WordMatch.h"
+#include "kestrelml/text/Words.h"
 
 #include <algorithm>
 #include <optional>

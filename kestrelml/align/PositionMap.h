@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kestrelml/align/SequenceMatcher.h"
+#include "kestrelml/text/matching/SequenceMatcher.h"
 
 #include <cstdint>
 #include <vector>

@@ -2,8 +2,8 @@
 #include "kestrelml/store/KsNNDatabase.h"
 #include "kestrelml/store/Query.h"
 #include "kestrelml/store/Request.h"
-#include "kestrelml/store/TextNormaliser.h"
 #include "kestrelml/stt/KsNNSpeechToTextCYTHON.h"
+#include "kestrelml/text/TextNormaliser.h"
 
 #include <iostream>
 

@@ -1,7 +1,7 @@
 #include "kestrelml/store/KsNNDatabase.h"
-#include "kestrelml/store/TextNormaliser.h"
-#include "kestrelml/store/WordMatch.h"
-#include "kestrelml/store/Words.h"
+#include "kestrelml/text/TextNormaliser.h"
+#include "kestrelml/text/WordMatch.h"
+#include "kestrelml/text/Words.h"
 
 using namespace kestrelml::detail;
 
