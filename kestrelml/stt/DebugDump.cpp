@@ -1,39 +1,50 @@
 #include "kestrelml/stt/DebugDump.h"
 
 #include "kestrelml/platform/Paths.h"
+#include "kestrelml/platform/PrivateFolder.h"
 
 #include <Poco/Environment.h>
 #include <Poco/Process.h>
 
 #include <atomic>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 
 namespace kestrelml::stt {
 namespace {
 
-void dump(const std::string& fileName, std::string_view bytes) {
-    const std::string folder = Poco::Environment::get("KESTREL_DEBUG_DIR", "");
-    if (folder.empty()) return;
-    const std::filesystem::path path = platform::pathFromUtf8(folder) / platform::pathFromUtf8(fileName);
-    std::error_code ignored;
-    std::filesystem::create_directories(path.parent_path(), ignored);
+namespace fs = std::filesystem;
+
+fs::path dumpFolder() {
+    const std::string chosen = Poco::Environment::get("KESTREL_DEBUG_DIR", "");
+    if (chosen.empty()) return platform::privateTemporaryFolder("kestrelml-debug");
+    fs::path folder = platform::pathFromUtf8(chosen);
+    fs::create_directories(folder);
+    return folder;
+}
+
+void write(const std::string& name, std::string_view bytes) {
+    const fs::path path = dumpFolder() / platform::pathFromUtf8(name);
     std::ofstream file(path, std::ios::binary);
     file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    if (!file.flush()) std::cout << "KsNNSTT cannot write debug file " << path << std::endl;
+    if (!file.flush()) throw fs::filesystem_error("not written", path, std::error_code());
 }
 
 } // namespace
 
-void dumpAudio(const std::int16_t* samples, std::size_t numSamples) {
-    static std::atomic<unsigned> number{0};
-    dump("KsNNAudio-" + std::to_string(Poco::Process::id()) + "-" + std::to_string(++number) + ".raw",
-         {reinterpret_cast<const char*>(samples), numSamples * sizeof(std::int16_t)});
+void dumpFile(const std::string& name, std::string_view bytes) noexcept {
+    try {
+        write(name, bytes);
+    } catch (const std::exception& e) {
+        std::cout << "KsNNSTT cannot write debug file " << name << ": " << e.what() << std::endl;
+    }
 }
 
-void dumpText(const std::string& fileName, std::string_view text) {
-    dump(fileName, text);
+void dumpAudio(const std::int16_t* samples, std::size_t numSamples) noexcept {
+    static std::atomic<unsigned> number{0};
+    const std::string_view bytes(reinterpret_cast<const char*>(samples), numSamples * sizeof(std::int16_t));
+    dumpFile("KsNNAudio-" + std::to_string(Poco::Process::id()) + "-" + std::to_string(++number) + ".raw",
+             bytes);
 }
 
 } // namespace kestrelml::stt

@@ -14,7 +14,9 @@
 #include <string>
 #include <thread>
 
-struct _object;
+namespace kestrelml::stt {
+class TranscriptionModule;
+}
 
 /// The one connection of this process to the module.
 ///
@@ -24,6 +26,11 @@ struct _object;
 class KestrelMLCythonIF {
 public:
     using Answer = Poco::JSON::Object::Ptr;
+
+    KestrelMLCythonIF();
+    KestrelMLCythonIF(const KestrelMLCythonIF&) = delete;
+    KestrelMLCythonIF& operator=(const KestrelMLCythonIF&) = delete;
+    ~KestrelMLCythonIF();
 
     /// The bridge; the first call creates it, which starts the interpreter. It stays valid while the caller
     /// holds it, even if another thread shuts it down.
@@ -35,7 +42,9 @@ public:
     static void setDirectories(const std::string& modelDirectory, const std::string& logDirectory);
     static std::string modelDirectory();
 
-    bool isSetUp() const { return mSetUp; }
+    bool isSetUp() const { return mModule != nullptr; }
+    /// Report of the failed set-up.
+    const std::string& setUpFailure() const { return mSetUpFailure; }
     /// Whether the calling thread is the one that created the bridge.
     bool belongsToThisThread() const { return mThread == std::this_thread::get_id(); }
 
@@ -60,8 +69,8 @@ public:
 
 private:
     const std::thread::id mThread = std::this_thread::get_id();
-    _object* mModule = nullptr;
-    bool mSetUp = true;
+    std::unique_ptr<kestrelml::stt::TranscriptionModule> mModule; ///< Null when the set-up failed.
+    std::string mSetUpFailure;
     std::string mModelDirectoryAnswer;
     std::atomic<std::uint8_t> mCancelRequested{0};
     std::atomic<float> mProgress{0.0F};

@@ -13,11 +13,14 @@
 /// `GetProgress` may be called from any thread, also on the running object; from another thread they leave
 /// its error text alone.
 ///
-/// When the interpreter cannot be started, operations return `KsNN_SetupFailed`, and "PythonStdErr.txt" in
-/// the log folder says why. When the module breaks off without an answer, which only misuse brings about (a
-/// call from another thread, an identifier that is not UTF-8, a process that is a Python interpreter itself),
-/// `ProcessAudio` and `FinalizeTranscript` throw a `const char*` that names the call; its Python error is in
-/// the same file.
+/// When the interpreter cannot be started, operations return `KsNN_SetupFailed`, now and until a `Shutdown`;
+/// "PythonStdErr.txt" in the log folder says why. A library built without the interpreter always returns that
+/// code, with the reason in the error text. `GetSupportedLanguages` only reads a file and works all the same.
+///
+/// When the module ends a call without an answer, the first call and `ProcessAudio` and `FinalizeTranscript`
+/// throw a `const char*` that names the call; its Python error is in the same file. Only misuse brings this
+/// about: a call from another thread, an identifier that is not UTF-8, a process that is a Python interpreter
+/// itself.
 class KSNN_API KsNNSpeechToTextCYTHON : public KsNNSpeechToTextInterface {
 public:
     /// @param ownsShutdown Destroying this object does what `Shutdown` does.

@@ -47,7 +47,7 @@ KsNN_ErrorCode KsNNSpeechToTextInterface::debugInternals(const std::int16_t* sam
     ResetErrorStr();
     std::stringstream text;
     encodeAudioBase64(samples, numSamples, text);
-    if (writeFile) kestrelml::stt::dumpText("KsNNBase64.txt", text.str());
+    if (writeFile) kestrelml::stt::dumpFile("KsNNBase64.txt", text.str());
 
     const std::vector<std::int16_t> decoded = decodeAudioBase64(text, numSamples);
     if (!std::equal(decoded.begin(), decoded.end(), samples, samples + numSamples)) {
@@ -55,4 +55,14 @@ KsNN_ErrorCode KsNNSpeechToTextInterface::debugInternals(const std::int16_t* sam
         return KsNN_Error;
     }
     return KsNN_Success;
+}
+
+KsNN_ErrorCode KsNNSpeechToTextInterface::keepLanguages(KsNN_ErrorCode checked,
+                                                        const std::vector<KsNNLanguage>& languages,
+                                                        const char* failure, bool debug) {
+    if (checked != KsNN_Success)
+        reportError(nullptr, failure, __LINE__, this, debug);
+    else if (&languages != &mSupportedLanguages)
+        mSupportedLanguages = languages;
+    return checked;
 }

@@ -18,6 +18,10 @@
 /// `FinalizeTranscript` or `TranscribeAudio`, which both end the clip's buffered audio. `Cancel` and
 /// `GetProgress` act on the running transcription of the process; each engine says from which thread and
 /// object.
+///
+/// Every operation empties the error text first and returns `KsNN_Success`, or `KsNN_Error` when the module's
+/// answer is a failure or cannot be read, and leaves a report in the error text then. An engine adds its own
+/// codes. Operations throw nothing unless an engine says so.
 class KSNN_API KsNNSpeechToTextInterface : public KsNNBase {
 public:
     /// The three sizes are part of the interface that all engines share; this base does not use them.
@@ -40,7 +44,7 @@ public:
                                         const std::string& projectGuid, bool debug) = 0;
 
     /// Transcribes the uploaded audio of a clip and fills `entry`.
-    /// @param audioTracks The host's description of the tracks, handed through.
+    /// @param audioTracks The host's description of the tracks, copied to the entry.
     /// @param langCode    A code that `GetSupportedLanguages` lists.
     virtual KsNN_ErrorCode FinalizeTranscript(KsNNDB_STTClipEntry& entry, std::size_t totalSamples,
                                               const std::string& mediaGuid, const std::string& projectGuid,
@@ -48,7 +52,7 @@ public:
                                               bool debug) = 0;
 
     /// Transcribes audio that was uploaded with an empty `projectGuid`; the engine guesses the language.
-    /// @param diarizationThreshold Sparsity threshold of the speaker clustering, 0.01 by custom.
+    /// @param diarizationThreshold Sparsity threshold of the speaker clustering; 0.01 is usual.
     virtual KsNN_ErrorCode TranscribeAudio(KsNNTranscript& transcript, const std::string& mediaGuid,
                                            const KsNNPostProcessingOptions& options,
                                            float diarizationThreshold) = 0;
@@ -57,19 +61,26 @@ public:
     virtual KsNN_ErrorCode Cancel(bool debug) = 0;
     /// @param progress Receives the fraction of the clip that is done, 0 to 1.
     virtual KsNN_ErrorCode GetProgress(float& progress, bool debug) = 0;
-    /// Appends the supported languages, by ascending code.
+    /// Appends the supported languages, by ascending code. Those before a faulty entry stay when it fails.
     virtual KsNN_ErrorCode GetSupportedLanguages(std::vector<KsNNLanguage>& languages, bool debug) = 0;
 
+    /// Code of the current language; "None" until one is chosen.
     std::string getLanguage() const;
 
     /// Replaces `out` by the Base64 text of the samples (little-endian), in lines of 72 characters ended by
     /// CR LF.
     void encodeAudioBase64(const std::int16_t* samples, std::size_t numSamples, std::stringstream& out);
-    /// Encodes and decodes the samples and compares. With `writeFile` the text goes to the debug folder, if
-    /// one is set.
+    /// Encodes and decodes the samples and compares.
+    /// @param writeFile Also write the text to a debug file.
+    /// @return `KsNN_Success`, or `KsNN_Error` when a sample does not come back as it was.
     KsNN_ErrorCode debugInternals(const std::int16_t* samples, std::size_t numSamples, bool writeFile);
 
 protected:
-    std::vector<KsNNLanguage> mSupportedLanguages; ///< The last list that was fetched successfully.
+    /// Ends `GetSupportedLanguages`: keeps a copy of a list that was read, or reports `failure`.
+    /// @return `checked`.
+    KsNN_ErrorCode keepLanguages(KsNN_ErrorCode checked, const std::vector<KsNNLanguage>& languages,
+                                 const char* failure, bool debug);
+
+    std::vector<KsNNLanguage> mSupportedLanguages; ///< The last list that was read successfully.
     std::string mLanguage = "None";
 };

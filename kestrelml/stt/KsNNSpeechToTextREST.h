@@ -10,6 +10,8 @@
 /// One object is used by one thread at a time. The service keeps one progress value and one cancel flag, so a
 /// second engine on another thread or in another process can poll and cancel while this one waits for its
 /// transcript.
+///
+/// When the service cannot be reached or gives no JSON answer, operations return `KsNN_Exception`.
 class KSNN_API KsNNSpeechToTextREST : public KsNNSpeechToTextInterface {
 public:
     /// @param modelDir Folder of the speech models, sent to the service before the first chunk; empty sends

@@ -10,8 +10,11 @@
 #include <filesystem>
 #include <fstream>
 #include <numeric>
+#include <unistd.h>
 
 namespace {
+
+namespace fs = std::filesystem;
 
 using kestrel_test::RecordedRequest;
 using kestrel_test::Reply;
@@ -211,30 +214,73 @@ TEST_F(RestEngine, AnEmptyChunkEncodesToNothing) {
     EXPECT_EQ(text.str(), "");
 }
 
-TEST_F(RestEngine, DebugFilesGoToTheDebugFolderOnlyWhenOneIsSet) {
-    Poco::TemporaryFile folder;
-    mServer.otherwise([](const RecordedRequest&) { return Reply::json(200, kUploadAnswer); });
-    KsNNSpeechToTextREST engine = engineWith();
-    const auto run = [&] {
-        testing::internal::CaptureStdout();
-        engine.ProcessAudio(mSamples.data(), 0, mSamples.size(), "m", "p", true);
-        engine.ProcessAudio(mSamples.data(), 4, mSamples.size(), "m", "p", true);
-        engine.debugInternals(mSamples.data(), mSamples.size(), true);
-        return testing::internal::GetCapturedStdout();
-    };
-    unsetenv("KESTREL_DEBUG_DIR");
-    run();
-    setenv("KESTREL_DEBUG_DIR", folder.path().c_str(), 1);
-    EXPECT_FALSE(folder.exists());
-    run();
-    std::vector<std::uintmax_t> sizes;
-    for (const auto& file : std::filesystem::directory_iterator(folder.path()))
-        sizes.push_back(file.file_size());
-    EXPECT_THAT(sizes, testing::UnorderedElementsAre(8U, 8U, 12U)) << "two chunks and one text";
+class DebugFiles : public RestEngine {
+protected:
+    DebugFiles() {
+        Poco::File(mFolder.path()).createDirectory();
+        setenv("TMPDIR", mFolder.path().c_str(), 1);
+        unsetenv("KESTREL_DEBUG_DIR");
+        mServer.otherwise([](const RecordedRequest&) { return Reply::json(200, kUploadAnswer); });
+    }
+    ~DebugFiles() override {
+        unsetenv("TMPDIR");
+        unsetenv("KESTREL_DEBUG_DIR");
+    }
 
+    /// Two chunks and one text, with the debug flag; the operations succeed whatever becomes of the files.
+    std::string printedWhileWriting() {
+        KsNNSpeechToTextREST engine = engineWith();
+        testing::internal::CaptureStdout();
+        for (const std::size_t start : {0U, 4U})
+            EXPECT_EQ(engine.ProcessAudio(mSamples.data(), start, mSamples.size(), "m", "p", true),
+                      KsNN_Success);
+        EXPECT_EQ(engine.debugInternals(mSamples.data(), mSamples.size(), true), KsNN_Success);
+        return testing::internal::GetCapturedStdout();
+    }
+
+    static std::vector<std::uintmax_t> sizesIn(const fs::path& folder) {
+        std::vector<std::uintmax_t> sizes;
+        for (const auto& file : fs::directory_iterator(folder))
+            sizes.push_back(file.file_size());
+        return sizes;
+    }
+
+    const Poco::TemporaryFile mFolder;
+    const fs::path mPrivate = fs::path(mFolder.path()) / ("kestrelml-debug-" + std::to_string(geteuid()));
+};
+
+TEST_F(DebugFiles, GoToTheFolderThatIsSet) {
+    const fs::path chosen = fs::path(mFolder.path()) / "chosen" / "folder";
+    setenv("KESTREL_DEBUG_DIR", chosen.c_str(), 1);
+    printedWhileWriting();
+    EXPECT_THAT(sizesIn(chosen), testing::UnorderedElementsAre(8U, 8U, 12U));
+    EXPECT_FALSE(fs::exists(mPrivate));
+}
+
+TEST_F(DebugFiles, GoToAPrivateTemporaryFolderOtherwise) {
+    for (int i = 0; i < 2; ++i) // made, then found
+        printedWhileWriting();
+    EXPECT_THAT(sizesIn(mPrivate), testing::UnorderedElementsAre(8U, 8U, 8U, 8U, 12U));
+    EXPECT_EQ(fs::status(mPrivate).permissions(), fs::perms::owner_all);
+}
+
+TEST_F(DebugFiles, AreNotWrittenWhereOthersMayRead) {
+    const fs::path elsewhere = fs::path(mFolder.path()) / "elsewhere";
+    fs::create_directory(elsewhere);
+    fs::permissions(elsewhere, fs::perms::owner_all);
+    fs::create_directory_symlink(elsewhere, mPrivate);
+    EXPECT_THAT(printedWhileWriting(), HasSubstr("cannot write debug file"));
+    fs::remove(mPrivate);
+    fs::create_directory(mPrivate);
+    fs::permissions(mPrivate, fs::perms::owner_all | fs::perms::others_read | fs::perms::others_exec);
+    EXPECT_THAT(printedWhileWriting(), HasSubstr("cannot write debug file"));
+    EXPECT_THAT(sizesIn(elsewhere), ElementsAre());
+    EXPECT_THAT(sizesIn(mPrivate), ElementsAre());
+}
+
+TEST_F(DebugFiles, ThatCannotBeWrittenAreMentioned) {
     setenv("KESTREL_DEBUG_DIR", "/proc/no/such/place", 1);
-    EXPECT_THAT(run(), HasSubstr("cannot write debug file"));
-    unsetenv("KESTREL_DEBUG_DIR");
+    EXPECT_THAT(printedWhileWriting(), HasSubstr("cannot write debug file"));
 }
 
 } // namespace

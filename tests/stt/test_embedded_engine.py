@@ -12,16 +12,20 @@ import pytest
 from speech_hosts import BIN, MODELS, Host, Outcome
 
 
-def private_host(folder: Path, modules: list[Path]) -> Path:
+def private_host(folder: Path, modules: list[Path], library: Path = BIN / "libkestrelml.so") -> Path:
     """A host executable in a folder of its own, whose PythonModules holds the given entries only."""
     executable = folder / "bin" / "host"
     (executable.parent / "PythonModules").mkdir(parents=True)
     shutil.copy2(BIN / "stt_linked_host", executable)
-    for library in BIN.glob("lib*.so"):
-        (executable.parent / library.name).symlink_to(library)
+    (executable.parent / library.name).symlink_to(library)
+    (executable.parent / SCENARIO.name).symlink_to(SCENARIO)
     for entry in modules:
         (executable.parent / "PythonModules" / entry.name).symlink_to(entry.resolve())
     return executable
+
+
+SCENARIO = BIN / "libstt_engine_scenario.so"
+WITHOUT_PYTHON = BIN.parent / "without-python" / "libkestrelml.so"
 
 
 def all_modules() -> list[Path]:
@@ -142,6 +146,32 @@ def test_module_errors_become_reports_and_the_host_goes_on(host: Host, samples: 
     assert broken[2]["code"] == 0
 
 
+def test_an_answer_that_is_no_json_is_an_unreadable_answer(host: Host, samples: Path) -> None:
+    recogniser = """python|
+import dataclasses, sys
+Word = dataclasses.make_dataclass("Word", ["start", "end", "word", "probability"])
+Segment = dataclasses.make_dataclass("Segment", ["start", "end", "text", "words"])
+class Recogniser:
+    model_pkg = model_size = model_device = "test"
+    def transcribe(self, samples, language):
+        return [Segment(0.0, 1.0, "Word.", [Word(0.0, 1.0, "Word.", float("nan"))])], ["en"]
+sys.modules["KestrelMLCython"].override_transcriber(Recogniser())
+"""
+    outcomes = host.run("set-model-dir|", recogniser, f"upload|{samples}|clip|", "transcribe|clip", "progress")
+    assert [outcome["code"] for outcome in outcomes] == [0, 0, 0, 1, 0]
+    assert "className = " in outcomes[3]["error"]
+    assert outcomes[3]["error"].count("KsNN Error") == 1
+
+
+@pytest.mark.parametrize("error_output", ["None", "open('/dev/full', 'w')", "closed"])
+def test_failures_are_answered_without_an_error_output(error_output: str, host: Host, samples: Path) -> None:
+    replace = f"python|import sys\nclosed = open('/dev/null', 'w')\nclosed.close()\nsys.stderr = {error_output}"
+    _, _, no_audio, uploaded = host.run("progress", replace, "transcribe|clip", f"upload|{samples}|clip|project")
+    assert no_audio["code"] == 1
+    assert "no audio was uploaded for clip 'clip'" in no_audio["error"]
+    assert uploaded["code"] == 0
+
+
 def test_languages_come_from_the_model_folder(host: Host, tmp_path: Path) -> None:
     listed, = host.run("languages")
     assert listed["languages"] == sorted(json.loads((MODELS / "Languages.json").read_text()))
@@ -190,6 +220,28 @@ def test_a_broken_tree_fails_the_set_up_and_says_why(name: str, tmp_path: Path, 
             assert outcome["code"] == 3, outcome
             assert outcome["error"].endswith(", Setup failed\n")
     assert reason in broken.log()
+
+
+def test_an_exception_during_start_up_fails_the_set_up_for_good(tmp_path: Path) -> None:
+    executable = private_host(tmp_path, [])
+    modules = executable.parent / "PythonModules"
+    modules.rmdir()
+    modules.symlink_to(modules)  # asking for its kind raises
+    broken = Host(tmp_path, executable)
+    assert [outcome["code"] for outcome in broken.run("cancel", "progress", "set-model-dir|")] == [3, 3, 3]
+    assert "The interpreter cannot be started: " in broken.log()
+
+
+def test_without_the_interpreter_the_engine_says_so(tmp_path: Path) -> None:
+    host = Host(tmp_path, private_host(tmp_path, [], WITHOUT_PYTHON))
+    needed = subprocess.run(["ldd", str(host.executable)], capture_output=True, text=True, check=True).stdout
+    assert str(host.executable.parent / WITHOUT_PYTHON.name) in needed
+    assert "libpython" not in needed
+    *outcomes, listed = host.run("cancel", "progress", "set-model-dir|", "transcribe|clip", "languages")
+    for outcome in outcomes:
+        assert outcome["code"] == 3, outcome
+        assert "built without the embedded Python interpreter" in outcome["error"]
+    assert listed["code"] == 0, "a list of languages needs no interpreter"
 
 
 def test_a_module_that_raises_on_import_does_not_end_the_host(tmp_path: Path) -> None:

@@ -738,8 +738,15 @@ def failure(error: str) -> dict[str, Any]:
 
 
 def report_exception(error_output: Any) -> None:
-    traceback.print_exc(file=error_output)
-    error_output.flush()
+    """Prints the exception being handled. A host may have no error output, or have closed it or its disk be full:
+    the caller's answer must come all the same."""
+    if error_output is None:
+        return
+    try:
+        traceback.print_exc(file=error_output)
+        error_output.flush()
+    except (OSError, ValueError):
+        pass
 
 
 finalize_parameters = {

@@ -1,12 +1,13 @@
-#include "kestrelml/stt/embedded/EmbeddedInterpreter.h"
-
 #include "kestrelml/platform/LibraryLoading.h"
 #include "kestrelml/platform/Paths.h"
+#include "kestrelml/stt/embedded/TranscriptionModule.h"
 
 #include <KestrelMLCythonAutoGen.h>
 #include <Python.h>
 #include <atomic>
 #include <fstream>
+#include <utility>
+#include <vector>
 
 // Cython warns of direct calls by a macro of this name; registering the function is no call.
 #undef PyInit_KestrelMLCythonAutoGen
@@ -17,7 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kModuleName = "KestrelMLCython";
-constexpr const char* kCloseErrorLog = "sys.stderr.close(); sys.stderr = sys.__stderr__";
+constexpr const char* kRestoreErrorOutput = "sys.stderr.close(); sys.stderr = sys.__stderr__";
 
 enum class State { NotBegun, Failed, ModuleImported };
 std::atomic<State> state{State::NotBegun};
@@ -65,6 +66,7 @@ public:
         mConfig.module_search_paths_set = 1;
         const std::u8string utf8 = modules.u8string();
         wchar_t* folder = Py_DecodeLocale(reinterpret_cast<const char*>(utf8.c_str()), nullptr);
+        if (!folder) return PyStatus_Error("the name of the folder cannot be converted");
         PyStatus status = PyWideStringList_Append(&mConfig.module_search_paths, folder);
         // Given, so that the interpreter does not go and look for an installation.
         std::vector<wchar_t**> places{&mConfig.home, &mConfig.prefix, &mConfig.exec_prefix,
@@ -102,55 +104,122 @@ PyStatus initialiseInterpreter(const fs::path& modules) {
     return PyStatus_Exception(status) ? status : configuration.initialise();
 }
 
-} // namespace
+/// Whether the module's entry points may be called: it was imported here, and the calling thread holds the
+/// interpreter lock.
+bool canEnterModule() {
+    return state == State::ModuleImported && PyGILState_Check() != 0;
+}
 
-InterpreterStart startInterpreter(const std::string& logDirectory) {
-    if (Py_IsInitialized()) return {true, nullptr};
+/// Calls one of the module's entry points.
+/// @return Its JSON text; empty after a Python error, which is printed.
+template <typename EntryPoint, typename... Arguments>
+std::string callModule(EntryPoint entryPoint, const Arguments&... arguments) {
+    if (!canEnterModule()) return {};
+    std::string text;
+    if (PyObject* answer = entryPoint(arguments...)) {
+        if (const char* utf8 = PyUnicode_AsUTF8(answer)) text = utf8;
+        Py_DECREF(answer);
+    }
+    if (text.empty()) PyErr_Print();
+    return text;
+}
+
+class ImportedModule final : public TranscriptionModule {
+public:
+    /// @param module Owned; null when this process imported it earlier.
+    explicit ImportedModule(PyObject* module) : mModule(module) {}
+
+    std::string setModelDirectory(const std::string& modelDirectory) override {
+        return callModule(SetSTTModelDirCy, modelDirectory);
+    }
+    std::string uploadAudio(std::size_t startSample, std::size_t endSample, const std::string& mediaGuid,
+                            const std::string& projectGuid, const std::int16_t* samples,
+                            std::size_t numSamples) override {
+        // The module reads the samples only; its array type knows no constant ones.
+        return callModule(STTUploadAudioCy, startSample, endSample, mediaGuid, projectGuid,
+                          const_cast<std::int16_t*>(samples), numSamples);
+    }
+    std::string finalize(const std::string& mediaGuid, const std::string& projectGuid,
+                         const std::string& audioTracks, std::size_t totalSamples,
+                         const std::string& langCode) override {
+        return callModule(STTFinalizeCy, mediaGuid, projectGuid, audioTracks, totalSamples, langCode);
+    }
+    std::string transcribe(const std::string& mediaGuid, bool removeSymbols, bool removeAudioDescriptions,
+                           bool makePhrases, float diarizationThreshold) override {
+        return callModule(STTTranscribeAudioCy, mediaGuid, removeSymbols, removeAudioDescriptions,
+                          makePhrases, diarizationThreshold);
+    }
+    std::string loadSemanticSearchModels(const std::string& modelDir,
+                                         const std::string& extensionLibrary) override {
+        return callModule(SemanticSearchLoadModelsCy, modelDir, extensionLibrary);
+    }
+    std::string embedText(const std::string& text) override {
+        return callModule(SemanticSearchGetStringVectorEmbeddingCy, text);
+    }
+
+    void release() override {
+        if (!mModule || !canEnterModule()) return;
+        Py_DECREF(std::exchange(mModule, nullptr));
+        PyRun_SimpleString(kRestoreErrorOutput);
+    }
+
+private:
+    PyObject* mModule;
+};
+
+/// @return Null when the interpreter could not be started, after the reason went to the error log.
+std::unique_ptr<TranscriptionModule> start(const std::string& logDirectory) {
+    if (Py_IsInitialized()) return std::make_unique<ImportedModule>(nullptr);
     if (state == State::Failed) {
-        // Added, since the log is likely to hold the cause.
+        // Appended, since the log is likely to hold the cause.
         writeErrorLog(logDirectory,
                       "The interpreter failed to start earlier in this process. Restart the host.",
                       std::ios::app);
-        return {};
+        return nullptr;
     }
     const fs::path modules = platform::executableDirectory() / "PythonModules";
     if (!fs::is_directory(modules)) {
         writeErrorLog(logDirectory,
                       "There is no folder " + modules.string() + " to start the interpreter from.");
-        return {};
+        return nullptr;
     }
     state = State::Failed;
     if (PyImport_AppendInittab(kModuleName, PyInit_KestrelMLCythonAutoGen) != 0) {
         writeErrorLog(logDirectory, "The built-in module could not be registered: out of memory.");
-        return {};
+        return nullptr;
     }
     platform::exposeInterpreterSymbols(PY_MAJOR_VERSION, PY_MINOR_VERSION);
     const PyStatus status = initialiseInterpreter(modules);
     if (PyStatus_Exception(status)) {
-        writeErrorLog(logDirectory, std::string("The interpreter does not start from ") + modules.string() +
-                                        ": " + (status.err_msg ? status.err_msg : "unknown error"));
-        return {};
+        writeErrorLog(logDirectory, "The interpreter does not start from " + modules.string() + ": " +
+                                        (status.err_msg ? status.err_msg : "unknown error"));
+        return nullptr;
     }
     PyRun_SimpleString(redirectStatement(logDirectory).c_str());
     PyObject* module = PyImport_ImportModule(kModuleName);
     if (!module) {
         PyErr_Print();
-        PyRun_SimpleString(kCloseErrorLog);
+        PyRun_SimpleString(kRestoreErrorOutput);
         Py_Finalize();
-        return {};
+        return nullptr;
     }
     state = State::ModuleImported;
-    return {true, module};
+    return std::make_unique<ImportedModule>(module);
 }
 
-bool canEnterModule() {
-    return state == State::ModuleImported && PyGILState_Check() != 0;
-}
+} // namespace
 
-void releaseModule(PyObject* module) {
-    if (!module || !canEnterModule()) return;
-    Py_DECREF(module);
-    PyRun_SimpleString(kCloseErrorLog);
+InterpreterStart startInterpreter(const std::string& logDirectory) noexcept {
+    InterpreterStart result{nullptr, "Setup failed"};
+    try {
+        result.module = start(logDirectory);
+    } catch (const std::exception& e) {
+        try {
+            writeErrorLog(logDirectory, std::string("The interpreter cannot be started: ") + e.what());
+        } catch (...) { // the log's own path may be what cannot be converted
+        }
+    }
+    return result;
 }
 
 } // namespace kestrelml::stt

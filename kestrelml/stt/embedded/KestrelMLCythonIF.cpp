@@ -1,11 +1,9 @@
 #include "kestrelml/stt/KestrelMLCythonIF.h"
 
-#include "kestrelml/stt/embedded/EmbeddedInterpreter.h"
+#include "kestrelml/stt/embedded/TranscriptionModule.h"
 
 #include <Poco/JSON/Parser.h>
 
-#include <KestrelMLCythonAutoGen.h>
-#include <Python.h>
 #include <mutex>
 
 namespace {
@@ -25,20 +23,6 @@ ProcessState& processState() {
     return state;
 }
 
-/// Calls one of the module's entry points.
-/// @return Its JSON text; empty after a Python error, which is printed.
-template <typename EntryPoint, typename... Arguments>
-std::string callModule(EntryPoint entryPoint, const Arguments&... arguments) {
-    if (!stt::canEnterModule()) return {};
-    std::string text;
-    if (PyObject* answer = entryPoint(arguments...)) {
-        if (const char* utf8 = PyUnicode_AsUTF8(answer)) text = utf8;
-        Py_DECREF(answer);
-    }
-    if (text.empty()) PyErr_Print();
-    return text;
-}
-
 KestrelMLCythonIF::Answer parse(const std::string& text) {
     if (text.empty()) return {};
     return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Object::Ptr>();
@@ -52,26 +36,31 @@ KestrelMLCythonIF::Answer parseOrThrow(const std::string& text, const char* fail
 
 } // namespace
 
+KestrelMLCythonIF::KestrelMLCythonIF() = default;
+KestrelMLCythonIF::~KestrelMLCythonIF() = default;
+
 std::shared_ptr<KestrelMLCythonIF> KestrelMLCythonIF::get() {
     ProcessState& state = processState();
     const std::lock_guard lock(state.mutex);
     if (state.bridge) return state.bridge;
 
-    state.bridge = std::make_shared<KestrelMLCythonIF>();
-    const stt::InterpreterStart start = stt::startInterpreter(state.logDirectory);
-    state.bridge->mSetUp = start.succeeded;
-    state.bridge->mModule = start.module;
-    if (start.succeeded) {
-        state.bridge->mModelDirectoryAnswer = callModule(SetSTTModelDirCy, state.modelDirectory);
-        if (state.bridge->mModelDirectoryAnswer.empty()) throw "KestrelMLCythonIF::SetSTTParentDir error";
+    stt::InterpreterStart start = stt::startInterpreter(state.logDirectory);
+    const auto bridge = std::make_shared<KestrelMLCythonIF>();
+    bridge->mModule = std::move(start.module);
+    bridge->mSetUpFailure = std::move(start.failure);
+    state.bridge = bridge;
+    if (bridge->isSetUp()) {
+        bridge->mModelDirectoryAnswer = bridge->mModule->setModelDirectory(state.modelDirectory);
+        if (bridge->mModelDirectoryAnswer.empty()) throw "KestrelMLCythonIF::SetSTTParentDir error";
     }
-    return state.bridge;
+    return bridge;
 }
 
 void KestrelMLCythonIF::shutdown() {
     ProcessState& state = processState();
     const std::lock_guard lock(state.mutex);
-    if (const auto bridge = std::exchange(state.bridge, nullptr)) stt::releaseModule(bridge->mModule);
+    const auto bridge = std::exchange(state.bridge, nullptr);
+    if (bridge && bridge->isSetUp()) bridge->mModule->release();
     state.modelDirectory.clear();
     state.logDirectory.clear();
 }
@@ -93,10 +82,9 @@ KestrelMLCythonIF::Answer KestrelMLCythonIF::uploadAudio(std::size_t startSample
                                                          const std::string& mediaGuid,
                                                          const std::string& projectGuid,
                                                          const std::int16_t* samples) {
-    if (!mSetUp) return {};
-    // The module reads the samples only; its array type knows no constant ones.
-    return parseOrThrow(callModule(STTUploadAudioCy, startSample, startSample + numSamples, mediaGuid,
-                                   projectGuid, const_cast<std::int16_t*>(samples), numSamples),
+    if (!isSetUp()) return {};
+    return parseOrThrow(mModule->uploadAudio(startSample, startSample + numSamples, mediaGuid, projectGuid,
+                                             samples, numSamples),
                         "KestrelMLCythonIF::STTProcessAudio error");
 }
 
@@ -105,30 +93,29 @@ KestrelMLCythonIF::Answer KestrelMLCythonIF::finalizeTranscript(const std::strin
                                                                 const std::string& audioTracks,
                                                                 std::size_t totalSamples,
                                                                 const std::string& langCode) {
-    if (!mSetUp) return {};
-    return parseOrThrow(
-        callModule(STTFinalizeCy, mediaGuid, projectGuid, audioTracks, totalSamples, langCode),
-        "KestrelMLCythonIF::STTFinalizeTranscript error");
+    if (!isSetUp()) return {};
+    return parseOrThrow(mModule->finalize(mediaGuid, projectGuid, audioTracks, totalSamples, langCode),
+                        "KestrelMLCythonIF::STTFinalizeTranscript error");
 }
 
 KestrelMLCythonIF::Answer KestrelMLCythonIF::transcribeAudio(const std::string& mediaGuid, bool removeSymbols,
                                                              bool removeAudioDescriptions, bool makePhrases,
                                                              float diarizationThreshold) {
-    if (!mSetUp) return {};
-    return parse(callModule(STTTranscribeAudioCy, mediaGuid, removeSymbols, removeAudioDescriptions,
-                            makePhrases, diarizationThreshold));
+    if (!isSetUp()) return {};
+    return parse(mModule->transcribe(mediaGuid, removeSymbols, removeAudioDescriptions, makePhrases,
+                                     diarizationThreshold));
 }
 
 KestrelMLCythonIF::Answer KestrelMLCythonIF::loadSemanticSearchModels(const std::string& modelDir,
                                                                       const std::string& extensionLibrary) {
-    if (!mSetUp) return {};
-    return parseOrThrow(callModule(SemanticSearchLoadModelsCy, modelDir, extensionLibrary),
+    if (!isSetUp()) return {};
+    return parseOrThrow(mModule->loadSemanticSearchModels(modelDir, extensionLibrary),
                         "KestrelMLCythonIF::SemanticSearchLoadModels error");
 }
 
 KestrelMLCythonIF::Answer KestrelMLCythonIF::semanticSearchTextEmbedding(const std::string& text) {
-    if (!mSetUp) return {};
-    return parseOrThrow(callModule(SemanticSearchGetStringVectorEmbeddingCy, text),
+    if (!isSetUp()) return {};
+    return parseOrThrow(mModule->embedText(text),
                         "KestrelMLCythonIF::GetSemanticSearchTextVectorEmbedding error");
 }
 

@@ -4,11 +4,8 @@
 #include "kestrelml/platform/Paths.h"
 #include "kestrelml/stt/AnswerChecks.h"
 #include "kestrelml/stt/DebugDump.h"
+#include "kestrelml/stt/JsonFile.h"
 #include "kestrelml/stt/KestrelMLCythonIF.h"
-
-#include <Poco/JSON/Parser.h>
-
-#include <fstream>
 
 namespace {
 
@@ -21,24 +18,22 @@ KsNN_ErrorCode withBridge(KsNNBase& engine, bool debug, Operation operation) {
     // Another thread polls or cancels a running engine: its texts are that engine's.
     if (bridge->belongsToThisThread()) engine.ResetErrorStr();
     if (!bridge->isSetUp()) {
-        reportError(nullptr, "Setup failed", __LINE__, &engine, debug);
+        reportError(nullptr, bridge->setUpFailure().c_str(), __LINE__, &engine, debug);
         return KsNN_SetupFailed;
     }
     try {
         return operation(*bridge);
-    } catch (const Poco::Exception& e) { // an answer that is not JSON
-        reportError(&e, "", __LINE__, &engine, debug);
-        return KsNN_Exception;
+    } catch (const Poco::Exception& e) { // an answer that is not JSON fails as one that a check cannot read
+        reportError(&e, nullptr, __LINE__, &engine, debug);
+        return KsNN_Error;
     }
 }
 
 stt::Answer readLanguageTable(const std::string& modelDirectory) {
     const std::string path = modelDirectory + platform::pathSeparator() + "Languages.json";
-    std::ifstream file(platform::pathFromUtf8(path));
-    if (!file) throw Poco::OpenFileException(path);
     stt::Answer answer = new Poco::JSON::Object;
     answer->set("success", true);
-    answer->set("languages", Poco::JSON::Parser().parse(file));
+    answer->set("languages", stt::readJsonFile(platform::pathFromUtf8(path)));
     return answer;
 }
 
@@ -125,12 +120,8 @@ KsNN_ErrorCode KsNNSpeechToTextCYTHON::GetSupportedLanguages(std::vector<KsNNLan
     ResetErrorStr();
     try {
         const stt::Answer answer = readLanguageTable(KestrelMLCythonIF::modelDirectory());
-        const KsNN_ErrorCode result = stt::checkGetSupportedLanguages(answer, languages, *this, debug);
-        if (result != KsNN_Success)
-            reportError(nullptr, kMessage, __LINE__, this, debug);
-        else if (&languages != &mSupportedLanguages)
-            mSupportedLanguages = languages;
-        return result;
+        return keepLanguages(stt::checkGetSupportedLanguages(answer, languages, *this, debug), languages,
+                             kMessage, debug);
     } catch (const Poco::Exception& e) {
         reportError(&e, kMessage, __LINE__, this, debug);
         return KsNN_Error;

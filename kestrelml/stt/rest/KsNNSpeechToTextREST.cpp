@@ -140,11 +140,7 @@ KsNN_ErrorCode KsNNSpeechToTextREST::GetSupportedLanguages(std::vector<KsNNLangu
     ResetErrorStr();
     const Object::Ptr noBody;
     return call(*this, kLanguages, noBody, debug, [&](const stt::Answer& answer) {
-        const KsNN_ErrorCode result = stt::checkGetSupportedLanguages(answer, languages, *this, debug);
-        if (result != KsNN_Success)
-            reportError(nullptr, kLanguages.statusMessage, __LINE__, this, debug);
-        else if (&languages != &mSupportedLanguages)
-            mSupportedLanguages = languages;
-        return result;
+        return keepLanguages(stt::checkGetSupportedLanguages(answer, languages, *this, debug), languages,
+                             kLanguages.statusMessage, debug);
     });
 }
