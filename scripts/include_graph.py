@@ -1,6 +1,6 @@
-"""Draws the include graph of the library's levels, and checks that it points one way.
+"""Draws the include graphs of the library's and the index service's levels, and checks that each points one way.
 
-    python scripts/include_graph.py          writes docs/include-graph.svg
+    python scripts/include_graph.py          writes the pictures in docs/
     python scripts/include_graph.py --check  fails when a level includes a higher one, or the picture is out of date
 """
 
@@ -10,12 +10,24 @@ import argparse
 import re
 import sys
 from collections import defaultdict
+from dataclasses import dataclass
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-PICTURE = ROOT / "docs" / "include-graph.svg"
+Edges = dict[tuple[str, str], int]
 
-LEVELS = {
+
+@dataclass(frozen=True)
+class Stack:
+    """A stack of folders, lowest first. A level may include those before it in the list, never those after it."""
+
+    folder: str
+    prefix: str
+    picture: Path
+    levels: dict[str, str]
+
+
+LIBRARY = {
     "platform": "paths, executable folder, library loading",
     "core": "records, result codes, transport, cipher",
     "text": "normal form, words, phrase and sequence matching",
@@ -24,37 +36,50 @@ LEVELS = {
     "align": "script lines, sequence matcher, Align",
     "host": "component entry points, service launcher",
 }
-"""Lowest first. A level may include those above it in this list, never those below."""
 
-INCLUDE = re.compile(r'^\s*#include "kestrelml/(\w+)/', re.MULTILINE)
-Edges = dict[tuple[str, str], int]
+INDEX_SERVICE = {
+    "base": "errors, JSON, random identifiers, atomic file writes",
+    "engine": "mapping, analysis, postings and values in memory",
+    "storage": "documents on disk, write queue, catalogue",
+    "query": "query tree, scores, sorting, aggregations, scrolls",
+    "scripts": "the fixed set of update scripts",
+    "security": "certificate, users, roles, authentication",
+    "handlers": "requests, routes, one file per family",
+    "http": "connections, limits, TLS",
+}
+
+STACKS = [
+    Stack("kestrelml", "kestrelml/", ROOT / "docs" / "include-graph.svg", LIBRARY),
+    Stack("services/index", "", ROOT / "docs" / "include-graph-index.svg", INDEX_SERVICE),
+]
 
 
-def read_edges() -> Edges:
+def read_edges(stack: Stack) -> Edges:
+    include = re.compile(rf'^\s*#include "{stack.prefix}(\w+)/', re.MULTILINE)
     edges: Edges = defaultdict(int)
-    for level in LEVELS:
-        for source in (ROOT / "kestrelml" / level).rglob("*"):
+    for level in stack.levels:
+        for source in (ROOT / stack.folder / level).rglob("*"):
             if source.suffix in {".h", ".cpp"}:
-                for target in INCLUDE.findall(source.read_text(encoding="utf-8")):
+                for target in include.findall(source.read_text(encoding="utf-8")):
                     if target != level:
                         edges[level, target] += 1
     return dict(edges)
 
 
-def upward(edges: Edges) -> list[str]:
-    order = list(LEVELS)
+def upward(stack: Stack, edges: Edges) -> list[str]:
+    order = list(stack.levels)
     return [f"{a} includes {b}" for a, b in sorted(edges) if b not in order or order.index(b) > order.index(a)]
 
 
-def draw(edges: Edges) -> str:
+def draw(stack: Stack, edges: Edges) -> str:
     width, box_width, box_height, gap = 900, 380, 54, 34
-    order = list(reversed(LEVELS))
+    order = list(reversed(stack.levels))
     top = {level: 20 + i * (box_height + gap) for i, level in enumerate(order)}
     height = 20 + len(order) * (box_height + gap)
     left = (width - box_width) // 2
     lines = [
         f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" font-family="sans-serif" font-size="14">',
-        "<title>Which level of the library includes which</title>",
+        f"<title>Which level of {stack.folder} includes which</title>",
         '<defs><marker id="tip" viewBox="0 0 8 8" refX="8" refY="4" markerWidth="8" markerHeight="8" orient="auto">'
         '<path d="M0 0L8 4L0 8z" fill="#456"/></marker></defs>',
         f'<rect width="{width}" height="{height}" fill="#fff"/>',
@@ -74,8 +99,8 @@ def draw(edges: Edges) -> str:
         y = top[level]
         lines += [
             f'<rect x="{left}" y="{y}" width="{box_width}" height="{box_height}" rx="6" fill="#eef3f8" stroke="#456"/>',
-            f'<text x="{width // 2}" y="{y + 22}" text-anchor="middle" font-weight="bold">kestrelml/{level}</text>',
-            f'<text x="{width // 2}" y="{y + 42}" text-anchor="middle" fill="#345">{LEVELS[level]}</text>',
+            f'<text x="{width // 2}" y="{y + 22}" text-anchor="middle" font-weight="bold">{stack.folder}/{level}</text>',
+            f'<text x="{width // 2}" y="{y + 42}" text-anchor="middle" fill="#345">{stack.levels[level]}</text>',
         ]
     return "\n".join([*lines, "</svg>", ""])
 
@@ -85,17 +110,19 @@ def main() -> int:
     parser.add_argument("--check", action="store_true", help="change nothing, fail when something is wrong")
     check = parser.parse_args().check
 
-    edges = read_edges()
-    wrong = upward(edges)
-    for line in wrong:
-        print(f"against the order of the levels: {line}", file=sys.stderr)
-    picture = draw(edges)
-    if not check:
-        PICTURE.write_text(picture, encoding="utf-8")
-    elif not PICTURE.exists() or PICTURE.read_text(encoding="utf-8") != picture:
-        wrong.append("picture")
-        print("docs/include-graph.svg is out of date: run scripts/include_graph.py", file=sys.stderr)
-    return 1 if wrong else 0
+    failed = False
+    for stack in STACKS:
+        edges = read_edges(stack)
+        for line in upward(stack, edges):
+            failed = True
+            print(f"against the order of the levels of {stack.folder}: {line}", file=sys.stderr)
+        picture = draw(stack, edges)
+        if not check:
+            stack.picture.write_text(picture, encoding="utf-8")
+        elif not stack.picture.exists() or stack.picture.read_text(encoding="utf-8") != picture:
+            failed = True
+            print(f"{stack.picture.name} is out of date: run scripts/include_graph.py", file=sys.stderr)
+    return 1 if failed else 0
 
 
 if __name__ == "__main__":

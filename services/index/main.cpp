@@ -1,3 +1,4 @@
+#include "base/AtomicFile.h"
 #include "handlers/Handlers.h"
 #include "http/Server.h"
 #include "security/Certificate.h"
@@ -16,6 +17,8 @@
 #include <string>
 #include <unistd.h>
 
+using namespace kestrel::index;
+
 namespace {
 
 enum ExitCode { exitOk = 0, exitFailure = 1, exitDataFolder = 3, exitAddress = 4 };
@@ -23,7 +26,7 @@ enum ExitCode { exitOk = 0, exitFailure = 1, exitDataFolder = 3, exitAddress = 4
 struct Options {
     std::filesystem::path data;
     std::filesystem::path readyFile;
-    kestrel::Server::Options server{.port = 9281, .certificate = {}, .privateKey = {}, .limits = {}};
+    Server::Options server{.port = 9281, .certificate = {}, .privateKey = {}, .limits = {}};
 };
 
 /// Signals that end the service are waited for by the main thread alone.
@@ -42,35 +45,35 @@ void announce(const Options& options, std::uint16_t port) {
     const std::string uri = fmt::format("https://{}:{}/", options.server.address, port);
     spdlog::info("serving {} at {}", options.data.string(), uri);
     if (options.readyFile.empty()) return;
-    const kestrel::Json ready = {{"uri", uri}, {"pid", getpid()}};
-    kestrel::writeFileAtomically(options.readyFile, ready.dump() + "\n", false);
+    const Json ready = {{"uri", uri}, {"pid", getpid()}};
+    writeFileAtomically(options.readyFile, ready.dump() + "\n", false);
 }
 
 void serve(Options options, const sigset_t& ending) {
-    const kestrel::DataFolder folder(options.data);
-    kestrel::DocumentStore store(folder.documents());
-    kestrel::Scrolls scrolls(store);
-    kestrel::WriteQueue writes(store, scrolls);
-    kestrel::Users users(store, writes);
+    const DataFolder folder(options.data);
+    DocumentStore store(folder.documents());
+    Scrolls scrolls(store);
+    WriteQueue writes(store, scrolls);
+    Users users(store, writes);
     users.ensureAdministrator(folder.administrator());
-    kestrel::ensureCertificate(folder.certificate(), folder.privateKey());
-    kestrel::Catalogue catalogue(store, writes);
+    ensureCertificate(folder.certificate(), folder.privateKey());
+    Catalogue catalogue(store, writes);
     catalogue.load();
 
-    kestrel::Router router;
-    const kestrel::Services services{store, writes, catalogue, scrolls, users};
-    kestrel::addRootHandlers(router, services);
-    kestrel::addIndexHandlers(router, services);
-    kestrel::addDocumentHandlers(router, services);
-    kestrel::addBulkHandlers(router, services);
-    kestrel::addSearchHandlers(router, services);
-    kestrel::addByQueryHandlers(router, services);
-    kestrel::addSecurityHandlers(router, services);
-    kestrel::Authenticator authenticator(users);
+    Router router;
+    const Services services{store, writes, catalogue, scrolls, users};
+    addRootHandlers(router, services);
+    addIndexHandlers(router, services);
+    addDocumentHandlers(router, services);
+    addBulkHandlers(router, services);
+    addSearchHandlers(router, services);
+    addByQueryHandlers(router, services);
+    addSecurityHandlers(router, services);
+    Authenticator authenticator(users);
 
     options.server.certificate = folder.certificate();
     options.server.privateKey = folder.privateKey();
-    const kestrel::Server server(options.server, router, authenticator);
+    const Server server(options.server, router, authenticator);
     announce(options, server.port());
     int signal = 0;
     sigwait(&ending, &signal);
@@ -105,13 +108,13 @@ int main(int argc, char** argv) {
     int code = exitOk;
     try {
         serve(std::move(options), ending);
-    } catch (const kestrel::DataFolderError& e) {
+    } catch (const DataFolderError& e) {
         spdlog::critical("{}", e.what());
         code = exitDataFolder;
-    } catch (const kestrel::SqliteError& e) {
+    } catch (const SqliteError& e) {
         spdlog::critical("the documents cannot be read: {}; nothing was changed", e.what());
         code = exitDataFolder;
-    } catch (const kestrel::AddressError& e) {
+    } catch (const AddressError& e) {
         spdlog::critical("{}", e.what());
         code = exitAddress;
     } catch (const std::exception& e) {

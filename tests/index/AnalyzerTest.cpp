@@ -1,4 +1,4 @@
-#include "index/Analyzer.h"
+#include "engine/Analyzer.h"
 
 #include <gmock/gmock.h>
 #include <unicode/brkiter.h>
@@ -7,7 +7,7 @@
 #include <memory>
 #include <random>
 
-using kestrel::analyze;
+using kestrel::index::analyze;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -64,7 +64,7 @@ TEST(Analyzer, CutsLongWordsAtUtf16Units) {
     const auto lengths = [](const Terms& terms) {
         std::vector<std::size_t> units;
         for (const std::string& term : terms)
-            units.push_back(kestrel::utf16Length(term));
+            units.push_back(kestrel::index::utf16Length(term));
         return units;
     };
     EXPECT_THAT(lengths(analyze(std::string(600, 'a'))), ElementsAre(255, 255, 90));
@@ -75,15 +75,15 @@ TEST(Analyzer, CutsLongWordsAtUtf16Units) {
 }
 
 TEST(Analyzer, AgreesWithIcuOnRandomText) {
-    static constexpr char16_t alphabet[] = u"aBz09.,;'_-\"’·/ \n\tÉßжЖאבגَعربी́\u200d\u00ad";
-    constexpr int letters = static_cast<int>(std::size(alphabet)) - 1;
+    static constexpr char16_t kAlphabet[] = u"aBz09.,;'_-\"’·/ \n\tÉßжЖאבגَعربी́\u200d\u00ad";
+    constexpr int kLetters = static_cast<int>(std::size(kAlphabet)) - 1;
     std::mt19937 random(7);
-    std::uniform_int_distribution<int> letter(0, letters - 1);
+    std::uniform_int_distribution<int> letter(0, kLetters - 1);
     std::uniform_int_distribution<int> length(0, 24);
     for (int round = 0; round < 20'000; ++round) {
         icu::UnicodeString text;
         for (int i = length(random); i > 0; --i)
-            text.append(alphabet[letter(random)]);
+            text.append(kAlphabet[letter(random)]);
         std::string utf8;
         text.toUTF8String(utf8);
         ASSERT_EQ(analyze(utf8), termsByIcu(text)) << utf8;

@@ -1,7 +1,7 @@
 #include "query/FuzzyExpander.h"
 
-#include "http/ApiError.h"
-#include "index/Analyzer.h"
+#include "base/ApiError.h"
+#include "engine/Analyzer.h"
 
 #include <gmock/gmock.h>
 
@@ -9,8 +9,8 @@
 #include <map>
 #include <random>
 
-using kestrel::codePoints;
-using kestrel::Fuzziness;
+using kestrel::index::codePoints;
+using kestrel::index::Fuzziness;
 
 namespace {
 
@@ -39,15 +39,16 @@ std::string randomWord(std::mt19937& random) {
     return word;
 }
 
-void addWord(kestrel::TextData& data, kestrel::Ordinal ordinal, const std::string& word) {
-    data.add(ordinal, {0, kestrel::TextContent{{{word, 1}}, 1}});
+void addWord(kestrel::index::TextData& data, kestrel::index::Ordinal ordinal, const std::string& word) {
+    data.add(ordinal, {0, kestrel::index::TextContent{{{word, 1}}, 1}});
 }
 
 using Found = std::vector<std::pair<std::string, float>>;
 
-Found expand(const kestrel::TextData& data, const std::string& word, unsigned edits, std::size_t limit) {
+Found expand(const kestrel::index::TextData& data, const std::string& word, unsigned edits,
+             std::size_t limit) {
     Found found;
-    for (const auto& [term, boost] : kestrel::expandFuzzy(data, word, edits, limit))
+    for (const auto& [term, boost] : kestrel::index::expandFuzzy(data, word, edits, limit))
         found.emplace_back(data.terms().at(term), boost);
     return found;
 }
@@ -56,10 +57,10 @@ Found expand(const kestrel::TextData& data, const std::string& word, unsigned ed
 
 TEST(FuzzyExpander, FindsWhatTheDefinitionFinds) {
     std::mt19937 random(11);
-    kestrel::TextData data;
+    kestrel::index::TextData data;
     std::vector<std::string> words;
     // Enough words for several rounds of sorting and an unsorted rest.
-    for (kestrel::Ordinal ordinal = 0; ordinal < 3000; ++ordinal) {
+    for (kestrel::index::Ordinal ordinal = 0; ordinal < 3000; ++ordinal) {
         words.push_back(randomWord(random));
         addWord(data, ordinal, words.back());
     }
@@ -87,10 +88,10 @@ TEST(FuzzyExpander, FindsWhatTheDefinitionFinds) {
 }
 
 TEST(FuzzyExpander, OverlooksWordsThatAreGone) {
-    kestrel::TextData data;
+    kestrel::index::TextData data;
     addWord(data, 0, "river");
     addWord(data, 1, "rover");
-    data.remove(0, {0, kestrel::TextContent{{{"river", 1}}, 1}});
+    data.remove(0, {0, kestrel::index::TextContent{{{"river", 1}}, 1}});
     EXPECT_EQ(expand(data, "river", 2, 50), (Found{{"rover", 0.8F}}));
     EXPECT_TRUE(expand(data, "river", 0, 50).empty());
 }
@@ -107,5 +108,5 @@ TEST(Fuzziness, DependsOnTheLength) {
     EXPECT_EQ(edits("AUTO"), "00111222");
     EXPECT_EQ(edits("1"), "11111111");
     for (const char* wrong : {"", "3", "-1", "AUTO:", "AUTO:4", "AUTO:6,4", "AUTO:a,b", "autumn"})
-        EXPECT_THROW(Fuzziness::parse(wrong), kestrel::ApiError) << wrong;
+        EXPECT_THROW(Fuzziness::parse(wrong), kestrel::index::ApiError) << wrong;
 }

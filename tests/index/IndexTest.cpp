@@ -1,4 +1,4 @@
-#include "index/Index.h"
+#include "engine/Index.h"
 
 #include "query/Search.h"
 #include "storage/DataFolder.h"
@@ -10,56 +10,58 @@
 #include <map>
 #include <random>
 
-using kestrel::Json;
+using kestrel::index::Json;
 
 namespace {
 
 /// A store and an index in a temporary folder, written to without the write queue.
 class IndexTest : public testing::Test {
 protected:
-    IndexTest() : folder_(testing::TempDir() + "/index-" + std::to_string(::getpid())), store_(file()) {}
-    ~IndexTest() override { std::filesystem::remove_all(folder_); }
+    IndexTest() : mFolder(testing::TempDir() + "/index-" + std::to_string(::getpid())), mStore(file()) {}
+    ~IndexTest() override { std::filesystem::remove_all(mFolder); }
 
-    std::shared_ptr<kestrel::Index> makeIndex() {
+    std::shared_ptr<kestrel::index::Index> makeIndex() {
         const Json mappings = {
             {"properties",
              {{"projects", {{"type", "nested"}, {"properties", {{"name", {{"type", "keyword"}}}}}}}}}};
-        const std::int64_t number = ++indices_;
-        return std::make_shared<kestrel::Index>(kestrel::IndexInfo{number, "test", "uuid", 0, Json::object()},
-                                                mappings, number << kestrel::sequenceBits);
+        const std::int64_t number = ++mIndices;
+        return std::make_shared<kestrel::index::Index>(
+            kestrel::index::IndexInfo{number, "test", "uuid", 0, Json::object()}, mappings,
+            number << kestrel::index::kSequenceBits);
     }
 
-    static void put(kestrel::Index& index, const std::string& id, const Json* before, const Json& after) {
-        kestrel::DocumentChange change{id, std::nullopt, std::nullopt};
+    static void put(kestrel::index::Index& index, const std::string& id, const Json* before,
+                    const Json& after) {
+        kestrel::index::DocumentChange change{id, std::nullopt, std::nullopt};
         if (before != nullptr) change.removed = {*index.rowOf(id), index.prepare(*before, id)};
         change.added = {index.takeRow(), index.prepare(after, id)};
         index.apply({change});
     }
 
-    static void remove(kestrel::Index& index, const std::string& id, const Json& before) {
-        index.apply({{id, kestrel::DocumentChange::State{*index.rowOf(id), index.prepare(before, id)},
+    static void remove(kestrel::index::Index& index, const std::string& id, const Json& before) {
+        index.apply({{id, kestrel::index::DocumentChange::State{*index.rowOf(id), index.prepare(before, id)},
                       std::nullopt}});
     }
 
     /// Number of hits and their scores, best first.
-    std::string outcome(const std::shared_ptr<kestrel::Index>& index, const Json& query) {
-        kestrel::SearchRequest request;
+    std::string outcome(const std::shared_ptr<kestrel::index::Index>& index, const Json& query) {
+        kestrel::index::SearchRequest request;
         request.query = query;
-        const kestrel::Found found = kestrel::search(index, store_, request, 10'000);
+        const kestrel::index::Found found = kestrel::index::search(index, mStore, request, 10'000);
         return fmt::format("{}: {}", found.total, fmt::join(found.scores, " "));
     }
 
 private:
     std::filesystem::path file() const {
-        std::filesystem::create_directories(folder_);
-        return folder_ / "documents.db";
+        std::filesystem::create_directories(mFolder);
+        return mFolder / "documents.db";
     }
 
-    std::filesystem::path folder_;
-    std::int64_t indices_ = 0;
+    std::filesystem::path mFolder;
+    std::int64_t mIndices = 0;
 
 protected:
-    kestrel::DocumentStore store_;
+    kestrel::index::DocumentStore mStore;
 };
 
 Json randomDocument(std::mt19937& random) {
@@ -124,7 +126,7 @@ TEST_F(IndexTest, ScoresAsLuceneDoes) {
     // "river" and "rover" each are in one document; the second is one edit away: a boost of 0.8.
     const std::string fuzzy =
         outcome(index, Json::parse(R"({"match": {"text": {"query": "river", "fuzziness": "AUTO:4,6"}}})"));
-    const kestrel::Bm25 similarity({3, 10});
+    const kestrel::index::Bm25 similarity({3, 10});
     const float whole = similarity.score(similarity.weight(1, 1.0F), 1, 4);
     const float nearly = similarity.score(similarity.weight(1, 0.8F), 1, 4);
     EXPECT_EQ(fuzzy, fmt::format("2: {} {}", whole, nearly));

@@ -1,13 +1,13 @@
-#include "index/Similarity.h"
+#include "engine/Similarity.h"
 
 #include <gmock/gmock.h>
 
 #include <cmath>
 #include <random>
 
-using kestrel::Bm25;
-using kestrel::decodeLength;
-using kestrel::encodeLength;
+using kestrel::index::Bm25;
+using kestrel::index::decodeLength;
+using kestrel::index::encodeLength;
 
 TEST(Lengths, AreExactWhileSmallAndLossyAbove) {
     for (std::uint32_t length = 0; length <= 40; ++length)

@@ -1,6 +1,6 @@
+#include "base/ApiError.h"
 #include "handlers/DocumentWrites.h"
 #include "handlers/Handlers.h"
-#include "http/ApiError.h"
 
 #include <fmt/format.h>
 
@@ -8,12 +8,12 @@
 #include <optional>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
 /// Documents of one transaction: large enough to be quick, small enough that others get their turn.
-constexpr std::size_t documentsAtOnce = 2000;
+constexpr std::size_t kDocumentsAtOnce = 2000;
 
 /// One action of a bulk request. An action that fails does not disturb the others.
 struct Action {
@@ -42,7 +42,7 @@ struct Action {
 class BulkRequest {
 public:
     BulkRequest(const Services& services, const Request& request, std::string defaultIndex)
-        : services_(services), request_(request), defaultIndex_(std::move(defaultIndex)) {
+        : mServices(services), mRequest(request), mDefaultIndex(std::move(defaultIndex)) {
         if (request.body.empty()) throw ApiError(400, "parse_exception", "request body is required");
         if (request.body.back() != '\n')
             throw illegalArgument("The bulk request must be terminated by a newline [\\n]");
@@ -51,21 +51,21 @@ public:
 
     Answer run() {
         const Stopwatch stopwatch;
-        for (std::size_t start = 0; start < actions_.size(); start += documentsAtOnce) {
-            const std::size_t end = std::min(start + documentsAtOnce, actions_.size());
+        for (std::size_t start = 0; start < mActions.size(); start += kDocumentsAtOnce) {
+            const std::size_t end = std::min(start + kDocumentsAtOnce, mActions.size());
             try {
-                services_.writes.run([&](WriteBatch& batch) {
+                mServices.writes.run([&](WriteBatch& batch) {
                     for (std::size_t i = start; i < end; ++i)
-                        apply(batch, actions_[i]);
+                        apply(batch, mActions[i]);
                 });
             } catch (const ApiError& e) {
                 for (std::size_t i = start; i < end; ++i)
-                    actions_[i].error = e;
+                    mActions[i].error = e;
             }
         }
         bool errors = false;
         Json items = Json::array();
-        for (const Action& action : actions_) {
+        for (const Action& action : mActions) {
             errors = errors || action.error;
             items.push_back(action.item());
         }
@@ -75,12 +75,12 @@ public:
 
 private:
     std::optional<std::string_view> nextLine() {
-        const std::string_view body = request_.body;
-        if (position_ >= body.size()) return std::nullopt;
-        const std::size_t end = body.find('\n', position_);
-        const std::string_view line = body.substr(position_, end - position_);
-        position_ = end + 1;
-        ++line_;
+        const std::string_view body = mRequest.body;
+        if (mPosition >= body.size()) return std::nullopt;
+        const std::size_t end = body.find('\n', mPosition);
+        const std::string_view line = body.substr(mPosition, end - mPosition);
+        mPosition = end + 1;
+        ++mLine;
         return line;
     }
 
@@ -90,10 +90,10 @@ private:
             const Json action = parseJson(*line);
             if (!action.is_object() || action.size() != 1 || !action.begin().value().is_object())
                 throw illegalArgument(
-                    fmt::format("Malformed action/metadata line [{}], expected one action", line_));
+                    fmt::format("Malformed action/metadata line [{}], expected one action", mLine));
             parseAction(action.begin().key(), action.begin().value());
         }
-        if (actions_.empty())
+        if (mActions.empty())
             throw ApiError(400, "action_request_validation_exception",
                            "Validation Failed: 1: no requests added;");
     }
@@ -103,10 +103,10 @@ private:
             throw illegalArgument(
                 fmt::format("Malformed action/metadata line [{}], expected field [create], [delete], "
                             "[index] or [update] but found [{}]",
-                            line_, kind));
+                            mLine, kind));
         Action action;
         action.kind = kind;
-        action.indexName = defaultIndex_;
+        action.indexName = mDefaultIndex;
         for (const auto& [key, value] : meta.items()) {
             if (key == "_index" && value.is_string())
                 action.indexName = value;
@@ -114,7 +114,7 @@ private:
                 action.id = value;
             else
                 throw illegalArgument(
-                    fmt::format("Action/metadata line [{}] contains an unknown parameter [{}]", line_, key));
+                    fmt::format("Action/metadata line [{}] contains an unknown parameter [{}]", mLine, key));
         }
         if (action.indexName.empty())
             throw ApiError(400, "action_request_validation_exception",
@@ -122,20 +122,20 @@ private:
         const auto source = kind == "delete" ? std::optional(std::string_view()) : nextLine();
         if (!source)
             throw illegalArgument(
-                fmt::format("Malformed action/metadata line [{}]: its document is missing", line_));
+                fmt::format("Malformed action/metadata line [{}]: its document is missing", mLine));
         try {
             prepare(action, *source);
         } catch (const ApiError& e) {
             action.error = e;
         }
-        actions_.push_back(std::move(action));
+        mActions.push_back(std::move(action));
     }
 
     void prepare(Action& action, std::string_view source) {
         const Right right = action.kind == "delete"   ? rightDeleteDocument
                             : action.kind == "create" ? rightCreateDocument
                                                       : rightWriteDocument;
-        request_.user->require(right, action.indexName, "indices:data/write/bulk[s]");
+        mRequest.user->require(right, action.indexName, "indices:data/write/bulk[s]");
         if (action.id.empty()) {
             if (action.kind == "delete" || action.kind == "update")
                 throw ApiError(400, "action_request_validation_exception",
@@ -143,10 +143,10 @@ private:
             action.id = makeDocumentId();
         }
         checkDocumentId(action.id);
-        action.index = services_.catalogue.find(action.indexName);
+        action.index = mServices.catalogue.find(action.indexName);
         if (!action.index) {
-            request_.user->require(rightCreateIndex, action.indexName, "indices:admin/auto_create");
-            action.index = services_.catalogue.getOrCreate(action.indexName);
+            mRequest.user->require(rightCreateIndex, action.indexName, "indices:admin/auto_create");
+            action.index = mServices.catalogue.getOrCreate(action.indexName);
         }
         if (action.kind == "update")
             action.update.emplace(parseJson(source));
@@ -169,12 +169,12 @@ private:
         }
     }
 
-    const Services& services_;
-    const Request& request_;
-    std::string defaultIndex_;
-    std::size_t position_ = 0;
-    std::size_t line_ = 0;
-    std::vector<Action> actions_;
+    const Services& mServices;
+    const Request& mRequest;
+    std::string mDefaultIndex;
+    std::size_t mPosition = 0;
+    std::size_t mLine = 0;
+    std::vector<Action> mActions;
 };
 
 } // namespace
@@ -190,4 +190,4 @@ void addBulkHandlers(Router& router, Services services) {
     });
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,23 +1,23 @@
+#include "base/ApiError.h"
 #include "handlers/DocumentWrites.h"
 #include "handlers/Handlers.h"
-#include "http/ApiError.h"
 
 #include <fmt/format.h>
 
 #include <optional>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr std::size_t batchSize = 1000;
+constexpr std::size_t kBatchSize = 1000;
 
 Json summary(const Stopwatch& stopwatch, std::size_t total, const char* verb, std::size_t noops) {
     Json answer = {{"took", stopwatch.milliseconds()}, {"timed_out", false}, {"total", total}};
     const bool update = std::string_view(verb) == "updated";
     if (update) answer["updated"] = total - noops;
     answer.update({{"deleted", update ? 0 : total},
-                   {"batches", (total + batchSize - 1) / batchSize},
+                   {"batches", (total + kBatchSize - 1) / kBatchSize},
                    {"version_conflicts", 0},
                    {"noops", noops},
                    {"retries", {{"bulk", 0}, {"search", 0}}},
@@ -103,4 +103,4 @@ void addByQueryHandlers(Router& router, Services services) {
                });
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,9 +1,9 @@
+#include "base/ApiError.h"
 #include "handlers/Handlers.h"
-#include "http/ApiError.h"
 
 #include <sstream>
 
-namespace kestrel {
+namespace kestrel::index {
 
 std::vector<IndexPtr> resolveIndices(const Services& services, const Principal& user,
                                      const std::string& expression, Right right, const std::string& action) {
@@ -31,4 +31,4 @@ Json writeShards() {
     return {{"total", 1}, {"successful", 1}, {"failed", 0}};
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,10 +1,10 @@
+#include "base/ApiError.h"
 #include "handlers/DocumentWrites.h"
 #include "handlers/Handlers.h"
-#include "http/ApiError.h"
 
 #include <fmt/format.h>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
@@ -104,4 +104,4 @@ void addDocumentHandlers(Router& router, Services services) {
     });
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

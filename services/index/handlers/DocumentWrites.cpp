@@ -1,17 +1,17 @@
 #include "handlers/DocumentWrites.h"
 
-#include "common/RandomId.h"
+#include "base/ApiError.h"
+#include "base/RandomId.h"
 #include "handlers/Handlers.h"
-#include "http/ApiError.h"
 
 #include <fmt/format.h>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr std::size_t maximumIdBytes = 512;
-constexpr std::size_t randomIdBytes = 15;
+constexpr std::size_t kMaximumIdBytes = 512;
+constexpr std::size_t kRandomIdBytes = 15;
 
 void requireAlive(const IndexPtr& index) {
     if (index->deleted()) throw indexNotFound(index->name());
@@ -40,10 +40,10 @@ bool merge(Json& target, const Json& fields) {
 }
 
 std::string_view trimmed(std::string_view text) {
-    constexpr const char* blanks = " \t\r\n";
-    const std::size_t start = text.find_first_not_of(blanks);
+    constexpr const char* kBlanks = " \t\r\n";
+    const std::size_t start = text.find_first_not_of(kBlanks);
     return start == std::string_view::npos ? std::string_view()
-                                           : text.substr(start, text.find_last_not_of(blanks) - start + 1);
+                                           : text.substr(start, text.find_last_not_of(kBlanks) - start + 1);
 }
 
 } // namespace
@@ -67,16 +67,16 @@ NewDocument NewDocument::parse(Index& index, std::string id, std::string_view so
 }
 
 std::string makeDocumentId() {
-    return randomId(randomIdBytes);
+    return randomId(kRandomIdBytes);
 }
 
 void checkDocumentId(const std::string& id) {
-    if (id.size() > maximumIdBytes)
+    if (id.size() > kMaximumIdBytes)
         throw ApiError(
             400, "action_request_validation_exception",
             fmt::format("Validation Failed: 1: id [{}] is too long, must be no longer than {} bytes but was: "
                         "{};",
-                        id, maximumIdBytes, id.size()));
+                        id, kMaximumIdBytes, id.size()));
 }
 
 WriteResult putDocument(WriteBatch& batch, const IndexPtr& index, const NewDocument& document,
@@ -113,17 +113,17 @@ Update::Update(const Json& body) {
     if (!body.is_object()) throw parsingError("the body of an update must be an object");
     for (const auto& [key, value] : body.items()) {
         if (key == "doc" && value.is_object())
-            fields_ = value;
+            mFields = value;
         else if (key == "script")
-            script_.emplace(value);
+            mScript.emplace(value);
         else
             throw ApiError(400, "x_content_parse_exception",
                            fmt::format("[UpdateRequest] unknown field [{}]", key));
     }
-    if (script_ && !fields_.is_null())
+    if (mScript && !mFields.is_null())
         throw ApiError(400, "action_request_validation_exception",
                        "Validation Failed: 1: can't provide both script and doc;");
-    if (!script_ && fields_.is_null())
+    if (!mScript && mFields.is_null())
         throw ApiError(400, "action_request_validation_exception",
                        "Validation Failed: 1: script or doc is missing;");
 }
@@ -136,11 +136,11 @@ WriteResult Update::apply(WriteBatch& batch, const IndexPtr& index, const std::s
                        {{"index_uuid", index->info().uuid}, {"shard", "0"}, {"index", index->name()}});
     const StoredDocument old = batch.load(*row);
     Json source = parseJson(old.source);
-    if (script_)
-        script_->run(source);
-    else if (!merge(source, fields_))
+    if (mScript)
+        mScript->run(source);
+    else if (!merge(source, mFields))
         return {index->name(), id, "noop", old.version, *row};
     return replaceDocument(batch, index, old, *row, source);
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// A document that was written or deleted, as answers show it.
 struct WriteResult {
@@ -45,12 +45,12 @@ public:
     WriteResult apply(WriteBatch& batch, const IndexPtr& index, const std::string& id) const;
 
 private:
-    Json fields_;
-    std::optional<UpdateScript> script_;
+    Json mFields;
+    std::optional<UpdateScript> mScript;
 };
 
 /// Writes the next state of a document that is there.
 WriteResult replaceDocument(WriteBatch& batch, const IndexPtr& index, const StoredDocument& old, RowId oldRow,
                             const Json& source);
 
-} // namespace kestrel
+} // namespace kestrel::index

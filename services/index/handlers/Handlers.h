@@ -1,15 +1,15 @@
 #pragma once
 
-#include "http/Router.h"
+#include "handlers/Router.h"
+#include "query/Scrolls.h"
 #include "security/Users.h"
 #include "storage/Catalogue.h"
-#include "storage/Scrolls.h"
 
 #include <chrono>
 #include <string>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// What the handlers work on.
 struct Services {
@@ -38,16 +38,16 @@ class Stopwatch {
 public:
     std::int64_t milliseconds() const {
         return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                     start_)
+                                                                     mStart)
             .count();
     }
 
 private:
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
 };
 
 /// "_shards" of reads and of writes.
 Json readShards(std::size_t indices);
 Json writeShards();
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,24 +1,24 @@
+#include "base/ApiError.h"
 #include "handlers/Handlers.h"
-#include "http/ApiError.h"
 
 #include <fmt/format.h>
 
 #include <string>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr int maximumShards = 1024;
+constexpr int kMaximumShards = 1024;
 
 std::string countSetting(const std::string& key, const Json& value, int low) {
     const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
     const bool digits =
         !text.empty() && text.size() < 5 && text.find_first_not_of("0123456789") == std::string::npos;
-    if (!digits || std::stoi(text) < low || std::stoi(text) > maximumShards)
+    if (!digits || std::stoi(text) < low || std::stoi(text) > kMaximumShards)
         throw illegalArgument(
             fmt::format("Failed to parse value [{}] for setting [index.{}] must be between {} and {}", text,
-                        key, low, maximumShards));
+                        key, low, kMaximumShards));
     return text;
 }
 
@@ -127,4 +127,4 @@ void addIndexHandlers(Router& router, Services services) {
                });
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

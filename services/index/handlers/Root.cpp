@@ -4,7 +4,7 @@
 #define KESTREL_VERSION "unknown"
 #endif
 
-namespace kestrel {
+namespace kestrel::index {
 
 void addRootHandlers(Router& router, Services) {
     router.add({"GET", "HEAD"}, "/", {}, [](const Request& request, const Router::PathParams&) {
@@ -16,4 +16,4 @@ void addRootHandlers(Router& router, Services) {
     });
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,5 +1,5 @@
+#include "base/ApiError.h"
 #include "handlers/Handlers.h"
-#include "http/ApiError.h"
 
 #include <fmt/format.h>
 
@@ -8,12 +8,12 @@
 #include <string_view>
 #include <utility>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr int optimisticAttempts = 4;
-constexpr auto longestScroll = std::chrono::hours(24);
+constexpr int kOptimisticAttempts = 4;
+constexpr auto kLongestScroll = std::chrono::hours(24);
 
 std::string head(const Stopwatch& stopwatch, std::size_t indices) {
     return fmt::format(R"("took":{},"timed_out":false,"_shards":{})", stopwatch.milliseconds(),
@@ -21,16 +21,16 @@ std::string head(const Stopwatch& stopwatch, std::size_t indices) {
 }
 
 std::chrono::seconds parseKeepAlive(const std::string& text) {
-    static constexpr std::pair<std::string_view, double> units[] = {
+    static constexpr std::pair<std::string_view, double> kUnits[] = {
         {"ms", 0.001}, {"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}};
     double amount = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), amount);
     const std::string_view unit(end, static_cast<std::size_t>(text.data() + text.size() - end));
-    for (const auto& [name, factor] : units) {
+    for (const auto& [name, factor] : kUnits) {
         if (error != std::errc() || unit != name || amount <= 0) continue;
         const auto seconds =
             std::chrono::seconds(std::max<std::int64_t>(1, static_cast<std::int64_t>(amount * factor)));
-        if (seconds <= longestScroll) return seconds;
+        if (seconds <= kLongestScroll) return seconds;
         throw illegalArgument(
             fmt::format("Keep alive for request ({}) is too large. It must be less than ([1d]).", text));
     }
@@ -47,22 +47,22 @@ void checkWindow(const SearchRequest& request, const std::vector<IndexPtr>& indi
         if (request.size == 0)
             throw ApiError(400, "action_request_validation_exception",
                            "Validation Failed: 1: [size] cannot be [0] in a scroll context;");
-        if (request.size > maximumWindow)
+        if (request.size > kMaximumWindow)
             throw illegalArgument(
                 fmt::format("Batch size is too large, size must be less than or equal to: [{}] but was "
                             "[{}]. Scroll batch sizes cost as much memory as result windows so they are "
                             "controlled by the [index.max_result_window] index level setting.",
-                            maximumWindow, request.size))
+                            kMaximumWindow, request.size))
                 .asSearchFailure(index);
         return;
     }
-    if (request.size > maximumWindow || request.from + request.size > maximumWindow)
+    if (request.size > kMaximumWindow || request.from + request.size > kMaximumWindow)
         throw illegalArgument(
             fmt::format("Result window is too large, from + size must be less than or equal to: [{}] but "
                         "was [{}]. See the scroll api for a more efficient way to request large data "
                         "sets. This limit can be set by changing the [index.max_result_window] index "
                         "level setting.",
-                        maximumWindow, request.from + request.size))
+                        kMaximumWindow, request.from + request.size))
             .asSearchFailure(index);
 }
 
@@ -90,16 +90,16 @@ std::vector<HitRef> mergeHits(const std::vector<Found>& found, const SearchReque
 class SearchRun {
 public:
     SearchRun(const Services& services, std::vector<IndexPtr> indices, const SearchRequest& request)
-        : services_(services), indices_(std::move(indices)), request_(request) {
-        if (indices_.size() > 1 && (!request.sort.empty() || !request.aggregations.is_null()))
+        : mServices(services), mIndices(std::move(indices)), mRequest(request) {
+        if (mIndices.size() > 1 && (!request.sort.empty() || !request.aggregations.is_null()))
             throw illegalArgument("[sort] and [aggs] are supported on one index at a time");
     }
 
     std::string render(const Stopwatch& stopwatch) {
-        for (int attempt = 0; attempt < optimisticAttempts; ++attempt)
+        for (int attempt = 0; attempt < kOptimisticAttempts; ++attempt)
             if (tryOnce()) return body(stopwatch);
         // Documents change faster than they can be read: let the writer wait for once.
-        const auto paused = services_.writes.pause();
+        const auto paused = mServices.writes.pause();
         if (!tryOnce())
             throw ApiError(500, "i_o_exception", "documents of the result are missing from the store");
         return body(stopwatch);
@@ -108,41 +108,41 @@ public:
 private:
     /// False when a document changed between the search and the reading of it.
     bool tryOnce() {
-        found_.clear();
-        for (const IndexPtr& index : indices_)
-            found_.push_back(search(index, services_.store, request_, request_.from + request_.size));
-        const std::vector<HitRef> refs = mergeHits(found_, request_);
+        mFound.clear();
+        for (const IndexPtr& index : mIndices)
+            mFound.push_back(search(index, mServices.store, mRequest, mRequest.from + mRequest.size));
+        const std::vector<HitRef> refs = mergeHits(mFound, mRequest);
         std::vector<RowId> rows;
         for (const HitRef& ref : refs)
-            rows.push_back(found_[ref.found].rows[ref.position]);
-        const auto documents = services_.store.read(rows);
+            rows.push_back(mFound[ref.found].rows[ref.position]);
+        const auto documents = mServices.store.read(rows);
         if (!documents) return false;
-        hits_.clear();
+        mHits.clear();
         for (std::size_t i = 0; i < refs.size(); ++i)
-            hits_.push_back(
-                renderHit(found_[refs[i].found], refs[i].position, (*documents)[i], request_.withSource));
+            mHits.push_back(
+                renderHit(mFound[refs[i].found], refs[i].position, (*documents)[i], mRequest.withSource));
         return true;
     }
 
     std::string body(const Stopwatch& stopwatch) const {
         std::uint64_t total = 0;
         std::optional<float> maximum;
-        for (const Found& found : found_) {
+        for (const Found& found : mFound) {
             total += found.total;
             if (found.maximumScore) maximum = std::max(maximum.value_or(0.0F), *found.maximumScore);
         }
         std::string text =
-            "{" + head(stopwatch, indices_.size()) + "," + renderHits(total, request_, maximum, hits_);
-        if (!request_.aggregations.is_null() && !found_.empty())
-            text += R"(,"aggregations":)" + found_.front().aggregations.dump();
+            "{" + head(stopwatch, mIndices.size()) + "," + renderHits(total, mRequest, maximum, mHits);
+        if (!mRequest.aggregations.is_null() && !mFound.empty())
+            text += R"(,"aggregations":)" + mFound.front().aggregations.dump();
         return text + "}";
     }
 
-    const Services& services_;
-    std::vector<IndexPtr> indices_;
-    const SearchRequest& request_;
-    std::vector<Found> found_;
-    std::vector<std::string> hits_;
+    const Services& mServices;
+    std::vector<IndexPtr> mIndices;
+    const SearchRequest& mRequest;
+    std::vector<Found> mFound;
+    std::vector<std::string> mHits;
 };
 
 std::string renderPage(const Scrolls::Page& page, const Stopwatch& stopwatch) {
@@ -156,7 +156,7 @@ Answer openScroll(const Services& services, const Request& request, const std::v
     if (!search.aggregations.is_null()) throw illegalArgument("[aggs] are not supported in a scroll");
     const std::chrono::seconds keepAlive = parseKeepAlive(request.param("scroll"));
     const auto paused = services.writes.pause();
-    Found found = kestrel::search(indices.front(), services.store, search, SIZE_MAX);
+    Found found = kestrel::index::search(indices.front(), services.store, search, SIZE_MAX);
     return {200,
             renderPage(services.scrolls.open(std::move(found), search, keepAlive, request.user->name()),
                        stopwatch),
@@ -267,4 +267,4 @@ void addSearchHandlers(Router& router, Services services) {
                [=](const Request& request, const Params&) { return countIndices(services, request, "*"); });
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,12 +1,12 @@
+#include "base/ApiError.h"
 #include "handlers/Handlers.h"
-#include "http/ApiError.h"
 
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
@@ -69,4 +69,4 @@ void addSecurityHandlers(Router& router, Services services) {
     });
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

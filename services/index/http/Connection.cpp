@@ -1,6 +1,6 @@
 #include "http/Connection.h"
 
-#include "http/ApiError.h"
+#include "base/ApiError.h"
 
 #include <Poco/Exception.h>
 #include <Poco/Net/HTTPServerRequestImpl.h>
@@ -15,7 +15,7 @@
 #include <sys/socket.h>
 #include <utility>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
@@ -24,7 +24,7 @@ using Poco::Net::HTTPServerRequestImpl;
 using Poco::Net::HTTPServerResponseImpl;
 using Poco::Net::HTTPServerSession;
 
-constexpr std::size_t drainedAtMost = 1024U * 1024 * 1024;
+constexpr std::size_t kDrainedAtMost = 1024U * 1024 * 1024;
 const Poco::Timespan lingering(2, 0);
 
 Answer errorAnswer(const ApiError& error) {
@@ -42,67 +42,67 @@ const Answer& tooLarge(std::size_t limit) {
 void drain(std::istream& stream) {
     std::array<char, 65536> scrap{};
     std::size_t drained = 0;
-    while (stream.read(scrap.data(), scrap.size()) && drained < drainedAtMost)
+    while (stream.read(scrap.data(), scrap.size()) && drained < kDrainedAtMost)
         drained += scrap.size();
 }
 
 } // namespace
 
 Connections::Handle Connections::add(int socket, Clock::time_point deadline) {
-    const std::lock_guard lock(mutex_);
-    return entries_.emplace(entries_.end(), socket, deadline);
+    const std::lock_guard lock(mMutex);
+    return mEntries.emplace(mEntries.end(), socket, deadline);
 }
 
 void Connections::remove(Handle handle) {
-    const std::lock_guard lock(mutex_);
-    entries_.erase(handle);
+    const std::lock_guard lock(mMutex);
+    mEntries.erase(handle);
 }
 
 std::size_t Connections::size() const {
-    const std::lock_guard lock(mutex_);
-    return entries_.size();
+    const std::lock_guard lock(mMutex);
+    return mEntries.size();
 }
 
 void Connections::shutdownOverdue() {
     const auto now = Clock::now();
-    const std::lock_guard lock(mutex_);
-    for (const Entry& entry : entries_)
+    const std::lock_guard lock(mMutex);
+    for (const Entry& entry : mEntries)
         if (entry.deadline.load() < now) ::shutdown(entry.socket, SHUT_RDWR);
 }
 
 void Connections::shutdownAll() {
-    const std::lock_guard lock(mutex_);
-    for (const Entry& entry : entries_)
+    const std::lock_guard lock(mMutex);
+    for (const Entry& entry : mEntries)
         ::shutdown(entry.socket, SHUT_RD);
 }
 
 Connection::Connection(const Poco::Net::StreamSocket& socket, Connections& connections, const Limits& limits,
                        Poco::Net::HTTPServerParams::Ptr params, const RequestHandler& handler)
-    : TCPServerConnection(socket), connections_(connections), limits_(limits), params_(std::move(params)),
-      handler_(handler), handle_(connections.add(static_cast<int>(socket.impl()->sockfd()),
+    : TCPServerConnection(socket), mConnections(connections), mLimits(limits), mParams(std::move(params)),
+      mHandler(handler), mHandle(connections.add(static_cast<int>(socket.impl()->sockfd()),
                                                  Connections::Clock::now() + limits.requestTime)) {
 }
 
 Connection::~Connection() {
-    connections_.remove(handle_);
+    mConnections.remove(mHandle);
 }
 
 void Connection::run() {
-    HTTPServerSession session(socket(), params_);
+    HTTPServerSession session(socket(), mParams);
     try {
-        if (connections_.size() > limits_.clients) {
+        if (mConnections.size() > mLimits.clients) {
             session.hasMoreRequests();
             refuseRest(session, errorAnswer({429, "es_rejected_execution_exception",
                                              fmt::format("too many clients: at most [{}] are served at once",
-                                                         limits_.clients)}));
+                                                         mLimits.clients)}));
             return;
         }
-        setDeadline(limits_.requestTime);
+        setDeadline(mLimits.requestTime);
         while (session.hasMoreRequests()) {
-            setDeadline(limits_.requestTime);
+            setDeadline(mLimits.requestTime);
             serve(session);
             if (!session.getKeepAlive()) break;
-            setDeadline(limits_.idle + limits_.requestTime);
+            setDeadline(mLimits.idle + mLimits.requestTime);
         }
     } catch (const Poco::Net::NoMessageException&) {
         // The client has left.
@@ -116,12 +116,12 @@ void Connection::run() {
 }
 
 void Connection::setDeadline(std::chrono::seconds time) {
-    handle_->deadline = Connections::Clock::now() + time;
+    mHandle->deadline = Connections::Clock::now() + time;
 }
 
 void Connection::serve(HTTPServerSession& session) {
     HTTPServerResponseImpl response(session);
-    HTTPServerRequestImpl received(response, session, params_.get());
+    HTTPServerRequestImpl received(response, session, mParams.get());
     response.setVersion(received.getVersion());
     response.setKeepAlive(received.getKeepAlive() && session.canKeepAlive());
 
@@ -132,17 +132,17 @@ void Connection::serve(HTTPServerSession& session) {
     Answer answer;
     if (!readBody(received, response, request.body)) {
         response.setKeepAlive(false);
-        answer = tooLarge(limits_.requestBytes);
+        answer = tooLarge(mLimits.requestBytes);
     } else {
         try {
             parseTarget(received.getURI(), request);
-            handle_->deadline = Connections::Clock::time_point::max();
-            answer = handler_(request);
+            mHandle->deadline = Connections::Clock::time_point::max();
+            answer = mHandler(request);
         } catch (const ApiError& e) {
             answer = errorAnswer(e);
         }
     }
-    setDeadline(limits_.answerTime);
+    setDeadline(mLimits.answerTime);
     session.setKeepAlive(response.getKeepAlive());
     send(response, answer, request.method != "HEAD");
     if (answer.status == 413) drain(received.stream());
@@ -153,7 +153,7 @@ bool Connection::readBody(HTTPServerRequestImpl& request, HTTPServerResponseImpl
     const bool lengthKnown = request.hasContentLength();
     // Without a length there is no body; the stream would wait for the client to hang up.
     if (!lengthKnown && !request.getChunkedTransferEncoding()) return true;
-    if (lengthKnown && static_cast<std::uint64_t>(request.getContentLength64()) > limits_.requestBytes)
+    if (lengthKnown && static_cast<std::uint64_t>(request.getContentLength64()) > mLimits.requestBytes)
         return false;
     if (request.getExpectContinue()) response.sendContinue();
     if (lengthKnown) body.reserve(static_cast<std::size_t>(request.getContentLength64()));
@@ -161,7 +161,7 @@ bool Connection::readBody(HTTPServerRequestImpl& request, HTTPServerResponseImpl
     std::istream& stream = request.stream();
     while (stream.read(chunk.data(), chunk.size()) || stream.gcount() > 0) {
         body.append(chunk.data(), static_cast<std::size_t>(stream.gcount()));
-        if (body.size() > limits_.requestBytes) return false;
+        if (body.size() > mLimits.requestBytes) return false;
     }
     if (lengthKnown && body.size() != static_cast<std::size_t>(request.getContentLength64()))
         throw Poco::Net::NoMessageException("the body was cut off");
@@ -188,11 +188,11 @@ void Connection::refuseRest(HTTPServerSession& session, const Answer& answer) {
     }
     socket().setReceiveTimeout(lingering);
     std::array<char, 65536> scrap{};
-    for (std::size_t drained = 0; drained < drainedAtMost;) {
+    for (std::size_t drained = 0; drained < kDrainedAtMost;) {
         const int received = socket().receiveBytes(scrap.data(), static_cast<int>(scrap.size()));
         if (received <= 0) break;
         drained += static_cast<std::size_t>(received);
     }
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

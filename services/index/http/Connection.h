@@ -1,6 +1,6 @@
 #pragma once
 
-#include "http/Http.h"
+#include "handlers/Request.h"
 
 #include <Poco/Net/HTTPServerParams.h>
 #include <Poco/Net/TCPServerConnection.h>
@@ -17,7 +17,7 @@ class HTTPServerResponseImpl;
 class HTTPServerSession;
 } // namespace Poco::Net
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// What the service allows its clients.
 struct Limits {
@@ -45,8 +45,8 @@ public:
     void shutdownAll();
 
 private:
-    mutable std::mutex mutex_;
-    std::list<Entry> entries_;
+    mutable std::mutex mMutex;
+    std::list<Entry> mEntries;
 };
 
 /// Makes the answer to a request; never throws.
@@ -70,11 +70,11 @@ private:
     void refuseRest(Poco::Net::HTTPServerSession& session, const Answer& answer);
     void setDeadline(std::chrono::seconds time);
 
-    Connections& connections_;
-    const Limits& limits_;
-    Poco::Net::HTTPServerParams::Ptr params_;
-    const RequestHandler& handler_;
-    Connections::Handle handle_;
+    Connections& mConnections;
+    const Limits& mLimits;
+    Poco::Net::HTTPServerParams::Ptr mParams;
+    const RequestHandler& mHandler;
+    Connections::Handle mHandle;
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,6 +1,6 @@
 #include "http/Server.h"
 
-#include "http/ApiError.h"
+#include "base/ApiError.h"
 
 #include <Poco/Net/Context.h>
 #include <Poco/Net/NetException.h>
@@ -13,13 +13,13 @@
 
 #include <utility>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
 /// Threads beyond the limit of clients, which tell further clients that there are too many.
-constexpr int refusingThreads = 16;
-constexpr int backlog = 512;
+constexpr int kRefusingThreads = 16;
+constexpr int kBacklog = 512;
 
 Poco::Net::SecureServerSocket listenOn(const Server::Options& options) {
     Poco::Net::Context::Params params;
@@ -34,7 +34,7 @@ Poco::Net::SecureServerSocket listenOn(const Server::Options& options) {
         Poco::Net::SecureServerSocket socket(context);
         // Not sharing the port, which a plain bind would, is what makes a taken one an error.
         socket.bind(Poco::Net::SocketAddress(options.address, options.port), true, false);
-        socket.listen(backlog);
+        socket.listen(kBacklog);
         return socket;
     } catch (const Poco::Net::NetException& e) {
         throw AddressError(
@@ -45,22 +45,22 @@ Poco::Net::SecureServerSocket listenOn(const Server::Options& options) {
 class ConnectionFactory final : public Poco::Net::TCPServerConnectionFactory {
 public:
     ConnectionFactory(Connections& connections, const Limits& limits, const RequestHandler& handler)
-        : connections_(connections), limits_(limits), handler_(handler),
-          params_(new Poco::Net::HTTPServerParams) {
-        params_->setKeepAlive(true);
-        params_->setMaxKeepAliveRequests(0);
-        params_->setTimeout(Poco::Timespan(limits.requestTime.count(), 0));
-        params_->setKeepAliveTimeout(Poco::Timespan(limits.idle.count(), 0));
+        : mConnections(connections), mLimits(limits), mHandler(handler),
+          mParams(new Poco::Net::HTTPServerParams) {
+        mParams->setKeepAlive(true);
+        mParams->setMaxKeepAliveRequests(0);
+        mParams->setTimeout(Poco::Timespan(limits.requestTime.count(), 0));
+        mParams->setKeepAliveTimeout(Poco::Timespan(limits.idle.count(), 0));
     }
     Poco::Net::TCPServerConnection* createConnection(const Poco::Net::StreamSocket& socket) override {
-        return new Connection(socket, connections_, limits_, params_, handler_);
+        return new Connection(socket, mConnections, mLimits, mParams, mHandler);
     }
 
 private:
-    Connections& connections_;
-    const Limits& limits_;
-    const RequestHandler& handler_;
-    Poco::Net::HTTPServerParams::Ptr params_;
+    Connections& mConnections;
+    const Limits& mLimits;
+    const RequestHandler& mHandler;
+    Poco::Net::HTTPServerParams::Ptr mParams;
 };
 
 /// Browsers can send other content types to any address without asking; refusing them keeps web pages out.
@@ -77,36 +77,36 @@ void checkContentType(const Request& request) {
 } // namespace
 
 Server::Server(const Options& options, const Router& router, Authenticator& authenticator)
-    : limits_(options.limits), router_(router), authenticator_(authenticator),
-      handler_([this](Request& request) { return answer(request); }),
-      threads_("client", 4, static_cast<int>(options.limits.clients) + refusingThreads) {
+    : mLimits(options.limits), mRouter(router), mAuthenticator(authenticator),
+      mHandler([this](Request& request) { return answer(request); }),
+      mThreads("client", 4, static_cast<int>(options.limits.clients) + kRefusingThreads) {
     Poco::Net::SecureServerSocket socket = listenOn(options);
-    port_ = socket.address().port();
+    mPort = socket.address().port();
     Poco::Net::TCPServerParams::Ptr params = new Poco::Net::TCPServerParams;
-    params->setMaxThreads(static_cast<int>(options.limits.clients) + refusingThreads);
-    params->setMaxQueued(backlog);
-    server_ = std::make_unique<Poco::Net::TCPServer>(new ConnectionFactory(connections_, limits_, handler_),
-                                                     threads_, socket, params);
-    server_->start();
-    watchdog_ = std::thread([this] { watch(); });
+    params->setMaxThreads(static_cast<int>(options.limits.clients) + kRefusingThreads);
+    params->setMaxQueued(kBacklog);
+    mServer = std::make_unique<Poco::Net::TCPServer>(new ConnectionFactory(mConnections, mLimits, mHandler),
+                                                     mThreads, socket, params);
+    mServer->start();
+    mWatchdog = std::thread([this] { watch(); });
 }
 
 Server::~Server() {
-    server_->stop();
-    connections_.shutdownAll();
-    threads_.joinAll();
+    mServer->stop();
+    mConnections.shutdownAll();
+    mThreads.joinAll();
     {
-        const std::lock_guard lock(stopMutex_);
-        stop_ = true;
+        const std::lock_guard lock(mStopMutex);
+        mStop = true;
     }
-    stopping_.notify_one();
-    watchdog_.join();
+    mStopping.notify_one();
+    mWatchdog.join();
 }
 
 void Server::watch() {
-    std::unique_lock lock(stopMutex_);
-    while (!stopping_.wait_for(lock, std::chrono::seconds(1), [this] { return stop_; }))
-        connections_.shutdownOverdue();
+    std::unique_lock lock(mStopMutex);
+    while (!mStopping.wait_for(lock, std::chrono::seconds(1), [this] { return mStop; }))
+        mConnections.shutdownOverdue();
 }
 
 Answer Server::answer(Request& request) {
@@ -124,9 +124,9 @@ Answer Server::answer(Request& request) {
 }
 
 Answer Server::dispatch(Request& request) {
-    request.user = authenticator_.authenticate(request.authorization, request.method, request.uri);
+    request.user = mAuthenticator.authenticate(request.authorization, request.method, request.uri);
     checkContentType(request);
-    return router_.dispatch(request);
+    return mRouter.dispatch(request);
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

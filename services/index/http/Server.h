@@ -1,7 +1,7 @@
 #pragma once
 
+#include "handlers/Router.h"
 #include "http/Connection.h"
-#include "http/Router.h"
 #include "security/Authenticator.h"
 
 #include <Poco/Net/TCPServer.h>
@@ -16,7 +16,7 @@
 #include <string>
 #include <thread>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// The address cannot be listened on.
 class AddressError : public std::runtime_error {
@@ -40,25 +40,25 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    std::uint16_t port() const { return port_; }
+    std::uint16_t port() const { return mPort; }
 
 private:
     Answer answer(Request& request);
     Answer dispatch(Request& request);
     void watch();
 
-    Limits limits_;
-    const Router& router_;
-    Authenticator& authenticator_;
-    RequestHandler handler_;
-    Connections connections_;
-    Poco::ThreadPool threads_;
-    std::unique_ptr<Poco::Net::TCPServer> server_;
-    std::uint16_t port_ = 0;
-    std::mutex stopMutex_;
-    std::condition_variable stopping_;
-    bool stop_ = false;
-    std::thread watchdog_;
+    Limits mLimits;
+    const Router& mRouter;
+    Authenticator& mAuthenticator;
+    RequestHandler mHandler;
+    Connections mConnections;
+    Poco::ThreadPool mThreads;
+    std::unique_ptr<Poco::Net::TCPServer> mServer;
+    std::uint16_t mPort = 0;
+    std::mutex mStopMutex;
+    std::condition_variable mStopping;
+    bool mStop = false;
+    std::thread mWatchdog;
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,6 +1,6 @@
 #include "query/Aggregations.h"
 
-#include "http/ApiError.h"
+#include "base/ApiError.h"
 
 #include <fmt/format.h>
 
@@ -9,13 +9,13 @@
 #include <string>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr std::size_t defaultBuckets = 10;
-constexpr std::size_t maximumBuckets = 65'536;
-constexpr int maximumDepth = 30;
+constexpr std::size_t kDefaultBuckets = 10;
+constexpr std::size_t kMaximumBuckets = 65'536;
+constexpr int kMaximumDepth = 30;
 
 struct Bucket {
     Json key;
@@ -25,11 +25,11 @@ struct Bucket {
 
 class Aggregator {
 public:
-    explicit Aggregator(const IndexView& view) : view_(view) {}
+    explicit Aggregator(const IndexView& view) : mView(view) {}
 
     Json all(const Json& aggregations, SpaceId space, const Bitmap& documents, int depth) const {
         if (!aggregations.is_object()) throw parsingError("[aggs] must be an object");
-        if (depth > maximumDepth) throw illegalArgument("aggregations are nested too deeply");
+        if (depth > kMaximumDepth) throw illegalArgument("aggregations are nested too deeply");
         Json result = Json::object();
         for (const auto& [name, body] : aggregations.items())
             result[name] = one(name, body, space, documents, depth);
@@ -61,13 +61,13 @@ private:
     Json nested(const Json& options, const Json& inner, SpaceId space, const Bitmap& documents,
                 int depth) const {
         const std::string path = options.value("path", std::string());
-        const Field* field = view_.mapping().find(path);
+        const Field* field = mView.mapping().find(path);
         Bitmap children;
         SpaceId childSpace = space;
         if (field != nullptr && field->type == FieldType::nested && space == 0) {
             childSpace = field->ownSpace;
-            for (const Ordinal child : view_.live(childSpace))
-                if (documents.contains(view_.parent(childSpace, child))) children.add(child);
+            for (const Ordinal child : mView.live(childSpace))
+                if (documents.contains(mView.parent(childSpace, child))) children.add(child);
         }
         Json result = {{"doc_count", children.cardinality()}};
         result.update(all(inner, childSpace, children, depth + 1));
@@ -77,7 +77,7 @@ private:
     Json terms(const Json& options, const Json& inner, SpaceId space, const Bitmap& documents,
                int depth) const {
         std::string path;
-        std::size_t size = defaultBuckets;
+        std::size_t size = kDefaultBuckets;
         for (const auto& [key, value] : options.items()) {
             if (key == "field" && value.is_string())
                 path = value;
@@ -87,11 +87,11 @@ private:
                 throw illegalArgument(
                     fmt::format("[terms] aggregation does not support [{}: {}]", key, value.dump()));
         }
-        if (size > maximumBuckets)
+        if (size > kMaximumBuckets)
             throw illegalArgument(
                 fmt::format("Trying to create too many buckets. Must be less than or equal to: [{}] "
                             "but was [{}].",
-                            maximumBuckets, size));
+                            kMaximumBuckets, size));
         std::vector<Bucket> buckets = bucketsOf(path, space, documents, !inner.empty());
         // Buckets come in the order of their keys; equal counts keep it.
         std::stable_sort(buckets.begin(), buckets.end(),
@@ -115,20 +115,20 @@ private:
 
     std::vector<Bucket> bucketsOf(const std::string& path, SpaceId space, const Bitmap& documents,
                                   bool keep) const {
-        const auto id = view_.mapping().idOf(path);
-        if (!id || view_.mapping().at(*id).space != space || view_.data(*id) == nullptr) return {};
-        const Field& field = view_.mapping().at(*id);
+        const auto id = mView.mapping().idOf(path);
+        if (!id || mView.mapping().at(*id).space != space || mView.data(*id) == nullptr) return {};
+        const Field& field = mView.mapping().at(*id);
         if (field.type == FieldType::keyword || field.type == FieldType::boolean)
-            return keywordBuckets(*view_.data<KeywordData>(*id), field, documents, keep);
+            return keywordBuckets(*mView.data<KeywordData>(*id), field, documents, keep);
         if (field.type == FieldType::integer || field.type == FieldType::floating)
-            return numberBuckets(*view_.data<NumberData>(*id), field, documents);
+            return numberBuckets(*mView.data<NumberData>(*id), field, documents);
         if (field.type == FieldType::text)
             throw illegalArgument(
                 fmt::format("Fielddata is disabled on [{0}] in [{1}]. Text fields are not optimised "
                             "for operations that require per-document field data like aggregations "
                             "and sorting, so these operations are disabled by default. Please use a "
                             "keyword field instead.",
-                            path, view_.index().name()));
+                            path, mView.index().name()));
         throw illegalArgument(fmt::format("Field [{}] of type [{}] is not supported for aggregation [terms]",
                                           path, field.typeName));
     }
@@ -172,7 +172,7 @@ private:
         return buckets;
     }
 
-    const IndexView& view_;
+    const IndexView& mView;
 };
 
 } // namespace
@@ -181,4 +181,4 @@ Json aggregate(const IndexView& view, const Json& aggregations, const Bitmap& do
     return Aggregator(view).all(aggregations, 0, documents, 0);
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "index/Index.h"
+#include "engine/Index.h"
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// Computes the "aggs" object of a request ("terms" and "nested", and these inside each other) over the
 /// documents.
 Json aggregate(const IndexView& view, const Json& aggregations, const Bitmap& documents);
 
-} // namespace kestrel
+} // namespace kestrel::index

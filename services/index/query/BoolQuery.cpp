@@ -2,25 +2,25 @@
 
 #include <algorithm>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
 /// Reads the scores of ascending documents.
 class ScoreReader {
 public:
-    explicit ScoreReader(const Scored& scored) : scored_(scored), next_(scored.scores.begin()) {}
+    explicit ScoreReader(const Scored& scored) : mScored(scored), mNext(scored.scores.begin()) {}
 
     float required(Ordinal ordinal) {
-        while (next_ != scored_.scores.end() && next_->first < ordinal)
-            ++next_;
-        return next_ != scored_.scores.end() && next_->first == ordinal ? next_->second : scored_.base;
+        while (mNext != mScored.scores.end() && mNext->first < ordinal)
+            ++mNext;
+        return mNext != mScored.scores.end() && mNext->first == ordinal ? mNext->second : mScored.base;
     }
-    float optional(Ordinal ordinal) { return scored_.documents.contains(ordinal) ? required(ordinal) : 0.0F; }
+    float optional(Ordinal ordinal) { return mScored.documents.contains(ordinal) ? required(ordinal) : 0.0F; }
 
 private:
-    const Scored& scored_;
-    std::vector<std::pair<Ordinal, float>>::const_iterator next_;
+    const Scored& mScored;
+    std::vector<std::pair<Ordinal, float>>::const_iterator mNext;
 };
 
 std::vector<Scored> scoreAll(const std::vector<QueryPtr>& clauses, const Bitmap& documents) {
@@ -33,39 +33,39 @@ std::vector<Scored> scoreAll(const std::vector<QueryPtr>& clauses, const Bitmap&
 
 } // namespace
 
-BoolQuery::BoolQuery(Clauses clauses) : clauses_(std::move(clauses)) {
-    for (const auto* group : {&clauses_.must, &clauses_.filter})
+BoolQuery::BoolQuery(Clauses clauses) : mClauses(std::move(clauses)) {
+    for (const auto* group : {&mClauses.must, &mClauses.filter})
         for (const QueryPtr& clause : *group)
-            required_.push_back(clause.get());
-    std::stable_sort(required_.begin(), required_.end(),
+            mRequired.push_back(clause.get());
+    std::stable_sort(mRequired.begin(), mRequired.end(),
                      [](const Query* a, const Query* b) { return a->cost() < b->cost(); });
 }
 
 std::uint64_t BoolQuery::cost() const {
-    if (!required_.empty()) return required_.front()->cost();
+    if (!mRequired.empty()) return mRequired.front()->cost();
     std::uint64_t sum = 0;
-    for (const QueryPtr& clause : clauses_.should)
+    for (const QueryPtr& clause : mClauses.should)
         sum += clause->cost();
-    return clauses_.should.empty() ? UINT64_MAX : sum;
+    return mClauses.should.empty() ? UINT64_MAX : sum;
 }
 
 Bitmap BoolQuery::matches(const Bitmap& within) const {
     Bitmap documents = within;
-    for (const Query* clause : required_) {
+    for (const Query* clause : mRequired) {
         if (documents.isEmpty()) return documents;
         documents = clause->matches(documents);
     }
-    if (clauses_.minimumShouldMatch > 0) documents = shouldMatches(documents);
-    for (const QueryPtr& clause : clauses_.mustNot)
+    if (mClauses.minimumShouldMatch > 0) documents = shouldMatches(documents);
+    for (const QueryPtr& clause : mClauses.mustNot)
         documents -= clause->matches(documents);
     return documents;
 }
 
 Bitmap BoolQuery::shouldMatches(const Bitmap& within) const {
-    if (clauses_.minimumShouldMatch > clauses_.should.size()) return {};
+    if (mClauses.minimumShouldMatch > mClauses.should.size()) return {};
     // reached[n]: documents that match more than n of the clauses so far.
-    std::vector<Bitmap> reached(clauses_.minimumShouldMatch);
-    for (const QueryPtr& clause : clauses_.should) {
+    std::vector<Bitmap> reached(mClauses.minimumShouldMatch);
+    for (const QueryPtr& clause : mClauses.should) {
         const Bitmap found = clause->matches(within);
         for (std::size_t n = reached.size() - 1; n > 0; --n)
             reached[n] |= reached[n - 1] & found;
@@ -77,8 +77,8 @@ Bitmap BoolQuery::shouldMatches(const Bitmap& within) const {
 Scored BoolQuery::score(const Bitmap& within) const {
     Scored result;
     result.documents = matches(within);
-    const std::vector<Scored> must = scoreAll(clauses_.must, result.documents);
-    const std::vector<Scored> should = scoreAll(clauses_.should, result.documents);
+    const std::vector<Scored> must = scoreAll(mClauses.must, result.documents);
+    const std::vector<Scored> should = scoreAll(mClauses.should, result.documents);
 
     double base = 0;
     Bitmap varying;
@@ -108,4 +108,4 @@ Scored BoolQuery::score(const Bitmap& within) const {
     return result;
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

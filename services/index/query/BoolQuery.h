@@ -2,7 +2,7 @@
 
 #include "query/Query.h"
 
-namespace kestrel {
+namespace kestrel::index {
 
 class BoolQuery final : public Query {
 public:
@@ -19,8 +19,8 @@ public:
 private:
     Bitmap shouldMatches(const Bitmap& within) const;
 
-    Clauses clauses_;
-    std::vector<const Query*> required_; ///< must and filter, cheapest first
+    Clauses mClauses;
+    std::vector<const Query*> mRequired; ///< must and filter, cheapest first
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -2,15 +2,15 @@
 
 #include <array>
 
-namespace kestrel {
+namespace kestrel::index {
 
 float dotProduct(const float* a, const float* b, std::size_t length) {
     // Independent sums let the compiler use vector instructions without reordering any one sum.
-    constexpr std::size_t lanes = 16;
-    std::array<float, lanes> sums{};
+    constexpr std::size_t kLanes = 16;
+    std::array<float, kLanes> sums{};
     std::size_t i = 0;
-    for (; i + lanes <= length; i += lanes)
-        for (std::size_t lane = 0; lane < lanes; ++lane)
+    for (; i + kLanes <= length; i += kLanes)
+        for (std::size_t lane = 0; lane < kLanes; ++lane)
             sums[lane] += a[i + lane] * b[i + lane];
     float total = 0;
     for (; i < length; ++i)
@@ -20,4 +20,4 @@ float dotProduct(const float* a, const float* b, std::size_t length) {
     return total;
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

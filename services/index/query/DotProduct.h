@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-namespace kestrel {
+namespace kestrel::index {
 
 float dotProduct(const float* a, const float* b, std::size_t length);
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,7 +1,7 @@
 #include "query/FuzzyExpander.h"
 
-#include "http/ApiError.h"
-#include "index/Analyzer.h"
+#include "base/ApiError.h"
+#include "engine/Analyzer.h"
 
 #include <fmt/format.h>
 
@@ -9,7 +9,7 @@
 #include <charconv>
 #include <optional>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
@@ -17,70 +17,70 @@ namespace {
 /// sorted dictionary share the work on what they have in common.
 class DistanceRows {
 public:
-    DistanceRows(std::u32string target, unsigned limit) : target_(std::move(target)), limit_(limit) {
-        rows_.push_back(firstRow());
-        minima_.push_back(0);
+    DistanceRows(std::u32string target, unsigned limit) : mTarget(std::move(target)), mLimit(limit) {
+        mRows.push_back(firstRow());
+        mMinima.push_back(0);
     }
 
     /// Distance of the candidate, or nothing when it is above the limit. shared: code points that the
     /// candidate has in common with the one before. After nothing, deadEnd() tells how long a prefix is
     /// hopeless.
     std::optional<unsigned> distance(const std::u32string& candidate, std::size_t shared) {
-        const std::size_t valid = std::min(shared, computed_);
+        const std::size_t valid = std::min(shared, mComputed);
         for (std::size_t depth = valid + 1; depth <= candidate.size(); ++depth) {
             fill(candidate, depth);
-            computed_ = depth;
+            mComputed = depth;
             // A transposition looks back two rows, hence both have to be hopeless.
-            if (minima_[depth] > limit_ && minima_[depth - 1] > limit_) {
-                deadEnd_ = depth;
+            if (mMinima[depth] > mLimit && mMinima[depth - 1] > mLimit) {
+                mDeadEnd = depth;
                 return std::nullopt;
             }
         }
-        computed_ = candidate.size();
-        deadEnd_ = 0;
-        const unsigned distance = rows_[candidate.size()].back();
-        return distance <= limit_ ? std::optional(distance) : std::nullopt;
+        mComputed = candidate.size();
+        mDeadEnd = 0;
+        const unsigned distance = mRows[candidate.size()].back();
+        return distance <= mLimit ? std::optional(distance) : std::nullopt;
     }
 
-    std::size_t deadEnd() const { return deadEnd_; }
+    std::size_t deadEnd() const { return mDeadEnd; }
 
 private:
     using Row = std::vector<unsigned>;
 
     Row firstRow() const {
-        Row row(target_.size() + 1);
+        Row row(mTarget.size() + 1);
         for (std::size_t j = 0; j < row.size(); ++j)
             row[j] = static_cast<unsigned>(j);
         return row;
     }
 
     void fill(const std::u32string& candidate, std::size_t depth) {
-        if (rows_.size() <= depth) {
-            rows_.emplace_back(target_.size() + 1);
-            minima_.push_back(0);
+        if (mRows.size() <= depth) {
+            mRows.emplace_back(mTarget.size() + 1);
+            mMinima.push_back(0);
         }
-        const Row& above = rows_[depth - 1];
-        Row& row = rows_[depth];
+        const Row& above = mRows[depth - 1];
+        Row& row = mRows[depth];
         const char32_t c = candidate[depth - 1];
         row[0] = static_cast<unsigned>(depth);
         unsigned minimum = row[0];
         for (std::size_t j = 1; j < row.size(); ++j) {
-            const unsigned substituted = above[j - 1] + (target_[j - 1] == c ? 0U : 1U);
+            const unsigned substituted = above[j - 1] + (mTarget[j - 1] == c ? 0U : 1U);
             row[j] = std::min({substituted, above[j] + 1, row[j - 1] + 1});
             const bool transposed =
-                depth > 1 && j > 1 && target_[j - 2] == c && target_[j - 1] == candidate[depth - 2];
-            if (transposed) row[j] = std::min(row[j], rows_[depth - 2][j - 2] + 1);
+                depth > 1 && j > 1 && mTarget[j - 2] == c && mTarget[j - 1] == candidate[depth - 2];
+            if (transposed) row[j] = std::min(row[j], mRows[depth - 2][j - 2] + 1);
             minimum = std::min(minimum, row[j]);
         }
-        minima_[depth] = minimum;
+        mMinima[depth] = minimum;
     }
 
-    std::u32string target_;
-    unsigned limit_;
-    std::vector<Row> rows_;
-    std::vector<unsigned> minima_;
-    std::size_t computed_ = 0;
-    std::size_t deadEnd_ = 0;
+    std::u32string mTarget;
+    unsigned mLimit;
+    std::vector<Row> mRows;
+    std::vector<unsigned> mMinima;
+    std::size_t mComputed = 0;
+    std::size_t mDeadEnd = 0;
 };
 
 std::size_t sharedPrefix(const std::u32string& a, const std::u32string& b) {
@@ -99,46 +99,46 @@ std::size_t prefixBytes(std::string_view utf8, std::size_t points) {
 class Search {
 public:
     Search(const TextData& data, std::string_view term, unsigned edits)
-        : data_(data), target_(codePoints(term)), rows_(target_, edits) {}
+        : mData(data), mTarget(codePoints(term)), mRows(mTarget, edits) {}
 
     std::vector<Expansion> run() {
-        const auto& sorted = data_.sortedTerms();
+        const auto& sorted = mData.sortedTerms();
         for (auto next = sorted.begin(); next != sorted.end();) {
             if (visit(*next)) {
                 ++next;
                 continue;
             }
             // Everything that begins with the same hopeless prefix lies together: leap over it.
-            const std::string_view text = data_.terms().at(*next);
-            const std::string_view prefix = text.substr(0, prefixBytes(text, rows_.deadEnd()));
+            const std::string_view text = mData.terms().at(*next);
+            const std::string_view prefix = text.substr(0, prefixBytes(text, mRows.deadEnd()));
             next = std::partition_point(next, sorted.end(), [&](std::uint32_t term) {
-                return data_.terms().at(term).substr(0, prefix.size()) <= prefix;
+                return mData.terms().at(term).substr(0, prefix.size()) <= prefix;
             });
         }
-        for (auto term = static_cast<std::uint32_t>(sorted.size()); term < data_.terms().size(); ++term)
+        for (auto term = static_cast<std::uint32_t>(sorted.size()); term < mData.terms().size(); ++term)
             visit(term);
-        return std::move(found_);
+        return std::move(mFound);
     }
 
 private:
     /// False when the term ran into a dead end.
     bool visit(std::uint32_t term) {
-        std::u32string candidate = codePoints(data_.terms().at(term));
-        const auto distance = rows_.distance(candidate, sharedPrefix(candidate, previous_));
-        const std::size_t length = std::min(candidate.size(), target_.size());
-        previous_ = std::move(candidate);
-        if (!distance) return rows_.deadEnd() == 0;
+        std::u32string candidate = codePoints(mData.terms().at(term));
+        const auto distance = mRows.distance(candidate, sharedPrefix(candidate, mPrevious));
+        const std::size_t length = std::min(candidate.size(), mTarget.size());
+        mPrevious = std::move(candidate);
+        if (!distance) return mRows.deadEnd() == 0;
         const float boost =
             *distance == 0 ? 1.0F : 1.0F - static_cast<float>(*distance) / static_cast<float>(length);
-        if (boost > 0 && data_.documentFrequency(term) > 0) found_.push_back({term, boost});
+        if (boost > 0 && mData.documentFrequency(term) > 0) mFound.push_back({term, boost});
         return true;
     }
 
-    const TextData& data_;
-    std::u32string target_;
-    DistanceRows rows_;
-    std::u32string previous_;
-    std::vector<Expansion> found_;
+    const TextData& mData;
+    std::u32string mTarget;
+    DistanceRows mRows;
+    std::u32string mPrevious;
+    std::vector<Expansion> mFound;
 };
 
 } // namespace
@@ -147,7 +147,7 @@ std::vector<Expansion> expandFuzzy(const TextData& data, std::string_view term, 
                                    std::size_t limit) {
     if (edits == 0) {
         const std::uint32_t number = data.terms().find(term);
-        if (number == StringTable::absent || data.documentFrequency(number) == 0) return {};
+        if (number == StringTable::kAbsent || data.documentFrequency(number) == 0) return {};
         return {{number, 1.0F}};
     }
     std::vector<Expansion> found = Search(data, term, edits).run();
@@ -173,21 +173,21 @@ Fuzziness Fuzziness::parse(const std::string& text) {
         const std::size_t edits = number(text);
         if (edits > 2)
             throw illegalArgument(fmt::format("Valid edit distances are [0, 1, 2] but was [{}]", edits));
-        fuzziness.fixed_ = static_cast<unsigned>(edits);
+        fuzziness.mFixed = static_cast<unsigned>(edits);
         return fuzziness;
     }
-    fuzziness.low_ = 3;
-    fuzziness.high_ = 6;
+    fuzziness.mLow = 3;
+    fuzziness.mHigh = 6;
     if (text.size() == 4) return fuzziness;
     const std::size_t comma = text.find(',');
     if (text[4] != ':' || comma == std::string::npos)
         throw illegalArgument(fmt::format("failed to find low and high distance values in [{}]", text));
-    fuzziness.low_ = number(std::string_view(text).substr(5, comma - 5));
-    fuzziness.high_ = number(std::string_view(text).substr(comma + 1));
-    if (fuzziness.low_ > fuzziness.high_)
+    fuzziness.mLow = number(std::string_view(text).substr(5, comma - 5));
+    fuzziness.mHigh = number(std::string_view(text).substr(comma + 1));
+    if (fuzziness.mLow > fuzziness.mHigh)
         throw illegalArgument(
             fmt::format("fuzziness low value must not be above the high one, but was [{}]", text));
     return fuzziness;
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "index/FieldData.h"
+#include "engine/FieldData.h"
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 struct Expansion {
     std::uint32_t term;
@@ -24,13 +24,13 @@ class Fuzziness {
 public:
     static Fuzziness parse(const std::string& text);
     unsigned editsFor(std::size_t codePoints) const {
-        return codePoints < low_ ? fixed_ : codePoints < high_ ? std::max(fixed_, 1U) : std::max(fixed_, 2U);
+        return codePoints < mLow ? mFixed : codePoints < mHigh ? std::max(mFixed, 1U) : std::max(mFixed, 2U);
     }
 
 private:
-    std::size_t low_ = SIZE_MAX;
-    std::size_t high_ = SIZE_MAX;
-    unsigned fixed_ = 0;
+    std::size_t mLow = SIZE_MAX;
+    std::size_t mHigh = SIZE_MAX;
+    unsigned mFixed = 0;
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "index/Index.h"
+#include "engine/Index.h"
 
 #include <cstdint>
 #include <memory>
 #include <utility>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// Documents with their scores: those that scores does not name have the base score.
 struct Scored {
@@ -32,4 +32,4 @@ using QueryPtr = std::unique_ptr<Query>;
 /// Reads several values of a number field from the document itself.
 using NumberReader = std::function<NumberContent(Ordinal, FieldId)>;
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,7 +1,7 @@
 #include "query/QueryCompiler.h"
 
-#include "http/ApiError.h"
-#include "index/Analyzer.h"
+#include "base/ApiError.h"
+#include "engine/Analyzer.h"
 #include "query/BoolQuery.h"
 #include "query/FuzzyExpander.h"
 #include "query/SimpleQueries.h"
@@ -16,13 +16,13 @@
 #include <optional>
 #include <unordered_map>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr int maximumDepth = 30;
-constexpr std::size_t maximumExpansions = 50;
-constexpr std::string_view cosineScript =
+constexpr int kMaximumDepth = 30;
+constexpr std::size_t kMaximumExpansions = 50;
+constexpr std::string_view kCosineScript =
     R"(cosineSimilarity(params.semanticVector,"semanticImageVector")+1.0)";
 
 QueryPtr matchNone() {
@@ -122,11 +122,11 @@ QueryPtr QueryCompiler::compile(const Json& query) const {
 }
 
 QueryPtr QueryCompiler::compile(const Json& query, SpaceId space, float boost, int depth) const {
-    if (depth > maximumDepth)
+    if (depth > kMaximumDepth)
         throw illegalArgument(
             fmt::format("The nested depth of the query exceeds the maximum nested depth for "
                         "queries set in [indices.query.bool.max_nested_depth]: [{}]",
-                        maximumDepth));
+                        kMaximumDepth));
     if (!query.is_object() || query.empty()) throw illegalArgument("query malformed, empty clause found");
     if (query.size() > 1)
         throw parsingError(fmt::format("[{}] malformed query, expected [END_OBJECT] but found [FIELD_NAME]",
@@ -143,14 +143,14 @@ QueryPtr QueryCompiler::compile(const Json& query, SpaceId space, float boost, i
     if (kind == "match_none") return matchNone();
     if (kind != "match_all") throw parsingError(fmt::format("unknown query [{}]", kind));
     requireKeys(kind, body, {"boost"});
-    return std::make_unique<ConstantQuery>(view_.live(space), boost * boostOf(body));
+    return std::make_unique<ConstantQuery>(mView.live(space), boost * boostOf(body));
 }
 
 QueryPtr QueryCompiler::boolean(const Json& body, SpaceId space, float boost, int depth) const {
     requireKeys("bool", body, {"must", "should", "filter", "must_not", "minimum_should_match", "boost"});
     if (!body.contains("must") && !body.contains("should") && !body.contains("filter") &&
         !body.contains("must_not"))
-        return std::make_unique<ConstantQuery>(view_.live(space), boost * boostOf(body));
+        return std::make_unique<ConstantQuery>(mView.live(space), boost * boostOf(body));
     const float inner = boost * boostOf(body);
     const auto clauses = [&](const char* key) {
         std::vector<QueryPtr> compiled;
@@ -200,7 +200,7 @@ QueryPtr QueryCompiler::terms(const Json& body, SpaceId space, float boost) cons
             fmt::format("[terms] query does not support [{}]: an array of values is needed", clause.path));
     Bitmap documents;
     for (const Json& value : clause.value)
-        documents |= fieldTerm(clause.path, value, space, 1.0F)->matches(view_.live(space));
+        documents |= fieldTerm(clause.path, value, space, 1.0F)->matches(mView.live(space));
     return std::make_unique<ConstantQuery>(std::move(documents), boost);
 }
 
@@ -209,12 +209,12 @@ QueryPtr QueryCompiler::fieldTerm(const std::string& path, const Json& value, Sp
     if (path == "_id") {
         if (space != 0) return matchNone();
         Bitmap documents;
-        if (const auto ordinal = view_.ordinalOf(asText(value))) documents.add(*ordinal);
+        if (const auto ordinal = mView.ordinalOf(asText(value))) documents.add(*ordinal);
         return std::make_unique<ConstantQuery>(std::move(documents), boost);
     }
-    const auto id = view_.mapping().idOf(path);
-    if (!id || view_.mapping().at(*id).space != space || view_.data(*id) == nullptr) return matchNone();
-    switch (view_.mapping().at(*id).type) {
+    const auto id = mView.mapping().idOf(path);
+    if (!id || mView.mapping().at(*id).space != space || mView.data(*id) == nullptr) return matchNone();
+    switch (mView.mapping().at(*id).type) {
     case FieldType::text:
         return textTerm(*id, asText(value), space, boost);
     case FieldType::keyword:
@@ -231,30 +231,30 @@ QueryPtr QueryCompiler::fieldTerm(const std::string& path, const Json& value, Sp
         return numberTerm(*id, value, boost);
     default:
         throw illegalArgument(fmt::format("Field [{}] of type [{}] does not support term queries", path,
-                                          view_.mapping().at(*id).typeName));
+                                          mView.mapping().at(*id).typeName));
     }
 }
 
 QueryPtr QueryCompiler::textTerm(FieldId field, const std::string& term, SpaceId space, float boost) const {
-    const auto& data = *view_.data<TextData>(field);
+    const auto& data = *mView.data<TextData>(field);
     const std::uint32_t number = data.terms().find(term);
-    if (number == StringTable::absent || data.documentFrequency(number) == 0) return matchNone();
+    if (number == StringTable::kAbsent || data.documentFrequency(number) == 0) return matchNone();
     const float weight = Bm25(data.statistics()).weight(data.documentFrequency(number), boost);
-    return std::make_unique<TextQuery>(view_, space, data, std::vector<TextQuery::Term>{{number, weight}});
+    return std::make_unique<TextQuery>(mView, space, data, std::vector<TextQuery::Term>{{number, weight}});
 }
 
 QueryPtr QueryCompiler::keywordTerm(FieldId field, const std::string& value, float boost) const {
-    const auto& data = *view_.data<KeywordData>(field);
+    const auto& data = *mView.data<KeywordData>(field);
     const OrdinalSet* documents = data.find(value);
     if (documents == nullptr || documents->size() == 0) return matchNone();
     const Bm25 similarity(data.statistics());
-    const float score = similarity.score(similarity.weight(documents->size(), boost), 1.0F, lengthOfOne);
+    const float score = similarity.score(similarity.weight(documents->size(), boost), 1.0F, kLengthOfOne);
     return std::make_unique<ConstantQuery>(documents->toBitmap(), score);
 }
 
 QueryPtr QueryCompiler::numberTerm(FieldId field, const Json& value, float boost) const {
-    const Field& mapped = view_.mapping().at(field);
-    const auto& data = *view_.data<NumberData>(field);
+    const Field& mapped = mView.mapping().at(field);
+    const auto& data = *mView.data<NumberData>(field);
     double number = 0;
     if (value.is_number()) {
         number = value.get<double>();
@@ -281,9 +281,9 @@ QueryPtr QueryCompiler::numberTerm(FieldId field, const Json& value, float boost
 }
 
 NumberReader QueryCompiler::numberReader() const {
-    return [this_ = *this](Ordinal ordinal, FieldId field) -> NumberContent {
-        const auto document = this_.store_.read(this_.view_.row(ordinal));
-        return document ? numbersAt(Json::parse(document->source), this_.view_.mapping().at(field))
+    return [self = *this](Ordinal ordinal, FieldId field) -> NumberContent {
+        const auto document = self.mStore.read(self.mView.row(ordinal));
+        return document ? numbersAt(Json::parse(document->source), self.mView.mapping().at(field))
                         : NumberContent();
     };
 }
@@ -306,17 +306,17 @@ QueryPtr QueryCompiler::match(const Json& body, SpaceId space, float boost) cons
     }
     if (clause.value.is_array() || clause.value.is_object() || clause.value.is_null())
         throw parsingError("[match] unknown token after [query]");
-    const auto id = view_.mapping().idOf(clause.path);
-    if (!id || view_.mapping().at(*id).type != FieldType::text)
+    const auto id = mView.mapping().idOf(clause.path);
+    if (!id || mView.mapping().at(*id).type != FieldType::text)
         return fieldTerm(clause.path, clause.value, space, boost);
-    if (view_.mapping().at(*id).space != space || view_.data(*id) == nullptr) return matchNone();
+    if (mView.mapping().at(*id).space != space || mView.data(*id) == nullptr) return matchNone();
 
-    const auto& data = *view_.data<TextData>(*id);
+    const auto& data = *mView.data<TextData>(*id);
     const Bm25 similarity(data.statistics());
     std::vector<std::vector<TextQuery::Term>> words;
     for (const std::string& word : analyze(asText(clause.value))) {
         const unsigned edits = fuzziness ? fuzziness->editsFor(codePoints(word).size()) : 0;
-        const std::vector<Expansion> expansions = expandFuzzy(data, word, edits, maximumExpansions);
+        const std::vector<Expansion> expansions = expandFuzzy(data, word, edits, kMaximumExpansions);
         // All spellings count as frequent as the most frequent one, so that rare misspellings do not win.
         std::uint32_t frequency = 0;
         for (const Expansion& expansion : expansions)
@@ -328,7 +328,7 @@ QueryPtr QueryCompiler::match(const Json& body, SpaceId space, float boost) cons
     if (all) {
         BoolQuery::Clauses clauses;
         for (auto& word : words)
-            clauses.must.push_back(std::make_unique<TextQuery>(view_, space, data, std::move(word)));
+            clauses.must.push_back(std::make_unique<TextQuery>(mView, space, data, std::move(word)));
         return words.empty() ? matchNone() : std::make_unique<BoolQuery>(std::move(clauses));
     }
     std::vector<TextQuery::Term> merged;
@@ -343,7 +343,7 @@ QueryPtr QueryCompiler::match(const Json& body, SpaceId space, float boost) cons
         }
     }
     if (merged.empty()) return matchNone();
-    return std::make_unique<TextQuery>(view_, space, data, std::move(merged));
+    return std::make_unique<TextQuery>(mView, space, data, std::move(merged));
 }
 
 QueryPtr QueryCompiler::exists(const Json& body, SpaceId space, float boost) const {
@@ -353,11 +353,11 @@ QueryPtr QueryCompiler::exists(const Json& body, SpaceId space, float boost) con
     const std::string path = body.at("field");
     Bitmap documents;
     const auto include = [&](FieldId id) {
-        if (view_.mapping().at(id).space == space && view_.data(id) != nullptr)
-            documents |= view_.data(id)->present();
+        if (mView.mapping().at(id).space == space && mView.data(id) != nullptr)
+            documents |= mView.data(id)->present();
     };
-    if (const auto id = view_.mapping().idOf(path)) include(*id);
-    for (const FieldId id : view_.mapping().below(path))
+    if (const auto id = mView.mapping().idOf(path)) include(*id);
+    for (const FieldId id : mView.mapping().below(path))
         include(id);
     return std::make_unique<ConstantQuery>(std::move(documents), boost * boostOf(body));
 }
@@ -370,7 +370,7 @@ QueryPtr QueryCompiler::nested(const Json& body, SpaceId space, float boost, int
     if (body.value("score_mode", Json("avg")) != "avg")
         throw illegalArgument("[nested] supports the score_mode [avg] only");
     const std::string path = body.at("path");
-    const Field* field = view_.mapping().find(path);
+    const Field* field = mView.mapping().find(path);
     if (field == nullptr || field->type != FieldType::nested) {
         if (body.value("ignore_unmapped", Json(false)) == true) return matchNone();
         throw ApiError(
@@ -380,14 +380,14 @@ QueryPtr QueryCompiler::nested(const Json& body, SpaceId space, float boost, int
     }
     if (space != 0) throw illegalArgument("[nested] inside [nested] is not supported");
     return std::make_unique<NestedQuery>(
-        view_, field->ownSpace, compile(body.at("query"), field->ownSpace, boost * boostOf(body), depth + 1));
+        mView, field->ownSpace, compile(body.at("query"), field->ownSpace, boost * boostOf(body), depth + 1));
 }
 
 QueryPtr QueryCompiler::scriptScore(const Json& body, SpaceId space, float boost, int depth) const {
     requireKeys("script_score", body, {"query", "script", "boost"});
     if (!body.contains("query")) throw illegalArgument("[script_score] requires 'query' field");
     const Json script = body.value("script", Json());
-    if (!script.is_object() || script.value("source", Json()) != cosineScript)
+    if (!script.is_object() || script.value("source", Json()) != kCosineScript)
         throw illegalArgument(
             fmt::format("this service runs a fixed set of scripts, and [{}] is not one of them",
                         script.is_object() ? script.value("source", Json()).dump() : script.dump()));
@@ -397,10 +397,10 @@ QueryPtr QueryCompiler::scriptScore(const Json& body, SpaceId space, float boost
         if (!value.is_number()) throw illegalArgument("[params.semanticVector] must be an array of numbers");
         vector.push_back(value.get<float>());
     }
-    const auto id = view_.mapping().idOf("semanticImageVector");
+    const auto id = mView.mapping().idOf("semanticImageVector");
     const bool mapped =
-        id && view_.mapping().at(*id).type == FieldType::vector && view_.mapping().at(*id).space == space;
-    const VectorData* data = mapped ? view_.data<VectorData>(*id) : nullptr;
+        id && mView.mapping().at(*id).type == FieldType::vector && mView.mapping().at(*id).space == space;
+    const VectorData* data = mapped ? mView.data<VectorData>(*id) : nullptr;
     if (data != nullptr && data->dimensions() != vector.size())
         throw ApiError(
             400, "script_exception", "runtime error",
@@ -414,4 +414,4 @@ QueryPtr QueryCompiler::scriptScore(const Json& body, SpaceId space, float boost
                                          std::move(vector), 1.0F, boost * boostOf(body));
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -5,13 +5,13 @@
 
 #include <string>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// Turns the "query" object of a request into a query over one view. What is not supported is refused with
 /// the error that Elasticsearch has for it.
 class QueryCompiler {
 public:
-    QueryCompiler(const IndexView& view, DocumentStore& store) : view_(view), store_(store) {}
+    QueryCompiler(const IndexView& view, DocumentStore& store) : mView(view), mStore(store) {}
 
     /// Null compiles to the query that matches everything.
     QueryPtr compile(const Json& query) const;
@@ -32,11 +32,11 @@ private:
     QueryPtr numberTerm(FieldId field, const Json& value, float boost) const;
     NumberReader numberReader() const;
 
-    const IndexView& view_;
-    DocumentStore& store_;
+    const IndexView& mView;
+    DocumentStore& mStore;
 };
 
 /// Numbers at the path of a document, whatever arrays and objects they lie in.
 NumberContent numbersAt(const Json& document, const Field& field);
 
-} // namespace kestrel
+} // namespace kestrel::index

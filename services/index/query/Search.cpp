@@ -1,6 +1,6 @@
 #include "query/Search.h"
 
-#include "http/ApiError.h"
+#include "base/ApiError.h"
 #include "query/Aggregations.h"
 
 #include <fmt/format.h>
@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <numeric>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
@@ -213,4 +213,4 @@ std::string renderHits(std::uint64_t total, const SearchRequest& request, std::o
     return rendered;
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// The body of a search, checked.
 struct SearchRequest {
@@ -36,7 +36,7 @@ struct Found {
     Json aggregations;
 };
 
-constexpr std::size_t maximumWindow = 10'000;
+constexpr std::size_t kMaximumWindow = 10'000;
 
 /// Finds the first limit hits. Errors carry the shape of a failed search.
 Found search(const IndexPtr& index, DocumentStore& store, const SearchRequest& request, std::size_t limit);
@@ -52,4 +52,4 @@ std::string renderHit(const Found& found, std::size_t position, const StoredDocu
 std::string renderHits(std::uint64_t total, const SearchRequest& request, std::optional<float> maximumScore,
                        const std::vector<std::string>& hits);
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,20 +1,20 @@
 #include "query/SimpleQueries.h"
 
-#include "http/ApiError.h"
+#include "base/ApiError.h"
 #include "query/DotProduct.h"
 
 #include <algorithm>
 #include <cmath>
 
-namespace kestrel {
+namespace kestrel::index {
 
 Bitmap NumberQuery::matches(const Bitmap& within) const {
     Bitmap found;
-    for (const Ordinal ordinal : data_.present() & within) {
-        if (data_.several().contains(ordinal)) {
-            const NumberContent values = several_(ordinal, field_);
-            if (std::find(values.begin(), values.end(), value_) != values.end()) found.add(ordinal);
-        } else if (data_.single(ordinal) == value_) {
+    for (const Ordinal ordinal : mData.present() & within) {
+        if (mData.several().contains(ordinal)) {
+            const NumberContent values = mSeveral(ordinal, mField);
+            if (std::find(values.begin(), values.end(), mValue) != values.end()) found.add(ordinal);
+        } else if (mData.single(ordinal) == mValue) {
             found.add(ordinal);
         }
     }
@@ -23,13 +23,13 @@ Bitmap NumberQuery::matches(const Bitmap& within) const {
 
 Bitmap NestedQuery::matches(const Bitmap& within) const {
     Bitmap documents;
-    for (const Ordinal child : inner_->matches(view_.live(space_)))
-        documents.add(view_.parent(space_, child));
+    for (const Ordinal child : mInner->matches(mView.live(mSpace)))
+        documents.add(mView.parent(mSpace, child));
     return documents & within;
 }
 
 Scored NestedQuery::score(const Bitmap& within) const {
-    const Scored children = inner_->score(view_.live(space_));
+    const Scored children = mInner->score(mView.live(mSpace));
     Scored result;
     auto own = children.scores.begin();
     double sum = 0;
@@ -41,7 +41,7 @@ Scored NestedQuery::score(const Bitmap& within) const {
         result.scores.emplace_back(document, static_cast<float>(sum / static_cast<double>(count)));
     };
     for (const Ordinal child : children.documents) {
-        const Ordinal parent = view_.parent(space_, child);
+        const Ordinal parent = mView.parent(mSpace, child);
         if (count != 0 && parent != document) {
             finish();
             sum = 0;
@@ -60,26 +60,26 @@ Scored NestedQuery::score(const Bitmap& within) const {
 
 CosineQuery::CosineQuery(QueryPtr inner, const VectorData* data, std::vector<float> vector, float offset,
                          float boost)
-    : inner_(std::move(inner)), data_(data), vector_(std::move(vector)),
-      magnitude_(std::sqrt(dotProduct(vector_.data(), vector_.data(), vector_.size()))), offset_(offset),
-      boost_(boost) {
+    : mInner(std::move(inner)), mData(data), mVector(std::move(vector)),
+      mMagnitude(std::sqrt(dotProduct(mVector.data(), mVector.data(), mVector.size()))), mOffset(offset),
+      mBoost(boost) {
 }
 
 Scored CosineQuery::score(const Bitmap& within) const {
     Scored result;
-    result.documents = inner_->matches(within);
+    result.documents = mInner->matches(within);
     result.scores.reserve(result.documents.cardinality());
     for (const Ordinal ordinal : result.documents) {
-        if (data_ == nullptr || !data_->present().contains(ordinal))
+        if (mData == nullptr || !mData->present().contains(ordinal))
             throw ApiError(400, "script_exception", "runtime error",
                            {{"lang", "painless"},
                             {"caused_by",
                              {{"type", "illegal_argument_exception"},
                               {"reason", "A document doesn't have a value for a vector field!"}}}});
-        const float dot = dotProduct(vector_.data(), data_->vector(ordinal), vector_.size());
-        const float lengths = magnitude_ * data_->magnitude(ordinal);
+        const float dot = dotProduct(mVector.data(), mData->vector(ordinal), mVector.size());
+        const float lengths = mMagnitude * mData->magnitude(ordinal);
         const float similarity = lengths == 0 ? 0 : dot / lengths;
-        const float score = boost_ * (similarity + offset_);
+        const float score = mBoost * (similarity + mOffset);
         if (score < 0)
             throw illegalArgument(
                 "script_score script returned an invalid score: it must be a non-negative score");
@@ -88,4 +88,4 @@ Scored CosineQuery::score(const Bitmap& within) const {
     return result;
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,6 +1,6 @@
 #include "query/Sort.h"
 
-#include "http/ApiError.h"
+#include "base/ApiError.h"
 
 #include <fmt/format.h>
 
@@ -8,11 +8,11 @@
 #include <cmath>
 #include <limits>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr std::int64_t missing = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t kMissing = std::numeric_limits<std::int64_t>::max();
 
 SortSpec parseOne(const Json& sort) {
     if (sort.is_string()) {
@@ -56,13 +56,13 @@ std::optional<SortColumn> SortColumn::make(const IndexView& view, DocumentStore&
                                            const std::vector<Ordinal>& documents,
                                            const std::vector<float>& scores) {
     SortColumn column;
-    column.descending_ = spec.descending;
-    column.keys_.assign(documents.size(), missing);
+    column.mDescending = spec.descending;
+    column.mKeys.assign(documents.size(), kMissing);
     if (spec.field == "_score" || spec.field == "_doc") {
         const bool score = spec.field == "_score";
-        column.kind_ = score ? Kind::floating : Kind::document;
+        column.mKind = score ? Kind::floating : Kind::document;
         for (std::size_t i = 0; i < documents.size(); ++i)
-            column.keys_[i] = column.directed(score ? sortable(static_cast<double>(scores[i]))
+            column.mKeys[i] = column.directed(score ? sortable(static_cast<double>(scores[i]))
                                                     : static_cast<std::int64_t>(documents[i]));
         return column;
     }
@@ -79,12 +79,12 @@ std::optional<SortColumn> SortColumn::make(const IndexView& view, DocumentStore&
     switch (field.type) {
     case FieldType::integer:
     case FieldType::floating:
-        column.kind_ = field.type == FieldType::integer ? Kind::integer : Kind::floating;
+        column.mKind = field.type == FieldType::integer ? Kind::integer : Kind::floating;
         column.fillNumbers(view, store, *id, spec, documents);
         return column;
     case FieldType::keyword:
     case FieldType::boolean:
-        column.kind_ = Kind::text;
+        column.mKind = Kind::text;
         if (view.data(*id) != nullptr) column.fillKeywords(*view.data<KeywordData>(*id), spec, documents);
         return column;
     case FieldType::text:
@@ -109,14 +109,14 @@ void SortColumn::fillNumbers(const IndexView& view, DocumentStore& store, FieldI
     for (std::size_t i = 0; i < documents.size(); ++i) {
         if (!data->present().contains(documents[i])) continue;
         if (!data->several().contains(documents[i])) {
-            keys_[i] = directed(data->single(documents[i]));
+            mKeys[i] = directed(data->single(documents[i]));
             continue;
         }
         const auto document = store.read(view.row(documents[i]));
         if (!document) continue;
         const NumberContent values = numbersAt(Json::parse(document->source), view.mapping().at(field));
         const auto [low, high] = std::minmax_element(values.begin(), values.end());
-        if (!values.empty()) keys_[i] = directed(spec.smallest ? *low : *high);
+        if (!values.empty()) mKeys[i] = directed(spec.smallest ? *low : *high);
     }
 }
 
@@ -143,26 +143,26 @@ void SortColumn::fillKeywords(const KeywordData& data, const SortSpec& spec,
     std::vector<std::int64_t> ranks(data.values().size());
     for (std::size_t rank = 0; rank < values.size(); ++rank) {
         ranks[values[rank]] = static_cast<std::int64_t>(rank);
-        texts_.emplace_back(data.values().at(values[rank]));
+        mTexts.emplace_back(data.values().at(values[rank]));
     }
     for (const Held& entry : held) {
-        std::int64_t& key = keys_[entry.position];
+        std::int64_t& key = mKeys[entry.position];
         const std::int64_t candidate = directed(ranks[entry.value]);
-        const bool wantsSmallerKey = spec.smallest != descending_;
-        if (key == missing || (wantsSmallerKey ? candidate < key : candidate > key)) key = candidate;
+        const bool wantsSmallerKey = spec.smallest != mDescending;
+        if (key == kMissing || (wantsSmallerKey ? candidate < key : candidate > key)) key = candidate;
     }
 }
 
 Json SortColumn::shown(std::int64_t key) const {
-    if (key == missing) {
-        if (kind_ == Kind::text) return nullptr;
-        if (kind_ == Kind::floating) return descending_ ? "-Infinity" : "Infinity";
-        return descending_ ? std::numeric_limits<std::int64_t>::min() : missing;
+    if (key == kMissing) {
+        if (mKind == Kind::text) return nullptr;
+        if (mKind == Kind::floating) return mDescending ? "-Infinity" : "Infinity";
+        return mDescending ? std::numeric_limits<std::int64_t>::min() : kMissing;
     }
     const std::int64_t value = directed(key);
-    if (kind_ == Kind::text) return texts_[static_cast<std::size_t>(value)];
-    if (kind_ == Kind::floating) return fromSortable(value);
+    if (mKind == Kind::text) return mTexts[static_cast<std::size_t>(value)];
+    if (mKind == Kind::floating) return fromSortable(value);
     return value;
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 struct SortSpec {
     std::string field; ///< a field, "_score" or "_doc"
@@ -28,7 +28,7 @@ public:
                                           const std::vector<float>& scores);
 
     /// Smaller keys come first.
-    std::int64_t key(std::size_t position) const { return keys_[position]; }
+    std::int64_t key(std::size_t position) const { return mKeys[position]; }
     /// What the answer's "sort" says for a document with the key.
     Json shown(std::int64_t key) const;
 
@@ -39,12 +39,12 @@ private:
                      const std::vector<Ordinal>& documents);
     void fillKeywords(const KeywordData& data, const SortSpec& spec, const std::vector<Ordinal>& documents);
     /// Brings a value into the order asked for; a missing value sorts last either way.
-    std::int64_t directed(std::int64_t value) const { return descending_ ? ~value : value; }
+    std::int64_t directed(std::int64_t value) const { return mDescending ? ~value : value; }
 
-    Kind kind_ = Kind::integer;
-    bool descending_ = false;
-    std::vector<std::int64_t> keys_;
-    std::vector<std::string> texts_; ///< keywords: by rank
+    Kind mKind = Kind::integer;
+    bool mDescending = false;
+    std::vector<std::int64_t> mKeys;
+    std::vector<std::string> mTexts; ///< keywords: by rank
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -3,60 +3,60 @@
 #include <algorithm>
 #include <memory>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
 /// Membership in a bitmap, laid out flat when it will be asked for often.
 class Membership {
 public:
-    Membership(const Bitmap& set, Ordinal end, std::uint64_t questions) : set_(set) {
+    Membership(const Bitmap& set, Ordinal end, std::uint64_t questions) : mSet(set) {
         if (questions < set.cardinality() / 4) return;
-        bits_.resize(end / 64 + 1);
+        mBits.resize(end / 64 + 1);
         for (const Ordinal ordinal : set)
-            bits_[ordinal / 64] |= std::uint64_t{1} << (ordinal % 64);
+            mBits[ordinal / 64] |= std::uint64_t{1} << (ordinal % 64);
     }
     bool contains(Ordinal ordinal) const {
-        if (bits_.empty()) return set_.contains(ordinal);
-        return (bits_[ordinal / 64] >> (ordinal % 64) & 1U) != 0;
+        if (mBits.empty()) return mSet.contains(ordinal);
+        return (mBits[ordinal / 64] >> (ordinal % 64) & 1U) != 0;
     }
 
 private:
-    const Bitmap& set_;
-    std::vector<std::uint64_t> bits_;
+    const Bitmap& mSet;
+    std::vector<std::uint64_t> mBits;
 };
 
 } // namespace
 
 std::uint64_t TextQuery::cost() const {
     std::uint64_t postings = 0;
-    for (const Term& term : terms_)
-        postings += data_.documentFrequency(term.term);
+    for (const Term& term : mTerms)
+        postings += mData.documentFrequency(term.term);
     return postings;
 }
 
 Bitmap TextQuery::matches(const Bitmap& within) const {
     Bitmap found;
-    for (const Term& term : terms_)
-        data_.forEach(term.term, [&](Ordinal ordinal, std::uint32_t) { found.add(ordinal); });
-    return found & within & data_.present();
+    for (const Term& term : mTerms)
+        mData.forEach(term.term, [&](Ordinal ordinal, std::uint32_t) { found.add(ordinal); });
+    return found & within & mData.present();
 }
 
 Scored TextQuery::score(const Bitmap& within) const {
-    const Bitmap candidates = within & view_.live(space_);
-    const Membership member(candidates, view_.end(space_), cost());
+    const Bitmap candidates = within & mView.live(mSpace);
+    const Membership member(candidates, mView.end(mSpace), cost());
     // Fresh pages come zeroed from the system, so a large array costs only what is touched.
     const std::unique_ptr<double, decltype(&std::free)> sums(
-        static_cast<double*>(std::calloc(view_.end(space_) + std::size_t{1}, sizeof(double))), &std::free);
+        static_cast<double*>(std::calloc(mView.end(mSpace) + std::size_t{1}, sizeof(double))), &std::free);
     if (!sums) throw std::bad_alloc();
     std::vector<Ordinal> touched;
-    for (const Term& term : terms_) {
-        data_.forEach(term.term, [&](Ordinal ordinal, std::uint32_t frequency) {
+    for (const Term& term : mTerms) {
+        mData.forEach(term.term, [&](Ordinal ordinal, std::uint32_t frequency) {
             if (!member.contains(ordinal)) return;
             double& sum = sums.get()[ordinal];
             if (sum == 0) touched.push_back(ordinal);
             sum += static_cast<double>(
-                similarity_.score(term.weight, static_cast<float>(frequency), data_.encodedLength(ordinal)));
+                mSimilarity.score(term.weight, static_cast<float>(frequency), mData.encodedLength(ordinal)));
         });
     }
     std::sort(touched.begin(), touched.end());
@@ -68,4 +68,4 @@ Scored TextQuery::score(const Bitmap& within) const {
     return result;
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,6 +1,6 @@
 #include "scripts/UpdateScripts.h"
 
-#include "http/ApiError.h"
+#include "base/ApiError.h"
 
 #include <fmt/format.h>
 
@@ -10,11 +10,11 @@
 #include <string_view>
 #include <utility>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr const char* placeholderProject = "KST_Import_ProjectGuid";
+constexpr const char* kPlaceholderProject = "KST_Import_ProjectGuid";
 
 /// What goes wrong inside a script; the script adds its own text to the answer.
 struct ScriptFailure {
@@ -57,13 +57,13 @@ void removeWhere(Json& list, Matches&& matches) {
 
 void addToProjectList(Json& source, const Json& params) {
     Json& list = listAt(source, "projectList");
-    if (member(first(list), "projectGuid") == placeholderProject) removeFirst(list);
+    if (member(first(list), "projectGuid") == kPlaceholderProject) removeFirst(list);
     list.push_back(params.value("new_element", Json()));
 }
 
 void addToProjectGuidList(Json& source, const Json& params) {
     Json& list = listAt(source, "projectGuidList");
-    if (first(list) == placeholderProject) removeFirst(list);
+    if (first(list) == kPlaceholderProject) removeFirst(list);
     list.push_back(params.value("new_element", Json()));
 }
 
@@ -94,7 +94,7 @@ void removeSpeaker(Json& source, const Json&) {
 
 using Script = std::pair<std::string_view, void (*)(Json&, const Json&)>;
 
-constexpr std::array<Script, 9> knownScripts{{
+constexpr std::array<Script, 9> kKnownScripts{{
     {R"(if (ctx._source.projectList[0].projectGuid == "KST_Import_ProjectGuid") {ctx._source.projectList.remove(0);} )"
      R"(ctx._source.projectList.add(params.new_element); )",
      addToProjectList},
@@ -118,27 +118,27 @@ constexpr std::array<Script, 9> knownScripts{{
 } // namespace
 
 UpdateScript::UpdateScript(const Json& script)
-    : script_(script.is_string() ? Json{{"source", script}} : script) {
-    if (!script_.is_object() || !script_.value("source", Json()).is_string())
+    : mScript(script.is_string() ? Json{{"source", script}} : script) {
+    if (!mScript.is_object() || !mScript.value("source", Json()).is_string())
         throw illegalArgument("must specify <source> for an inline script");
-    const Json params = script_.value("params", Json::object());
+    const Json params = mScript.value("params", Json::object());
     if (!params.is_object()) throw illegalArgument("[params] of a script must be an object");
-    const auto& source = script_.at("source").get_ref<const std::string&>();
-    const auto* known = std::find_if(knownScripts.begin(), knownScripts.end(),
+    const auto& source = mScript.at("source").get_ref<const std::string&>();
+    const auto* known = std::find_if(kKnownScripts.begin(), kKnownScripts.end(),
                                      [&](const Script& candidate) { return candidate.first == source; });
-    if (known == knownScripts.end() || script_.value("lang", Json("painless")) != "painless")
+    if (known == kKnownScripts.end() || mScript.value("lang", Json("painless")) != "painless")
         throw illegalArgument(
             fmt::format("this service runs a fixed set of scripts, and [{}] is not one of them", source));
-    body_ = known->second;
+    mBody = known->second;
 }
 
 void UpdateScript::run(Json& source) const try {
-    body_(source, script_.value("params", Json::object()));
+    mBody(source, mScript.value("params", Json::object()));
 } catch (const ScriptFailure& failure) {
     throw ApiError(400, "script_exception", "runtime error",
-                   {{"script", script_.at("source")},
+                   {{"script", mScript.at("source")},
                     {"lang", "painless"},
                     {"caused_by", {{"type", failure.type}, {"reason", failure.reason}}}});
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "common/Json.h"
+#include "base/Json.h"
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// Runs a script of an update on a document. The service has no script engine: it knows the scripts of its
 /// clients by their exact text and runs them natively. Refuses others, and fails as the script itself would
@@ -16,8 +16,8 @@ public:
 private:
     using Body = void (*)(Json& source, const Json& params);
 
-    Json script_;
-    Body body_ = nullptr;
+    Json mScript;
+    Body mBody = nullptr;
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

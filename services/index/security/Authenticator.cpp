@@ -1,6 +1,6 @@
 #include "security/Authenticator.h"
 
-#include "http/ApiError.h"
+#include "base/ApiError.h"
 
 #include <Poco/Base64Decoder.h>
 #include <Poco/Exception.h>
@@ -16,14 +16,14 @@
 #include <stdexcept>
 #include <thread>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr std::size_t maximumCached = 1000;
-constexpr auto delayStep = std::chrono::milliseconds(100);
-constexpr int maximumDelaySteps = 10;
-constexpr auto failureMemory = std::chrono::seconds(30);
+constexpr std::size_t kMaximumCached = 1000;
+constexpr auto kDelayStep = std::chrono::milliseconds(100);
+constexpr int kMaximumDelaySteps = 10;
+constexpr auto kFailureMemory = std::chrono::seconds(30);
 
 struct Credentials {
     std::string user;
@@ -32,10 +32,10 @@ struct Credentials {
 
 /// Empty user when the header is not one of basic authentication.
 Credentials decode(const std::string& header) {
-    constexpr std::size_t schemeLength = 6;
-    if (header.size() <= schemeLength || Poco::icompare(header.substr(0, schemeLength), "basic ") != 0)
+    constexpr std::size_t kSchemeLength = 6;
+    if (header.size() <= kSchemeLength || Poco::icompare(header.substr(0, kSchemeLength), "basic ") != 0)
         return {};
-    std::istringstream encoded(header.substr(schemeLength));
+    std::istringstream encoded(header.substr(kSchemeLength));
     Poco::Base64Decoder decoder(encoded);
     std::string plain;
     try {
@@ -58,8 +58,8 @@ ApiError unauthorized(const std::string& reason) {
 
 } // namespace
 
-Authenticator::Authenticator(const Users& users) : users_(users) {
-    if (RAND_bytes(key_.data(), static_cast<int>(key_.size())) != 1)
+Authenticator::Authenticator(const Users& users) : mUsers(users) {
+    if (RAND_bytes(mKey.data(), static_cast<int>(mKey.size())) != 1)
         throw std::runtime_error("the system gives no random numbers");
 }
 
@@ -70,14 +70,14 @@ Authenticator::authenticate(const std::string& header, const std::string& method
     const Digest digest = digestOf(header);
     if (auto known = cached(digest)) return known;
 
-    const std::uint64_t generation = users_.generation();
+    const std::uint64_t generation = mUsers.generation();
     const Credentials credentials = decode(header);
     std::shared_ptr<const Principal> principal;
     {
-        const std::lock_guard lock(slowMutex_);
+        const std::lock_guard lock(mSlowMutex);
         if (auto known = cached(digest)) return known; // another request with the same header was first
-        if (!credentials.user.empty() && users_.verify(credentials.user, credentials.password))
-            principal = users_.principal(credentials.user);
+        if (!credentials.user.empty() && mUsers.verify(credentials.user, credentials.password))
+            principal = mUsers.principal(credentials.user);
     }
     if (!principal) {
         delayFailure();
@@ -91,41 +91,41 @@ Authenticator::authenticate(const std::string& header, const std::string& method
 Authenticator::Digest Authenticator::digestOf(const std::string& header) const {
     Digest digest{};
     unsigned int length = 0;
-    HMAC(EVP_sha256(), key_.data(), static_cast<int>(key_.size()),
+    HMAC(EVP_sha256(), mKey.data(), static_cast<int>(mKey.size()),
          reinterpret_cast<const unsigned char*>(header.data()), header.size(), digest.data(), &length);
     return digest;
 }
 
 std::shared_ptr<const Principal> Authenticator::cached(const Digest& digest) {
-    const std::lock_guard lock(mutex_);
-    if (cachedGeneration_ != users_.generation()) {
-        cache_.clear();
-        cachedGeneration_ = users_.generation();
+    const std::lock_guard lock(mMutex);
+    if (mCachedGeneration != mUsers.generation()) {
+        mCache.clear();
+        mCachedGeneration = mUsers.generation();
     }
-    const auto known = cache_.find(digest);
-    return known == cache_.end() ? nullptr : known->second;
+    const auto known = mCache.find(digest);
+    return known == mCache.end() ? nullptr : known->second;
 }
 
 void Authenticator::remember(const Digest& digest, std::uint64_t generation,
                              std::shared_ptr<const Principal> principal) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mMutex);
     // Users may have changed while the hash was computed.
-    if (cachedGeneration_ != generation || generation != users_.generation()) return;
-    if (cache_.size() >= maximumCached) cache_.clear();
-    cache_[digest] = std::move(principal);
+    if (mCachedGeneration != generation || generation != mUsers.generation()) return;
+    if (mCache.size() >= kMaximumCached) mCache.clear();
+    mCache[digest] = std::move(principal);
 }
 
 void Authenticator::delayFailure() {
     int steps = 0;
     {
-        const std::lock_guard lock(mutex_);
+        const std::lock_guard lock(mMutex);
         const auto now = Clock::now();
-        if (now - lastFailure_ > failureMemory) recentFailures_ = 0;
-        lastFailure_ = now;
-        recentFailures_ = std::min(recentFailures_ + 1, maximumDelaySteps);
-        steps = recentFailures_;
+        if (now - mLastFailure > kFailureMemory) mRecentFailures = 0;
+        mLastFailure = now;
+        mRecentFailures = std::min(mRecentFailures + 1, kMaximumDelaySteps);
+        steps = mRecentFailures;
     }
-    std::this_thread::sleep_for(delayStep * steps);
+    std::this_thread::sleep_for(kDelayStep * steps);
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <string>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// Checks the Authorization header of requests. The slow hash is computed once for each set of credentials;
 /// afterwards a keyed hash of the header is enough.
@@ -30,14 +30,14 @@ private:
     void remember(const Digest& digest, std::uint64_t generation, std::shared_ptr<const Principal> principal);
     void delayFailure();
 
-    const Users& users_;
-    Digest key_{};
-    std::mutex mutex_;
-    std::map<Digest, std::shared_ptr<const Principal>> cache_;
-    std::uint64_t cachedGeneration_ = 0;
-    std::mutex slowMutex_; ///< one slow hash at a time, so that guessing cannot take all processors
-    int recentFailures_ = 0;
-    Clock::time_point lastFailure_{};
+    const Users& mUsers;
+    Digest mKey{};
+    std::mutex mMutex;
+    std::map<Digest, std::shared_ptr<const Principal>> mCache;
+    std::uint64_t mCachedGeneration = 0;
+    std::mutex mSlowMutex; ///< one slow hash at a time, so that guessing cannot take all processors
+    int mRecentFailures = 0;
+    Clock::time_point mLastFailure{};
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

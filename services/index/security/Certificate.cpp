@@ -1,6 +1,6 @@
 #include "security/Certificate.h"
 
-#include "storage/DataFolder.h"
+#include "base/AtomicFile.h"
 
 #include <openssl/bio.h>
 #include <openssl/bn.h>
@@ -12,12 +12,12 @@
 #include <stdexcept>
 #include <string>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr long validSeconds = 10L * 365 * 24 * 60 * 60;
-constexpr int serialBits = 127;
+constexpr long kValidSeconds = 10L * 365 * 24 * 60 * 60;
+constexpr int kSerialBits = 127;
 
 template <auto Free>
 struct Deleter {
@@ -47,10 +47,11 @@ CertificatePtr selfSigned(EVP_PKEY* key) {
     CertificatePtr certificate(X509_new());
     require(certificate != nullptr && X509_set_version(certificate.get(), 2) == 1);
     const NumberPtr serial(BN_new());
-    require(serial != nullptr && BN_rand(serial.get(), serialBits, BN_RAND_TOP_ANY, BN_RAND_BOTTOM_ANY) == 1);
+    require(serial != nullptr &&
+            BN_rand(serial.get(), kSerialBits, BN_RAND_TOP_ANY, BN_RAND_BOTTOM_ANY) == 1);
     require(BN_to_ASN1_INTEGER(serial.get(), X509_get_serialNumber(certificate.get())) != nullptr);
     X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), validSeconds);
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), kValidSeconds);
     X509_NAME* name = X509_get_subject_name(certificate.get());
     const auto* common = reinterpret_cast<const unsigned char*>("kestrel-index");
     require(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, common, -1, -1, 0) == 1);
@@ -84,4 +85,4 @@ void ensureCertificate(const std::filesystem::path& certificate, const std::file
     writeFileAtomically(certificate, content(certificateText.get()), false);
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,6 +1,6 @@
 #include "security/Privileges.h"
 
-#include "http/ApiError.h"
+#include "base/ApiError.h"
 #include "storage/Catalogue.h"
 
 #include <fmt/format.h>
@@ -10,19 +10,19 @@
 #include <string_view>
 #include <utility>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
 using Named = std::pair<std::string_view, Rights>;
 
-constexpr Rights writeRights = rightCreateDocument | rightWriteDocument | rightDeleteDocument;
-constexpr Rights manageRights = rightMaintain | rightViewMetadata | rightCreateIndex | rightDeleteIndex;
+constexpr Rights kWriteRights = rightCreateDocument | rightWriteDocument | rightDeleteDocument;
+constexpr Rights kManageRights = rightMaintain | rightViewMetadata | rightCreateIndex | rightDeleteIndex;
 
-constexpr std::array<Named, 14> indexPrivileges{{
+constexpr std::array<Named, 14> kIndexPrivileges{{
     {"all", allRights},
     {"read", rightRead},
-    {"write", writeRights},
+    {"write", kWriteRights},
     {"index", rightCreateDocument | rightWriteDocument},
     {"create", rightCreateDocument},
     {"create_doc", rightCreateDocument},
@@ -31,12 +31,12 @@ constexpr std::array<Named, 14> indexPrivileges{{
     {"view_index_metadata", rightViewMetadata},
     {"create_index", rightCreateIndex},
     {"delete_index", rightDeleteIndex},
-    {"manage", manageRights},
+    {"manage", kManageRights},
     {"monitor", 0},
     {"none", 0},
 }};
 
-constexpr std::array<Named, 5> clusterPrivileges{{
+constexpr std::array<Named, 5> kClusterPrivileges{{
     {"all", allRights},
     {"manage", rightMonitorService},
     {"monitor", rightMonitorService},
@@ -54,15 +54,15 @@ Rights rightsOf(const std::array<Named, Size>& known, const std::string& privile
 } // namespace
 
 Rights indexRights(const std::string& privilege) {
-    return rightsOf(indexPrivileges, privilege, "index");
+    return rightsOf(kIndexPrivileges, privilege, "index");
 }
 
 Rights clusterRights(const std::string& privilege) {
-    return rightsOf(clusterPrivileges, privilege, "cluster");
+    return rightsOf(kClusterPrivileges, privilege, "cluster");
 }
 
 bool Principal::may(Right right, const std::string& index) const {
-    return std::any_of(grants_.begin(), grants_.end(), [&](const Grant& grant) {
+    return std::any_of(mGrants.begin(), mGrants.end(), [&](const Grant& grant) {
         return (grant.rights & right) != 0 &&
                std::any_of(grant.patterns.begin(), grant.patterns.end(),
                            [&](const std::string& pattern) { return matchesPattern(pattern, index); });
@@ -74,14 +74,14 @@ void Principal::require(Right right, const std::string& index, const std::string
     throw ApiError(
         403, "security_exception",
         fmt::format("action [{}] is unauthorized for user [{}] with effective roles [{}] on indices [{}]",
-                    action, name_, fmt::join(roles_, ","), index));
+                    action, mName, fmt::join(mRoles, ","), index));
 }
 
 void Principal::requireCluster(Right right, const std::string& action) const {
-    if ((cluster_ & right) != 0) return;
+    if ((mCluster & right) != 0) return;
     throw ApiError(403, "security_exception",
                    fmt::format("action [{}] is unauthorized for user [{}] with effective roles [{}]", action,
-                               name_, fmt::join(roles_, ",")));
+                               mName, fmt::join(mRoles, ",")));
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

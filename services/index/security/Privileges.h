@@ -1,12 +1,12 @@
 #pragma once
 
-#include "common/Json.h"
+#include "base/Json.h"
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// What one may do to an index, or to the service as a whole; privileges of roles are sets of these.
 enum Right : std::uint32_t {
@@ -37,19 +37,19 @@ public:
     };
 
     Principal(std::string name, std::vector<std::string> roles, Rights cluster, std::vector<Grant> grants)
-        : name_(std::move(name)), roles_(std::move(roles)), cluster_(cluster), grants_(std::move(grants)) {}
+        : mName(std::move(name)), mRoles(std::move(roles)), mCluster(cluster), mGrants(std::move(grants)) {}
 
-    const std::string& name() const { return name_; }
+    const std::string& name() const { return mName; }
     bool may(Right right, const std::string& index) const;
     /// Throws a security_exception with status 403 that names the action.
     void require(Right right, const std::string& index, const std::string& action) const;
     void requireCluster(Right right, const std::string& action) const;
 
 private:
-    std::string name_;
-    std::vector<std::string> roles_;
-    Rights cluster_;
-    std::vector<Grant> grants_;
+    std::string mName;
+    std::vector<std::string> mRoles;
+    Rights mCluster;
+    std::vector<Grant> mGrants;
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

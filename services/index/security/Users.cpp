@@ -1,9 +1,9 @@
 #include "security/Users.h"
 
-#include "common/RandomId.h"
-#include "http/ApiError.h"
+#include "base/ApiError.h"
+#include "base/AtomicFile.h"
+#include "base/RandomId.h"
 #include "security/PasswordHash.h"
-#include "storage/DataFolder.h"
 
 #include <fmt/format.h>
 
@@ -12,24 +12,24 @@
 #include <sstream>
 #include <utility>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr std::size_t minimumPasswordLength = 6;
-constexpr const char* superuser = "superuser";
+constexpr std::size_t kMinimumPasswordLength = 6;
+constexpr const char* kSuperuser = "superuser";
 
 ApiError validationError(const std::string& what) {
     return {400, "action_request_validation_exception", fmt::format("Validation Failed: 1: {};", what)};
 }
 
 void checkName(const std::string& kind, const std::string& name) {
-    static constexpr std::size_t longest = 507;
-    if (name.empty() || name.size() > longest || name.front() == ' ' || name.back() == ' ')
+    static constexpr std::size_t kLongest = 507;
+    if (name.empty() || name.size() > kLongest || name.front() == ' ' || name.back() == ' ')
         throw validationError(
             fmt::format("{} names must be at least 1 and no more than {} characters, without "
                         "leading or trailing blanks: [{}]",
-                        kind, longest, name));
+                        kind, kLongest, name));
 }
 
 std::vector<std::string> strings(const std::string& what, const Json& value) {
@@ -54,51 +54,51 @@ std::string passwordFromFile(const std::filesystem::path& file) {
 
 } // namespace
 
-Users::Users(DocumentStore& store, WriteQueue& writes) : writes_(writes) {
+Users::Users(DocumentStore& store, WriteQueue& writes) : mWrites(writes) {
     for (auto& [name, body] : store.security("user"))
-        users_.emplace(name, std::move(body));
+        mUsers.emplace(name, std::move(body));
     for (auto& [name, body] : store.security("role"))
-        roles_.emplace(name, std::move(body));
+        mRoles.emplace(name, std::move(body));
 }
 
 void Users::ensureAdministrator(const std::filesystem::path& credentials) {
-    if (users_.contains(administrator)) return;
+    if (mUsers.contains(kAdministrator)) return;
     // A first start that was cut short may have written the file but not the user.
     std::string password = passwordFromFile(credentials);
     if (password.empty()) {
         password = randomId(24);
-        writeFileAtomically(credentials, Json{{"user", administrator}, {"password", password}}.dump() + "\n",
+        writeFileAtomically(credentials, Json{{"user", kAdministrator}, {"password", password}}.dump() + "\n",
                             true);
     }
-    put("user", users_, administrator,
-        {{"roles", {superuser}}, {"enabled", true}, {"password_hash", hashPassword(password)}});
+    put("user", mUsers, kAdministrator,
+        {{"roles", {kSuperuser}}, {"enabled", true}, {"password_hash", hashPassword(password)}});
 }
 
 bool Users::verify(const std::string& name, const std::string& password) const {
     static const Json nobody = hashPassword(randomId(16));
     Json hash;
     {
-        const std::shared_lock lock(mutex_);
-        const auto user = users_.find(name);
-        hash = user == users_.end() ? nobody : user->second.at("password_hash");
+        const std::shared_lock lock(mMutex);
+        const auto user = mUsers.find(name);
+        hash = user == mUsers.end() ? nobody : user->second.at("password_hash");
     }
     return passwordMatches(hash, password);
 }
 
 std::shared_ptr<const Principal> Users::principal(const std::string& name) const {
-    const std::shared_lock lock(mutex_);
-    const auto user = users_.find(name);
-    if (user == users_.end() || user->second.value("enabled", true) == false) return nullptr;
+    const std::shared_lock lock(mMutex);
+    const auto user = mUsers.find(name);
+    if (user == mUsers.end() || user->second.value("enabled", true) == false) return nullptr;
     Rights cluster = 0;
     std::vector<Principal::Grant> grants;
     const std::vector<std::string> names = strings("roles", user->second.at("roles"));
     for (const std::string& roleName : names) {
-        if (roleName == superuser) {
+        if (roleName == kSuperuser) {
             cluster = allRights;
             grants.push_back({{"*"}, allRights});
         }
-        const auto found = roles_.find(roleName);
-        if (found == roles_.end()) continue;
+        const auto found = mRoles.find(roleName);
+        if (found == mRoles.end()) continue;
         for (const std::string& privilege : strings("cluster", found->second.at("cluster")))
             cluster |= clusterRights(privilege);
         for (const Json& entry : found->second.at("indices")) {
@@ -113,7 +113,7 @@ std::shared_ptr<const Principal> Users::principal(const std::string& name) const
 
 bool Users::putUser(const std::string& name, const Json& body) {
     checkName("User", name);
-    if (name == administrator)
+    if (name == kAdministrator)
         throw illegalArgument(fmt::format("user [{}] is reserved and may not be changed", name));
     if (!body.is_object())
         throw parsingError(fmt::format("failed to parse user [{}]: an object is needed", name));
@@ -125,9 +125,9 @@ bool Users::putUser(const std::string& name, const Json& body) {
     for (const auto& [key, value] : body.items()) {
         if (key == "password" && value.is_string()) {
             const auto& password = value.get_ref<const std::string&>();
-            if (password.size() < minimumPasswordLength)
+            if (password.size() < kMinimumPasswordLength)
                 throw validationError(
-                    fmt::format("passwords must be at least [{}] characters long", minimumPasswordLength));
+                    fmt::format("passwords must be at least [{}] characters long", kMinimumPasswordLength));
             user["password_hash"] = hashPassword(password);
         } else if (key == "roles") {
             user["roles"] = strings("roles", value);
@@ -140,18 +140,18 @@ bool Users::putUser(const std::string& name, const Json& body) {
         }
     }
     if (!user.contains("password_hash")) {
-        const std::shared_lock lock(mutex_);
-        const auto old = users_.find(name);
-        if (old == users_.end())
+        const std::shared_lock lock(mMutex);
+        const auto old = mUsers.find(name);
+        if (old == mUsers.end())
             throw validationError("password must be specified unless you are updating an existing user");
         user["password_hash"] = old->second.at("password_hash");
     }
-    return put("user", users_, name, user);
+    return put("user", mUsers, name, user);
 }
 
 bool Users::putRole(const std::string& name, const Json& body) {
     checkName("Role", name);
-    if (name == superuser)
+    if (name == kSuperuser)
         throw illegalArgument(fmt::format("role [{}] is reserved and may not be changed", name));
     if (!body.is_object())
         throw parsingError(fmt::format("failed to parse role [{}]: an object is needed", name));
@@ -180,28 +180,28 @@ bool Users::putRole(const std::string& name, const Json& body) {
             throw parsingError(fmt::format("failed to parse role [{}]. unexpected field [{}]", name, key));
         }
     }
-    return put("role", roles_, name, role);
+    return put("role", mRoles, name, role);
 }
 
 bool Users::removeUser(const std::string& name) {
-    if (name == administrator)
+    if (name == kAdministrator)
         throw illegalArgument(fmt::format("user [{}] is reserved and cannot be deleted", name));
-    return remove("user", users_, name);
+    return remove("user", mUsers, name);
 }
 
 bool Users::removeRole(const std::string& name) {
-    return remove("role", roles_, name);
+    return remove("role", mRoles, name);
 }
 
 bool Users::put(const std::string& kind, std::map<std::string, Json>& all, const std::string& name,
                 const Json& body) {
     bool created = false;
-    writes_.run([&](WriteBatch& batch) {
+    mWrites.run([&](WriteBatch& batch) {
         batch.store().putSecurity(kind, name, body);
         batch.afterCommit([&] {
-            const std::unique_lock lock(mutex_);
+            const std::unique_lock lock(mMutex);
             created = all.insert_or_assign(name, body).second;
-            ++generation_;
+            ++mGeneration;
         });
     });
     return created;
@@ -209,21 +209,21 @@ bool Users::put(const std::string& kind, std::map<std::string, Json>& all, const
 
 bool Users::remove(const std::string& kind, std::map<std::string, Json>& all, const std::string& name) {
     bool found = false;
-    writes_.run([&](WriteBatch& batch) {
+    mWrites.run([&](WriteBatch& batch) {
         batch.store().removeSecurity(kind, name);
         batch.afterCommit([&] {
-            const std::unique_lock lock(mutex_);
+            const std::unique_lock lock(mMutex);
             found = all.erase(name) > 0;
-            ++generation_;
+            ++mGeneration;
         });
     });
     return found;
 }
 
 std::optional<Json> Users::user(const std::string& name) const {
-    const std::shared_lock lock(mutex_);
-    const auto found = users_.find(name);
-    if (found == users_.end()) return std::nullopt;
+    const std::shared_lock lock(mMutex);
+    const auto found = mUsers.find(name);
+    if (found == mUsers.end()) return std::nullopt;
     Json shown = {{"username", name}};
     shown.update(found->second);
     shown.erase("password_hash");
@@ -231,25 +231,25 @@ std::optional<Json> Users::user(const std::string& name) const {
 }
 
 std::optional<Json> Users::role(const std::string& name) const {
-    const std::shared_lock lock(mutex_);
-    const auto found = roles_.find(name);
-    return found == roles_.end() ? std::nullopt : std::optional(found->second);
+    const std::shared_lock lock(mMutex);
+    const auto found = mRoles.find(name);
+    return found == mRoles.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::vector<std::string> Users::userNames() const {
-    const std::shared_lock lock(mutex_);
+    const std::shared_lock lock(mMutex);
     std::vector<std::string> names;
-    for (const auto& [name, body] : users_)
+    for (const auto& [name, body] : mUsers)
         names.push_back(name);
     return names;
 }
 
 std::vector<std::string> Users::roleNames() const {
-    const std::shared_lock lock(mutex_);
+    const std::shared_lock lock(mMutex);
     std::vector<std::string> names;
-    for (const auto& [name, body] : roles_)
+    for (const auto& [name, body] : mRoles)
         names.push_back(name);
     return names;
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -11,12 +11,12 @@
 #include <shared_mutex>
 #include <string>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// Users with their hashed passwords, and roles. Kept in the store.
 class Users {
 public:
-    static constexpr const char* administrator = "kestrel_admin";
+    static constexpr const char* kAdministrator = "kestrel_admin";
 
     /// Reads what is stored; nothing may be written meanwhile.
     Users(DocumentStore& store, WriteQueue& writes);
@@ -42,18 +42,18 @@ public:
     std::vector<std::string> roleNames() const;
 
     /// Grows with every change, so that what was cached before is known to be stale.
-    std::uint64_t generation() const { return generation_; }
+    std::uint64_t generation() const { return mGeneration; }
 
 private:
     bool put(const std::string& kind, std::map<std::string, Json>& all, const std::string& name,
              const Json& body);
     bool remove(const std::string& kind, std::map<std::string, Json>& all, const std::string& name);
 
-    WriteQueue& writes_;
-    mutable std::shared_mutex mutex_;
-    std::map<std::string, Json> users_;
-    std::map<std::string, Json> roles_;
-    std::atomic<std::uint64_t> generation_{1};
+    WriteQueue& mWrites;
+    mutable std::shared_mutex mMutex;
+    std::map<std::string, Json> mUsers;
+    std::map<std::string, Json> mRoles;
+    std::atomic<std::uint64_t> mGeneration{1};
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,7 +1,7 @@
 #include "storage/Catalogue.h"
 
-#include "common/RandomId.h"
-#include "http/ApiError.h"
+#include "base/ApiError.h"
+#include "base/RandomId.h"
 #include "storage/DataFolder.h"
 
 #include <fmt/format.h>
@@ -16,12 +16,12 @@
 #include <utility>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr std::size_t maximumNameBytes = 255;
-constexpr std::size_t loadedAtOnce = 1000;
+constexpr std::size_t kMaximumNameBytes = 255;
+constexpr std::size_t kLoadedAtOnce = 1000;
 
 std::int64_t nowMs() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -31,16 +31,16 @@ std::int64_t nowMs() {
 /// Builds an index from its documents: they are taken apart by all processors, and enter the index in order.
 class IndexLoader {
 public:
-    explicit IndexLoader(Index& index) : index_(index) {}
+    explicit IndexLoader(Index& index) : mIndex(index) {}
 
     void add(RowId row, StoredDocument document) {
-        batch_.emplace_back(row, std::move(document));
-        if (batch_.size() == loadedAtOnce) send();
+        mBatch.emplace_back(row, std::move(document));
+        if (mBatch.size() == kLoadedAtOnce) send();
     }
 
     void finish() {
         send();
-        while (!pending_.empty())
+        while (!mPending.empty())
             applyOldest();
     }
 
@@ -48,14 +48,14 @@ private:
     using Batch = std::vector<std::pair<RowId, StoredDocument>>;
 
     void send() {
-        pending_.push_back(std::async(std::launch::async, [&index = index_, batch = std::move(batch_)] {
+        mPending.push_back(std::async(std::launch::async, [&index = mIndex, batch = std::move(mBatch)] {
             std::vector<DocumentChange> changes;
             for (const auto& [row, document] : batch)
                 changes.push_back(changeFor(index, row, document));
             return changes;
         }));
-        batch_.clear();
-        if (pending_.size() > std::max(1U, std::thread::hardware_concurrency())) applyOldest();
+        mBatch.clear();
+        if (mPending.size() > std::max(1U, std::thread::hardware_concurrency())) applyOldest();
     }
 
     static DocumentChange changeFor(Index& index, RowId row, const StoredDocument& document) {
@@ -70,13 +70,13 @@ private:
     }
 
     void applyOldest() {
-        index_.apply(pending_.front().get());
-        pending_.pop_front();
+        mIndex.apply(mPending.front().get());
+        mPending.pop_front();
     }
 
-    Index& index_;
-    Batch batch_;
-    std::deque<std::future<std::vector<DocumentChange>>> pending_;
+    Index& mIndex;
+    Batch mBatch;
+    std::deque<std::future<std::vector<DocumentChange>>> mPending;
 };
 
 } // namespace
@@ -88,7 +88,7 @@ void checkIndexName(const std::string& name) {
                        {{"index_uuid", "_na_"}, {"index", name}});
     };
     if (name.empty() || name == "." || name == "..") refuse("must not be empty, '.' or '..'");
-    if (name.size() > maximumNameBytes)
+    if (name.size() > kMaximumNameBytes)
         refuse(fmt::format("index name is too long, ({} > 255)", name.size()));
     if (name.find_first_of("_-+") == 0) refuse("must not start with '_', '-', or '+'");
     if (name.find_first_of(R"( "*\<|,>/?#:)") != std::string::npos)
@@ -122,10 +122,10 @@ bool matchesPattern(std::string_view pattern, std::string_view text) {
 void Catalogue::load() {
     const auto started = std::chrono::steady_clock::now();
     std::size_t documents = 0;
-    for (const DocumentStore::StoredIndex& stored : store_.indices()) {
+    for (const DocumentStore::StoredIndex& stored : mStore.indices()) {
         auto index = std::make_shared<Index>(stored.info, stored.mappings, stored.lastRow);
         IndexLoader loader(*index);
-        store_.forEachDocument(stored, [&](RowId row, StoredDocument document) {
+        mStore.forEachDocument(stored, [&](RowId row, StoredDocument document) {
             loader.add(row, std::move(document));
             ++documents;
         });
@@ -133,18 +133,18 @@ void Catalogue::load() {
         insert(index);
     }
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
-    spdlog::info("{} documents in {} indices read in {:.2f} s", documents, byName_.size(), took.count());
+    spdlog::info("{} documents in {} indices read in {:.2f} s", documents, mByName.size(), took.count());
 }
 
 void Catalogue::insert(const IndexPtr& index) {
-    const std::unique_lock lock(mutex_);
-    byName_[index->name()] = index;
+    const std::unique_lock lock(mMutex);
+    mByName[index->name()] = index;
 }
 
 IndexPtr Catalogue::find(const std::string& name) const {
-    const std::shared_lock lock(mutex_);
-    const auto found = byName_.find(name);
-    return found == byName_.end() ? nullptr : found->second;
+    const std::shared_lock lock(mMutex);
+    const auto found = mByName.find(name);
+    return found == mByName.end() ? nullptr : found->second;
 }
 
 IndexPtr Catalogue::get(const std::string& name) const {
@@ -153,9 +153,9 @@ IndexPtr Catalogue::get(const std::string& name) const {
 }
 
 std::vector<IndexPtr> Catalogue::all() const {
-    const std::shared_lock lock(mutex_);
+    const std::shared_lock lock(mMutex);
     std::vector<IndexPtr> indices;
-    for (const auto& [name, index] : byName_)
+    for (const auto& [name, index] : mByName)
         indices.push_back(index);
     return indices;
 }
@@ -164,7 +164,7 @@ IndexPtr Catalogue::create(const std::string& name, const Json& settings, const 
     checkIndexName(name);
     const Mapping checked(mappings); // refuses what cannot be mapped before anything is written
     IndexPtr created;
-    writes_.run(
+    mWrites.run(
         [&](WriteBatch& batch) {
             if (const IndexPtr existing = find(name))
                 throw ApiError(400, "resource_already_exists_exception",
@@ -172,7 +172,7 @@ IndexPtr Catalogue::create(const std::string& name, const Json& settings, const 
                                {{"index_uuid", existing->info().uuid}, {"index", name}});
             IndexInfo info{0, name, randomId(16), nowMs(), settings};
             info.number = batch.store().insertIndex(info, checked.toJson());
-            const RowId first = info.number << sequenceBits;
+            const RowId first = info.number << kSequenceBits;
             created = std::make_shared<Index>(std::move(info), mappings, first);
             batch.afterCommit([this, created] { insert(created); });
         },
@@ -192,17 +192,17 @@ IndexPtr Catalogue::getOrCreate(const std::string& name) {
 }
 
 void Catalogue::remove(const std::string& name) {
-    writes_.run(
+    mWrites.run(
         [&](WriteBatch& batch) {
             const IndexPtr index = get(name);
             batch.store().removeIndex(index->info().number);
             batch.afterCommit([this, index] {
                 index->markDeleted();
-                const std::unique_lock lock(mutex_);
-                byName_.erase(index->name());
+                const std::unique_lock lock(mMutex);
+                mByName.erase(index->name());
             });
         },
         WriteQueue::Sharing::alone);
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// The indices by name.
 class Catalogue {
 public:
-    Catalogue(DocumentStore& store, WriteQueue& writes) : store_(store), writes_(writes) {}
+    Catalogue(DocumentStore& store, WriteQueue& writes) : mStore(store), mWrites(writes) {}
 
     /// Builds the indices from the documents. Throws DataFolderError when a document cannot be read.
     void load();
@@ -30,10 +30,10 @@ public:
 private:
     void insert(const IndexPtr& index);
 
-    DocumentStore& store_;
-    WriteQueue& writes_;
-    mutable std::shared_mutex mutex_;
-    std::map<std::string, IndexPtr> byName_;
+    DocumentStore& mStore;
+    WriteQueue& mWrites;
+    mutable std::shared_mutex mMutex;
+    std::map<std::string, IndexPtr> mByName;
 };
 
 /// Throws when the name cannot be one of an index.
@@ -42,4 +42,4 @@ void checkIndexName(const std::string& name);
 /// Whether the text fits the pattern, in which "*" stands for any text and "?" for one character.
 bool matchesPattern(std::string_view pattern, std::string_view text);
 
-} // namespace kestrel
+} // namespace kestrel::index

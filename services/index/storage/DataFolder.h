@@ -3,9 +3,8 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
-namespace kestrel {
+namespace kestrel::index {
 
 /// A data folder that cannot be served; the message says why and what to do.
 class DataFolderError : public std::runtime_error {
@@ -22,20 +21,17 @@ public:
     DataFolder(const DataFolder&) = delete;
     DataFolder& operator=(const DataFolder&) = delete;
 
-    std::filesystem::path documents() const { return path_ / "documents.db"; }
-    std::filesystem::path administrator() const { return path_ / "administrator.json"; }
-    std::filesystem::path certificate() const { return path_ / "certificate.pem"; }
-    std::filesystem::path privateKey() const { return path_ / "private-key.pem"; }
+    std::filesystem::path documents() const { return mPath / "documents.db"; }
+    std::filesystem::path administrator() const { return mPath / "administrator.json"; }
+    std::filesystem::path certificate() const { return mPath / "certificate.pem"; }
+    std::filesystem::path privateKey() const { return mPath / "private-key.pem"; }
 
 private:
     void refuseForeignFiles() const;
     void lock();
 
-    std::filesystem::path path_;
-    int lockFile_ = -1;
+    std::filesystem::path mPath;
+    int mLockFile = -1;
 };
 
-/// Writes the file whole or not at all, readable by its owner alone when secret.
-void writeFileAtomically(const std::filesystem::path& file, std::string_view content, bool secret);
-
-} // namespace kestrel
+} // namespace kestrel::index

@@ -7,12 +7,12 @@
 #include <algorithm>
 #include <utility>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr std::int64_t applicationId = 0x4B534E58; // "KSNX"
-constexpr std::int64_t formatVersion = 1;
+constexpr std::int64_t kApplicationId = 0x4B534E58; // "KSNX"
+constexpr std::int64_t kFormatVersion = 1;
 
 std::optional<StoredDocument> readRow(SqliteStatement& byRow, RowId row) {
     std::optional<StoredDocument> document;
@@ -21,7 +21,7 @@ std::optional<StoredDocument> readRow(SqliteStatement& byRow, RowId row) {
     return document;
 }
 
-constexpr const char* selectByRow = "SELECT id, version, source FROM documents WHERE row = ?";
+constexpr const char* kSelectByRow = "SELECT id, version, source FROM documents WHERE row = ?";
 
 DataFolderError unreadable(const std::filesystem::path& file, const std::string& why) {
     return DataFolderError(fmt::format("{} cannot be used: {}; nothing was changed", file.string(), why));
@@ -31,56 +31,56 @@ DataFolderError unreadable(const std::filesystem::path& file, const std::string&
 
 class DocumentStore::Lease {
 public:
-    explicit Lease(DocumentStore& store) : store_(store) {
-        const std::lock_guard lock(store.readersMutex_);
-        if (!store.idleReaders_.empty()) {
-            reader_ = std::move(store.idleReaders_.back());
-            store.idleReaders_.pop_back();
+    explicit Lease(DocumentStore& store) : mStore(store) {
+        const std::lock_guard lock(store.mReadersMutex);
+        if (!store.mIdleReaders.empty()) {
+            mReader = std::move(store.mIdleReaders.back());
+            store.mIdleReaders.pop_back();
         }
     }
     ~Lease() {
         // A reader that an error left inside a transaction would hold on to an old state.
-        if (!reader_ || reader_->connection.inTransaction()) return;
-        const std::lock_guard lock(store_.readersMutex_);
-        store_.idleReaders_.push_back(std::move(reader_));
+        if (!mReader || mReader->connection.inTransaction()) return;
+        const std::lock_guard lock(mStore.mReadersMutex);
+        mStore.mIdleReaders.push_back(std::move(mReader));
     }
     Lease(const Lease&) = delete;
     Lease& operator=(const Lease&) = delete;
 
     Reader& operator*() {
-        if (!reader_) reader_ = std::make_unique<Reader>(store_.file_);
-        return *reader_;
+        if (!mReader) mReader = std::make_unique<Reader>(mStore.mFile);
+        return *mReader;
     }
 
 private:
-    DocumentStore& store_;
-    std::unique_ptr<Reader> reader_;
+    DocumentStore& mStore;
+    std::unique_ptr<Reader> mReader;
 };
 
 DocumentStore::Reader::Reader(const std::filesystem::path& file)
-    : connection(file), byRow(connection, selectByRow) {
+    : connection(file), byRow(connection, kSelectByRow) {
 }
 
 std::optional<StoredDocument> DocumentStore::Reader::read(RowId row) {
     return readRow(byRow, row);
 }
 
-DocumentStore::DocumentStore(const std::filesystem::path& file) try : file_(file), writer_(file) {
-    const bool empty = writer_.pragma("page_count") == 0;
+DocumentStore::DocumentStore(const std::filesystem::path& file) try : mFile(file), mWriter(file) {
+    const bool empty = mWriter.pragma("page_count") == 0;
     if (!empty) check();
-    writer_.execute("PRAGMA journal_mode = WAL");
-    writer_.execute("PRAGMA synchronous = FULL");
-    writer_.execute("PRAGMA wal_autocheckpoint = 4000");
+    mWriter.execute("PRAGMA journal_mode = WAL");
+    mWriter.execute("PRAGMA synchronous = FULL");
+    mWriter.execute("PRAGMA wal_autocheckpoint = 4000");
     if (empty) create();
-    byRow_.emplace(writer_, selectByRow);
-    insert_.emplace(writer_, "INSERT INTO documents (row, id, version, source) VALUES (?, ?, ?, ?)");
-    remove_.emplace(writer_, "DELETE FROM documents WHERE row = ?");
+    mByRow.emplace(mWriter, kSelectByRow);
+    mInsert.emplace(mWriter, "INSERT INTO documents (row, id, version, source) VALUES (?, ?, ?, ?)");
+    mRemove.emplace(mWriter, "DELETE FROM documents WHERE row = ?");
 } catch (const SqliteError& e) {
     throw unreadable(file, e.what());
 }
 
 void DocumentStore::create() {
-    writer_.execute(
+    mWriter.execute(
         fmt::format("BEGIN;"
                     "PRAGMA application_id = {};"
                     "PRAGMA user_version = {};"
@@ -92,28 +92,28 @@ void DocumentStore::create() {
                     "CREATE TABLE security (kind TEXT NOT NULL, name TEXT NOT NULL, body TEXT NOT NULL, "
                     "PRIMARY KEY (kind, name));"
                     "COMMIT",
-                    applicationId, formatVersion));
+                    kApplicationId, kFormatVersion));
 }
 
 void DocumentStore::check() {
-    if (writer_.pragma("application_id") != applicationId)
-        throw unreadable(file_, "it is a database of another program");
-    const std::int64_t version = writer_.pragma("user_version");
-    if (version != formatVersion)
-        throw unreadable(file_,
-                         fmt::format("its format is {}, this program reads {}", version, formatVersion));
+    if (mWriter.pragma("application_id") != kApplicationId)
+        throw unreadable(mFile, "it is a database of another program");
+    const std::int64_t version = mWriter.pragma("user_version");
+    if (version != kFormatVersion)
+        throw unreadable(mFile,
+                         fmt::format("its format is {}, this program reads {}", version, kFormatVersion));
 }
 
 std::vector<DocumentStore::StoredIndex> DocumentStore::indices() {
     std::vector<StoredIndex> found;
     SqliteStatement statement(
-        writer_, "SELECT number, name, uuid, created, settings, mappings FROM indices ORDER BY number");
-    SqliteStatement last(writer_, "SELECT max(row) FROM documents WHERE row >= ? AND row < ?");
+        mWriter, "SELECT number, name, uuid, created, settings, mappings FROM indices ORDER BY number");
+    SqliteStatement last(mWriter, "SELECT max(row) FROM documents WHERE row >= ? AND row < ?");
     while (statement.step()) {
         IndexInfo info{statement.integer(0), statement.text(1), statement.text(2), statement.integer(3),
                        Json::parse(statement.text(4))};
-        const RowId first = info.number << sequenceBits;
-        last.bind(first).bind((info.number + 1) << sequenceBits).step();
+        const RowId first = info.number << kSequenceBits;
+        last.bind(first).bind((info.number + 1) << kSequenceBits).step();
         const RowId lastRow = std::max(first, last.integer(0));
         last.reset();
         found.push_back({std::move(info), Json::parse(statement.text(5)), lastRow});
@@ -124,8 +124,8 @@ std::vector<DocumentStore::StoredIndex> DocumentStore::indices() {
 void DocumentStore::forEachDocument(const StoredIndex& index,
                                     const std::function<void(RowId, StoredDocument)>& visit) {
     SqliteStatement statement(
-        writer_, "SELECT row, id, version, source FROM documents WHERE row >= ? AND row <= ? ORDER BY row");
-    statement.bind(index.info.number << sequenceBits).bind(index.lastRow);
+        mWriter, "SELECT row, id, version, source FROM documents WHERE row >= ? AND row <= ? ORDER BY row");
+    statement.bind(index.info.number << kSequenceBits).bind(index.lastRow);
     while (statement.step())
         visit(statement.integer(0), {statement.text(1), statement.integer(2), statement.text(3)});
 }
@@ -153,69 +153,69 @@ std::optional<std::vector<StoredDocument>> DocumentStore::read(const std::vector
 }
 
 void DocumentStore::begin() {
-    writer_.execute("BEGIN IMMEDIATE");
+    mWriter.execute("BEGIN IMMEDIATE");
 }
 
 void DocumentStore::commit() {
-    writer_.execute("COMMIT");
+    mWriter.execute("COMMIT");
 }
 
 void DocumentStore::rollback() {
-    if (writer_.inTransaction()) writer_.execute("ROLLBACK");
+    if (mWriter.inTransaction()) mWriter.execute("ROLLBACK");
 }
 
 std::optional<StoredDocument> DocumentStore::readForWrite(RowId row) {
-    return readRow(*byRow_, row);
+    return readRow(*mByRow, row);
 }
 
 void DocumentStore::insert(RowId row, const std::string& id, std::int64_t version, std::string_view source) {
-    insert_->bind(row).bind(id).bind(version).bind(source).run();
+    mInsert->bind(row).bind(id).bind(version).bind(source).run();
 }
 
 void DocumentStore::remove(RowId row) {
-    remove_->bind(row).run();
+    mRemove->bind(row).run();
 }
 
 std::int64_t DocumentStore::insertIndex(const IndexInfo& info, const Json& mappings) {
     const std::string settings = info.settings.dump();
     const std::string mapped = mappings.dump();
     SqliteStatement statement(
-        writer_, "INSERT INTO indices (name, uuid, created, settings, mappings) VALUES (?, ?, ?, ?, ?)");
+        mWriter, "INSERT INTO indices (name, uuid, created, settings, mappings) VALUES (?, ?, ?, ?, ?)");
     statement.bind(info.name).bind(info.uuid).bind(info.createdMs).bind(settings).bind(mapped).run();
-    return sqlite3_last_insert_rowid(writer_.handle());
+    return sqlite3_last_insert_rowid(mWriter.handle());
 }
 
 void DocumentStore::updateMappings(std::int64_t index, const Json& mappings) {
     const std::string mapped = mappings.dump();
-    SqliteStatement statement(writer_, "UPDATE indices SET mappings = ? WHERE number = ?");
+    SqliteStatement statement(mWriter, "UPDATE indices SET mappings = ? WHERE number = ?");
     statement.bind(mapped).bind(index).run();
 }
 
 void DocumentStore::removeIndex(std::int64_t index) {
-    SqliteStatement documents(writer_, "DELETE FROM documents WHERE row >= ? AND row < ?");
-    documents.bind(index << sequenceBits).bind((index + 1) << sequenceBits).run();
-    SqliteStatement statement(writer_, "DELETE FROM indices WHERE number = ?");
+    SqliteStatement documents(mWriter, "DELETE FROM documents WHERE row >= ? AND row < ?");
+    documents.bind(index << kSequenceBits).bind((index + 1) << kSequenceBits).run();
+    SqliteStatement statement(mWriter, "DELETE FROM indices WHERE number = ?");
     statement.bind(index).run();
 }
 
 void DocumentStore::putSecurity(const std::string& kind, const std::string& name, const Json& body) {
     const std::string text = body.dump();
-    SqliteStatement statement(writer_, "INSERT OR REPLACE INTO security (kind, name, body) VALUES (?, ?, ?)");
+    SqliteStatement statement(mWriter, "INSERT OR REPLACE INTO security (kind, name, body) VALUES (?, ?, ?)");
     statement.bind(kind).bind(name).bind(text).run();
 }
 
 void DocumentStore::removeSecurity(const std::string& kind, const std::string& name) {
-    SqliteStatement statement(writer_, "DELETE FROM security WHERE kind = ? AND name = ?");
+    SqliteStatement statement(mWriter, "DELETE FROM security WHERE kind = ? AND name = ?");
     statement.bind(kind).bind(name).run();
 }
 
 std::vector<std::pair<std::string, Json>> DocumentStore::security(const std::string& kind) {
     std::vector<std::pair<std::string, Json>> found;
-    SqliteStatement statement(writer_, "SELECT name, body FROM security WHERE kind = ? ORDER BY name");
+    SqliteStatement statement(mWriter, "SELECT name, body FROM security WHERE kind = ? ORDER BY name");
     statement.bind(kind);
     while (statement.step())
         found.emplace_back(statement.text(0), Json::parse(statement.text(1)));
     return found;
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

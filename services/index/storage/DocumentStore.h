@@ -1,7 +1,7 @@
 #pragma once
 
-#include "common/Json.h"
-#include "index/Index.h"
+#include "base/Json.h"
+#include "engine/Index.h"
 #include "storage/Sqlite.h"
 
 #include <filesystem>
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 struct StoredDocument {
     std::string id;
@@ -54,7 +54,7 @@ public:
     void putSecurity(const std::string& kind, const std::string& name, const Json& body);
     void removeSecurity(const std::string& kind, const std::string& name);
     std::vector<std::pair<std::string, Json>> security(const std::string& kind);
-    SqliteConnection& writer() { return writer_; }
+    SqliteConnection& writer() { return mWriter; }
 
 private:
     struct Reader {
@@ -68,11 +68,11 @@ private:
     void create();
     void check();
 
-    std::filesystem::path file_;
-    SqliteConnection writer_;
-    std::optional<SqliteStatement> byRow_, insert_, remove_;
-    std::mutex readersMutex_;
-    std::vector<std::unique_ptr<Reader>> idleReaders_;
+    std::filesystem::path mFile;
+    SqliteConnection mWriter;
+    std::optional<SqliteStatement> mByRow, mInsert, mRemove;
+    std::mutex mReadersMutex;
+    std::vector<std::unique_ptr<Reader>> mIdleReaders;
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,11 +1,11 @@
 #include "storage/Sqlite.h"
 
-namespace kestrel {
+namespace kestrel::index {
 
 bool SqliteError::noSpace() const {
     // A write that the system cuts short (quota, limit on file sizes) comes as an I/O error.
-    return (code_ & 0xFF) == SQLITE_FULL || code_ == SQLITE_IOERR_WRITE || code_ == SQLITE_IOERR_FSYNC ||
-           code_ == SQLITE_IOERR_TRUNCATE || code_ == SQLITE_IOERR_SHMSIZE;
+    return (mCode & 0xFF) == SQLITE_FULL || mCode == SQLITE_IOERR_WRITE || mCode == SQLITE_IOERR_FSYNC ||
+           mCode == SQLITE_IOERR_TRUNCATE || mCode == SQLITE_IOERR_SHMSIZE;
 }
 
 SqliteStatement::SqliteStatement(SqliteConnection& connection, std::string_view sql) {
@@ -14,25 +14,25 @@ SqliteStatement::SqliteStatement(SqliteConnection& connection, std::string_view 
                                         SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
     if (code != SQLITE_OK)
         throw SqliteError(sqlite3_extended_errcode(connection.handle()), sqlite3_errmsg(connection.handle()));
-    statement_.reset(statement);
+    mStatement.reset(statement);
 }
 
 SqliteStatement& SqliteStatement::bind(std::int64_t value) {
-    check(sqlite3_bind_int64(statement_.get(), ++bound_, value));
+    check(sqlite3_bind_int64(mStatement.get(), ++mBound, value));
     return *this;
 }
 
 SqliteStatement& SqliteStatement::bind(std::string_view text) {
-    check(sqlite3_bind_text64(statement_.get(), ++bound_, text.data(), text.size(), SQLITE_STATIC,
+    check(sqlite3_bind_text64(mStatement.get(), ++mBound, text.data(), text.size(), SQLITE_STATIC,
                               SQLITE_UTF8));
     return *this;
 }
 
 bool SqliteStatement::step() {
-    const int code = sqlite3_step(statement_.get());
+    const int code = sqlite3_step(mStatement.get());
     if (code == SQLITE_ROW) return true;
     if (code == SQLITE_DONE) return false;
-    sqlite3* const handle = sqlite3_db_handle(statement_.get());
+    sqlite3* const handle = sqlite3_db_handle(mStatement.get());
     const SqliteError error(sqlite3_extended_errcode(handle), sqlite3_errmsg(handle));
     reset();
     throw error;
@@ -44,19 +44,19 @@ void SqliteStatement::run() {
 }
 
 void SqliteStatement::reset() {
-    sqlite3_reset(statement_.get());
-    sqlite3_clear_bindings(statement_.get());
-    bound_ = 0;
+    sqlite3_reset(mStatement.get());
+    sqlite3_clear_bindings(mStatement.get());
+    mBound = 0;
 }
 
 std::string SqliteStatement::text(int column) const {
-    const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
+    const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(mStatement.get(), column));
     if (bytes == nullptr) return {};
-    return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column))};
+    return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(mStatement.get(), column))};
 }
 
 void SqliteStatement::check(int code) const {
-    if (code != SQLITE_OK) throw SqliteError(code, sqlite3_errmsg(sqlite3_db_handle(statement_.get())));
+    if (code != SQLITE_OK) throw SqliteError(code, sqlite3_errmsg(sqlite3_db_handle(mStatement.get())));
 }
 
 SqliteConnection::SqliteConnection(const std::filesystem::path& file) {
@@ -65,15 +65,15 @@ SqliteConnection::SqliteConnection(const std::filesystem::path& file) {
     const int code = sqlite3_open_v2(
         file.c_str(), &handle,
         SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
-    handle_.reset(handle);
+    mHandle.reset(handle);
     if (code != SQLITE_OK)
         throw SqliteError(code, handle == nullptr ? "out of memory" : sqlite3_errmsg(handle));
     sqlite3_busy_timeout(handle, 10'000);
 }
 
 void SqliteConnection::execute(const std::string& sql) {
-    if (sqlite3_exec(handle_.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
-        throw SqliteError(sqlite3_extended_errcode(handle_.get()), sqlite3_errmsg(handle_.get()));
+    if (sqlite3_exec(mHandle.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
+        throw SqliteError(sqlite3_extended_errcode(mHandle.get()), sqlite3_errmsg(mHandle.get()));
 }
 
 std::int64_t SqliteConnection::pragma(const std::string& name) {
@@ -81,4 +81,4 @@ std::int64_t SqliteConnection::pragma(const std::string& name) {
     return statement.step() ? statement.integer(0) : 0;
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -9,18 +9,18 @@
 #include <string>
 #include <string_view>
 
-namespace kestrel {
+namespace kestrel::index {
 
 class SqliteError : public std::runtime_error {
 public:
-    SqliteError(int code, const std::string& message) : std::runtime_error(message), code_(code) {}
-    int code() const { return code_; }
+    SqliteError(int code, const std::string& message) : std::runtime_error(message), mCode(code) {}
+    int code() const { return mCode; }
     /// The medium is full, as opposed to broken.
     bool noSpace() const;
-    bool corrupt() const { return (code_ & 0xFF) == SQLITE_CORRUPT || (code_ & 0xFF) == SQLITE_NOTADB; }
+    bool corrupt() const { return (mCode & 0xFF) == SQLITE_CORRUPT || (mCode & 0xFF) == SQLITE_NOTADB; }
 
 private:
-    int code_;
+    int mCode;
 };
 
 class SqliteConnection;
@@ -38,7 +38,7 @@ public:
     void run();
     void reset();
 
-    std::int64_t integer(int column) const { return sqlite3_column_int64(statement_.get(), column); }
+    std::int64_t integer(int column) const { return sqlite3_column_int64(mStatement.get(), column); }
     std::string text(int column) const;
 
 private:
@@ -47,8 +47,8 @@ private:
     struct Finalize {
         void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
     };
-    std::unique_ptr<sqlite3_stmt, Finalize> statement_;
-    int bound_ = 0;
+    std::unique_ptr<sqlite3_stmt, Finalize> mStatement;
+    int mBound = 0;
 };
 
 class SqliteConnection {
@@ -57,15 +57,15 @@ public:
 
     void execute(const std::string& sql);
     std::int64_t pragma(const std::string& name);
-    sqlite3* handle() const { return handle_.get(); }
+    sqlite3* handle() const { return mHandle.get(); }
     /// A transaction is open (an error may have ended it).
-    bool inTransaction() const { return sqlite3_get_autocommit(handle_.get()) == 0; }
+    bool inTransaction() const { return sqlite3_get_autocommit(mHandle.get()) == 0; }
 
 private:
     struct Close {
         void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
     };
-    std::unique_ptr<sqlite3, Close> handle_;
+    std::unique_ptr<sqlite3, Close> mHandle;
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

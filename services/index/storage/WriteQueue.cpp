@@ -1,19 +1,19 @@
 #include "storage/WriteQueue.h"
 
-#include "http/ApiError.h"
+#include "base/ApiError.h"
 
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
 #include <exception>
 
-namespace kestrel {
+namespace kestrel::index {
 
 namespace {
 
-constexpr std::size_t maximumGroup = 256;
+constexpr std::size_t kMaximumGroup = 256;
 /// Readers wait no longer than this many documents take to enter an index.
-constexpr std::size_t publishedAtOnce = 500;
+constexpr std::size_t kPublishedAtOnce = 500;
 
 ApiError storageFailure(const SqliteError& error) {
     if (error.noSpace())
@@ -25,12 +25,12 @@ ApiError storageFailure(const SqliteError& error) {
 } // namespace
 
 std::optional<RowId> WriteBatch::rowOf(const IndexPtr& index, const std::string& id) const {
-    const auto pending = rows_.find(Key(index.get(), id));
-    return pending != rows_.end() ? pending->second : index->rowOf(id);
+    const auto pending = mRows.find(Key(index.get(), id));
+    return pending != mRows.end() ? pending->second : index->rowOf(id);
 }
 
 StoredDocument WriteBatch::load(RowId row) {
-    auto document = store_.readForWrite(row);
+    auto document = mStore.readForWrite(row);
     if (!document)
         throw ApiError(500, "i_o_exception", fmt::format("row [{}] is missing from the store", row));
     return std::move(*document);
@@ -39,7 +39,7 @@ StoredDocument WriteBatch::load(RowId row) {
 RowId WriteBatch::add(const IndexPtr& index, const std::string& id, std::string_view source,
                       Prepared content) {
     const RowId row = index->takeRow();
-    store_.insert(row, id, 1, source);
+    mStore.insert(row, id, 1, source);
     setRow(index, id, row);
     change(index, {id, std::nullopt, DocumentChange::State{row, std::move(content)}});
     return row;
@@ -48,9 +48,9 @@ RowId WriteBatch::add(const IndexPtr& index, const std::string& id, std::string_
 RowId WriteBatch::replace(const IndexPtr& index, const StoredDocument& old, RowId oldRow,
                           std::string_view source, Prepared content) {
     const RowId row = index->takeRow();
-    retired_.retire(*index, oldRow, old);
-    store_.remove(oldRow);
-    store_.insert(row, old.id, old.version + 1, source);
+    mRetired.retire(*index, oldRow, old);
+    mStore.remove(oldRow);
+    mStore.insert(row, old.id, old.version + 1, source);
     setRow(index, old.id, row);
     change(index, {old.id, DocumentChange::State{oldRow, index->prepare(parseJson(old.source), old.id)},
                    DocumentChange::State{row, std::move(content)}});
@@ -58,60 +58,60 @@ RowId WriteBatch::replace(const IndexPtr& index, const StoredDocument& old, RowI
 }
 
 void WriteBatch::remove(const IndexPtr& index, const StoredDocument& old, RowId oldRow) {
-    retired_.retire(*index, oldRow, old);
-    store_.remove(oldRow);
+    mRetired.retire(*index, oldRow, old);
+    mStore.remove(oldRow);
     setRow(index, old.id, std::nullopt);
     change(index, {old.id, DocumentChange::State{oldRow, index->prepare(parseJson(old.source), old.id)},
                    std::nullopt});
 }
 
 void WriteBatch::afterCommit(std::function<void()> action) {
-    steps_.push_back({nullptr, {}, std::move(action)});
+    mSteps.push_back({nullptr, {}, std::move(action)});
 }
 
 void WriteBatch::setRow(const IndexPtr& index, const std::string& id, std::optional<RowId> row) {
     Key key(index.get(), id);
-    const auto [place, inserted] = rows_.try_emplace(key, row);
-    undo_.emplace_back(std::move(key), inserted ? std::nullopt : std::optional(place->second));
+    const auto [place, inserted] = mRows.try_emplace(key, row);
+    mUndo.emplace_back(std::move(key), inserted ? std::nullopt : std::optional(place->second));
     place->second = row;
 }
 
 void WriteBatch::change(const IndexPtr& index, DocumentChange change) {
-    steps_.push_back({index, std::move(change), {}});
+    mSteps.push_back({index, std::move(change), {}});
 }
 
 void WriteBatch::revert(Mark mark) {
-    steps_.resize(mark.steps);
-    for (; undo_.size() > mark.undo; undo_.pop_back()) {
-        auto& [key, before] = undo_.back();
+    mSteps.resize(mark.steps);
+    for (; mUndo.size() > mark.undo; mUndo.pop_back()) {
+        auto& [key, before] = mUndo.back();
         if (before)
-            rows_[key] = *before;
+            mRows[key] = *before;
         else
-            rows_.erase(key);
+            mRows.erase(key);
     }
 }
 
 void WriteBatch::storeMappings() {
-    for (const Step& step : steps_) {
+    for (const Step& step : mSteps) {
         if (!step.index) continue;
         const std::uint64_t version = step.index->mappingVersion();
         if (version == step.index->storedMappingVersion()) continue;
-        store_.updateMappings(step.index->info().number, step.index->mappings());
+        mStore.updateMappings(step.index->info().number, step.index->mappings());
         step.index->setStoredMappingVersion(version);
     }
 }
 
 void WriteBatch::publish() {
     std::vector<DocumentChange> changes;
-    for (std::size_t i = 0; i < steps_.size(); ++i) {
-        Step& step = steps_[i];
+    for (std::size_t i = 0; i < mSteps.size(); ++i) {
+        Step& step = mSteps[i];
         if (step.action) {
             step.action();
             continue;
         }
         changes.push_back(std::move(step.change));
-        const bool last = i + 1 == steps_.size() || steps_[i + 1].index != step.index;
-        if (last || changes.size() == publishedAtOnce) {
+        const bool last = i + 1 == mSteps.size() || mSteps[i + 1].index != step.index;
+        if (last || changes.size() == kPublishedAtOnce) {
             step.index->apply(changes);
             changes.clear();
         }
@@ -119,26 +119,26 @@ void WriteBatch::publish() {
 }
 
 WriteQueue::WriteQueue(DocumentStore& store, RetiredDocuments& retired)
-    : store_(store), retired_(retired), thread_([this] { loop(); }) {
+    : mStore(store), mRetired(retired), mThread([this] { loop(); }) {
 }
 
 WriteQueue::~WriteQueue() {
     {
-        const std::lock_guard lock(mutex_);
-        stopping_ = true;
+        const std::lock_guard lock(mMutex);
+        mStopping = true;
     }
-    arrived_.notify_one();
-    thread_.join();
+    mArrived.notify_one();
+    mThread.join();
 }
 
 void WriteQueue::run(Job job, Sharing sharing) {
     auto entry = std::make_unique<Entry>(Entry{std::move(job), sharing, {}, {}});
     std::future<void> done = entry->done.get_future();
     {
-        const std::lock_guard lock(mutex_);
-        waiting_.push_back(std::move(entry));
+        const std::lock_guard lock(mMutex);
+        mWaiting.push_back(std::move(entry));
     }
-    arrived_.notify_one();
+    mArrived.notify_one();
     done.get();
 }
 
@@ -157,21 +157,21 @@ void WriteQueue::loop() {
 }
 
 std::vector<WriteQueue::EntryPtr> WriteQueue::next() {
-    std::unique_lock lock(mutex_);
-    arrived_.wait(lock, [this] { return stopping_ || !waiting_.empty(); });
+    std::unique_lock lock(mMutex);
+    mArrived.wait(lock, [this] { return mStopping || !mWaiting.empty(); });
     std::vector<EntryPtr> group;
-    while (!waiting_.empty() && group.size() < maximumGroup) {
-        const bool alone = waiting_.front()->sharing == Sharing::alone;
+    while (!mWaiting.empty() && group.size() < kMaximumGroup) {
+        const bool alone = mWaiting.front()->sharing == Sharing::alone;
         if (alone && !group.empty()) break;
-        group.push_back(std::move(waiting_.front()));
-        waiting_.pop_front();
+        group.push_back(std::move(mWaiting.front()));
+        mWaiting.pop_front();
         if (alone) break;
     }
     return group;
 }
 
 void WriteQueue::write(std::vector<EntryPtr>& group) {
-    const std::lock_guard lock(gate_);
+    const std::lock_guard lock(mGate);
     try {
         transact(group);
         return;
@@ -197,28 +197,28 @@ void WriteQueue::write(std::vector<EntryPtr>& group) {
 }
 
 void WriteQueue::transact(std::vector<EntryPtr>& group) {
-    WriteBatch batch(store_, retired_);
+    WriteBatch batch(mStore, mRetired);
     try {
-        store_.begin();
+        mStore.begin();
         for (const EntryPtr& entry : group) {
             const WriteBatch::Mark mark = batch.mark();
-            store_.writer().execute("SAVEPOINT job");
+            mStore.writer().execute("SAVEPOINT job");
             try {
                 entry->job(batch);
-                store_.writer().execute("RELEASE job");
+                mStore.writer().execute("RELEASE job");
             } catch (const SqliteError&) {
                 throw;
             } catch (...) {
                 entry->error = std::current_exception();
-                store_.writer().execute("ROLLBACK TO job; RELEASE job");
+                mStore.writer().execute("ROLLBACK TO job; RELEASE job");
                 batch.revert(mark);
             }
         }
         batch.storeMappings();
-        store_.commit();
+        mStore.commit();
     } catch (const SqliteError&) {
         try {
-            store_.rollback();
+            mStore.rollback();
         } catch (const SqliteError& e) {
             spdlog::error("rolling back failed: {}", e.what());
         }
@@ -227,4 +227,4 @@ void WriteQueue::transact(std::vector<EntryPtr>& group) {
     batch.publish();
 }
 
-} // namespace kestrel
+} // namespace kestrel::index

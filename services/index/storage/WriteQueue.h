@@ -1,6 +1,6 @@
 #pragma once
 
-#include "index/Index.h"
+#include "engine/Index.h"
 #include "storage/DocumentStore.h"
 
 #include <condition_variable>
@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-namespace kestrel {
+namespace kestrel::index {
 
 using IndexPtr = std::shared_ptr<Index>;
 
@@ -31,9 +31,9 @@ public:
 /// afterwards.
 class WriteBatch {
 public:
-    WriteBatch(DocumentStore& store, RetiredDocuments& retired) : store_(store), retired_(retired) {}
+    WriteBatch(DocumentStore& store, RetiredDocuments& retired) : mStore(store), mRetired(retired) {}
 
-    DocumentStore& store() { return store_; }
+    DocumentStore& store() { return mStore; }
     /// The document's row as earlier writes of the batch left it.
     std::optional<RowId> rowOf(const IndexPtr& index, const std::string& id) const;
     StoredDocument load(RowId row);
@@ -59,7 +59,7 @@ private:
     struct Mark {
         std::size_t steps, undo;
     };
-    Mark mark() const { return {steps_.size(), undo_.size()}; }
+    Mark mark() const { return {mSteps.size(), mUndo.size()}; }
     void revert(Mark mark);
 
     struct Step {
@@ -68,11 +68,11 @@ private:
         std::function<void()> action; ///< set: the step is this and not a change
     };
 
-    DocumentStore& store_;
-    RetiredDocuments& retired_;
-    std::vector<Step> steps_;
-    std::map<Key, std::optional<RowId>> rows_;
-    std::vector<std::pair<Key, std::optional<std::optional<RowId>>>> undo_;
+    DocumentStore& mStore;
+    RetiredDocuments& mRetired;
+    std::vector<Step> mSteps;
+    std::map<Key, std::optional<RowId>> mRows;
+    std::vector<std::pair<Key, std::optional<std::optional<RowId>>>> mUndo;
 };
 
 /// One thread writes for all. Jobs that wait while a transaction reaches the disk share the next one, so that
@@ -92,7 +92,7 @@ public:
     void run(Job job, Sharing sharing = Sharing::shared);
 
     /// Keeps documents from changing while it is held.
-    std::unique_lock<std::mutex> pause() { return std::unique_lock(gate_); }
+    std::unique_lock<std::mutex> pause() { return std::unique_lock(mGate); }
 
 private:
     struct Entry {
@@ -108,14 +108,14 @@ private:
     void write(std::vector<EntryPtr>& group);
     void transact(std::vector<EntryPtr>& group);
 
-    DocumentStore& store_;
-    RetiredDocuments& retired_;
-    std::mutex gate_;
-    std::mutex mutex_;
-    std::condition_variable arrived_;
-    std::deque<EntryPtr> waiting_;
-    bool stopping_ = false;
-    std::thread thread_;
+    DocumentStore& mStore;
+    RetiredDocuments& mRetired;
+    std::mutex mGate;
+    std::mutex mMutex;
+    std::condition_variable mArrived;
+    std::deque<EntryPtr> mWaiting;
+    bool mStopping = false;
+    std::thread mThread;
 };
 
-} // namespace kestrel
+} // namespace kestrel::index

@@ -1,0 +1,313 @@
+#include "engine/Analyzer.h"
+
+#include <unicode/uchar.h>
+#include <unicode/uscript.h>
+#include <unicode/utf8.h>
+
+#include <array>
+
+namespace kestrel::index {
+
+namespace {
+
+constexpr std::size_t kMaximumTermUnits = 255;
+
+// ICU's macros convert between signed and unsigned bytes.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wconversion"
+#pragma GCC diagnostic ignored "-Wsign-conversion"
+
+char32_t nextPoint(std::string_view utf8, std::size_t& at) {
+    UChar32 c = 0;
+    U8_NEXT_OR_FFFD(utf8.data(), at, utf8.size(), c);
+    return static_cast<char32_t>(c);
+}
+
+void appendPoint(UChar32 c, std::string& utf8) {
+    char buffer[U8_MAX_LENGTH];
+    int32_t length = 0;
+    U8_APPEND_UNSAFE(buffer, length, c);
+    utf8.append(buffer, static_cast<std::size_t>(length));
+}
+
+#pragma GCC diagnostic pop
+
+/// Word_Break classes, as far as the boundary rules tell them apart; the last four are words by themselves.
+enum class Kind : std::uint8_t {
+    other,
+    space,
+    extend,
+    letter,
+    hebrew,
+    numeric,
+    katakana,
+    joiner, ///< ExtendNumLet, such as "_"
+    midLetter,
+    midNumber,
+    midBoth,
+    singleQuote,
+    doubleQuote,
+    regional,
+    ideograph, ///< Han and hiragana: one term each
+    complex,   ///< scripts without spaces between words
+    emoji,
+    zeroWidthJoiner,
+};
+
+Kind classify(char32_t point) {
+    const auto c = static_cast<UChar32>(point);
+    switch (static_cast<UWordBreakValues>(u_getIntPropertyValue(c, UCHAR_WORD_BREAK))) {
+    case U_WB_ALETTER:
+        return Kind::letter;
+    case U_WB_HEBREW_LETTER:
+        return Kind::hebrew;
+    case U_WB_NUMERIC:
+        return Kind::numeric;
+    case U_WB_KATAKANA:
+        return Kind::katakana;
+    case U_WB_EXTENDNUMLET:
+        return Kind::joiner;
+    case U_WB_MIDLETTER:
+        return Kind::midLetter;
+    case U_WB_MIDNUM:
+        return Kind::midNumber;
+    case U_WB_MIDNUMLET:
+        return Kind::midBoth;
+    case U_WB_SINGLE_QUOTE:
+        return Kind::singleQuote;
+    case U_WB_DOUBLE_QUOTE:
+        return Kind::doubleQuote;
+    case U_WB_REGIONAL_INDICATOR:
+        return Kind::regional;
+    case U_WB_ZWJ:
+        return Kind::zeroWidthJoiner;
+    case U_WB_EXTEND:
+    case U_WB_FORMAT:
+        return u_getIntPropertyValue(c, UCHAR_LINE_BREAK) == U_LB_COMPLEX_CONTEXT ? Kind::complex
+                                                                                  : Kind::extend;
+    case U_WB_CR:
+    case U_WB_LF:
+    case U_WB_NEWLINE:
+    case U_WB_WSEGSPACE:
+        return Kind::space;
+    default:
+        break;
+    }
+    if (u_getIntPropertyValue(c, UCHAR_LINE_BREAK) == U_LB_COMPLEX_CONTEXT) return Kind::complex;
+    UErrorCode status = U_ZERO_ERROR;
+    const UScriptCode script = uscript_getScript(c, &status);
+    if (script == USCRIPT_HAN || script == USCRIPT_HIRAGANA) return Kind::ideograph;
+    if (u_hasBinaryProperty(c, UCHAR_EXTENDED_PICTOGRAPHIC) && c > 0xFF) return Kind::emoji;
+    return Kind::other;
+}
+
+Kind kindOf(char32_t point) {
+    static const auto table = [] {
+        std::array<Kind, 0x800> kinds{};
+        for (char32_t c = 0; c < kinds.size(); ++c)
+            kinds[c] = classify(c);
+        return kinds;
+    }();
+    return point < table.size() ? table[point] : classify(point);
+}
+
+bool isLetter(Kind kind) {
+    return kind == Kind::letter || kind == Kind::hebrew;
+}
+
+bool extends(Kind kind) {
+    return kind == Kind::extend || kind == Kind::zeroWidthJoiner;
+}
+
+bool joinsLetters(Kind kind) {
+    return kind == Kind::midLetter || kind == Kind::midBoth || kind == Kind::singleQuote;
+}
+
+bool joinsNumbers(Kind kind) {
+    return kind == Kind::midNumber || kind == Kind::midBoth || kind == Kind::singleQuote;
+}
+
+struct Symbol {
+    char32_t point;
+    Kind kind;
+};
+
+class Segmenter {
+public:
+    explicit Segmenter(std::string_view utf8) { decode(utf8); }
+
+    std::vector<std::string> terms() {
+        std::size_t start = 0;
+        while (start < mSymbols.size()) {
+            const std::size_t end = wordEnd(start);
+            if (isTerm(start, end)) emit(start, end);
+            start = end;
+        }
+        return std::move(mTerms);
+    }
+
+private:
+    void decode(std::string_view utf8) {
+        mSymbols.reserve(utf8.size());
+        for (std::size_t i = 0; i < utf8.size();) {
+            const char32_t point = nextPoint(utf8, i);
+            mSymbols.push_back({point, kindOf(point)});
+        }
+    }
+
+    /// Position after the marks that follow the symbol at i (they never begin a word of their own).
+    std::size_t afterMarks(std::size_t i) const {
+        ++i;
+        while (i < mSymbols.size() && extends(mSymbols[i].kind))
+            ++i;
+        return i;
+    }
+
+    Kind kindAt(std::size_t i) const { return i < mSymbols.size() ? mSymbols[i].kind : Kind::space; }
+
+    std::size_t wordEnd(std::size_t i) const {
+        switch (mSymbols[i].kind) {
+        case Kind::space:
+            return i + 1;
+        case Kind::complex:
+            return complexEnd(i);
+        case Kind::emoji:
+            return emojiEnd(i);
+        case Kind::regional: {
+            const std::size_t second = afterMarks(i);
+            return kindAt(second) == Kind::regional ? afterMarks(second) : second;
+        }
+        case Kind::letter:
+        case Kind::hebrew:
+        case Kind::numeric:
+        case Kind::katakana:
+        case Kind::joiner:
+            return runEnd(i);
+        default:
+            return afterMarks(i);
+        }
+    }
+
+    std::size_t complexEnd(std::size_t i) const {
+        while (kindAt(i) == Kind::complex || (extends(kindAt(i)) && i < mSymbols.size()))
+            ++i;
+        return i;
+    }
+
+    std::size_t emojiEnd(std::size_t i) const {
+        for (;;) {
+            const std::size_t next = afterMarks(i);
+            if (mSymbols[next - 1].kind != Kind::zeroWidthJoiner || kindAt(next) != Kind::emoji) return next;
+            i = next;
+        }
+    }
+
+    /// Rules WB5 to WB13 of the annex.
+    std::size_t runEnd(std::size_t i) const {
+        Kind current = mSymbols[i].kind;
+        std::size_t next = afterMarks(i);
+        for (;;) {
+            const Kind following = kindAt(next);
+            if (continues(current, following)) {
+                current = following;
+                next = afterMarks(next);
+                continue;
+            }
+            if (next >= mSymbols.size()) return next;
+            const std::size_t beyond = afterMarks(next);
+            const Kind after = kindAt(beyond);
+            const bool bridged =
+                (isLetter(current) && joinsLetters(following) && isLetter(after)) ||
+                (current == Kind::numeric && joinsNumbers(following) && after == Kind::numeric) ||
+                (current == Kind::hebrew && following == Kind::doubleQuote && after == Kind::hebrew);
+            if (bridged) {
+                current = after;
+                next = afterMarks(beyond);
+                continue;
+            }
+            return current == Kind::hebrew && following == Kind::singleQuote ? beyond : next;
+        }
+    }
+
+    static bool continues(Kind current, Kind following) {
+        const bool letterOrNumber = isLetter(current) || current == Kind::numeric;
+        if (letterOrNumber && (isLetter(following) || following == Kind::numeric)) return true;
+        if (current == Kind::katakana && following == Kind::katakana) return true;
+        if (following == Kind::joiner)
+            return letterOrNumber || current == Kind::katakana || current == Kind::joiner;
+        return current == Kind::joiner &&
+               (isLetter(following) || following == Kind::numeric || following == Kind::katakana);
+    }
+
+    bool isTerm(std::size_t start, std::size_t end) const {
+        for (std::size_t i = start; i < end; ++i) {
+            switch (mSymbols[i].kind) {
+            case Kind::letter:
+            case Kind::hebrew:
+            case Kind::numeric:
+            case Kind::katakana:
+            case Kind::ideograph:
+            case Kind::complex:
+            case Kind::emoji:
+                return true;
+            case Kind::regional:
+                return end - start > 1;
+            default:
+                break;
+            }
+        }
+        return false;
+    }
+
+    void emit(std::size_t start, std::size_t end) {
+        std::string term;
+        std::size_t units = 0;
+        for (std::size_t i = start; i < end; ++i) {
+            const std::size_t width = mSymbols[i].point > 0xFFFF ? 2 : 1;
+            if (units + width > kMaximumTermUnits) {
+                mTerms.push_back(std::move(term));
+                term.clear();
+                units = 0;
+            }
+            appendLower(mSymbols[i].point, term);
+            units += width;
+        }
+        mTerms.push_back(std::move(term));
+    }
+
+    static void appendLower(char32_t point, std::string& term) {
+        if (point < 0x80) {
+            term.push_back(static_cast<char>(point >= U'A' && point <= U'Z' ? point + 32 : point));
+            return;
+        }
+        appendPoint(u_tolower(static_cast<UChar32>(point)), term);
+    }
+
+    std::vector<Symbol> mSymbols;
+    std::vector<std::string> mTerms;
+};
+
+} // namespace
+
+std::vector<std::string> analyze(std::string_view utf8) {
+    return Segmenter(utf8).terms();
+}
+
+std::size_t utf16Length(std::string_view utf8) {
+    std::size_t units = 0;
+    for (const char c : utf8) {
+        const auto byte = static_cast<unsigned char>(c);
+        units += byte >= 0xF0 ? 2U : (byte & 0xC0) != 0x80 ? 1U : 0U;
+    }
+    return units;
+}
+
+std::u32string codePoints(std::string_view utf8) {
+    std::u32string points;
+    points.reserve(utf8.size());
+    for (std::size_t i = 0; i < utf8.size();)
+        points.push_back(nextPoint(utf8, i));
+    return points;
+}
+
+} // namespace kestrel::index

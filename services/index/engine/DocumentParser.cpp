@@ -1,0 +1,342 @@
+#include "engine/DocumentParser.h"
+
+#include "base/ApiError.h"
+#include "engine/Analyzer.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <bit>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <optional>
+#include <unordered_map>
+#include <utility>
+
+namespace kestrel::index {
+
+SortableNumber sortable(double value) {
+    const auto bits = std::bit_cast<std::int64_t>(value == 0 ? 0.0 : value);
+    return bits ^ ((bits >> 63) & std::numeric_limits<std::int64_t>::max());
+}
+
+double fromSortable(SortableNumber value) {
+    return std::bit_cast<double>(value ^ ((value >> 63) & std::numeric_limits<std::int64_t>::max()));
+}
+
+namespace {
+
+constexpr std::size_t kMaximumObjectDepth = 20;
+constexpr std::size_t kMaximumKeywordBytes = 32766;
+constexpr std::size_t kVectorFrom = 128;
+constexpr std::size_t kVectorTo = 4096;
+
+std::string preview(const Json& value) {
+    return value.is_string() ? value.get<std::string>()
+                             : value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+/// Arrays of this many decimal numbers are embeddings.
+bool looksLikeVector(const Json& array) {
+    return array.size() >= kVectorFrom && array.size() <= kVectorTo &&
+           std::all_of(array.begin(), array.end(), [](const Json& v) { return v.is_number(); }) &&
+           std::any_of(array.begin(), array.end(), [](const Json& v) { return v.is_number_float(); });
+}
+
+FieldType dynamicType(const Json& value) {
+    if (value.is_boolean()) return FieldType::boolean;
+    if (value.is_number_float()) return FieldType::floating;
+    if (value.is_number()) return FieldType::integer;
+    return FieldType::text;
+}
+
+struct IntegerRange {
+    std::string_view type;
+    std::int64_t low, high;
+};
+
+constexpr IntegerRange kIntegerRanges[] = {
+    {"byte", -128, 127},
+    {"short", -32768, 32767},
+    {"integer", std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()},
+};
+
+} // namespace
+
+class DocumentParser::Collector {
+public:
+    Collector(DocumentParser& parser, SpaceId space) : mParser(parser), mSpace(space) {}
+
+    void object(const Json& object, const std::string& prefix, std::size_t depth,
+                PreparedDocument& document) {
+        if (depth > kMaximumObjectDepth)
+            throw fail(prefix, "object", Json(),
+                       fmt::format("Limit of mapping depth [{}] has been exceeded", kMaximumObjectDepth));
+        for (const auto& [key, value] : object.items()) {
+            if (key.empty() || key.front() == '.' || key.back() == '.' || key.find("..") != std::string::npos)
+                throw fail(
+                    prefix + key, "object", Json(),
+                    fmt::format("field name cannot be an empty string or hold an empty part: [{}]", key));
+            field(value, prefix + key, depth, document);
+        }
+    }
+
+    std::vector<PreparedField> take() {
+        std::vector<PreparedField> prepared;
+        for (Entry& entry : mEntries)
+            finish(entry, prepared);
+        return prepared;
+    }
+
+private:
+    struct Entry {
+        FieldId id;
+        const Field& field;
+        std::vector<std::string> texts;
+        NumberContent numbers;
+        VectorContent vector;
+    };
+
+    void field(const Json& value, const std::string& path, std::size_t depth, PreparedDocument& document) {
+        if (value.is_null()) return;
+        if (value.is_array()) {
+            array(value, path, depth, document);
+        } else if (value.is_object()) {
+            const FieldId id = mParser.mFields.resolve(path, FieldType::object, mSpace);
+            inner(mParser.mFields.field(id), value, path, depth, document);
+        } else {
+            scalar(entryFor(path, dynamicType(value)), value);
+        }
+    }
+
+    void array(const Json& values, const std::string& path, std::size_t depth, PreparedDocument& document) {
+        if (depth > kMaximumObjectDepth) throw fail(path, "array", Json(), "arrays are nested too deeply");
+        if (!values.empty() && values.front().is_number()) {
+            Entry& entry = entryFor(path, looksLikeVector(values) ? FieldType::vector : arrayType(values));
+            if (entry.field.type == FieldType::vector) {
+                vector(entry, values);
+                return;
+            }
+            for (const Json& value : values) {
+                if (value.is_array() || value.is_object()) throw mismatch(entry, value);
+                if (!value.is_null()) scalar(entry, value);
+            }
+            return;
+        }
+        for (const Json& value : values)
+            field(value, path, depth + 1, document);
+    }
+
+    static FieldType arrayType(const Json& values) {
+        const bool decimal =
+            std::any_of(values.begin(), values.end(), [](const Json& v) { return v.is_number_float(); });
+        return decimal ? FieldType::floating : FieldType::integer;
+    }
+
+    void inner(const Field& field, const Json& value, const std::string& path, std::size_t depth,
+               PreparedDocument& document) {
+        if (field.type == FieldType::object) {
+            object(value, path + ".", depth + 1, document);
+        } else if (field.type == FieldType::nested) {
+            Collector child(mParser, field.ownSpace);
+            child.object(value, path + ".", depth + 1, document);
+            document.children.push_back({field.ownSpace, child.take()});
+        } else {
+            throw fail(path, field.typeName, value, "Can't get text on a START_OBJECT");
+        }
+    }
+
+    Entry& entryFor(const std::string& path, FieldType ifNew) {
+        const auto known = mByPath.find(path);
+        if (known != mByPath.end()) return mEntries[known->second];
+        const FieldId id = mParser.mFields.resolve(path, ifNew, mSpace);
+        mByPath.emplace(path, mEntries.size());
+        mEntries.push_back({id, mParser.mFields.field(id), {}, {}, {}});
+        return mEntries.back();
+    }
+
+    void scalar(Entry& entry, const Json& value) {
+        switch (entry.field.type) {
+        case FieldType::text:
+        case FieldType::keyword:
+            entry.texts.push_back(preview(value));
+            break;
+        case FieldType::boolean:
+            entry.numbers.push_back(boolean(entry, value) ? 1 : 0);
+            break;
+        case FieldType::integer:
+            entry.numbers.push_back(integer(entry, value));
+            break;
+        case FieldType::floating:
+            entry.numbers.push_back(floating(entry, value));
+            break;
+        case FieldType::vector:
+            throw mismatch(entry, value);
+        case FieldType::object:
+        case FieldType::nested:
+            throw fail(
+                entry.field.path, entry.field.typeName, value,
+                fmt::format("object mapping for [{0}] tried to parse field [{0}] as object, but found a "
+                            "concrete value",
+                            entry.field.path));
+        }
+    }
+
+    bool boolean(const Entry& entry, const Json& value) const {
+        if (value == true || value == "true") return true;
+        if (value == false || value == "false" || value == "") return false;
+        throw fail(
+            entry.field.path, "boolean", value,
+            fmt::format("Failed to parse value [{}] as only [true] or [false] are allowed.", preview(value)));
+    }
+
+    std::optional<double> number(const Json& value) const {
+        if (value.is_number()) return value.get<double>();
+        if (!value.is_string()) return std::nullopt;
+        const auto& text = value.get_ref<const std::string&>();
+        double parsed = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
+        if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+        return parsed;
+    }
+
+    SortableNumber integer(const Entry& entry, const Json& value) const {
+        if (value.is_number_unsigned() && value.get<std::uint64_t>() > std::uint64_t{INT64_MAX})
+            throw outOfRange(entry, value);
+        if (value.is_number_integer()) return inRange(entry, value, value.get<std::int64_t>());
+        if (value.is_string()) {
+            const auto& text = value.get_ref<const std::string&>();
+            std::int64_t parsed = 0;
+            const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
+            if (error == std::errc() && end == text.data() + text.size())
+                return inRange(entry, value, parsed);
+        }
+        const auto parsed = number(value);
+        if (!parsed || !std::isfinite(*parsed)) throw mismatch(entry, value);
+        if (std::abs(*parsed) >= 9.2e18) throw outOfRange(entry, value);
+        return inRange(entry, value, static_cast<std::int64_t>(*parsed));
+    }
+
+    SortableNumber inRange(const Entry& entry, const Json& value, std::int64_t number) const {
+        for (const IntegerRange& range : kIntegerRanges)
+            if (range.type == entry.field.typeName && (number < range.low || number > range.high))
+                throw outOfRange(entry, value);
+        return number;
+    }
+
+    SortableNumber floating(const Entry& entry, const Json& value) const {
+        const auto parsed = number(value);
+        if (!parsed || !std::isfinite(*parsed)) throw mismatch(entry, value);
+        const bool single = entry.field.typeName != "double";
+        return sortable(single ? static_cast<double>(static_cast<float>(*parsed)) : *parsed);
+    }
+
+    void vector(Entry& entry, const Json& values) {
+        const std::size_t dimensions = mParser.mFields.dimensions(entry.id, values.size());
+        if (values.size() != dimensions || !entry.vector.empty())
+            throw fail(
+                entry.field.path, "dense_vector", Json(),
+                fmt::format("The [dense_vector] field [{}] in doc [document with id '{}'] has a different "
+                            "number of dimensions [{}] than defined in the mapping [{}]",
+                            entry.field.path, mParser.mDocumentId, values.size(), dimensions));
+        for (const Json& value : values) {
+            if (!value.is_number()) throw mismatch(entry, value);
+            entry.vector.push_back(value.get<float>());
+        }
+    }
+
+    void finish(Entry& entry, std::vector<PreparedField>& prepared) {
+        const Field& field = entry.field;
+        if (field.type == FieldType::text) {
+            prepared.push_back({entry.id, textContent(entry.texts)});
+            if (field.keyword) {
+                const Field& sub = mParser.mFields.field(*field.keyword);
+                keyword(*field.keyword, sub, std::move(entry.texts), prepared);
+            }
+        } else if (field.type == FieldType::keyword) {
+            keyword(entry.id, field, std::move(entry.texts), prepared);
+        } else if (field.type == FieldType::vector) {
+            prepared.push_back({entry.id, std::move(entry.vector)});
+        } else if (field.type == FieldType::boolean) {
+            KeywordContent values;
+            for (const SortableNumber value : entry.numbers)
+                values.emplace_back(value != 0 ? "true" : "false");
+            keyword(entry.id, field, std::move(values), prepared);
+        } else if (!entry.numbers.empty()) {
+            prepared.push_back({entry.id, std::move(entry.numbers)});
+        }
+    }
+
+    void keyword(FieldId id, const Field& field, std::vector<std::string> values,
+                 std::vector<PreparedField>& prepared) const {
+        std::erase_if(values, [&](const std::string& value) {
+            return field.ignoreAbove != SIZE_MAX && utf16Length(value) > field.ignoreAbove;
+        });
+        for (const std::string& value : values)
+            if (value.size() > kMaximumKeywordBytes)
+                throw illegalArgument(fmt::format(
+                    "Document contains at least one immense term in field=\"{}\" (whose UTF8 encoding "
+                    "is longer than the max length {})",
+                    field.path, kMaximumKeywordBytes));
+        std::sort(values.begin(), values.end());
+        values.erase(std::unique(values.begin(), values.end()), values.end());
+        if (!values.empty()) prepared.push_back({id, std::move(values)});
+    }
+
+    static TextContent textContent(const std::vector<std::string>& texts) {
+        TextContent content;
+        std::vector<std::string> terms;
+        for (const std::string& text : texts)
+            for (std::string& term : analyze(text))
+                terms.push_back(std::move(term));
+        content.length = static_cast<std::uint32_t>(terms.size());
+        std::sort(terms.begin(), terms.end());
+        for (std::string& term : terms) {
+            if (!content.terms.empty() && content.terms.back().term == term)
+                ++content.terms.back().count;
+            else
+                content.terms.push_back({std::move(term), 1});
+        }
+        return content;
+    }
+
+    ApiError mismatch(const Entry& entry, const Json& value) const {
+        return fail(entry.field.path, entry.field.typeName, value,
+                    fmt::format("For input string: \"{}\"", preview(value)));
+    }
+
+    ApiError outOfRange(const Entry& entry, const Json& value) const {
+        return fail(
+            entry.field.path, entry.field.typeName, value,
+            fmt::format("Value [{}] is out of range for type [{}]", preview(value), entry.field.typeName));
+    }
+
+    ApiError fail(const std::string& path, const std::string& type, const Json& value,
+                  const std::string& because) const {
+        std::string reason = fmt::format("failed to parse field [{}] of type [{}] in document with id '{}'",
+                                         path, type, mParser.mDocumentId);
+        if (!value.is_null()) reason += fmt::format(". Preview of field's value: '{}'", preview(value));
+        return {400,
+                "document_parsing_exception",
+                reason,
+                {{"caused_by", {{"type", "illegal_argument_exception"}, {"reason", because}}}}};
+    }
+
+    DocumentParser& mParser;
+    SpaceId mSpace;
+    std::vector<Entry> mEntries;
+    std::unordered_map<std::string, std::size_t> mByPath;
+};
+
+PreparedDocument DocumentParser::parse(const Json& document) {
+    if (!document.is_object())
+        throw ApiError(400, "document_parsing_exception", "Malformed content, must start with an object");
+    PreparedDocument prepared;
+    Collector collector(*this, 0);
+    collector.object(document, "", 1, prepared);
+    prepared.fields = collector.take();
+    return prepared;
+}
+
+} // namespace kestrel::index

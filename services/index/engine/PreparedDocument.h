@@ -1,0 +1,46 @@
+#pragma once
+
+#include "engine/Mapping.h"
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace kestrel::index {
+
+/// Numbers and booleans in a form whose integer order is their own order.
+using SortableNumber = std::int64_t;
+
+SortableNumber sortable(double value);
+double fromSortable(SortableNumber value);
+
+struct TermCount {
+    std::string term;
+    std::uint32_t count;
+};
+
+struct TextContent {
+    std::vector<TermCount> terms;
+    std::uint32_t length = 0;
+};
+using KeywordContent = std::vector<std::string>; ///< distinct values
+using NumberContent = std::vector<SortableNumber>;
+using VectorContent = std::vector<float>;
+
+struct PreparedField {
+    FieldId field;
+    std::variant<TextContent, KeywordContent, NumberContent, VectorContent> content;
+};
+
+/// A document taken apart into what the index keeps of it.
+struct PreparedDocument {
+    struct Child {
+        SpaceId space;
+        std::vector<PreparedField> fields;
+    };
+    std::vector<PreparedField> fields;
+    std::vector<Child> children; ///< one for each nested object
+};
+
+} // namespace kestrel::index

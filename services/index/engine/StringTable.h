@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kestrel::index {
+
+/// Numbers distinct strings in order of arrival. Strings lie back to back in one arena and the hash table
+/// holds four bytes a slot, which keeps millions of terms and identifiers small.
+class StringTable {
+public:
+    static constexpr std::uint32_t kAbsent = UINT32_MAX;
+
+    std::uint32_t find(std::string_view text) const;
+    std::uint32_t findOrAdd(std::string_view text);
+    std::string_view at(std::uint32_t number) const {
+        return std::string_view(mArena).substr(mOffsets[number], mOffsets[number + 1] - mOffsets[number]);
+    }
+    std::uint32_t size() const { return static_cast<std::uint32_t>(mOffsets.size() - 1); }
+
+private:
+    std::size_t slotOf(std::string_view text) const;
+    void grow();
+
+    std::string mArena;
+    std::vector<std::uint64_t> mOffsets{0};
+    std::vector<std::uint32_t> mSlots;
+};
+
+} // namespace kestrel::index
