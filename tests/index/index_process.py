@@ -91,12 +91,14 @@ class Client:
 
 
 class IndexProcess:
-    def __init__(self, data: Path, *arguments: str, prepare: Optional[Callable[[], None]] = None) -> None:
+    def __init__(
+        self, data: Path, *arguments: str, prepare: Optional[Callable[[], None]] = None, binary: Path = BINARY
+    ) -> None:
         self.data = data
         self.workspace = tempfile.TemporaryDirectory()
         self.ready = Path(self.workspace.name) / "ready.json"
         self.log = Path(self.workspace.name) / "log"
-        command = [str(BINARY), "--data", str(data), "--ready-file", str(self.ready)]
+        command = [str(binary), "--data", str(data), "--ready-file", str(self.ready)]
         if "--port" not in arguments:
             command += ["--port", "0"]
         with self.log.open("w") as log:
