@@ -1,8 +1,8 @@
 /// The command-line host: reads the command line and calls the command.
 
-#include "apps/kestrel/Failure.h"
-#include "apps/kestrel/Output.h"
+#include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/terminal/Output.h"
 #include "kestrelml/core/KsNNVersion.h"
 
 #include <CLI/CLI.hpp>

@@ -1,6 +1,6 @@
-#include "apps/kestrel/AudioReader.h"
+#include "apps/kestrel/media/AudioReader.h"
 
-#include "apps/kestrel/Failure.h"
+#include "apps/kestrel/base/Failure.h"
 
 #include <Poco/TemporaryFile.h>
 #include <fmt/format.h>
@@ -38,7 +38,7 @@ protected:
     static double firstSound(const std::vector<std::int16_t>& samples) {
         const auto loud = std::find_if(samples.begin(), samples.end(),
                                        [](std::int16_t sample) { return std::abs(sample) > 1000; });
-        return static_cast<double>(loud - samples.begin()) / sampleRate;
+        return static_cast<double>(loud - samples.begin()) / kSampleRate;
     }
 
     std::string failure(const fs::path& file) const {
@@ -54,16 +54,16 @@ protected:
 };
 
 // A second of silence, then a tone.
-const char* const lateTone = "-f lavfi -i \"aevalsrc=0.5*gt(t\\,1)*sin(2000*t):s=44100:c=stereo:d=3\"";
+const char* const kLateTone = "-f lavfi -i \"aevalsrc=0.5*gt(t\\,1)*sin(2000*t):s=44100:c=stereo:d=3\"";
 
 TEST_F(AudioReaderTest, EveryContainerGivesMonoAtSixteenThousand) {
-    const std::string video = std::string("-f lavfi -i testsrc=d=3:s=64x64 ") + lateTone;
+    const std::string video = std::string("-f lavfi -i testsrc=d=3:s=64x64 ") + kLateTone;
     for (const auto& [name, arguments] :
-         {std::pair{"tone.wav", std::string(lateTone)}, std::pair{"tone.mp3", std::string(lateTone)},
+         {std::pair{"tone.wav", std::string(kLateTone)}, std::pair{"tone.mp3", std::string(kLateTone)},
           std::pair{"tone.mp4", video}, std::pair{"tone.mkv", video + " -c:a flac"}}) {
         AudioReader reader(make(name, arguments));
         const auto samples = readAll(reader);
-        EXPECT_NEAR(static_cast<double>(samples.size()) / sampleRate, 3.0, 0.1) << name;
+        EXPECT_NEAR(static_cast<double>(samples.size()) / kSampleRate, 3.0, 0.1) << name;
         EXPECT_NEAR(firstSound(samples), 1.0, 0.03) << name;
         EXPECT_NEAR(reader.claimedDuration(), 3.0, 0.1) << name;
         EXPECT_EQ(reader.damagedPieces(), 0U) << name;
@@ -73,20 +73,20 @@ TEST_F(AudioReaderTest, EveryContainerGivesMonoAtSixteenThousand) {
 
 TEST_F(AudioReaderTest, SoundThatBeginsLateKeepsItsTime) {
     const fs::path file =
-        make("late.mkv", std::string("-f lavfi -i testsrc=d=6:s=64x64 -itsoffset 2.5 ") + lateTone);
+        make("late.mkv", std::string("-f lavfi -i testsrc=d=6:s=64x64 -itsoffset 2.5 ") + kLateTone);
     AudioReader reader(file);
     EXPECT_NEAR(firstSound(readAll(reader)), 3.5, 0.03);
 }
 
 TEST_F(AudioReaderTest, ADamagedFileGivesWhatIsLeft) {
-    const fs::path file = make("tone.flac", lateTone);
+    const fs::path file = make("tone.flac", kLateTone);
     std::fstream bytes(file, std::ios::in | std::ios::out | std::ios::binary);
     const auto half = static_cast<std::streamoff>(fs::file_size(file) / 2);
     bytes.seekp(half);
     bytes << std::string(500, '\x55');
     bytes.close();
     AudioReader reader(file);
-    EXPECT_GT(readAll(reader).size(), static_cast<std::size_t>(sampleRate));
+    EXPECT_GT(readAll(reader).size(), static_cast<std::size_t>(kSampleRate));
     EXPECT_GT(reader.damagedPieces(), 0U);
 }
 

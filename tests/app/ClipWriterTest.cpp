@@ -1,6 +1,6 @@
-#include "apps/kestrel/ClipWriter.h"
+#include "apps/kestrel/clips/ClipWriter.h"
 
-#include "apps/kestrel/QuietPoint.h"
+#include "apps/kestrel/media/QuietPoint.h"
 
 #include <gmock/gmock.h>
 

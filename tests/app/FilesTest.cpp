@@ -1,8 +1,8 @@
-#include "apps/kestrel/Files.h"
+#include "apps/kestrel/base/Files.h"
 
-#include "apps/kestrel/Catalogue.h"
-#include "apps/kestrel/Failure.h"
-#include "apps/kestrel/Identity.h"
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/home/Catalogue.h"
+#include "apps/kestrel/home/Identity.h"
 
 #include <Poco/TemporaryFile.h>
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "apps/kestrel/HtmlPage.h"
+#include "apps/kestrel/script/HtmlPage.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
-#include "apps/kestrel/Process.h"
+#include "apps/kestrel/services/Process.h"
 
-#include "apps/kestrel/Failure.h"
-#include "apps/kestrel/Files.h"
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/base/Files.h"
 
 #include <Poco/TemporaryFile.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "apps/kestrel/Script.h"
+#include "apps/kestrel/script/Script.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
-#include "apps/kestrel/Timecode.h"
+#include "apps/kestrel/base/Timecode.h"
 
-#include "apps/kestrel/Failure.h"
+#include "apps/kestrel/base/Failure.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "apps/kestrel/Engine.h"
-#include "apps/kestrel/Script.h"
+#include "apps/kestrel/script/Script.h"
+#include "apps/kestrel/services/Engine.h"
 
 #include <filesystem>
 #include <string>

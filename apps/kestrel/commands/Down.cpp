@@ -1,7 +1,7 @@
-#include "apps/kestrel/Failure.h"
-#include "apps/kestrel/Output.h"
-#include "apps/kestrel/Services.h"
+#include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/services/Services.h"
+#include "apps/kestrel/terminal/Output.h"
 
 #include <fmt/format.h>
 

@@ -1,12 +1,12 @@
-#include "apps/kestrel/Catalogue.h"
-#include "apps/kestrel/Failure.h"
-#include "apps/kestrel/Identity.h"
-#include "apps/kestrel/Json.h"
-#include "apps/kestrel/Output.h"
-#include "apps/kestrel/Store.h"
-#include "apps/kestrel/Timecode.h"
-#include "apps/kestrel/Transcript.h"
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/base/Timecode.h"
+#include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/home/Catalogue.h"
+#include "apps/kestrel/home/Identity.h"
+#include "apps/kestrel/services/Store.h"
+#include "apps/kestrel/terminal/Output.h"
 
 #include <fmt/format.h>
 
@@ -21,7 +21,7 @@ namespace {
 
 /// The index ranks segments roughly, the library scores those that it is given; we look well beyond what we
 /// show.
-constexpr int segmentsToLookAt = 1000;
+constexpr int kSegmentsToLookAt = 1000;
 
 struct Hit {
     std::string clip;
@@ -42,7 +42,7 @@ public:
     std::vector<Hit> run() {
         std::vector<KsNNSearchResults> results;
         check(mStore.Search(mOptions.phrase, mProject, mOptions.threshold, results,
-                            std::max(segmentsToLookAt, mOptions.maxResults), false),
+                            std::max(kSegmentsToLookAt, mOptions.maxResults), false),
               mStore, "the search failed");
         std::stable_sort(results.begin(), results.end(), [](const auto& left, const auto& right) {
             return std::tie(right.score, left.mediaGuid, left.startMS) <

@@ -1,11 +1,11 @@
-#include "apps/kestrel/Catalogue.h"
-#include "apps/kestrel/Failure.h"
-#include "apps/kestrel/Json.h"
-#include "apps/kestrel/Output.h"
-#include "apps/kestrel/Store.h"
-#include "apps/kestrel/Timecode.h"
-#include "apps/kestrel/Transcript.h"
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/base/Timecode.h"
+#include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/home/Catalogue.h"
+#include "apps/kestrel/services/Store.h"
+#include "apps/kestrel/terminal/Output.h"
 
 #include <fmt/format.h>
 

@@ -1,9 +1,9 @@
-#include "apps/kestrel/Failure.h"
-#include "apps/kestrel/Json.h"
-#include "apps/kestrel/Output.h"
-#include "apps/kestrel/Services.h"
-#include "apps/kestrel/Store.h"
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/services/Services.h"
+#include "apps/kestrel/services/Store.h"
+#include "apps/kestrel/terminal/Output.h"
 
 #include <fmt/format.h>
 
@@ -39,7 +39,7 @@ int status(const StatusOptions& options) {
     document->set("home", home.root().string());
     const auto running = Services(home).running();
     bool allGood = true;
-    for (const Service service : allServices) {
+    for (const Service service : kAllServices) {
         const auto found = running.find(service);
         const bool runs = found != running.end();
         const Answer answer = runs ? ask(service, home) : Answer{};
@@ -63,7 +63,7 @@ int status(const StatusOptions& options) {
     }
     if (options.json)
         printResult(document);
-    else if (running.size() < allServices.size())
+    else if (running.size() < kAllServices.size())
         tell("start what is missing with `kestrel up`");
     return allGood ? ExitFine : ExitFailed;
 }

@@ -1,11 +1,11 @@
-#include "apps/kestrel/Credentials.h"
-#include "apps/kestrel/Failure.h"
-#include "apps/kestrel/Files.h"
-#include "apps/kestrel/Interrupt.h"
-#include "apps/kestrel/Output.h"
-#include "apps/kestrel/Services.h"
-#include "apps/kestrel/Store.h"
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/home/Credentials.h"
+#include "apps/kestrel/services/Services.h"
+#include "apps/kestrel/services/Store.h"
+#include "apps/kestrel/terminal/Interrupt.h"
+#include "apps/kestrel/terminal/Output.h"
 
 #include <fmt/format.h>
 

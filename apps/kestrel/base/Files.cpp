@@ -1,0 +1,139 @@
+#include "apps/kestrel/base/Files.h"
+
+#include "apps/kestrel/base/Failure.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <sstream>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace fs = std::filesystem;
+
+namespace kestrel {
+
+namespace {
+
+class Descriptor {
+public:
+    Descriptor(const fs::path& file, int flags, unsigned mode)
+        : mValue(::open(file.c_str(), flags | O_CLOEXEC, mode)) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (mValue >= 0) ::close(mValue);
+    }
+    int get() const { return mValue; }
+    int release() { return std::exchange(mValue, -1); }
+
+private:
+    int mValue;
+};
+
+[[noreturn]] void failWriting(const fs::path& file) {
+    throw Failure(fmt::format("cannot write {}: {}", file.string(), std::strerror(errno)));
+}
+
+bool writeAll(int descriptor, const std::string& text) {
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t written = ::write(descriptor, text.data() + done, text.size() - done);
+        if (written < 0 && errno != EINTR) return false;
+        if (written > 0) done += static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+bool isSameFile(int descriptor, const fs::path& file) {
+    struct stat opened {};
+    struct stat named {};
+    return ::fstat(descriptor, &opened) == 0 && ::stat(file.c_str(), &named) == 0 &&
+           opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
+}
+
+} // namespace
+
+std::string readFile(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::ostringstream text;
+    if (in.peek() != std::ifstream::traits_type::eof()) text << in.rdbuf();
+    if (!in.is_open() || in.bad() || fs::is_directory(file))
+        throw Failure(fmt::format("cannot read {}: {}", file.string(),
+                                  fs::is_directory(file) ? "it is a folder" : std::strerror(errno)));
+    return text.str();
+}
+
+void replaceFile(const fs::path& file, const std::string& text, unsigned mode) {
+    const fs::path temporary = fmt::format("{}.{}.tmp", file.string(), ::getpid());
+    {
+        const Descriptor out(temporary, O_WRONLY | O_CREAT | O_TRUNC, mode);
+        if (out.get() < 0) failWriting(file);
+        if (!writeAll(out.get(), text) || ::fsync(out.get()) != 0) {
+            const int reason = errno;
+            ::unlink(temporary.c_str());
+            errno = reason;
+            failWriting(file);
+        }
+    }
+    if (::rename(temporary.c_str(), file.c_str()) != 0) failWriting(file);
+}
+
+FileLock::FileLock(int descriptor, fs::path file) : mDescriptor(descriptor), mFile(std::move(file)) {
+}
+
+FileLock::FileLock(FileLock&& other) noexcept
+    : mDescriptor(std::exchange(other.mDescriptor, -1)), mFile(std::move(other.mFile)) {
+}
+
+FileLock& FileLock::operator=(FileLock&& other) noexcept {
+    std::swap(mDescriptor, other.mDescriptor);
+    std::swap(mFile, other.mFile);
+    return *this;
+}
+
+FileLock::~FileLock() {
+    if (mDescriptor >= 0) ::close(mDescriptor);
+}
+
+std::optional<FileLock> FileLock::takeWith(const fs::path& file, int flockMode) {
+    while (true) {
+        Descriptor lock(file, O_RDWR | O_CREAT, 0600);
+        if (lock.get() < 0) failWriting(file);
+        if (::flock(lock.get(), flockMode) != 0) {
+            if (errno == EWOULDBLOCK) return std::nullopt;
+            if (errno != EINTR) failWriting(file);
+            continue;
+        }
+        if (isSameFile(lock.get(), file)) return FileLock(lock.release(), file);
+    }
+}
+
+FileLock FileLock::take(const fs::path& file) {
+    return *takeWith(file, LOCK_EX);
+}
+
+std::optional<FileLock> FileLock::tryTake(const fs::path& file) {
+    return takeWith(file, LOCK_EX | LOCK_NB);
+}
+
+std::string FileLock::note() const {
+    return readFile(mFile);
+}
+
+void FileLock::setNote(const std::string& text) const {
+    if (::ftruncate(mDescriptor, 0) != 0 || ::lseek(mDescriptor, 0, SEEK_SET) != 0 ||
+        !writeAll(mDescriptor, text))
+        failWriting(mFile);
+}
+
+void FileLock::removeFile() const {
+    ::unlink(mFile.c_str());
+}
+
+} // namespace kestrel

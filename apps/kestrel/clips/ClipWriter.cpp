@@ -1,0 +1,115 @@
+#include "apps/kestrel/clips/ClipWriter.h"
+
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/services/Store.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace kestrel {
+
+namespace {
+
+const char* const kHeldNote = "held\n";
+
+FileLock takeOurs(const Home& home, const std::string& mediaGuid) {
+    auto lock = FileLock::tryTake(home.runFolder() / fmt::format("{}.lock", mediaGuid));
+    if (!lock) throw Failure("another kestrel is writing this clip; try again when it is done");
+    return std::move(*lock);
+}
+
+std::string spaceWarning(const Home& home) {
+    constexpr std::uintmax_t little = std::uintmax_t{16} << 20;
+    std::error_code error;
+    const fs::space_info space = fs::space(home.root(), error);
+    return !error && space.available < little
+               ? fmt::format(" (no space left on the disk of {})", home.root().string())
+               : "";
+}
+
+} // namespace
+
+ClipLock::ClipLock(KsNNDatabase& store, const Home& home, const std::string& mediaGuid, bool takeOver)
+    : mStore(store), mMediaGuid(mediaGuid), mOurs(takeOurs(home, mediaGuid)) {
+    const bool leftBehind = mOurs.note() == kHeldNote;
+    try {
+        lock(takeOver || leftBehind);
+    } catch (const Failure&) {
+        if (!leftBehind) mOurs.removeFile();
+        throw;
+    }
+}
+
+void ClipLock::lock(bool takeOver) {
+    KsNN_ErrorCode code = mStore.LockEntry(mMediaGuid, false);
+    if (code == KsNN_LockConflict && takeOver) {
+        mStore.UnlockEntry(mMediaGuid, false);
+        code = mStore.LockEntry(mMediaGuid, false);
+    }
+    if (code == KsNN_LockConflict)
+        throw Failure(
+            "another program is writing this clip; try again when it is done, or, if it crashed and "
+            "left its lock behind, take it over with --take-over-lock");
+    check(code, mStore, "the clip cannot be locked");
+    mOurs.setNote(kHeldNote);
+}
+
+ClipLock::~ClipLock() {
+    const KsNN_ErrorCode code = mStore.UnlockEntry(mMediaGuid, false);
+    // Somebody may have taken the lock away already: then it is not ours any more either.
+    if (code == KsNN_Success || code == KsNN_LockConflict) mOurs.removeFile();
+}
+
+ClipState clipState(KsNNDatabase& store, const std::string& mediaGuid, const std::string& projectGuid) {
+    const std::string failed = "the store cannot be asked for the clip";
+    int ours = 0;
+    int all = 0;
+    check(store.GetSegmentCount(mediaGuid, projectGuid, ours, false, kSchemaVersion), store, failed);
+    check(store.GetSegmentCount(mediaGuid, "ANY", all, false, kSchemaVersion), store, failed);
+    if (all == 0) return ClipState::Absent;
+    if (ours == 0)
+        throw Failure(
+            "is in the store for another project already; that a clip joins a second project is not "
+            "possible yet");
+    bool complete = false;
+    check(store.GetProgressComplete(mediaGuid, projectGuid, complete, false, kSchemaVersion), store, failed);
+    return complete ? ClipState::Complete : ClipState::Begun;
+}
+
+void continueBehind(const KsNNDB_STTClipEntry& stored, KsNNDB_STTClipEntry& entry) {
+    std::int32_t end = 0;
+    for (const KsNNDBEntrySeg& segment : stored.segments) {
+        if (!segment.wordEndsMS.empty()) end = std::max(end, segment.wordEndsMS.back());
+    }
+    std::erase_if(entry.segments, [&](const KsNNDBEntrySeg& segment) {
+        return segment.wordStartsMS.empty() || segment.wordStartsMS.front() < end;
+    });
+    entry.segments.insert(entry.segments.begin(), stored.segments.begin(), stored.segments.end());
+    std::int32_t number = 0;
+    for (KsNNDBEntrySeg& segment : entry.segments)
+        segment.segment = number++;
+}
+
+void writeClip(KsNNDatabase& store, const Home& home, KsNNDB_STTClipEntry entry, const std::string& mediaGuid,
+               const std::string& projectGuid, ProgressLine& progress) {
+    KsNNDB_STTClipEntry stored;
+    check(store.GetDBContents(mediaGuid, projectGuid, stored, false, kSchemaVersion), store,
+          "the store cannot be asked for the clip");
+    if (!stored.segments.empty()) continueBehind(stored, entry);
+    const std::size_t count = entry.segments.size();
+    for (std::size_t i = stored.segments.size(); i < count; ++i) {
+        check(store.WriteToDB(entry, entry.segments[i], false), store,
+              fmt::format(
+                  "the store did not take segment {} of {}{}; run the same command again to write the rest",
+                  i + 1, count, spaceWarning(home)));
+        progress.show("storing", static_cast<double>(i + 1) / static_cast<double>(count));
+    }
+    check(store.SetProgressComplete(mediaGuid, false, kSchemaVersion, projectGuid), store,
+          "the clip cannot be marked complete" + spaceWarning(home));
+}
+
+} // namespace kestrel

@@ -1,0 +1,60 @@
+#include "apps/kestrel/clips/Transcript.h"
+
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/home/Identity.h"
+#include "apps/kestrel/services/Store.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace kestrel {
+
+namespace {
+
+std::size_t utf8Length(const icu::UnicodeString& text, int units) {
+    std::string utf8;
+    return text.tempSubStringBetween(0, units).toUTF8String(utf8).size();
+}
+
+} // namespace
+
+KsNNDB_STTClipEntry readClip(KsNNDatabase& store, const CatalogueClip& clip) {
+    KsNNDB_STTClipEntry entry;
+    check(store.GetDBContents(clip.id, projectIdentifier(clip.project), entry, false, kSchemaVersion), store,
+          fmt::format("the transcript of {} cannot be read", clip.name));
+    if (entry.segments.empty())
+        throw Failure(
+            fmt::format("the store holds no transcript of {} for project \"{}\"; make one with `kestrel "
+                        "transcribe`",
+                        clip.name, clip.project));
+    return entry;
+}
+
+std::int32_t startOf(const KsNNDBEntrySeg& segment) {
+    return segment.wordStartsMS.empty() ? 0 : segment.wordStartsMS.front();
+}
+
+std::int32_t endOf(const KsNNDBEntrySeg& segment) {
+    return segment.wordEndsMS.empty() ? 0 : segment.wordEndsMS.back();
+}
+
+std::optional<TextSpan> wordSpan(const std::string& text, const std::string& language, int first, int count) {
+    const icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(text);
+    std::vector<int> starts;
+    std::vector<int> ends;
+    KsNNDatabase::get_word_indices_in_string(unicode, language, starts, ends);
+    if (first < 0 || count < 1 || static_cast<std::size_t>(first) >= starts.size()) return std::nullopt;
+    const auto begin = static_cast<std::size_t>(first);
+    const std::size_t last = std::min(begin + static_cast<std::size_t>(count), ends.size()) - 1;
+    return TextSpan{utf8Length(unicode, starts[begin]), utf8Length(unicode, ends[last])};
+}
+
+int countWords(const std::string& text, const std::string& language) {
+    std::vector<icu::UnicodeString> words;
+    KsNNDatabase::get_words_in_string(icu::UnicodeString::fromUTF8(text), language, words);
+    return static_cast<int>(words.size());
+}
+
+} // namespace kestrel

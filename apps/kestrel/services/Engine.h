@@ -1,0 +1,21 @@
+#pragma once
+
+#include "apps/kestrel/home/Home.h"
+#include "kestrelml/stt/KsNNSpeechToTextInterface.h"
+
+#include <memory>
+#include <string>
+
+namespace kestrel {
+
+enum class EngineKind { Service, Embedded };
+
+/// A new engine of the kind, ready for use. Engines of one kind share the running transcription's progress
+/// and cancellation.
+/// @throws Failure when the speech service is not running or the models are missing.
+std::unique_ptr<KsNNSpeechToTextInterface> makeEngine(EngineKind kind, const Home& home);
+
+/// @throws Failure that suggests the code that was meant, or lists those that there are.
+void requireLanguage(KsNNSpeechToTextInterface& engine, const std::string& code);
+
+} // namespace kestrel
