@@ -16,19 +16,21 @@ from pathlib import Path
 import pytest
 from app_under_test import BIN, SPEECH, TRANSCRIPTS, Kestrel, make_media
 
-COMMANDS = ["up", "down", "status", "transcribe", "search", "show", "align"]
+def commands(kestrel: Kestrel) -> list[str]:
+    listed, _, _ = kestrel.good("--help").out.partition("Everything is kept")
+    return re.findall(r"^  ([a-z]+) +[A-Z]", listed, re.MULTILINE)
 
 
-@pytest.mark.parametrize("command", COMMANDS)
-def test_every_command_helps_with_an_example(fresh: Kestrel, command: str) -> None:
-    text = fresh.good(command, "--help").out
-    assert re.search(rf"Examples?:\n  kestrel {command}", text)
+def test_every_command_helps_with_an_example(fresh: Kestrel) -> None:
+    names = commands(fresh)
+    assert {"up", "transcribe", "search"} <= set(names)
+    for command in names:
+        assert re.search(rf"Examples?:\n  kestrel {command}", fresh.good(command, "--help").out), command
 
 
 def test_version_and_overview(fresh: Kestrel) -> None:
     assert re.fullmatch(r"kestrel \d+\.\d+\.\d+\n", fresh.good("--version").out)
-    overview = fresh.good("--help").out
-    assert all(command in overview for command in COMMANDS)
+    assert "To begin with:" in fresh.good("--help").out
     assert not fresh.home.exists()
 
 

@@ -18,7 +18,7 @@ public:
     using Failure::Failure;
 };
 
-/// The user pressed Ctrl-C.
+/// Whoever asked for the work cancelled it, with Ctrl-C for one.
 class Cancelled : public Failure {
 public:
     using Failure::Failure;

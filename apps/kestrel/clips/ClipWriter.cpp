@@ -95,7 +95,7 @@ void continueBehind(const KsNNDB_STTClipEntry& stored, KsNNDB_STTClipEntry& entr
 }
 
 void writeClip(KsNNDatabase& store, const Home& home, KsNNDB_STTClipEntry entry, const std::string& mediaGuid,
-               const std::string& projectGuid, ProgressLine& progress) {
+               const std::string& projectGuid, const Callbacks& callbacks) {
     KsNNDB_STTClipEntry stored;
     check(store.GetDBContents(mediaGuid, projectGuid, stored, false, kSchemaVersion), store,
           "the store cannot be asked for the clip");
@@ -106,7 +106,7 @@ void writeClip(KsNNDatabase& store, const Home& home, KsNNDB_STTClipEntry entry,
               fmt::format(
                   "the store did not take segment {} of {}{}; run the same command again to write the rest",
                   i + 1, count, spaceWarning(home)));
-        progress.show("storing", static_cast<double>(i + 1) / static_cast<double>(count));
+        callbacks.report("storing", static_cast<double>(i + 1) / static_cast<double>(count));
     }
     check(store.SetProgressComplete(mediaGuid, false, kSchemaVersion, projectGuid), store,
           "the clip cannot be marked complete" + spaceWarning(home));

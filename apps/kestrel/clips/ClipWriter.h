@@ -1,8 +1,8 @@
 #pragma once
 
+#include "apps/kestrel/base/Callbacks.h"
 #include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/home/Home.h"
-#include "apps/kestrel/terminal/Output.h"
 #include "kestrelml/store/KsNNDatabase.h"
 
 #include <string>
@@ -41,7 +41,7 @@ ClipState clipState(KsNNDatabase& store, const std::string& mediaGuid, const std
 /// that are stored stay, and the transcript goes on behind them.
 /// @throws Failure when the store refuses something; what was stored before stays.
 void writeClip(KsNNDatabase& store, const Home& home, KsNNDB_STTClipEntry entry, const std::string& mediaGuid,
-               const std::string& projectGuid, ProgressLine& progress);
+               const std::string& projectGuid, const Callbacks& callbacks);
 
 /// Drops the beginning of `entry`, up to where `stored` ends, puts `stored` in its place and renumbers what
 /// follows.

@@ -4,7 +4,6 @@
 #include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/media/QuietPoint.h"
 #include "apps/kestrel/services/Store.h"
-#include "apps/kestrel/terminal/Interrupt.h"
 
 #include <Poco/UUIDGenerator.h>
 #include <fmt/format.h>
@@ -19,18 +18,18 @@ namespace kestrel {
 namespace {
 
 constexpr std::size_t kChunkSamples = std::size_t{30} * kSampleRate;
-/// The speech service gives up a transcription after 15 minutes; longer sound goes to it in parts.
+/// The speech service gives up a transcription after 15 minutes; longer audio goes to it in parts.
 constexpr std::size_t kLongestPart = std::size_t{40} * 60 * kSampleRate;
 constexpr std::chrono::milliseconds kPollPause{300};
 
 /// The service has one progress value and one cancel request for all who use it, so one kestrel of a home
 /// uses it at a time: what is shown and cancelled is then its own.
-FileLock waitForService(const Home& home) {
+FileLock waitForService(const Home& home, const Callbacks& callbacks) {
     const auto file = home.root() / "transcribing.lock";
     auto lock = FileLock::tryTake(file);
-    if (!lock) tell("another kestrel is transcribing; waiting for it");
+    if (!lock) callbacks.note("another kestrel is transcribing; waiting for it");
     for (; !lock; lock = FileLock::tryTake(file)) {
-        throwIfInterrupted();
+        callbacks.throwIfCancelled();
         std::this_thread::sleep_for(kPollPause);
     }
     return std::move(*lock);
@@ -63,12 +62,12 @@ void numberSegments(KsNNDB_STTClipEntry& entry) {
 
 /// The stretch of a clip that one run of the engine transcribes.
 ///
-/// The engine knows it by a name of its own: a kestrel that was killed may have left sound of the same clip
+/// The engine knows it by a name of its own: a kestrel that was killed may have left audio of the same clip
 /// there, or a run that still goes on and will drop what is uploaded under its name.
 class Transcriber::Part {
 public:
-    Part(Transcriber& owner, const ClipKey& clip, std::size_t startSample)
-        : mOwner(owner), mClip(clip),
+    Part(Transcriber& owner, const ClipKey& clip, std::size_t startSample, const Callbacks& callbacks)
+        : mOwner(owner), mClip(clip), mCallbacks(callbacks),
           mName(fmt::format("{}/{}", clip.mediaGuid,
                             Poco::UUIDGenerator::defaultGenerator().createOne().toString())),
           mStart(startSample) {}
@@ -84,14 +83,14 @@ public:
     void upload(const std::vector<std::int16_t>& samples, std::size_t count) {
         KsNNSpeechToTextInterface& engine = *mOwner.mEngine;
         check(engine.ProcessAudio(samples.data(), mLength, count, mName, mClip.projectGuid, false), engine,
-              "the speech engine did not take the sound");
+              "the speech engine refused the audio");
         mLength += count;
     }
 
     KsNNDB_STTClipEntry finish(const std::string& audioTracks) {
         KsNNDB_STTClipEntry entry;
         const KsNN_ErrorCode code = finalize(entry, audioTracks, mOwner.mLanguage);
-        if (code != KsNN_Success) throwIfInterrupted();
+        if (code != KsNN_Success) mCallbacks.throwIfCancelled();
         check(code, *mOwner.mEngine, "the speech engine failed");
         mFinished = true;
         for (KsNNDBEntrySeg& segment : entry.segments)
@@ -106,7 +105,7 @@ private:
                                                   language, false);
     }
 
-    /// To finish in no language is refused, and the sound is dropped.
+    /// To finish in no language is refused, and the audio is dropped.
     void discard() {
         KsNNDB_STTClipEntry nothing;
         finalize(nothing, "", "");
@@ -114,25 +113,26 @@ private:
 
     Transcriber& mOwner;
     const ClipKey& mClip;
+    const Callbacks& mCallbacks;
     std::string mName;
     std::size_t mStart;
     std::size_t mLength = 0;
     bool mFinished = false;
 };
 
-/// Shows the progress of the running transcription, and hands an interrupt on to it, from a thread of its
+/// Reports the progress of the running transcription and passes a cancellation on to it, from a thread of its
 /// own.
 class Transcriber::Watch {
 public:
-    Watch(KsNNSpeechToTextInterface& observer, ProgressLine& progress, double from, double to)
-        : mThread([&observer, &progress, from, to](const std::stop_token& stopping) {
+    Watch(KsNNSpeechToTextInterface& observer, const Callbacks& callbacks, double from, double to)
+        : mThread([&observer, &callbacks, from, to](const std::stop_token& stopping) {
               while (!stopping.stop_requested()) {
                   float done = 0.0F;
-                  if (wasInterrupted())
-                      observer.Cancel(
-                          false); // again and again: a run that just begins forgets earlier requests
+                  if (callbacks
+                          .isCancelled()) // again and again: a run that just begins forgets earlier requests
+                      observer.Cancel(false);
                   else if (observer.GetProgress(done, false) == KsNN_Success)
-                      progress.show("transcribing", from + (to - from) * static_cast<double>(done));
+                      callbacks.report("transcribing", from + (to - from) * static_cast<double>(done));
                   std::this_thread::sleep_for(kPollPause);
               }
           }) {}
@@ -147,9 +147,10 @@ Transcriber::Transcriber(EngineKind kind, Home home, std::string language)
     requireLanguage(*mEngine, mLanguage);
 }
 
-KsNNDB_STTClipEntry Transcriber::transcribe(AudioReader& audio, const ClipKey& key, ProgressLine& progress) {
+KsNNDB_STTClipEntry Transcriber::transcribe(AudioReader& audio, const ClipKey& key,
+                                            const Callbacks& callbacks) {
     std::optional<FileLock> turn;
-    if (mKind == EngineKind::Service) turn = waitForService(mHome);
+    if (mKind == EngineKind::Service) turn = waitForService(mHome, callbacks);
     const double total = audio.claimedDuration() * kSampleRate;
     const auto fraction = [&](std::size_t sample) {
         return total > 0 ? static_cast<double>(sample) / total : 0.0;
@@ -157,21 +158,21 @@ KsNNDB_STTClipEntry Transcriber::transcribe(AudioReader& audio, const ClipKey& k
 
     KsNNDB_STTClipEntry whole;
     std::vector<std::int16_t> samples = audio.read(kChunkSamples);
-    if (samples.empty()) throw Failure("holds a sound track, but nothing in it could be decoded");
+    if (samples.empty()) throw Failure("has an audio track, but nothing in it could be decoded");
     std::size_t start = 0;
     for (int number = 1; !samples.empty(); ++number) {
-        Part part(*this, key, start);
+        Part part(*this, key, start, callbacks);
         while (!samples.empty() && part.length() + kChunkSamples < kLongestPart) {
-            throwIfInterrupted();
+            callbacks.throwIfCancelled();
             part.upload(samples, samples.size());
-            progress.show("reading", fraction(part.end()));
+            callbacks.report("reading", fraction(part.end()));
             samples = audio.read(kChunkSamples);
         }
         if (const std::size_t cut = quietestPoint(samples); cut > 0) {
             part.upload(samples, cut);
             samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(cut));
         }
-        const Watch watch(*mObserver, progress, fraction(start), fraction(part.end()));
+        const Watch watch(*mObserver, callbacks, fraction(start), fraction(part.end()));
         appendPart(part.finish(audio.trackDescription()), number, start, whole);
         start = part.end();
     }

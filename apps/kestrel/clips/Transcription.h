@@ -1,8 +1,8 @@
 #pragma once
 
+#include "apps/kestrel/base/Callbacks.h"
 #include "apps/kestrel/media/AudioReader.h"
 #include "apps/kestrel/services/Engine.h"
-#include "apps/kestrel/terminal/Output.h"
 
 #include <memory>
 #include <string>
@@ -18,12 +18,12 @@ struct ClipKey {
 /// Transcribes clips with one engine.
 class Transcriber {
 public:
-    /// @throws Failure when the engine is not to be had or does not know the language.
+    /// @throws Failure when the engine is unavailable or does not know the language.
     Transcriber(EngineKind kind, Home home, std::string language);
 
-    /// Reads the clip's sound to its end and returns its transcript, segments numbered from 0.
-    /// @throws Failure with the engine's reason, Cancelled after an interrupt.
-    KsNNDB_STTClipEntry transcribe(AudioReader& audio, const ClipKey& key, ProgressLine& progress);
+    /// Reads the clip's audio to its end and returns its transcript, segments numbered from 0.
+    /// @throws Failure with the engine's reason, Cancelled.
+    KsNNDB_STTClipEntry transcribe(AudioReader& audio, const ClipKey& key, const Callbacks& callbacks);
 
     const std::string& language() const { return mLanguage; }
 

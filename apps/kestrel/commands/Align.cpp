@@ -3,14 +3,12 @@
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/clips/Transcript.h"
-#include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/commands/Command.h"
+#include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/home/Catalogue.h"
-#include "apps/kestrel/home/Identity.h"
 #include "apps/kestrel/script/HtmlPage.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Output.h"
-#include "kestrelml/align/KsNNAlignment.h"
-#include "kestrelml/align/KsNNTextLines.h"
 
 #include <fmt/format.h>
 
@@ -18,22 +16,27 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <map>
+#include <memory>
 #include <tuple>
 
 namespace kestrel {
 
 namespace {
 
-bool isSpoken(const ScriptLine& line) {
-    icu::UnicodeString text = icu::UnicodeString::fromUTF8(line.text);
-    KsNNDatabase::normalizeForSearch(text);
-    return !text.isEmpty();
-}
+struct AlignOptions {
+    std::filesystem::path script;
+    std::string clip;
+    std::string project; ///< Empty: any.
+    std::string range;   ///< Empty: the whole clip.
+    ScriptFormat format = ScriptFormat::Auto;
+    std::filesystem::path html; ///< Empty: no page.
+    bool json = false;
+};
 
-/// The script's lines, without those that hold no word: the store takes a script of spoken lines only.
 std::vector<ScriptLine> spokenLines(const AlignOptions& options) {
     std::vector<ScriptLine> lines = readScript(readFile(options.script), options.format);
-    std::erase_if(lines, [](const ScriptLine& line) { return !isSpoken(line); });
+    keepSpokenLines(lines);
     if (lines.empty())
         throw Failure(fmt::format("{} holds no spoken line{}", options.script.string(),
                                   options.format == ScriptFormat::Plain ? "" : "; try --format plain"));
@@ -49,32 +52,6 @@ KsNNDB_STTClipEntry readPart(KsNNDatabase& store, const CatalogueClip& clip, std
         throw Failure(fmt::format("nothing is said in {} from {} to {}", clip.name, timecode(startMs),
                                   timecode(endMs)));
     return entry;
-}
-
-PlacedLine place(const ScriptLine& line, const KsNNAlignmentItem& item, const KsNNDB_STTClipEntry& entry,
-                 std::int32_t offsetMs) {
-    PlacedLine placed{.script = line, .score = item.score, .word = ""};
-    if (!placed.isFound()) return placed;
-    placed.startMs = offsetMs + item.startMs;
-    placed.segment = static_cast<std::size_t>(item.lineNumber);
-    placed.wordIndex = item.wordIndex;
-    const KsNNDBEntrySeg& segment = entry.segments.at(placed.segment);
-    if (const auto span = wordSpan(segment.transcript, segment.language, item.wordIndex, 1))
-        placed.word = segment.transcript.substr(span->begin, span->end - span->begin);
-    return placed;
-}
-
-std::vector<PlacedLine> placeLines(KsNNDatabase& store, const std::vector<ScriptLine>& lines,
-                                   const KsNNDB_STTClipEntry& entry, std::int32_t offsetMs) {
-    KsNNTextLines script;
-    for (const ScriptLine& line : lines)
-        script.addLineUTF8(line.text.c_str(), line.number, entry.segments.front().language.c_str());
-    KsNNAlignment alignment;
-    check(store.Align(script, entry, alignment, false), store, "the script cannot be aligned");
-    std::vector<PlacedLine> placed;
-    for (std::size_t i = 0; i < lines.size(); ++i)
-        placed.push_back(place(lines[i], alignment.at(i), entry, offsetMs));
-    return placed;
 }
 
 void printText(const std::vector<PlacedLine>& lines) {
@@ -125,8 +102,6 @@ void writePage(const std::filesystem::path& file, const std::string& page) {
     tell(fmt::format("the page is {}", file.string()));
 }
 
-} // namespace
-
 int align(const AlignOptions& options) {
     std::int32_t startMs = 0;
     std::int32_t endMs = 0;
@@ -150,5 +125,31 @@ int align(const AlignOptions& options) {
     tell(fmt::format("{} of {} lines found", found, lines.size()));
     return ExitFine;
 }
+
+Run setUp(CLI::App& app) {
+    static const std::map<std::string, ScriptFormat> formats{{"auto", ScriptFormat::Auto},
+                                                             {"plain", ScriptFormat::Plain},
+                                                             {"screenplay", ScriptFormat::Screenplay}};
+    auto options = std::make_shared<AlignOptions>();
+    app.add_option("SCRIPT", options->script, "Script: plain text, Fountain, or a screenplay as text")
+        ->required()
+        ->check(CLI::ExistingFile);
+    app.add_option("--clip", options->clip, kClipHelp)->required();
+    addAnyProjectOption(app, options->project);
+    app.add_option("--range", options->range, "Part of the clip, START-END: 1:30-2:45, or in seconds 90-165");
+    app.add_option("--format", options->format, "How the script is written (default: auto)")
+        ->transform(CLI::CheckedTransformer(formats).description("{auto,plain,screenplay}"));
+    app.add_option("--html", options->html, "Also write a page with script and transcript side by side");
+    addJsonFlag(app, options->json);
+    app.footer("Writes line, time, score, the word where the line begins, and the line.\n\n"
+               "Examples:\n  kestrel align scene12.fountain --clip interview.mov\n"
+               "  kestrel align script.txt --clip interview.mov --range 1:30-2:45 --html scene.html");
+    return [options] { return align(*options); };
+}
+
+const CommandRegistration registration({CommandGroup::Transcripts, "align",
+                                        "Find where each line of a script begins in a clip", setUp});
+
+} // namespace
 
 } // namespace kestrel

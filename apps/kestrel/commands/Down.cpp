@@ -1,11 +1,14 @@
 #include "apps/kestrel/base/Failure.h"
-#include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/commands/Command.h"
+#include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/services/Services.h"
 #include "apps/kestrel/terminal/Output.h"
 
 #include <fmt/format.h>
 
 namespace kestrel {
+
+namespace {
 
 int down() {
     const Home home = Home::fromEnvironment();
@@ -16,5 +19,15 @@ int down() {
     if (ended.empty()) tell("no service was running");
     return ExitFine;
 }
+
+Run setUp(CLI::App& app) {
+    app.footer("Example:\n  kestrel down");
+    return down;
+}
+
+const CommandRegistration registration({CommandGroup::Services, "down", "Stop what `kestrel up` started",
+                                        setUp});
+
+} // namespace
 
 } // namespace kestrel

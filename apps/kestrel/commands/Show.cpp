@@ -2,16 +2,25 @@
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/clips/Transcript.h"
-#include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/commands/Command.h"
+#include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Output.h"
 
 #include <fmt/format.h>
 
+#include <memory>
+
 namespace kestrel {
 
 namespace {
+
+struct ShowOptions {
+    std::string clip;
+    std::string project; ///< Empty: any.
+    bool json = false;
+};
 
 Poco::JSON::Array::Ptr numbers(const std::vector<std::int32_t>& values) {
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
@@ -58,8 +67,6 @@ void printText(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry) {
     printResult(text);
 }
 
-} // namespace
-
 int show(const ShowOptions& options) {
     const Home home = Home::fromEnvironment();
     KsNNDatabase store = openStore(home);
@@ -73,5 +80,19 @@ int show(const ShowOptions& options) {
         tell("the transcript is not complete: run `kestrel transcribe` on the file again to complete it");
     return ExitFine;
 }
+
+Run setUp(CLI::App& app) {
+    auto options = std::make_shared<ShowOptions>();
+    app.add_option("CLIP", options->clip, kClipHelp)->required();
+    addAnyProjectOption(app, options->project);
+    addJsonFlag(app, options->json);
+    app.footer("Examples:\n  kestrel show interview.mov\n  kestrel show 3f9a1c77 --json");
+    return [options] { return show(*options); };
+}
+
+const CommandRegistration registration({CommandGroup::Transcripts, "show",
+                                        "Show a clip's transcript with times and speakers", setUp});
+
+} // namespace
 
 } // namespace kestrel

@@ -1,15 +1,23 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Json.h"
-#include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/commands/Command.h"
+#include "apps/kestrel/commands/Options.h"
+#include "apps/kestrel/services/Engine.h"
 #include "apps/kestrel/services/Services.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Output.h"
 
 #include <fmt/format.h>
 
+#include <memory>
+
 namespace kestrel {
 
 namespace {
+
+struct StatusOptions {
+    bool json = false;
+};
 
 struct Answer {
     bool good = false;
@@ -30,8 +38,6 @@ Answer ask(Service service, const Home& home) {
         return {false, failure.what()};
     }
 }
-
-} // namespace
 
 int status(const StatusOptions& options) {
     const Home home = Home::fromEnvironment();
@@ -67,5 +73,17 @@ int status(const StatusOptions& options) {
         tell("start what is missing with `kestrel up`");
     return allGood ? ExitFine : ExitFailed;
 }
+
+Run setUp(CLI::App& app) {
+    auto options = std::make_shared<StatusOptions>();
+    addJsonFlag(app, options->json);
+    app.footer("The exit code is 0 when both answer, else 1.\n\nExample:\n  kestrel status --json");
+    return [options] { return status(*options); };
+}
+
+const CommandRegistration registration({CommandGroup::Services, "status",
+                                        "Show whether the services run and answer", setUp});
+
+} // namespace
 
 } // namespace kestrel

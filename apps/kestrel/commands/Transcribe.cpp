@@ -1,157 +1,127 @@
-#include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/base/Timecode.h"
-#include "apps/kestrel/clips/ClipWriter.h"
-#include "apps/kestrel/clips/Transcript.h"
-#include "apps/kestrel/clips/Transcription.h"
-#include "apps/kestrel/commands/Commands.h"
-#include "apps/kestrel/home/Catalogue.h"
-#include "apps/kestrel/home/Identity.h"
-#include "apps/kestrel/media/AudioReader.h"
-#include "apps/kestrel/services/Store.h"
+#include "apps/kestrel/clips/ClipTranscriber.h"
+#include "apps/kestrel/commands/Command.h"
+#include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/terminal/Interrupt.h"
 #include "apps/kestrel/terminal/Output.h"
+#include "apps/kestrel/terminal/TerminalCallbacks.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <chrono>
-#include <numeric>
+#include <map>
+#include <memory>
 
 namespace kestrel {
 
 namespace {
 
-namespace fs = std::filesystem;
-
-struct Outcome {
-    fs::path file;
-    std::string clip;
-    std::string status;
-    std::string error;
-    std::size_t segments = 0;
-    double seconds = 0.0;
+struct TranscribeOptions {
+    std::vector<std::filesystem::path> files;
+    TranscriptionSettings settings;
+    bool json = false;
 };
 
-Poco::JSON::Object::Ptr toJson(const Outcome& outcome) {
+const char* textOf(FileStatus status) {
+    switch (status) {
+    case FileStatus::Transcribed:
+        return "transcribed";
+    case FileStatus::AlreadyComplete:
+        return "already complete";
+    case FileStatus::Failed:
+        return "failed";
+    case FileStatus::Cancelled:
+        return "cancelled";
+    }
+    return "";
+}
+
+Poco::JSON::Object::Ptr toJson(const FileOutcome& outcome, double seconds) {
     auto object = jsonObject();
     object->set("file", outcome.file.string());
     object->set("name", outcome.file.filename().string());
     object->set("clip", outcome.clip);
-    object->set("status", outcome.status);
+    object->set("status", textOf(outcome.status));
     object->set("segments", outcome.segments);
-    object->set("seconds", outcome.seconds);
+    object->set("seconds", seconds);
     if (!outcome.error.empty()) object->set("error", outcome.error);
     return object;
 }
 
-std::size_t wordCount(const KsNNDB_STTClipEntry& entry) {
-    return std::accumulate(
-        entry.segments.begin(), entry.segments.end(), std::size_t{0},
-        [](std::size_t sum, const KsNNDBEntrySeg& segment) { return sum + segment.wordStartsMS.size(); });
-}
-
-/// One call of `kestrel transcribe`: what its files have in common.
-class Job {
-public:
-    explicit Job(const TranscribeOptions& options)
-        : mOptions(options), mHome(Home::fromEnvironment()), mStore(openStore(mHome)),
-          mTranscriber(options.engine, mHome, options.language),
-          mProject(projectIdentifier(options.project)) {}
-
-    Outcome run(const fs::path& file, std::size_t number) {
-        const auto begin = std::chrono::steady_clock::now();
-        const std::string title =
-            fmt::format("[{}/{}] {}", number, mOptions.files.size(), file.filename().string());
-        Outcome outcome;
-        outcome.file = file;
-        try {
-            transcribeFile(title, outcome);
-        } catch (const Cancelled&) {
-            outcome.status = "cancelled";
-            tell(fmt::format("{}  cancelled; run the same command again to take it up", title));
-        } catch (const std::exception& failure) { // of whatever kind: the other files have their turn
-            outcome.status = "failed";
-            outcome.error = failure.what();
-            tell(fmt::format("{}  failed: {}", title, failure.what()));
-        }
-        const auto taken = std::chrono::steady_clock::now() - begin;
-        outcome.seconds =
-            std::chrono::duration<double>(std::chrono::round<std::chrono::milliseconds>(taken)).count();
-        return outcome;
-    }
-
-    const std::string& projectGuid() const { return mProject; }
-
-private:
-    void transcribeFile(const std::string& title, Outcome& outcome) {
-        outcome.clip = clipIdentifier(outcome.file);
-        if (skipComplete(title, outcome)) return;
-        AudioReader audio(outcome.file); // before the lock: what is not media needs none
-        const ClipLock lock(mStore, mHome, outcome.clip, mOptions.takeOverLock);
-        // Another program may have completed the clip while we were on our way to the lock.
-        if (skipComplete(title, outcome)) return;
-        ProgressLine progress(title);
-        KsNNDB_STTClipEntry entry = mTranscriber.transcribe(audio, {outcome.clip, mProject}, progress);
-        entry.projectName = mOptions.project;
-        entry.clipName = outcome.file.filename().string();
-        entry.clientApp = "kestrel";
-        writeClip(mStore, mHome, entry, outcome.clip, mProject, progress);
-        outcome.status = "transcribed";
-        remember(outcome);
-        outcome.segments = entry.segments.size();
-        progress.done(fmt::format("{} words in {} segments, {}{}", wordCount(entry), entry.segments.size(),
-                                  timecode(endOf(entry.segments.back())), remarks(audio, entry)));
-    }
-
-    bool skipComplete(const std::string& title, Outcome& outcome) {
-        if (clipState(mStore, outcome.clip, mProject) != ClipState::Complete) return false;
-        outcome.status = "already complete";
-        remember(outcome);
-        tell(fmt::format("{}  already complete, skipped", title));
-        return true;
-    }
-
-    void remember(const Outcome& outcome) const {
-        Catalogue(mHome).add({outcome.clip, outcome.file.filename().string(),
-                              fs::absolute(outcome.file).string(), mOptions.project, mOptions.language});
-    }
-
-    static std::string remarks(const AudioReader& audio, const KsNNDB_STTClipEntry& entry) {
-        std::string text;
-        if (wordCount(entry) == 0) text += "; no speech was found";
-        if (audio.damagedPieces() > 0)
-            text += fmt::format("; {} damaged pieces of the file were left out", audio.damagedPieces());
+std::string summaryOf(const FileOutcome& outcome) {
+    switch (outcome.status) {
+    case FileStatus::Transcribed: {
+        std::string text = fmt::format("{} words in {} segments, {}", outcome.words, outcome.segments,
+                                       timecode(outcome.endMs));
+        for (const std::string& warning : outcome.warnings)
+            text += "; " + warning;
         return text;
     }
-
-    const TranscribeOptions& mOptions;
-    Home mHome;
-    KsNNDatabase mStore;
-    Transcriber mTranscriber;
-    std::string mProject;
-};
-
-} // namespace
+    case FileStatus::AlreadyComplete:
+        return "already complete, skipped";
+    case FileStatus::Failed:
+        return "failed: " + outcome.error;
+    case FileStatus::Cancelled:
+        return "cancelled; run the same command again to resume";
+    }
+    return "";
+}
 
 int transcribe(const TranscribeOptions& options) {
+    using Clock = std::chrono::steady_clock;
     catchInterrupts();
-    Job job(options);
+    ClipTranscriber transcriber(options.settings);
     Poco::JSON::Array::Ptr clips = new Poco::JSON::Array;
     bool allFine = true;
     for (std::size_t i = 0; i < options.files.size() && !wasInterrupted(); ++i) {
-        const Outcome outcome = job.run(options.files[i], i + 1);
-        allFine = allFine && outcome.error.empty();
-        clips->add(toJson(outcome));
+        const auto begin = Clock::now();
+        ProgressLine line(
+            fmt::format("[{}/{}] {}", i + 1, options.files.size(), options.files[i].filename().string()));
+        const FileOutcome outcome = transcriber.transcribe(options.files[i], terminalCallbacks(line));
+        line.done(summaryOf(outcome));
+        const auto taken = std::chrono::round<std::chrono::milliseconds>(Clock::now() - begin);
+        clips->add(toJson(outcome, std::chrono::duration<double>(taken).count()));
+        allFine = allFine && outcome.status != FileStatus::Failed;
     }
     if (options.json) {
         auto document = jsonObject();
-        document->set("project", options.project);
-        document->set("projectId", job.projectGuid());
+        document->set("project", options.settings.project);
+        document->set("projectId", transcriber.projectGuid());
         document->set("clips", clips);
         printResult(document);
     }
     if (wasInterrupted()) return ExitCancelled;
     return allFine ? ExitFine : ExitFailed;
 }
+
+Run setUp(CLI::App& app) {
+    static const std::map<std::string, EngineKind> engines{{"service", EngineKind::Service},
+                                                           {"embedded", EngineKind::Embedded}};
+    auto options = std::make_shared<TranscribeOptions>();
+    TranscriptionSettings& settings = options->settings;
+    app.add_option("FILE", options->files, "Anything with audio that FFmpeg reads, video too")->required();
+    addProjectOption(app, settings.project)->required();
+    app.add_option("--language", settings.language, "Code of the language spoken, such as en")->required();
+    app.add_option("--engine", settings.engine,
+                   "Transcribe in the speech service, or embedded in this process (default: service)")
+        ->transform(CLI::CheckedTransformer(engines).description("{service,embedded}"));
+    app.add_flag("--take-over-lock", settings.takeOverLock,
+                 "Write a clip even though another program left it locked");
+    addJsonFlag(app, options->json);
+    app.footer(
+        "A clip is known by its content: a file that is moved or renamed is not transcribed again. After an\n"
+        "interruption the same command resumes. Ctrl-C cancels.\n"
+        "The exit code is 0 when all went well, 1 when some files failed, 130 when cancelled.\n\n"
+        "Examples:\n  kestrel transcribe interview.mov --project Rivers --language en\n"
+        "  kestrel transcribe takes/*.mxf --project Rivers --language fr --engine embedded --json");
+    return [options] { return transcribe(*options); };
+}
+
+const CommandRegistration registration({CommandGroup::Transcripts, "transcribe",
+                                        "Make transcripts of media files and store them", setUp});
+
+} // namespace
 
 } // namespace kestrel

@@ -1,17 +1,26 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Files.h"
-#include "apps/kestrel/commands/Commands.h"
+#include "apps/kestrel/commands/Command.h"
+#include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/home/Credentials.h"
 #include "apps/kestrel/services/Services.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Interrupt.h"
 #include "apps/kestrel/terminal/Output.h"
+#include "apps/kestrel/terminal/TerminalCallbacks.h"
 
 #include <fmt/format.h>
+
+#include <memory>
 
 namespace kestrel {
 
 namespace {
+
+struct UpOptions {
+    int indexPort = 9281;
+    int speechPort = 5000;
+};
 
 bool isPasswordGood(const Home& home, const std::string& uri) {
     try {
@@ -32,20 +41,35 @@ void settlePassword(const Home& home, const std::string& uri, const std::filesys
                         uri, log.string()));
 }
 
-} // namespace
-
 int up(const UpOptions& options) {
     catchInterrupts();
     const Home home = Home::fromEnvironment();
     home.create();
     const Services services(home);
-    const auto started =
-        services.start({{Service::Index, options.indexPort}, {Service::Speech, options.speechPort}});
+    const auto started = services.start(
+        {{Service::Index, options.indexPort}, {Service::Speech, options.speechPort}}, terminalCallbacks());
     for (const auto& [service, running] : services.running())
         tell(fmt::format("{:6}  {}  {} (process {})", nameOf(service), running.uri,
                          started.contains(service) ? "started" : "already running", running.process.pid));
     settlePassword(home, require(home, Service::Index).uri, services.logFile(Service::Index));
     return ExitFine;
 }
+
+Run setUp(CLI::App& app) {
+    auto options = std::make_shared<UpOptions>();
+    const auto addPort = [&](const char* name, int& port, const char* help) {
+        app.add_option(name, port, help)->capture_default_str()->check(CLI::Range(0, 65535));
+    };
+    addPort("--index-port", options->indexPort, "Port of the index service; 0: any free one");
+    addPort("--speech-port", options->speechPort, "Port of the speech service; 0: any free one");
+    app.footer("Both keep running after the terminal is closed, until `kestrel down`. Their logs are in "
+               "$KESTREL_HOME/log.\n\nExamples:\n  kestrel up\n  kestrel up --index-port 0 --speech-port 0");
+    return [options] { return up(*options); };
+}
+
+const CommandRegistration registration({CommandGroup::Services, "up",
+                                        "Start the index service and the speech service", setUp});
+
+} // namespace
 
 } // namespace kestrel

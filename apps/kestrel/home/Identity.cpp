@@ -1,7 +1,6 @@
 #include "apps/kestrel/home/Identity.h"
 
 #include "apps/kestrel/base/Failure.h"
-#include "apps/kestrel/terminal/Interrupt.h"
 
 #include <Poco/Crypto/DigestEngine.h>
 #include <Poco/SHA1Engine.h>
@@ -15,7 +14,7 @@
 
 namespace kestrel {
 
-std::string clipIdentifier(const std::filesystem::path& file) {
+std::string clipIdentifier(const std::filesystem::path& file, const Callbacks& callbacks) {
     if (std::filesystem::is_directory(file)) throw Failure("it is a folder; name the media files in it");
     errno = 0;
     std::ifstream in(file, std::ios::binary);
@@ -23,7 +22,7 @@ std::string clipIdentifier(const std::filesystem::path& file) {
     Poco::Crypto::DigestEngine digest("SHA256");
     std::vector<char> buffer(std::size_t{1} << 20);
     while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() > 0) {
-        throwIfInterrupted();
+        callbacks.throwIfCancelled();
         digest.update(buffer.data(), static_cast<std::size_t>(in.gcount()));
     }
     if (in.bad()) throw Failure(fmt::format("cannot be read to its end: {}", std::strerror(errno)));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "apps/kestrel/base/Callbacks.h"
+
 #include <filesystem>
 #include <string>
 
@@ -7,8 +9,8 @@ namespace kestrel {
 
 /// Identifier of a clip: the SHA-256 of the file's content in hexadecimal digits. A file that is moved,
 /// renamed or copied is the same clip; one that is edited is another.
-/// @throws Failure when the file cannot be read, Cancelled after an interrupt.
-std::string clipIdentifier(const std::filesystem::path& file);
+/// @throws Failure when the file cannot be read, Cancelled.
+std::string clipIdentifier(const std::filesystem::path& file, const Callbacks& callbacks = {});
 /// Identifier of a project: a UUID (version 5) made from its name, the same on every machine.
 std::string projectIdentifier(const std::string& name);
 

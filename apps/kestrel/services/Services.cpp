@@ -3,7 +3,6 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/base/Json.h"
-#include "apps/kestrel/terminal/Interrupt.h"
 
 #include <Poco/Exception.h>
 #include <fmt/format.h>
@@ -79,7 +78,7 @@ Services::Running Services::running() const {
     return found;
 }
 
-Services::Running Services::start(const Ports& ports) const {
+Services::Running Services::start(const Ports& ports, const Callbacks& callbacks) const {
     const FileLock lock = FileLock::take(mHome.root() / "services.lock");
     Running all = running();
     Running started;
@@ -88,7 +87,7 @@ Services::Running Services::start(const Ports& ports) const {
             if (!all.contains(service)) started.emplace(service, spawn(service, ports.at(service)));
         }
         for (auto& [service, process] : started)
-            waitUntilReady(service, process);
+            waitUntilReady(service, process, callbacks);
         all.insert(started.begin(), started.end());
         record(all);
     } catch (const Failure&) {
@@ -131,10 +130,10 @@ RunningService Services::spawn(Service service, int port) const {
     return RunningService{"", startDetached(program, arguments, logFile(service))};
 }
 
-void Services::waitUntilReady(Service service, RunningService& started) const {
+void Services::waitUntilReady(Service service, RunningService& started, const Callbacks& callbacks) const {
     const auto begin = std::chrono::steady_clock::now();
     while (!fs::exists(readyFile(service))) {
-        throwIfInterrupted();
+        callbacks.throwIfCancelled();
         if (!started.process.isRunning())
             throw Failure(fmt::format("the {} service ended while it was starting{}", nameOf(service),
                                       logEnd(service)));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/kestrel/base/Callbacks.h"
 #include "apps/kestrel/home/Home.h"
 #include "apps/kestrel/services/Process.h"
 
@@ -33,8 +34,8 @@ public:
     Running running() const;
     /// Starts what does not run yet and returns what it started. Nothing stays started when one of them
     /// fails.
-    /// @throws Failure with the end of the log when a service does not come up.
-    Running start(const Ports& ports) const;
+    /// @throws Failure with the end of the log when a service does not come up, Cancelled.
+    Running start(const Ports& ports, const Callbacks& callbacks) const;
     /// Ends what `start` started, and nothing else; returns what it ended.
     Running stop() const;
 
@@ -42,7 +43,7 @@ public:
 
 private:
     RunningService spawn(Service service, int port) const;
-    void waitUntilReady(Service service, RunningService& started) const;
+    void waitUntilReady(Service service, RunningService& started, const Callbacks& callbacks) const;
     std::filesystem::path readyFile(Service service) const;
     std::string logEnd(Service service) const;
     void record(const Running& services) const;

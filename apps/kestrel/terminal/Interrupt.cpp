@@ -1,7 +1,5 @@
 #include "apps/kestrel/terminal/Interrupt.h"
 
-#include "apps/kestrel/base/Failure.h"
-
 #include <atomic>
 #include <csignal>
 
@@ -28,10 +26,6 @@ void catchInterrupts() {
 
 bool wasInterrupted() {
     return interrupted;
-}
-
-void throwIfInterrupted() {
-    if (interrupted) throw Cancelled("cancelled");
 }
 
 } // namespace kestrel

@@ -5,7 +5,5 @@ namespace kestrel {
 /// From here on the first Ctrl-C (or SIGTERM) is only noted; the second ends the process.
 void catchInterrupts();
 bool wasInterrupted();
-/// @throws Cancelled after an interrupt.
-void throwIfInterrupted();
 
 } // namespace kestrel

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "apps/kestrel/base/Callbacks.h"
+#include "apps/kestrel/clips/Transcription.h"
+#include "apps/kestrel/home/Home.h"
+#include "kestrelml/store/KsNNDatabase.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace kestrel {
+
+/// What the files of one request have in common.
+struct TranscriptionSettings {
+    std::string project;
+    std::string language;
+    EngineKind engine = EngineKind::Service;
+    bool takeOverLock = false; ///< Write a clip even though another program left it locked.
+};
+
+enum class FileStatus { Transcribed, AlreadyComplete, Failed, Cancelled };
+
+/// What became of one file.
+struct FileOutcome {
+    std::filesystem::path file;
+    std::string clip; ///< Identifier; empty when the file could not be read.
+    FileStatus status = FileStatus::Failed;
+    std::string error; ///< Why it failed.
+    std::size_t segments = 0;
+    std::size_t words = 0;
+    std::int32_t endMs = 0; ///< End of the last word.
+    std::vector<std::string> warnings;
+};
+
+/// Takes media files into the store: decodes, transcribes and writes them.
+class ClipTranscriber {
+public:
+    /// @throws Failure when a service is unavailable or the language is unknown.
+    explicit ClipTranscriber(TranscriptionSettings settings);
+
+    /// Transcribes one file. What goes wrong with it stands in the outcome, so that other files get their
+    /// turn.
+    FileOutcome transcribe(const std::filesystem::path& file, const Callbacks& callbacks);
+
+    const std::string& projectGuid() const { return mProject; }
+
+private:
+    void transcribeFile(FileOutcome& outcome, const Callbacks& callbacks);
+    bool isAlreadyComplete(FileOutcome& outcome);
+    void remember(const FileOutcome& outcome) const;
+
+    TranscriptionSettings mSettings;
+    Home mHome;
+    KsNNDatabase mStore;
+    Transcriber mTranscriber;
+    std::string mProject;
+};
+
+} // namespace kestrel
