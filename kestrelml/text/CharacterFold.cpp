@@ -16,10 +16,13 @@ namespace {
 // mean something else.
 constexpr char16_t kRemoved = 0xD800;
 constexpr char16_t kNeedsContext = 0xD801;
+constexpr char16_t kSigma = 0xD802; // capital: its lower case depends on whether it ends a word
 constexpr char16_t kFirstPair = 0xDC00;
 constexpr std::array<std::u16string_view, 4> kPairs = {u"ae", u"oe", u"ss", u"th"};
 
-constexpr char32_t kCapitalSigma = 0x03A3;
+constexpr char16_t kCapitalSigma = 0x03A3;
+constexpr char16_t kSmallSigma = 0x03C3;
+constexpr char16_t kFinalSigma = 0x03C2;
 
 constexpr std::size_t kPageSize = 256;
 using Page = std::array<char16_t, kPageSize>;
@@ -77,13 +80,12 @@ bool reachesBack(const icu::UnicodeString& text, const icu::Normalizer2& compose
 
 char16_t foldUnit(char16_t unit, const icu::Normalizer2& decomposer, const icu::Normalizer2& composer) {
     if (U16_IS_SURROGATE(unit)) return kNeedsContext;
+    if (unit == kCapitalSigma) return kSigma;
     icu::UnicodeString parts;
     if (!decomposer.getDecomposition(unit, parts)) parts = unit;
     icu::UnicodeString folded;
     for (int32_t i = 0; i < parts.length(); i = parts.moveIndex32(i, 1)) {
-        const UChar32 part = parts.char32At(i);
-        if (part == kCapitalSigma) return kNeedsContext;
-        appendFoldedPart(part, folded);
+        appendFoldedPart(parts.char32At(i), folded);
     }
     UErrorCode status = U_ZERO_ERROR;
     const icu::UnicodeString composed = composer.normalize(folded, status);
@@ -118,13 +120,28 @@ const Page& pageAt(std::size_t number) {
     return *expected;
 }
 
+/// True when, past what case ignores, a cased letter stands before place `i` and none after it.
+bool isFinal(std::u16string_view text, std::size_t i) {
+    const auto isIgnored = [](char16_t unit) { return u_hasBinaryProperty(unit, UCHAR_CASE_IGNORABLE) != 0; };
+    const auto isCased = [](char16_t unit) { return u_hasBinaryProperty(unit, UCHAR_CASED) != 0; };
+    std::size_t before = i;
+    while (before > 0 && isIgnored(text[before - 1]))
+        --before;
+    if (before == 0 || !isCased(text[before - 1])) return false;
+    std::size_t after = i + 1;
+    while (after < text.size() && isIgnored(text[after]))
+        ++after;
+    return after == text.size() || !isCased(text[after]);
+}
+
 /// Writes the folded text, at most twice as long, to `out`. Returns its end, or null when context is needed.
 char16_t* fold(std::u16string_view text, char16_t* const out) {
     std::size_t pageNumber = 0;
     const Page* page = &pageAt(pageNumber);
     char16_t* end = out;
     char16_t last = u' '; // a space after a space is dropped, and so is one at the start
-    for (const char16_t unit : text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char16_t unit = text[i];
         if (unit / kPageSize != pageNumber) {
             pageNumber = unit / kPageSize;
             page = &pageAt(pageNumber);
@@ -139,6 +156,9 @@ char16_t* fold(std::u16string_view text, char16_t* const out) {
             *end++ = pair[0];
             *end++ = pair[1];
             last = pair[1];
+        } else if (folded == kSigma) {
+            last = isFinal(text, i) ? kFinalSigma : kSmallSigma;
+            *end++ = last;
         } else if (folded == kNeedsContext) {
             return nullptr;
         }
