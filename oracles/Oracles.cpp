@@ -12,6 +12,8 @@ namespace kestrel_test {
 namespace {
 
 using kestrelml::detail::MatchingBlock;
+using kestrelml::detail::PhraseMatch;
+using kestrelml::detail::WordSpan;
 
 MatchingBlock plainLongest(std::u16string_view a, std::u16string_view b) {
     MatchingBlock best{0, 0, 0};
@@ -43,19 +45,12 @@ void collect(std::u16string_view a, std::u16string_view b, std::int32_t i, std::
             blocks);
 }
 
-std::vector<icu::UnicodeString> plainWords(const icu::Transliterator& transliterator,
-                                           const icu::UnicodeString& text, const std::string& language) {
-    UErrorCode status = U_ZERO_ERROR;
-    const std::unique_ptr<icu::BreakIterator> breaks(
-        icu::BreakIterator::createWordInstance(icu::Locale(language.c_str()), status));
-    breaks->setText(text);
+std::vector<icu::UnicodeString> normalForms(const icu::Transliterator& transliterator,
+                                            const icu::UnicodeString& text,
+                                            const std::vector<WordSpan>& spans) {
     std::vector<icu::UnicodeString> words;
-    for (int32_t start = breaks->first(), end = breaks->next(); end != icu::BreakIterator::DONE;
-         start = end, end = breaks->next()) {
-        if (breaks->getRuleStatus() != 0) {
-            words.push_back(plainNormalForm(transliterator, icu::UnicodeString(text, start, end - start)));
-        }
-    }
+    for (const WordSpan span : spans)
+        words.push_back(plainNormalForm(transliterator, text.tempSubStringBetween(span.start, span.end)));
     return words;
 }
 
@@ -119,31 +114,53 @@ std::size_t plainEditDistance(const icu::UnicodeString& a, const icu::UnicodeStr
     return row.back();
 }
 
-PlainHits plainBestStartingWords(const icu::Transliterator& transliterator, const icu::UnicodeString& phrase,
-                                 const icu::UnicodeString& text, const std::string& language,
-                                 float threshold) {
-    const std::vector<icu::UnicodeString> words = plainWords(transliterator, text, language);
-    const std::vector<icu::UnicodeString> wanted = plainWords(transliterator, phrase, language);
-    const icu::UnicodeString whole = join(wanted, 0, wanted.size());
-    PlainHits hits;
-    if (wanted.size() >= words.size()) {
-        const float score = plainScore(join(words, 0, words.size()), whole);
-        if (score >= threshold) hits = {{0}, {score}};
-        return hits;
+std::vector<WordSpan> plainWords(const icu::UnicodeString& text, const std::string& language) {
+    UErrorCode status = U_ZERO_ERROR;
+    const std::unique_ptr<icu::BreakIterator> breaks(
+        icu::BreakIterator::createWordInstance(icu::Locale(language.c_str()), status));
+    breaks->setText(text);
+    std::vector<WordSpan> words;
+    for (int32_t start = breaks->first(), end = breaks->next(); end != icu::BreakIterator::DONE;
+         start = end, end = breaks->next()) {
+        if (breaks->getRuleStatus() != 0) words.push_back({start, end});
     }
+    return words;
+}
+
+std::vector<PhraseMatch> plainPhraseMatches(const icu::Transliterator& transliterator,
+                                            const icu::UnicodeString& phrase, const icu::UnicodeString& text,
+                                            const std::string& language, float threshold) {
+    const std::vector<WordSpan> spans = plainWords(text, language);
+    const std::vector<icu::UnicodeString> words = normalForms(transliterator, text, spans);
+    const std::vector<icu::UnicodeString> wanted =
+        normalForms(transliterator, phrase, plainWords(phrase, language));
+    const icu::UnicodeString whole = join(wanted, 0, wanted.size());
+    const auto match = [&](std::size_t first, std::size_t count) {
+        PhraseMatch result{static_cast<int>(first), static_cast<int>(count),
+                           plainScore(join(words, first, count), whole), 0, 0};
+        if (count > 0) {
+            result.start = spans[first].start;
+            result.end = spans[first + count - 1].end;
+        }
+        return result;
+    };
+    std::vector<PhraseMatch> matches;
+    if (wanted.size() >= words.size()) {
+        const PhraseMatch all = match(0, words.size());
+        if (all.score >= threshold) matches = {all};
+        return matches;
+    }
+    const int count = static_cast<int>(wanted.size());
     for (std::size_t i = 0; i + wanted.size() <= words.size(); ++i) {
-        const float score = plainScore(join(words, i, wanted.size()), whole);
-        if (!(score >= threshold)) continue;
-        const int start = static_cast<int>(i);
-        if (hits.startWords.empty() || start - hits.startWords.back() >= static_cast<int>(wanted.size())) {
-            hits.startWords.push_back(start);
-            hits.scores.push_back(score);
-        } else if (score > hits.scores.back()) {
-            hits.startWords.back() = start;
-            hits.scores.back() = score;
+        const PhraseMatch next = match(i, wanted.size());
+        if (!(next.score >= threshold)) continue;
+        if (matches.empty() || next.firstWord - matches.back().firstWord >= count) {
+            matches.push_back(next);
+        } else if (next.score > matches.back().score) {
+            matches.back() = next;
         }
     }
-    return hits;
+    return matches;
 }
 
 } // namespace kestrel_test

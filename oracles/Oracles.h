@@ -3,6 +3,8 @@
 /// @file
 /// The slow and obvious forms, against which the fast ones are tested, fuzzed and timed.
 
+#include "kestrelml/text/PhraseMatcher.h"
+#include "kestrelml/text/Words.h"
 #include "kestrelml/text/matching/SequenceMatcher.h"
 
 #include <unicode/translit.h>
@@ -24,16 +26,14 @@ icu::UnicodeString plainNormalForm(const icu::Transliterator& transliterator, ic
 /// The table of distances, one row at a time.
 std::size_t plainEditDistance(const icu::UnicodeString& a, const icu::UnicodeString& b);
 
-struct PlainHits {
-    std::vector<int> startWords;
-    std::vector<float> scores;
+/// ICU's word iterator and nothing else, a new one for each text.
+std::vector<kestrelml::detail::WordSpan> plainWords(const icu::UnicodeString& text,
+                                                    const std::string& language);
 
-    friend bool operator==(const PlainHits& x, const PlainHits& y) = default;
-};
-
-/// A new break iterator for each text, a new string and a full distance for each candidate.
-PlainHits plainBestStartingWords(const icu::Transliterator& transliterator, const icu::UnicodeString& phrase,
-                                 const icu::UnicodeString& text, const std::string& language,
-                                 float threshold);
+/// A new string and a full table of distances for each run of words.
+std::vector<kestrelml::detail::PhraseMatch> plainPhraseMatches(const icu::Transliterator& transliterator,
+                                                               const icu::UnicodeString& phrase,
+                                                               const icu::UnicodeString& text,
+                                                               const std::string& language, float threshold);
 
 } // namespace kestrel_test

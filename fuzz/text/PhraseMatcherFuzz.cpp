@@ -1,8 +1,8 @@
 // The fast phrase matcher against the plain one.
 
 #include "fuzz/text/Require.h"
+#include "kestrelml/text/PhraseMatcher.h"
 #include "kestrelml/text/TextNormaliser.h"
-#include "kestrelml/text/WordMatch.h"
 #include "oracles/Oracles.h"
 
 #include <cstddef>
@@ -25,11 +25,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const icu::UnicodeString phrase = unicode(bytes.substr(0, end));
     const icu::UnicodeString text = unicode(bytes.substr(end + 1));
 
-    kestrel_test::PlainHits hits;
-    kestrelml::detail::findBestStartingWords(transliterator, phrase, text, language, threshold,
-                                             hits.startWords, hits.scores);
+    const kestrelml::detail::PhraseMatcher matcher(transliterator, phrase, language);
     kestrel_fuzz::require(
-        hits == kestrel_test::plainBestStartingWords(*transliterator, phrase, text, language, threshold),
-        "hits");
+        matcher.findIn(text, threshold) ==
+            kestrel_test::plainPhraseMatches(*transliterator, phrase, text, language, threshold),
+        "matches");
+    kestrel_fuzz::require(
+        kestrelml::detail::findWords(text, language) == kestrel_test::plainWords(text, language), "words");
     return 0;
 }

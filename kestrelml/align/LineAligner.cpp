@@ -1,7 +1,7 @@
 #include "kestrelml/align/LineAligner.h"
 
+#include "kestrelml/text/PhraseMatcher.h"
 #include "kestrelml/text/TextNormaliser.h"
-#include "kestrelml/text/WordMatch.h"
 #include "kestrelml/text/Words.h"
 
 #include <algorithm>
@@ -58,20 +58,19 @@ std::int32_t LineAligner::endOfLine(std::size_t index) const {
 
 KsNNAlignmentItem LineAligner::place(const Result& excerpts, std::int32_t rough) const {
     const KsNNAlignmentItem notFound(0, 0, 0.0F, 0);
-    std::vector<int> startWords;
-    std::vector<float> scores;
-    findBestStartingWords(mTransliterator, excerpts.scriptExcerpt, excerpts.transcriptExcerpt,
-                          languageAt(rough), kLowestScore, startWords, scores);
-    if (scores.empty()) return notFound;
-    const auto best = std::max_element(scores.begin(), scores.end()); // the first of equals
-    const int startWord = startWords[static_cast<std::size_t>(best - scores.begin())];
+    const PhraseMatcher matcher(mTransliterator, excerpts.scriptExcerpt, languageAt(rough));
+    const std::vector<PhraseMatch> matches = matcher.findIn(excerpts.transcriptExcerpt, kLowestScore);
+    if (matches.empty()) return notFound;
+    const auto best = // the first of equals
+        std::max_element(matches.begin(), matches.end(),
+                         [](const PhraseMatch& x, const PhraseMatch& y) { return x.score < y.score; });
 
-    const auto offset = offsetOfWord(excerpts.transcriptExcerpt, static_cast<std::size_t>(startWord));
+    const auto offset = offsetOfWord(excerpts.transcriptExcerpt, static_cast<std::size_t>(best->firstWord));
     if (!offset) return notFound;
     const FlattenedText::Line* line = mTranscript.lineAt(rough + *offset);
     const FlattenedText::Word* word = mTranscript.wordAt(rough + *offset);
     if (line == nullptr || word == nullptr) return notFound;
-    return {line->lineNumber, word->index, *best, 0};
+    return {line->lineNumber, word->index, best->score, 0};
 }
 
 const std::string& LineAligner::languageAt(std::int32_t offset) const {

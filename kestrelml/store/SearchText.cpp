@@ -1,6 +1,6 @@
 #include "kestrelml/store/KsNNDatabase.h"
+#include "kestrelml/text/PhraseMatcher.h"
 #include "kestrelml/text/TextNormaliser.h"
-#include "kestrelml/text/WordMatch.h"
 #include "kestrelml/text/Words.h"
 
 using namespace kestrelml::detail;
@@ -32,14 +32,20 @@ void KsNNDatabase::get_word_indices_in_string(const icu::UnicodeString& text, co
 
 void KsNNDatabase::getNormalizedWords(const icu::UnicodeString& text, const std::string& language,
                                       std::vector<icu::UnicodeString>& words) {
-    appendNormalizedWords(mTransliterator, text, language, words);
+    const std::size_t before = words.size();
+    get_words_in_string(text, language, words);
+    for (std::size_t i = before; i < words.size(); ++i)
+        normalizeForSearch(words[i]);
 }
 
 KsNN_ErrorCode KsNNDatabase::findBestStartingWords(const icu::UnicodeString& phrase,
                                                    const icu::UnicodeString& text,
                                                    const std::string& language, float threshold,
                                                    std::vector<int>& startWords, std::vector<float>& scores) {
-    kestrelml::detail::findBestStartingWords(mTransliterator, phrase, text, language, threshold, startWords,
-                                             scores);
+    for (const PhraseMatch& match :
+         PhraseMatcher(mTransliterator, phrase, language).findIn(text, threshold)) {
+        startWords.push_back(match.firstWord);
+        scores.push_back(match.score);
+    }
     return KsNN_Success;
 }

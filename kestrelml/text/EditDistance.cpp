@@ -7,6 +7,8 @@ namespace kestrelml::detail {
 namespace {
 
 constexpr std::size_t kRows = 64;
+constexpr std::size_t kMostWholeBlocks = 3; // of longer phrases only a band of the table is computed
+constexpr std::size_t kFirstBand = 128;     // tried first; most texts that are compared are near
 
 /// One column of 64 rows of the table, as differences: the bit of a row is set in `up` when the row is one
 /// more than the row before, in `down` when it is one less.
@@ -90,31 +92,45 @@ auto withBlocks(std::size_t count, Use use) {
 
 EditDistance::EditDistance(std::u16string_view phrase)
     : mLength(phrase.size()), mBlocks((phrase.size() + kRows - 1) / kRows), mPlaces(mBlocks) {
-    for (std::size_t i = 0; i < phrase.size(); ++i) {
-        const auto next = static_cast<std::uint32_t>(mNumbers.size() + 1);
-        const auto [entry, isNew] = mNumbers.try_emplace(phrase[i], next);
-        if (isNew) mPlaces.resize(mPlaces.size() + mBlocks);
-        mPlaces[entry->second * mBlocks + i / kRows] |= std::uint64_t{1} << (i % kRows);
+    std::u16string units(phrase);
+    std::sort(units.begin(), units.end());
+    units.erase(std::unique(units.begin(), units.end()), units.end());
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        const auto number = static_cast<std::uint32_t>(i + 1);
+        if (units[i] < mLatin.size()) {
+            mLatin[units[i]] = number;
+        } else {
+            mOthers.emplace_back(units[i], number);
+        }
     }
+    mPlaces.resize((units.size() + 1) * mBlocks);
+    for (std::size_t i = 0; i < phrase.size(); ++i)
+        mPlaces[numberOf(phrase[i]) * mBlocks + i / kRows] |= std::uint64_t{1} << (i % kRows);
+}
+
+std::uint32_t EditDistance::numberOf(char16_t unit) const {
+    if (unit < mLatin.size()) return mLatin[unit];
+    const auto found = std::lower_bound(mOthers.begin(), mOthers.end(), std::pair{unit, std::uint32_t{0}});
+    return found != mOthers.end() && found->first == unit ? found->second : 0;
 }
 
 EditDistance::Encoded EditDistance::encode(std::u16string_view text) const {
-    std::array<std::uint32_t, 256> latin{};
-    for (const auto& [unit, number] : mNumbers) {
-        if (unit < latin.size()) latin[unit] = number;
-    }
-    const auto numberOf = [&](char16_t unit) {
-        if (unit < latin.size()) return latin[unit];
-        const auto found = mNumbers.find(unit);
-        return found == mNumbers.end() ? 0 : found->second;
-    };
     Encoded encoded(text.size());
-    std::transform(text.begin(), text.end(), encoded.begin(), numberOf);
+    std::transform(text.begin(), text.end(), encoded.begin(), [&](char16_t unit) { return numberOf(unit); });
     return encoded;
 }
 
 std::size_t EditDistance::to(EncodedView text, std::size_t most) const {
-    if (mLength == 0) return text.size();
+    const auto [shorter, longer] = std::minmax({mLength, text.size()});
+    if (shorter == 0 || longer - shorter > most) return longer;
+    most = std::min(most, longer);
+    if (mBlocks > kMostWholeBlocks) {
+        for (std::size_t guess = kFirstBand; guess < most / 2; guess *= 4) {
+            const std::size_t distance = inBand(text, guess);
+            if (distance <= guess) return distance;
+        }
+        return inBand(text, most);
+    }
     return withBlocks(mBlocks, [&](auto blocks) {
         LastRow row(blocks, mPlaces, mLength, {1, 0});
         std::size_t distance = mLength;
@@ -124,6 +140,28 @@ std::size_t EditDistance::to(EncodedView text, std::size_t most) const {
         }
         return distance;
     });
+}
+
+/// As `to`, with a look only at blocks that hold cells up to `most` off the diagonal (Ukkonen 1985): a way
+/// through other cells costs more. What lies outside is taken for as much as it can be.
+std::size_t EditDistance::inBand(EncodedView text, std::size_t most) const {
+    if (text.size() + most < mLength || mLength + most < text.size()) return most + 1;
+    const auto rowsOf = [&](std::size_t block) { return std::min(kRows, mLength - block * kRows); };
+    std::vector<Block> blocks(mBlocks);
+    std::size_t last = 0;
+    std::size_t distance = rowsOf(0); // of the last row of block `last`
+    for (std::size_t j = 0; j < text.size(); ++j) {
+        for (const std::size_t needed = std::min(mBlocks - 1, (j + most) / kRows); last < needed;)
+            distance += rowsOf(++last);
+        const std::uint64_t* equal = mPlaces.data() + text[j] * mBlocks;
+        Step step{1, 0};
+        for (std::size_t i = j > most ? (j - most) / kRows : 0; i <= last; ++i)
+            step = advance(blocks[i], equal[i], step, rowsOf(i) - 1);
+        distance += step.up;
+        distance -= step.down;
+        if (last + 1 == mBlocks && distance > most + (text.size() - 1 - j)) return most + 1;
+    }
+    return distance;
 }
 
 std::vector<std::size_t> EditDistance::toPiecesEndingAt(EncodedView text) const {

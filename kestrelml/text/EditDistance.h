@@ -1,10 +1,11 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace kestrelml::detail {
@@ -22,7 +23,7 @@ public:
     Encoded encode(std::u16string_view text) const;
 
     /// Returns the distance between the phrase and `text` if it is at most `most`, else any number above
-    /// `most`.
+    /// `most`. Near texts, and low numbers, cost less.
     std::size_t to(EncodedView text, std::size_t most) const;
 
     /// Returns, for each n from 0 to the size of `text`, the smallest distance between the phrase and any
@@ -30,9 +31,14 @@ public:
     std::vector<std::size_t> toPiecesEndingAt(EncodedView text) const;
 
 private:
+    std::uint32_t numberOf(char16_t unit) const;
+    std::size_t inBand(EncodedView text, std::size_t most) const;
+
     std::size_t mLength;
     std::size_t mBlocks;
-    std::unordered_map<char16_t, std::uint32_t> mNumbers; ///< from 1; 0 is any unit that the phrase has not
+    // The units of the phrase are numbered from 1; 0 is any other unit.
+    std::array<std::uint32_t, 256> mLatin{};
+    std::vector<std::pair<char16_t, std::uint32_t>> mOthers; ///< sorted
     std::vector<std::uint64_t> mPlaces; ///< for each number, its places in the phrase as bits
 };
 

@@ -1,5 +1,8 @@
 #include "kestrelml/text/Words.h"
 
+#include "kestrelml/text/SimpleWords.h"
+#include "kestrelml/text/TextNormaliser.h"
+
 #include <unicode/brkiter.h>
 #include <unicode/locid.h>
 
@@ -18,36 +21,7 @@ std::unique_ptr<icu::BreakIterator> createWordIterator(const std::string& langua
     return iterator;
 }
 
-/// Word iterators of one thread, the last used first. Making one costs more than splitting a sentence with
-/// it.
-class WordIterators {
-public:
-    icu::BreakIterator& get(const std::string& language) {
-        const auto found = std::find_if(mEntries.begin(), mEntries.end(),
-                                        [&](const Entry& entry) { return entry.language == language; });
-        if (found != mEntries.end()) {
-            std::rotate(mEntries.begin(), found, found + 1);
-        } else {
-            mEntries.insert(mEntries.begin(), Entry{language, createWordIterator(language)});
-            if (mEntries.size() > kMost) mEntries.pop_back();
-        }
-        return *mEntries.front().iterator;
-    }
-
-private:
-    static constexpr std::size_t kMost = 8;
-    struct Entry {
-        std::string language;
-        std::unique_ptr<icu::BreakIterator> iterator;
-    };
-    std::vector<Entry> mEntries;
-};
-
-} // namespace
-
-std::vector<WordSpan> findWords(const icu::UnicodeString& text, const std::string& language) {
-    thread_local WordIterators iterators;
-    icu::BreakIterator& iterator = iterators.get(language);
+std::vector<WordSpan> splitBy(icu::BreakIterator& iterator, const icu::UnicodeString& text) {
     iterator.setText(text);
     std::vector<WordSpan> words;
     int32_t start = iterator.first();
@@ -56,6 +30,58 @@ std::vector<WordSpan> findWords(const icu::UnicodeString& text, const std::strin
         start = end;
     }
     return words;
+}
+
+/// Splits texts of one language.
+class WordSplitter {
+public:
+    explicit WordSplitter(const std::string& language) : mIterator(createWordIterator(language)) {
+        // Some languages have rules of their own for the signs inside words.
+        const icu::UnicodeString probe(u"a.b a:b a,b a'b a\u00B7b a\u2019b 1.2 1:2 1,2 1;2 1'2 a.1 1.a");
+        std::vector<WordSpan> words;
+        mHasRootRules = appendSimpleWords(viewOf(probe), words) && words == splitBy(*mIterator, probe);
+    }
+
+    std::vector<WordSpan> operator()(const icu::UnicodeString& text) const {
+        std::vector<WordSpan> words;
+        if (mHasRootRules && appendSimpleWords(viewOf(text), words)) return words;
+        return splitBy(*mIterator, text);
+    }
+
+private:
+    std::unique_ptr<icu::BreakIterator> mIterator;
+    bool mHasRootRules;
+};
+
+/// Splitters of one thread, the last used first. Making one costs more than splitting a sentence with it.
+class WordSplitters {
+public:
+    const WordSplitter& get(const std::string& language) {
+        const auto found = std::find_if(mEntries.begin(), mEntries.end(),
+                                        [&](const Entry& entry) { return entry.language == language; });
+        if (found != mEntries.end()) {
+            std::rotate(mEntries.begin(), found, found + 1);
+        } else {
+            mEntries.insert(mEntries.begin(), Entry{language, WordSplitter(language)});
+            if (mEntries.size() > kMost) mEntries.pop_back();
+        }
+        return mEntries.front().splitter;
+    }
+
+private:
+    static constexpr std::size_t kMost = 8;
+    struct Entry {
+        std::string language;
+        WordSplitter splitter;
+    };
+    std::vector<Entry> mEntries;
+};
+
+} // namespace
+
+std::vector<WordSpan> findWords(const icu::UnicodeString& text, const std::string& language) {
+    thread_local WordSplitters splitters;
+    return splitters.get(language)(text);
 }
 
 } // namespace kestrelml::detail

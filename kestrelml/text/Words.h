@@ -15,6 +15,8 @@ inline constexpr const char* kRootLanguage = "root";
 struct WordSpan {
     std::int32_t start;
     std::int32_t end;
+
+    friend bool operator==(const WordSpan& x, const WordSpan& y) = default;
 };
 
 /// Returns the words of `text` in order: numbers, letter words, kana and ideographs; no spaces or
