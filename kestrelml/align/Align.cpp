@@ -2,9 +2,10 @@
 #include "kestrelml/align/KsNNAlignment.h"
 #include "kestrelml/align/KsNNTextLines.h"
 #include "kestrelml/align/LineAligner.h"
+#include "kestrelml/core/Debug.h"
+#include "kestrelml/core/Report.h"
 #include "kestrelml/store/KsNNDatabase.h"
 
-#include <iostream>
 #include <sstream>
 
 using namespace kestrelml::detail;
@@ -27,7 +28,7 @@ void printPositions(const FlattenedText& script, const FlattenedText& transcript
         if (y >= 0 && y < transcript.text().length()) out << lowByte(transcript.text()[y]);
         out << "'\n";
     }
-    std::cout << out.str();
+    writeDebug(out.str());
 }
 
 void printResult(std::size_t count, const LineAligner::Result& result) {
@@ -35,10 +36,7 @@ void printResult(std::size_t count, const LineAligner::Result& result) {
     std::string transcript;
     result.scriptExcerpt.toUTF8String(script);
     result.transcriptExcerpt.toUTF8String(transcript);
-    std::ostringstream out;
-    out << "Line: " << count << ", Score: " << result.item.score << ", " << script << " -> " << transcript
-        << '\n';
-    std::cout << out.str();
+    debugLine(true, "Line: ", count, ", Score: ", result.item.score, ", ", script, " -> ", transcript);
 }
 
 KsNNTextLines linesOf(const KsNNDB_STTClipEntry& entry) {
@@ -86,22 +84,19 @@ KsNN_ErrorCode KsNNDatabase::Align(const KsNNTextLines& script, const KsNNTextLi
 KsNN_ErrorCode KsNNDatabase::Align(const KsNNTextLines& script, const KsNNDB_STTClipEntry& entry,
                                    KsNNAlignment& alignment, bool debug) {
     const bool aligned = Align(script, linesOf(entry), alignment, debug) == KsNN_Success;
-    if (!aligned || alignment.size() != script.size()) {
-        reportError(nullptr, kFailed, __LINE__, this, debug);
-        return KsNN_Error;
-    }
+    if (!aligned || alignment.size() != script.size()) return fail(this, kFailed, debug);
     fillStartTimes(entry, alignment);
     return KsNN_Success;
 }
 
 KsNN_ErrorCode KsNNDatabase::Align(const KsNNTextLines& script, const std::string& mediaGuid,
                                    const std::string& projectGuid, KsNNAlignment& alignment, bool debug) {
+    alignment.clear();
     bool complete = false;
     KsNNDB_STTClipEntry entry;
     if (GetProgressComplete(mediaGuid, projectGuid, complete, false, kSchemaVersion) != KsNN_Success ||
         GetDBContents(mediaGuid, projectGuid, entry, debug, kSchemaVersion) != KsNN_Success) {
-        reportError(nullptr, kFailed, __LINE__, this, debug);
-        return KsNN_Error;
+        return fail(this, kFailed, debug);
     }
     return Align(script, entry, alignment, debug);
 }
@@ -109,21 +104,12 @@ KsNN_ErrorCode KsNNDatabase::Align(const KsNNTextLines& script, const std::strin
 KsNN_ErrorCode KsNNDatabase::AlignRange(const KsNNTextLines& script, const std::string& mediaGuid,
                                         const std::string& projectGuid, int startMS, int endMS,
                                         KsNNAlignment& alignment, bool debug) {
+    alignment.clear();
     bool complete = false;
-    if (GetProgressComplete(mediaGuid, projectGuid, complete, false, kSchemaVersion) != KsNN_Success) {
-        reportError(nullptr, kFailed, __LINE__, this, debug);
-        return KsNN_Error;
-    }
-    if (endMS < startMS) {
-        reportError(nullptr, "KsNNDatabase::GetDBContentsRange: endMS < startMS", __LINE__, this, debug);
-        reportError(nullptr, kFailed, __LINE__, this, debug);
-        return KsNN_Error;
-    }
     KsNNDB_STTClipEntry entry;
-    if (GetDBContents(mediaGuid, projectGuid, entry, debug, kSchemaVersion) != KsNN_Success ||
-        sliceEntries(startMS, endMS, entry) != KsNN_Success) {
-        reportError(nullptr, kFailed, __LINE__, this, debug);
-        return KsNN_Error;
+    if (GetProgressComplete(mediaGuid, projectGuid, complete, false, kSchemaVersion) != KsNN_Success ||
+        GetDBContentsRange(mediaGuid, projectGuid, startMS, endMS, entry, debug) != KsNN_Success) {
+        return fail(this, kFailed, debug);
     }
     return Align(script, entry, alignment, debug);
 }

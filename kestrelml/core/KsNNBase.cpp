@@ -1,9 +1,5 @@
 #include "kestrelml/core/KsNNBase.h"
 
-#include <Poco/Exception.h>
-
-#include <iostream>
-#include <sstream>
 #include <utility>
 
 KsNNSpeakerKV::~KsNNSpeakerKV() = default;
@@ -39,25 +35,4 @@ std::string KsNNBase::GetURI() const {
 
 void KsNNBase::SetURI(const char* uri) {
     mURI = uri;
-}
-
-void reportError(const Poco::Exception* caught, const char* message, unsigned location, KsNNBase* target,
-                 bool debug) {
-    std::ostringstream report;
-    if (caught != nullptr) {
-        report << "KsNN Error: " << location << ", " << std::endl;
-        report << '\t' << caught->displayText() << std::endl;
-        report << "\tmessage = " << caught->message() << std::endl;
-        report << "\tname = " << caught->name() << std::endl;
-        report << "\tclassName = " << caught->className() << std::endl;
-    }
-    if (message != nullptr) {
-        report << "KsNN Error: " << location << ", " << message << std::endl;
-    }
-    if (target != nullptr) {
-        target->SetErrorStr(report.str());
-    }
-    if (debug) {
-        std::cout << report.str() << std::endl;
-    }
 }

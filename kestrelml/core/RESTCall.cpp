@@ -1,6 +1,8 @@
 #include "kestrelml/core/RESTCall.h"
 
 #include "kestrelml/core/Credentials.h"
+#include "kestrelml/core/Debug.h"
+#include "kestrelml/core/Report.h"
 #include "kestrelml/core/RequestTarget.h"
 #include "kestrelml/core/TlsClient.h"
 
@@ -14,7 +16,6 @@
 #include <Poco/Net/HTTPSClientSession.h>
 #include <Poco/URI.h>
 
-#include <iostream>
 #include <memory>
 
 namespace {
@@ -60,9 +61,7 @@ KsNN_ErrorCode exchange(const std::string& method, const std::string& path, unsi
     }
     request.setContentLength64(static_cast<Poco::Int64>(body.size()));
     caller.SetLastRESTCall(commandLine(method, target, body));
-    if (debug) {
-        std::cout << "RESTCall inputJSON requestBody: " << body.size() << ", " << body << std::endl;
-    }
+    detail::debugLine(debug, "RESTCall inputJSON requestBody: ", body.size(), ", ", body);
 
     const std::unique_ptr<HTTPClientSession> session = openSession(uri, timeoutSeconds, useTLS);
     session->sendRequest(request) << body << std::flush;
@@ -70,32 +69,20 @@ KsNN_ErrorCode exchange(const std::string& method, const std::string& path, unsi
     std::istream& answerStream = session->receiveResponse(answer);
     Poco::JSON::Parser parser;
     const Poco::Dynamic::Var parsed = parser.parse(answerStream);
-    if (debug) {
-        std::cout << "KsNN: RESTCall response: " << static_cast<int>(answer.getStatus()) << " "
-                  << answer.getReason() << std::endl;
-    }
+    detail::debugLine(debug, "KsNN: RESTCall response: ", static_cast<int>(answer.getStatus()), " ",
+                      answer.getReason());
     response = parsed.extract<Poco::JSON::Object::Ptr>();
     if (debug) {
-        std::cout << "RESTCall output response: ";
-        response->stringify(std::cout, 1);
-        std::cout << std::endl;
+        std::ostringstream text;
+        response->stringify(text, 1);
+        detail::debugLine(debug, "RESTCall output response: ", text.str());
     }
     status = static_cast<unsigned>(answer.getStatus());
     return KsNN_Success;
 }
 
-/// Runs `step`, which sends or prepares a request, and turns what it throws into code 2.
-template <typename Step>
-KsNN_ErrorCode catchingTransport(KsNNBase* caller, bool debug, Step step) {
-    try {
-        return step();
-    } catch (const Poco::Exception& caught) {
-        reportError(&caught, "", __LINE__, caller, debug);
-    } catch (...) {
-        reportError(nullptr, "RESTCall exception", __LINE__, caller, debug);
-    }
-    return KsNN_Exception;
-}
+/// What a request that failed is reported as; its exception's details are what there is to say.
+constexpr detail::OnException kNoAnswer{"RESTCall exception", KsNN_Exception, ""};
 
 } // namespace
 
@@ -103,7 +90,7 @@ KsNN_ErrorCode RESTCall(const std::string& method, const std::string& path, unsi
                         std::stringstream& body, Poco::JSON::Object::Ptr& response, unsigned& status,
                         KsNNBase* caller, bool useAuth, bool useTLS, bool debug) {
     status = HTTPResponse::HTTP_OK;
-    return catchingTransport(caller, debug, [&] {
+    return detail::guarded(kNoAnswer, caller, debug, [&] {
         return exchange(method, path, timeoutSeconds, body.str(), response, status, *caller, useAuth, useTLS,
                         debug);
     });
@@ -113,7 +100,7 @@ KsNN_ErrorCode RESTCall(const std::string& method, const std::string& path, unsi
                         const Poco::JSON::Object::Ptr& body, Poco::JSON::Object::Ptr& response,
                         unsigned& status, KsNNBase* caller, bool useAuth, bool useTLS, bool debug) {
     status = HTTPResponse::HTTP_OK;
-    return catchingTransport(caller, debug, [&] {
+    return detail::guarded(kNoAnswer, caller, debug, [&] {
         std::stringstream text;
         if (!body.isNull()) body->stringify(text);
         return RESTCall(method, path, timeoutSeconds, text, response, status, caller, useAuth, useTLS, debug);
@@ -125,21 +112,13 @@ KsNN_ErrorCode GetQueryResultCount(std::string method, std::string path, const P
     constexpr const char* failure = "KsNNDatabase::GetQueryResultCount err: ";
     Poco::JSON::Object::Ptr response;
     unsigned status = 0;
-    const KsNN_ErrorCode code =
-        RESTCall(method, path, 10, query, response, status, caller, true, true, debug);
+    const KsNN_ErrorCode code = RESTCall(method, path, detail::kIndexTimeoutSeconds, query, response, status,
+                                         caller, true, true, debug);
     if (code != KsNN_Success) return code;
-    try {
-        if (status != HTTPResponse::HTTP_OK) {
-            reportError(nullptr, failure, __LINE__, caller, debug);
-            return KsNN_Error;
-        }
+    if (status != HTTPResponse::HTTP_OK) return detail::fail(caller, failure, debug);
+    return detail::guarded({failure, KsNN_Error, failure}, caller, debug, [&] {
         count = response->get("count").convert<Poco::Int32>();
-        if (debug) std::cout << "KsNNDatabase::GetQueryResultCount: count " << count << std::endl;
+        detail::debugLine(debug, "KsNNDatabase::GetQueryResultCount: count ", count);
         return KsNN_Success;
-    } catch (const Poco::Exception& caught) {
-        reportError(&caught, failure, __LINE__, caller, debug);
-    } catch (...) {
-        reportError(nullptr, failure, __LINE__, caller, debug);
-    }
-    return KsNN_Error;
+    });
 }

@@ -10,6 +10,13 @@
 #include <sstream>
 #include <string>
 
+namespace kestrelml::detail {
+
+/// Limit in seconds for connecting, each send and each receive of a request to the index service.
+inline constexpr unsigned kIndexTimeoutSeconds = 10;
+
+} // namespace kestrelml::detail
+
 /// Sends one JSON request on a connection of its own and reads the answer as a JSON object.
 ///
 /// The status is handed back, never judged. Exceptions do not leave this function: they become code 2 with a

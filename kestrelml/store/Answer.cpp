@@ -68,8 +68,42 @@ Object::Ptr onlyHitOf(const Object& answer) {
     return !hits.isNull() && hits->size() == 1 ? objectAt(*hits, 0) : nullptr;
 }
 
+std::string idOf(const Object& hit) {
+    return textOf(hit, "_id");
+}
+
 Object::Ptr sourceOf(const Object& hit) {
     return objectOf(hit, "_source");
+}
+
+std::string scrollIdOf(const Object& answer) {
+    return textOf(answer, "_scroll_id");
+}
+
+Object::Ptr aggregationOf(const Object& answer, const std::string& name) {
+    return objectOf(*objectOf(answer, "aggregations"), name);
+}
+
+Array::Ptr bucketsOf(const Object& aggregation) {
+    return arrayOf(aggregation, "buckets");
+}
+
+std::string keyOf(const Object& bucket) {
+    return textOf(bucket, "key");
+}
+
+std::int32_t deletedOf(const Object& answer) {
+    return integerOf(answer, "deleted");
+}
+
+std::string firstErrorOf(const Object& bulkAnswer) {
+    if (!bulkAnswer.optValue("errors", false)) return "";
+    for (const Object::Ptr& item : ObjectsOf(arrayOf(bulkAnswer, "items"))) {
+        const Object::Ptr result = item->getObject("create");
+        const Object::Ptr error = result.isNull() ? nullptr : result->getObject("error");
+        if (!error.isNull()) return error->optValue<std::string>("reason", "no reason given");
+    }
+    return "no reason given";
 }
 
 } // namespace kestrelml::detail

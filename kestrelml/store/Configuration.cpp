@@ -1,11 +1,9 @@
 #include "kestrelml/store/Credentials.h"
 #include "kestrelml/store/KsNNDatabase.h"
-#include "kestrelml/store/Query.h"
-#include "kestrelml/store/Request.h"
+#include "kestrelml/store/Operation.h"
+#include "kestrelml/store/Schema.h"
 #include "kestrelml/stt/KsNNSpeechToTextCYTHON.h"
 #include "kestrelml/text/TextNormaliser.h"
-
-#include <iostream>
 
 using namespace kestrelml::detail;
 
@@ -30,19 +28,6 @@ void choose(std::string& current, const char* given, const char* fallback) {
     } else if (current.empty()) {
         current = fallback;
     }
-}
-
-/// Project identifiers are matched exactly inside their pair with the name, so the pairs are nested
-/// documents.
-Object::Ptr indexDefinition() {
-    const Object::Ptr keyword = object("type", "keyword");
-    Object::Ptr project = object("projectGuid", keyword);
-    project->set("projectName", keyword);
-    Object::Ptr projectList = object("type", "nested");
-    projectList->set("properties", project);
-    Object::Ptr definition = object("settings", object("number_of_shards", 1));
-    definition->set("mappings", object("properties", object("projectList", projectList)));
-    return definition;
 }
 
 } // namespace
@@ -106,24 +91,22 @@ std::string KsNNDatabase::getTempProjectName() const {
 }
 
 KsNN_ErrorCode KsNNDatabase::testDefault(bool debug) {
-    ResetErrorStr();
-    Request request(*this, "KsNNDatabase::testDefault err: ", debug);
-    if (const auto code = request.sendExpectingOk("GET", "")) return code;
-    return request.read([&](const Object& answer) {
+    Operation operation(*this, "KsNNDatabase::testDefault err: ", debug);
+    if (const auto code = operation.ask("GET", "")) return code;
+    return operation.read([&](const Object& answer) {
         const Var tagline = answer.get("tagline");
         const bool isIndexService =
             !tagline.isEmpty() && tagline.convert<std::string>() == "You Know, for Search";
-        return isIndexService ? KsNN_Success : request.fail();
+        return isIndexService ? KsNN_Success : operation.fail();
     });
 }
 
 KsNN_ErrorCode KsNNDatabase::CheckIndex(bool& exists, const std::string& index, bool debug) {
-    ResetErrorStr();
     exists = false;
-    Request request(*this, "KsNNDatabase::CheckIndex err: ", debug);
-    if (const auto code = request.send("GET", index)) return code;
-    if (!request.hasStatus({200, 404})) return request.fail();
-    exists = request.hasStatus({200});
+    Operation operation(*this, "KsNNDatabase::CheckIndex err: ", debug);
+    if (const auto code = operation.send("GET", index)) return code;
+    if (!operation.hasStatus({200, 404})) return operation.fail();
+    exists = operation.hasStatus({200});
     return KsNN_Success;
 }
 
@@ -131,8 +114,8 @@ KsNN_ErrorCode KsNNDatabase::CreateIndex(const std::string& index, bool debug) {
     bool exists = false;
     if (const auto code = CheckIndex(exists, index, debug)) return code;
     if (!exists) {
-        Request request(*this, "KsNNDatabase::CreateIndex err: ", debug);
-        if (const auto code = request.sendExpectingOk("PUT", index, indexDefinition())) return code;
+        Operation operation(*this, "KsNNDatabase::CreateIndex err: ", debug);
+        if (const auto code = operation.ask("PUT", index, indexDefinition())) return code;
     }
     if (const auto code = CheckIndex(exists, index, debug)) return code;
     return exists ? KsNN_Success : KsNN_Error;
@@ -141,24 +124,21 @@ KsNN_ErrorCode KsNNDatabase::CreateIndex(const std::string& index, bool debug) {
 KsNN_ErrorCode KsNNDatabase::Refresh(std::string index, bool& exists, bool debug, bool allIndices) {
     if (const auto code = CheckIndex(exists, index, debug)) return code;
     if (!exists) return KsNN_Success;
-    Request request(*this, "KsNNDatabase::Refresh err: ", debug);
-    return request.sendExpectingOk("POST", allIndices ? "/_refresh" : index + "/_refresh");
+    Operation operation(*this, "KsNNDatabase::Refresh err: ", debug);
+    return operation.ask("POST", (allIndices ? "" : index) + "/_refresh");
 }
 
 KsNN_ErrorCode KsNNDatabase::DeleteIndex(const std::string& index, bool debug) {
+    Operation operation(*this, "KsNNDatabase::DeleteIndex err: ", debug);
+    if (const auto code = operation.refresh(mTranscriptIndex).code()) return code;
     bool exists = false;
-    if (const auto code = Refresh(mTranscriptIndex, exists, debug, false)) return code;
     if (const auto code = CheckIndex(exists, index, debug)) return code;
     if (!exists) {
-        if (debug) {
-            std::cout << "KsNNDatabase::DeleteIndex: Warning! Early return, index does not exist to delete."
-                      << std::endl;
-        }
+        operation.debugLine(
+            "KsNNDatabase::DeleteIndex: Warning! Early return, index does not exist to delete.");
         return KsNN_Success;
     }
-    Request request(*this, "KsNNDatabase::DeleteIndex err: ", debug);
-    if (const auto code = request.sendExpectingOk("DELETE", index)) return code;
+    if (const auto code = operation.ask("DELETE", index)) return code;
     CheckIndex(exists, index, debug);
-    if (!exists) return KsNN_Success;
-    return request.failWith("KsNNDatabase::DeleteIndex err: Deletion not successful. Index still exists.");
+    return exists ? operation.failSaying("Deletion not successful. Index still exists.") : KsNN_Success;
 }

@@ -1,10 +1,8 @@
 #include "kestrelml/store/Credentials.h"
 
 #include "kestrelml/core/Cipher.h"
-
-#include <Poco/Exception.h>
-
-#include <iostream>
+#include "kestrelml/core/Debug.h"
+#include "kestrelml/core/Report.h"
 
 using namespace kestrelml::detail;
 using Poco::Crypto::Cipher;
@@ -15,28 +13,7 @@ std::string KsNNDatabase::mKey;
 
 namespace {
 
-bool endsWith(const std::string& text, const std::string& suffix) {
-    return text.size() >= suffix.size() &&
-           text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
-KsNN_ErrorCode fail(KsNNBase* target, const char* message, bool debug, unsigned location = __builtin_LINE()) {
-    reportError(nullptr, message, location, target, debug);
-    return KsNN_Error;
-}
-
-/// Runs a step of the cipher. What it throws becomes a report and 2.
-template <typename Step>
-KsNN_ErrorCode catchingCipher(KsNNBase* target, const char* message, bool debug, Step step) {
-    try {
-        return step();
-    } catch (const Poco::Exception& caught) {
-        reportError(&caught, nullptr, __LINE__, target, debug);
-    } catch (...) {
-        reportError(nullptr, message, __LINE__, target, debug);
-    }
-    return KsNN_Exception;
-}
+constexpr OnException kCipherFailed{"Encrypt Err: ", KsNN_Exception};
 
 } // namespace
 
@@ -50,14 +27,12 @@ KsNN_ErrorCode decryptCredentials(KsNNDatabase* caller, std::string& user, std::
     if (encryptedUser.empty() || encryptedPass.empty() || key.empty()) {
         return fail(caller, "Decrypt err: Encrypted credentials and key not set.", debug);
     }
-    return catchingCipher(caller, "RESTCall exception", debug, [&] {
+    return guarded({"RESTCall exception", KsNN_Exception}, caller, debug, [&] {
         Poco::Crypto::Cipher::Ptr cipher = createCipher(key);
         user = decrypt(*cipher, encryptedUser);
         password = decrypt(*cipher, encryptedPass);
-        if (debug) {
-            std::cout << "Decrypted Username: " << user << std::endl;
-            std::cout << "Decrypted Password: " << password << std::endl;
-        }
+        debugLine(debug, "Decrypted Username: ", user);
+        debugLine(debug, "Decrypted Password: ", password);
         return KsNN_Success;
     });
 }
@@ -68,10 +43,7 @@ KsNN_ErrorCode storeCredentials(KsNNBase& caller, BasicCredentials& credentials,
     if (!KsNNDatabase::getKey().empty()) {
         return decryptCredentials(store, credentials.user, credentials.password, debug);
     }
-    if (debug) {
-        std::cout << "RESTCall: No stored encrypted credentials. Using " << credentials.user
-                  << " credentials." << std::endl;
-    }
+    debugLine(debug, "RESTCall: No stored encrypted credentials. Using ", credentials.user, " credentials.");
     return KsNN_Success;
 }
 
@@ -87,9 +59,9 @@ KsNN_ErrorCode KsNNDatabase::SetCredentials(const std::string& encryptedUser,
     mEncryptedPass = encryptedPass;
     mKey = key;
     const std::string suffix = debugIndex ? "_dbg" : "_rel";
-    if (endsWith(mTranscriptIndex, suffix)) return KsNN_Success;
+    if (mTranscriptIndex.ends_with(suffix)) return KsNN_Success;
     mTranscriptIndex += suffix;
-    if (debug && !debugIndex) std::cout << mTranscriptIndex << std::endl;
+    debugLine(debug && !debugIndex, mTranscriptIndex);
     return KsNN_Success;
 }
 
@@ -108,7 +80,7 @@ std::string KsNNDatabase::getKey() {
 KsNN_ErrorCode KsNNDatabase::IEncryptStream(std::stringstream& plain, std::stringstream& encrypted,
                                             bool debug) {
     if (mKey.empty()) return fail(this, "Decrypt err: Encrypted key not set.", debug);
-    return catchingCipher(this, "Encrypt Err: ", debug, [&] {
+    return guarded(kCipherFailed, this, debug, [&] {
         Cipher::Ptr cipher = createCipher(mKey);
         if (cipher.isNull()) return fail(this, "Encrypt err: Cipher object is NULL.", debug);
         encrypted << encrypt(*cipher, plain.str());
@@ -124,12 +96,12 @@ KsNN_ErrorCode KsNNDatabase::IDecryptStream(std::stringstream& encrypted, std::s
         fail(this, "Decrypt warning: Early return, encrypted string is empty.", debug);
         return KsNN_Success;
     }
-    return catchingCipher(this, "Encrypt Err: ", debug, [&] {
+    return guarded(kCipherFailed, this, debug, [&] {
         Cipher::Ptr cipher = createCipher(mKey);
         if (cipher.isNull()) return fail(this, "Decrypt err: Cipher object is NULL.", debug);
         const std::string decrypted = decrypt(*cipher, text);
         plain << decrypted;
-        if (debug) std::cout << "Decrypted String: " << decrypted << std::endl;
+        debugLine(debug, "Decrypted String: ", decrypted);
         return KsNN_Success;
     });
 }

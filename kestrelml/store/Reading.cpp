@@ -1,7 +1,7 @@
 #include "kestrelml/store/Answer.h"
 #include "kestrelml/store/KsNNDatabase.h"
-#include "kestrelml/store/Query.h"
-#include "kestrelml/store/Request.h"
+#include "kestrelml/store/Operation.h"
+#include "kestrelml/store/Schema.h"
 #include "kestrelml/store/Slicing.h"
 
 #include <algorithm>
@@ -10,31 +10,24 @@ using namespace kestrelml::detail;
 
 namespace {
 
-/// The most that one search gives: no clip has more segments.
-constexpr int kMaximumSegments = 10000;
-
 Object::Ptr transcriptQuery(const std::string& mediaGuid, const std::string& projectGuid, int version) {
-    Object::Ptr order = object("order", "asc");
-    order->set("mode", "min");
-    Object::Ptr query =
-        matchingAll(array({term("mediaGuid.keyword", mediaGuid), term(projectField(version), projectGuid)}));
-    query->set("sort", array({object("segment", order)}));
-    query->set("size", kMaximumSegments);
-    return query;
+    return object({{"query", allOf({ofClip(mediaGuid), ofProject(projectGuid, version)})},
+                   {"sort", ascending({field::kSegment})},
+                   {"size", kMaximumHits}});
 }
 
 /// Fills a clip from the hits of the transcript query.
 class ClipReader {
 public:
-    ClipReader(const Request& request, const std::string& projectGuid, int version,
+    ClipReader(const Operation& operation, const std::string& projectGuid, int version,
                KsNNDB_STTClipEntry& entry)
-        : mRequest(request), mProjectGuid(projectGuid), mVersion(version), mEntry(entry) {}
+        : mOperation(operation), mProjectGuid(projectGuid), mVersion(version), mEntry(entry) {}
 
-    KsNN_ErrorCode read(const Array& hits) {
-        for (std::size_t i = 0; i < hits.size(); ++i) {
-            const Object::Ptr document = sourceOf(*objectAt(hits, i));
+    KsNN_ErrorCode read(const Array::Ptr& hits) {
+        for (const Object::Ptr& hit : ObjectsOf(hits)) {
+            const Object::Ptr document = sourceOf(*hit);
             // Old stores hold clips without speakers: the first segment tells for the whole clip.
-            if (i == 0) mHasSpeakers = document->has("speakerID");
+            if (mEntry.segments.empty()) mHasSpeakers = hasSpeakerLabel(*document);
             if (const auto code = readSegment(*document)) return code;
         }
         return KsNN_Success;
@@ -42,71 +35,44 @@ public:
 
 private:
     KsNN_ErrorCode readSegment(const Object& document) {
-        KsNNDBEntrySeg seg;
-        seg.segment = integerOf(document, "segment");
-        seg.mediaGuid = textOf(document, "mediaGuid");
-        seg.transcript = textOf(document, "transcript");
-        seg.language = textOf(document, "language");
-        if (mHasSpeakers) seg.speakerID = textOf(document, "speakerID");
-        if (document.has("speakerGuid")) seg.speakerGuid = textOf(document, "speakerGuid");
+        KsNNDBEntrySeg seg = readText(document);
+        if (mHasSpeakers) seg.speakerID = speakerLabelOf(document);
+        readSpeaker(document, seg);
         readProjects(document, seg);
-        if (const auto code = readTimes(document, seg)) return code;
+        if (!readTimes(document, seg)) return mOperation.fail();
         const bool carriesClipFields = seg.segment == 0;
         mEntry.segments.push_back(std::move(seg));
         return carriesClipFields ? readClipFields(document) : KsNN_Success;
     }
 
     void readProjects(const Object& document, KsNNDBEntrySeg& seg) const {
-        if (mVersion == 1) {
-            seg.projectGuid = textOf(document, "projectGuid");
+        if (mVersion == kVersion1) {
+            seg.projectGuid = projectGuidVersion1Of(document);
             return;
         }
-        seg.projectGuidList = textsOf(document, "projectGuidList");
+        seg.projectGuidList = projectGuidsOf(document);
         const auto& list = seg.projectGuidList;
         if (std::find(list.begin(), list.end(), mProjectGuid) != list.end()) seg.projectGuid = mProjectGuid;
     }
 
-    KsNN_ErrorCode readTimes(const Object& document, KsNNDBEntrySeg& seg) const {
-        const Array::Ptr starts = arrayOf(document, "wordStartsMS");
-        const Array::Ptr ends = arrayOf(document, "wordEndsMS");
-        if (starts->size() != ends->size()) return mRequest.fail();
-        for (std::size_t i = 0; i < starts->size(); ++i) {
-            seg.wordStartsMS.push_back(integerAt(*starts, i));
-            seg.wordEndsMS.push_back(integerAt(*ends, i));
-        }
-        return KsNN_Success;
-    }
-
     KsNN_ErrorCode readClipFields(const Object& document) {
-        if (mVersion == 1) {
-            mEntry.projectName = textOf(document, "project");
+        if (mVersion == kVersion1) {
+            mEntry.projectName = projectNameVersion1Of(document);
         } else {
-            readProjectList(document);
-            const Var schema = document.get("schemaVersion");
-            if (schema.isEmpty() || schema.convert<Poco::Int32>() != 2) {
-                return mRequest.failWith(
-                    "KsNNDatabase::GetDBContents err: schemaVersion is incorrect or missing, ");
+            for (const KsNNProject& project : projectsOf(document)) {
+                mEntry.projects.push_back(project);
+                if (project.projectGuid == mProjectGuid) mEntry.projectName = project.projectName;
+            }
+            if (!isVersion2(document)) {
+                return mOperation.failSaying("schemaVersion is incorrect or missing, ");
             }
         }
-        mEntry.model = textOf(document, "model");
-        mEntry.clipName = textOf(document, "clipName");
-        mEntry.audioTracks = textOf(document, "audioTracks");
-        mEntry.progressComplete = memberOf(document, "progressComplete").convert<bool>();
-        mEntry.clientApp = textOf(document, "clientApp");
+        readClip(document, mEntry);
+        mEntry.progressComplete = isComplete(document);
         return KsNN_Success;
     }
 
-    void readProjectList(const Object& document) {
-        const Array::Ptr list = arrayOf(document, "projectList");
-        for (std::size_t i = 0; i < list->size(); ++i) {
-            const Object::Ptr pair = objectAt(*list, i);
-            mEntry.projects.push_back({textOf(*pair, "projectName"), textOf(*pair, "projectGuid")});
-            const KsNNProject& project = mEntry.projects.back();
-            if (project.projectGuid == mProjectGuid) mEntry.projectName = project.projectName;
-        }
-    }
-
-    const Request& mRequest;
+    const Operation& mOperation;
     const std::string& mProjectGuid;
     int mVersion;
     KsNNDB_STTClipEntry& mEntry;
@@ -117,40 +83,38 @@ private:
 
 KsNN_ErrorCode KsNNDatabase::GetDBContents(const std::string& mediaGuid, const std::string& projectGuid,
                                            KsNNDB_STTClipEntry& entry, bool debug, int version) {
-    ResetErrorStr();
     entry.segments.clear();
-    bool exists = false;
-    if (const auto code = Refresh(mTranscriptIndex, exists, debug, false)) return code;
-    if (!exists) return KsNN_Success;
-    Request request(*this, "KsNNDatabase::GetDBContents err: ", debug);
+    Operation operation(*this, "KsNNDatabase::GetDBContents err: ", debug);
+    if (const auto index = operation.refresh(mTranscriptIndex); !index.isReady()) return index.code();
     if (!isKnownVersion(version)) {
-        return request.failWith("KsNNDatabase::getDBContents err: version is invalid.");
+        return operation.failWith("KsNNDatabase::getDBContents err: version is invalid.");
     }
     const Object::Ptr query = transcriptQuery(mediaGuid, projectGuid, version);
-    if (const auto code = request.sendExpectingOk("GET", mTranscriptIndex + "/_search", query)) return code;
-    return request.read([&](const Object& answer) {
-        return ClipReader(request, projectGuid, version, entry).read(*hitsOf(answer));
+    if (const auto code = operation.ask("GET", searchPath(mTranscriptIndex), query)) return code;
+    return operation.read([&](const Object& answer) {
+        return ClipReader(operation, projectGuid, version, entry).read(hitsOf(answer));
     });
 }
 
 KsNN_ErrorCode KsNNDatabase::GetDBContentsRange(const std::string& mediaGuid, const std::string& projectGuid,
                                                 int startMS, int endMS, KsNNDB_STTClipEntry& entry,
                                                 bool debug) {
-    if (endMS < startMS) {
-        reportError(nullptr, "KsNNDatabase::GetDBContentsRange: endMS < startMS", __LINE__, this, debug);
-        return KsNN_Error;
-    }
-    if (const auto code = GetDBContents(mediaGuid, projectGuid, entry, debug, 2)) return code;
-    return sliceEntries(startMS, endMS, entry);
+    Operation operation(*this, "KsNNDatabase::GetDBContentsRange err: ", debug);
+    if (endMS < startMS) return operation.failWith("KsNNDatabase::GetDBContentsRange: endMS < startMS");
+    if (const auto code = GetDBContents(mediaGuid, projectGuid, entry, debug, kVersion2)) return code;
+    // The words of a segment are found anew, which can fail.
+    operation.quoteRuntimeErrors();
+    return operation.guard([&] {
+        slice(startMS, endMS, entry);
+        return KsNN_Success;
+    });
 }
 
 KsNN_ErrorCode KsNNDatabase::sliceEntries(int startMS, int endMS, KsNNDB_STTClipEntry& entry) {
-    try {
+    return guarded({"KsNNDatabase::sliceEntries err: "}, nullptr, false, [&] {
         slice(startMS, endMS, entry);
         return KsNN_Success;
-    } catch (const std::exception&) {
-        return KsNN_Error;
-    }
+    });
 }
 
 KsNN_ErrorCode KsNNDatabase::appendEntry(const KsNNDB_STTClipEntry& source, int offsetMS,

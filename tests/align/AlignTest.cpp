@@ -219,11 +219,16 @@ TEST_F(AlignStored, RangeThatEndsBeforeItsStartReadsNoTranscript) {
 
 TEST_F(AlignStored, FailuresOfTheStoreFailTheAlignment) {
     const KsNNTextLines script = linesOf({"two"});
+    // What an earlier alignment left must not pass for this one's.
     const auto expectFailure = [&] {
+        mAlignment.emplace_back(1, 2, 0.5F, 3);
         EXPECT_EQ(mStore->Align(script, "m", "p", mAlignment, false), KsNN_Error);
         expectReport("KsNNDatabase::Align error: ");
+        EXPECT_TRUE(mAlignment.empty());
+        mAlignment.emplace_back(1, 2, 0.5F, 3);
         EXPECT_EQ(mStore->AlignRange(script, "m", "p", 0, 1000, mAlignment, false), KsNN_Error);
         expectReport("KsNNDatabase::Align error: ");
+        EXPECT_TRUE(mAlignment.empty());
     };
     mContents = Reply::json(500, "{}");
     expectFailure();

@@ -1,6 +1,6 @@
 // What the store sends: documents and queries.
 
-#include "kestrelml/store/Documents.h"
+#include "kestrelml/store/Schema.h"
 #include "tests/store/ScriptedStore.h"
 
 namespace kestrel_test {

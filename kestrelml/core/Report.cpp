@@ -1,0 +1,46 @@
+#include "kestrelml/core/Report.h"
+
+#include "kestrelml/core/Debug.h"
+
+#include <Poco/Exception.h>
+
+#include <sstream>
+#include <stdexcept>
+
+void reportError(const Poco::Exception* caught, const char* message, unsigned location, KsNNBase* target,
+                 bool debug) {
+    std::ostringstream report;
+    if (caught != nullptr) {
+        report << "KsNN Error: " << location << ", \n"
+               << '\t' << caught->displayText() << '\n'
+               << "\tmessage = " << caught->message() << '\n'
+               << "\tname = " << caught->name() << '\n'
+               << "\tclassName = " << caught->className() << '\n';
+    }
+    if (message != nullptr) report << "KsNN Error: " << location << ", " << message << '\n';
+    if (target != nullptr) target->SetErrorStr(report.str());
+    kestrelml::detail::debugLine(debug, report.str());
+}
+
+namespace kestrelml::detail {
+
+KsNN_ErrorCode fail(KsNNBase* target, const std::string& message, bool debug, SourceLocation where) {
+    reportError(nullptr, message.c_str(), where.line(), target, debug);
+    return KsNN_Error;
+}
+
+KsNN_ErrorCode reportCaught(const OnException& rule, KsNNBase* target, bool debug, SourceLocation where) {
+    try {
+        throw;
+    } catch (const Poco::Exception& caught) {
+        reportError(&caught, rule.afterDetails, where.line(), target, debug);
+    } catch (const std::runtime_error& caught) {
+        reportError(nullptr, rule.quotesRuntimeErrors ? caught.what() : rule.message, where.line(), target,
+                    debug);
+    } catch (...) {
+        reportError(nullptr, rule.message, where.line(), target, debug);
+    }
+    return rule.code;
+}
+
+} // namespace kestrelml::detail
