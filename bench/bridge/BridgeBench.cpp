@@ -1,7 +1,7 @@
 // What the embedded interpreter costs a host: the time until its first call is answered, and the memory of
 // many transcriptions in one process.
 //
-//   bench_bridge <model folder> <recording.wav> [transcriptions]
+//   kestrel_bridge_bench <model folder> <recording.wav> [transcriptions]
 
 #include "kestrelml/stt/KsNNSpeechToTextCYTHON.h"
 
@@ -104,7 +104,7 @@ double growthPerRun(const std::vector<double>& megabytes) {
 
 int main(int count, char** arguments) {
     if (count < 3) {
-        std::cerr << "usage: bench_bridge <model folder> <recording.wav> [transcriptions]\n";
+        std::cerr << "usage: kestrel_bridge_bench <model folder> <recording.wav> [transcriptions]\n";
         return 2;
     }
     const std::string modelDir = arguments[1];

@@ -178,7 +178,7 @@ int main(int argc, char** argv) {
         const Arguments arguments(argv + 1, argv + argc);
         run(arguments.at(0), {arguments.begin() + 1, arguments.end()}).stringify(std::cout);
     } catch (const std::exception& error) {
-        std::cerr << "text_timer: " << error.what() << '\n';
+        std::cerr << "kestrel_text_bench: " << error.what() << '\n';
         return 1;
     }
 }

@@ -11,7 +11,7 @@ from pathlib import Path
 from pydoc_data.topics import topics
 from typing import Any
 
-TIMER = Path(os.environ.get("KESTREL_BUILD_BIN", Path(__file__).parents[2] / "build" / "bin")) / "text_timer"
+TIMER = Path(os.environ.get("KESTREL_BUILD_BIN", Path(__file__).parents[2] / "build" / "bin")) / "kestrel_text_bench"
 
 
 def sentences() -> list[str]:

@@ -13,7 +13,7 @@ from pathlib import Path
 import pytest
 from conftest import DEPS, ROOT
 
-sys.path.insert(0, str(ROOT / "models"))
+sys.path[:0] = [str(ROOT / "models"), str(ROOT / "tools")]
 
 import artifacts
 import build

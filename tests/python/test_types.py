@@ -8,7 +8,7 @@ from pathlib import Path
 
 from conftest import ROOT
 
-CHECKED = ("python/FasterWhisperTranscriber", "python/diarize", "models", "services/speech/kestrel_speech",
+CHECKED = ("python/FasterWhisperTranscriber", "python/diarize", "models", "speech", "tools", "services/speech/kestrel_speech",
            "kestrelml/pySources")
 
 

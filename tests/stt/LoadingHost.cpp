@@ -6,7 +6,7 @@
 
 int main(int count, char** arguments) {
     const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    void* library = dlopen((folder / "libstt_engine_scenario.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+    void* library = dlopen((folder / "libkestrel_stt_scenario.so").c_str(), RTLD_NOW | RTLD_LOCAL);
     void* entry = library ? dlsym(library, "runScenario") : nullptr;
     if (!entry) {
         std::cerr << dlerror() << '\n';

@@ -29,7 +29,7 @@ def raw_samples(name: str, folder: Path) -> Path:
 class Host:
     """Runs scenarios in a fresh process of a host executable."""
 
-    def __init__(self, log_dir: Path, executable: Path = BIN / "stt_linked_host") -> None:
+    def __init__(self, log_dir: Path, executable: Path = BIN / "kestrel_stt_linked_host") -> None:
         self.log_dir = log_dir
         self.executable = executable
 

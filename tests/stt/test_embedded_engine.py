@@ -16,7 +16,7 @@ def private_host(folder: Path, modules: list[Path], library: Path = BIN / "libke
     """A host executable in a folder of its own, whose PythonModules holds the given entries only."""
     executable = folder / "bin" / "host"
     (executable.parent / "PythonModules").mkdir(parents=True)
-    shutil.copy2(BIN / "stt_linked_host", executable)
+    shutil.copy2(BIN / "kestrel_stt_linked_host", executable)
     (executable.parent / library.name).symlink_to(library)
     (executable.parent / SCENARIO.name).symlink_to(SCENARIO)
     for entry in modules:
@@ -24,7 +24,7 @@ def private_host(folder: Path, modules: list[Path], library: Path = BIN / "libke
     return executable
 
 
-SCENARIO = BIN / "libstt_engine_scenario.so"
+SCENARIO = BIN / "libkestrel_stt_scenario.so"
 WITHOUT_PYTHON = BIN.parent / "without-python" / "libkestrelml.so"
 
 
@@ -64,7 +64,7 @@ def test_a_clip_becomes_a_transcript(host: Host, samples: Path) -> None:
     assert set_model_dir["code"] == 0
 
 
-@pytest.mark.parametrize("executable", ["stt_linked_host", "stt_loading_host"])
+@pytest.mark.parametrize("executable", ["kestrel_stt_linked_host", "kestrel_stt_loading_host"])
 def test_nothing_outside_the_tree_is_imported(executable: str, tmp_path: Path, samples: Path) -> None:
     hostile = tmp_path / "hostile"
     hostile.mkdir()

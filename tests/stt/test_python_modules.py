@@ -9,7 +9,7 @@ from pathlib import Path
 import pytest
 from speech_hosts import ROOT
 
-SCRIPT = ROOT / "scripts" / "assemble_python_modules.py"
+SCRIPT = ROOT / "tools" / "assemble_python_modules.py"
 
 
 def assemble(*arguments: Path | str) -> subprocess.CompletedProcess[str]:

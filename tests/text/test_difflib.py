@@ -14,7 +14,7 @@ import pytest
 Pair = tuple[str, str]
 Blocks = list[tuple[int, int, int]]
 
-TOOL = Path(os.environ["KESTREL_BUILD_BIN"]) / "matching_blocks_tool"
+TOOL = Path(os.environ["KESTREL_BUILD_BIN"]) / "kestrel_matching_blocks_tool"
 README = Path(__file__).parents[2] / "README.md"
 # Pair by pair up to this many pairs of units: as the library does, nowhere, and for the smallest ranges only.
 LIMITS = [[], ["0"], ["400"]]

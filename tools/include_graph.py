@@ -1,7 +1,7 @@
 """Draws the include graphs of the library's and the index service's levels, and checks that each points one way.
 
-    python scripts/include_graph.py          writes the pictures in docs/
-    python scripts/include_graph.py --check  fails when a level includes a higher one, or the picture is out of date
+    python tools/include_graph.py          writes the pictures in docs/
+    python tools/include_graph.py --check  fails when a level includes a higher one, or the picture is out of date
 """
 
 from __future__ import annotations
@@ -121,7 +121,7 @@ def main() -> int:
             stack.picture.write_text(picture, encoding="utf-8")
         elif not stack.picture.exists() or stack.picture.read_text(encoding="utf-8") != picture:
             failed = True
-            print(f"{stack.picture.name} is out of date: run scripts/include_graph.py", file=sys.stderr)
+            print(f"{stack.picture.name} is out of date: run tools/include_graph.py", file=sys.stderr)
     return 1 if failed else 0
 
 
