@@ -7,6 +7,8 @@
 
 #include <array>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string_view>
 
 namespace kestrelml::detail {
@@ -51,10 +53,44 @@ CipherKey deriveKey(const std::string& passPhrase) {
     return {kCipherName, key, vector};
 }
 
+/// The key of the pass phrase asked for last. Deriving it takes longer than all else that a request does, and
+/// every request of a process asks for the same one.
+class LastKey {
+public:
+    CipherKey of(const std::string& passPhrase) {
+        const std::lock_guard lock(mMutex);
+        if (!mKey || mPassPhrase != passPhrase) {
+            mKey = deriveKey(passPhrase);
+            mPassPhrase = passPhrase;
+        }
+        return *mKey;
+    }
+
+    void forget() {
+        const std::lock_guard lock(mMutex);
+        mKey.reset();
+        mPassPhrase.clear();
+    }
+
+private:
+    std::mutex mMutex;
+    std::string mPassPhrase;
+    std::optional<CipherKey> mKey;
+};
+
+LastKey& lastKey() {
+    static LastKey instance;
+    return instance;
+}
+
 } // namespace
 
 Cipher::Ptr createCipher(const std::string& passPhrase) {
-    return Poco::Crypto::CipherFactory::defaultFactory().createCipher(deriveKey(passPhrase));
+    return Poco::Crypto::CipherFactory::defaultFactory().createCipher(lastKey().of(passPhrase));
+}
+
+void forgetDerivedKey() {
+    lastKey().forget();
 }
 
 std::string encrypt(Cipher& cipher, const std::string& plain) {

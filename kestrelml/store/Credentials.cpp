@@ -57,6 +57,7 @@ KsNN_ErrorCode KsNNDatabase::SetCredentials(const std::string& encryptedUser,
     }
     mEncryptedUser = encryptedUser;
     mEncryptedPass = encryptedPass;
+    if (key != mKey) forgetDerivedKey();
     mKey = key;
     const std::string suffix = debugIndex ? "_dbg" : "_rel";
     if (mTranscriptIndex.ends_with(suffix)) return KsNN_Success;
