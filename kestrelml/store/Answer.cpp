@@ -92,8 +92,8 @@ std::string keyOf(const Object& bucket) {
     return textOf(bucket, "key");
 }
 
-std::int32_t deletedOf(const Object& answer) {
-    return integerOf(answer, "deleted");
+std::string deletedOf(const Object& answer) {
+    return Var::toString(answer.get("deleted"));
 }
 
 std::string firstErrorOf(const Object& bulkAnswer) {

@@ -71,8 +71,8 @@ Poco::JSON::Object::Ptr aggregationOf(const Poco::JSON::Object& answer, const st
 Poco::JSON::Array::Ptr bucketsOf(const Poco::JSON::Object& aggregation);
 std::string keyOf(const Poco::JSON::Object& bucket);
 
-/// Number of documents that a deletion by query deleted.
-std::int32_t deletedOf(const Poco::JSON::Object& answer);
+/// How many documents a deletion by query deleted, for printing.
+std::string deletedOf(const Poco::JSON::Object& answer);
 /// What a bulk request says of the first document that it did not create; empty when it created all.
 std::string firstErrorOf(const Poco::JSON::Object& bulkAnswer);
 

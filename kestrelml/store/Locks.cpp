@@ -22,9 +22,7 @@ KsNN_ErrorCode KsNNDatabase::LockEntry(const std::string& mediaGuid, bool debug)
 KsNN_ErrorCode KsNNDatabase::GetLockState(const std::string& mediaGuid, bool& locked, bool debug) {
     locked = false;
     Operation operation(*this, "KsNNDatabase::GetLockState err: ", debug);
-    const IndexState index = operation.refresh(mTranscriptIndex);
-    if (index.isMissing()) return operation.failSaying("Index doesn't exist.");
-    if (!index.isReady()) return index.code();
+    if (const auto code = operation.refreshExisting(mTranscriptIndex, "Index doesn't exist.")) return code;
     if (const auto code = operation.send("GET", documentPath(mTranscriptIndex, mediaGuid))) return code;
     if (operation.hasStatus({404})) return KsNN_Success;
     if (!operation.hasStatus({200})) return operation.fail();
@@ -35,9 +33,7 @@ KsNN_ErrorCode KsNNDatabase::GetLockState(const std::string& mediaGuid, bool& lo
 
 KsNN_ErrorCode KsNNDatabase::UnlockEntry(const std::string& mediaGuid, bool debug) {
     Operation operation(*this, "KsNNDatabase::UnlockEntry err: ", debug);
-    const IndexState index = operation.refresh(mTranscriptIndex);
-    if (index.isMissing()) return operation.failSaying("Index doesn't exist");
-    if (!index.isReady()) return index.code();
+    if (const auto code = operation.refreshExisting(mTranscriptIndex, "Index doesn't exist")) return code;
     if (const auto code = operation.send("DELETE", documentPath(mTranscriptIndex, mediaGuid))) return code;
     if (operation.hasStatus({404})) return KsNN_LockConflict;
     if (!operation.hasStatus({200})) return operation.fail();

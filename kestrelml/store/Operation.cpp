@@ -26,6 +26,12 @@ IndexState Operation::refresh(const std::string& index, bool allIndices) const {
     return {code, exists};
 }
 
+KsNN_ErrorCode Operation::refreshExisting(const std::string& index, const char* missing,
+                                          SourceLocation where) const {
+    const IndexState state = refresh(index);
+    return state.isMissing() ? failSaying(missing, where) : state.code();
+}
+
 KsNN_ErrorCode Operation::send(const std::string& method, const std::string& path, const Object::Ptr& body) {
     return RESTCall(method, path, kIndexTimeoutSeconds, body, mAnswer, mStatus, &mStore, true, true, mDebug);
 }
@@ -53,10 +59,9 @@ KsNN_ErrorCode Operation::create(const std::string& index, const Object::Ptr& do
 }
 
 KsNN_ErrorCode Operation::updateWhere(const std::string& index, const Object::Ptr& script,
-                                      std::initializer_list<Object::Ptr> conditions, const char* failure,
-                                      SourceLocation where) {
-    const Object::Ptr body = object({{"script", script}, {"query", allOf(conditions)}});
-    return ask("POST", updateByQueryPath(index), body, failure, where);
+                                      const Object::Ptr& query, const char* failure, SourceLocation where) {
+    return ask("POST", updateByQueryPath(index), object({{"script", script}, {"query", query}}), failure,
+               where);
 }
 
 KsNN_ErrorCode Operation::createAll(const std::string& index, std::stringstream& bulk, SourceLocation where) {

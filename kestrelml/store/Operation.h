@@ -45,6 +45,10 @@ public:
     IndexState refresh(const std::string& index) const;
     /// The same for every index of the service; the state is that of `index`.
     IndexState refreshAll(const std::string& index) const;
+    /// The same for an operation that needs the index: a missing one is reported with `missing` and a
+    /// failure.
+    KsNN_ErrorCode refreshExisting(const std::string& index, const char* missing,
+                                   SourceLocation where = SourceLocation::current()) const;
 
     /// Sends; the status is the caller's to judge. Fails only when no answer came.
     KsNN_ErrorCode send(const std::string& method, const std::string& path,
@@ -59,10 +63,15 @@ public:
     /// Creates a document with an identifier that the service chooses; `read` may then ask for it.
     KsNN_ErrorCode create(const std::string& index, const Object::Ptr& document,
                           SourceLocation where = SourceLocation::current());
-    /// Runs `script` on every document of `index` that meets all conditions.
-    KsNN_ErrorCode updateWhere(const std::string& index, const Object::Ptr& script,
-                               std::initializer_list<Object::Ptr> conditions, const char* failure = nullptr,
+    /// Runs `script` on every document of `index` that `query` finds, or that meets all conditions.
+    KsNN_ErrorCode updateWhere(const std::string& index, const Object::Ptr& script, const Object::Ptr& query,
+                               const char* failure = nullptr,
                                SourceLocation where = SourceLocation::current());
+    KsNN_ErrorCode updateWhere(const std::string& index, const Object::Ptr& script, Conditions conditions,
+                               const char* failure = nullptr,
+                               SourceLocation where = SourceLocation::current()) {
+        return updateWhere(index, script, allOf(conditions), failure, where);
+    }
     /// Creates the documents of a bulk stream; fails when the service refuses one of them.
     KsNN_ErrorCode createAll(const std::string& index, std::stringstream& bulk,
                              SourceLocation where = SourceLocation::current());
