@@ -1,4 +1,4 @@
-"""Draws the include graphs of the library's and the index service's levels, and checks that each points one way.
+"""Draws the include graphs of the library, the index service and the application, and checks that each points one way.
 
     python tools/include_graph.py          writes the pictures in docs/
     python tools/include_graph.py --check  fails when a level includes a higher one, or the picture is out of date
@@ -48,9 +48,21 @@ INDEX_SERVICE = {
     "http": "connections, limits, TLS",
 }
 
+APPLICATION = {
+    "base": "errors, callbacks, files, JSON, time codes",
+    "media": "decoding, quiet points",
+    "home": "state, credentials, catalogue",
+    "services": "processes, engines, the store",
+    "clips": "transcribe, write, read, search",
+    "script": "script formats, placed lines, the page",
+    "terminal": "messages, progress, interruption",
+    "commands": "one file per command",
+}
+
 STACKS = [
     Stack("kestrelml", "kestrelml/", ROOT / "docs" / "include-graph.svg", LIBRARY),
     Stack("services/index", "", ROOT / "docs" / "include-graph-index.svg", INDEX_SERVICE),
+    Stack("apps/kestrel", "apps/kestrel/", ROOT / "docs" / "include-graph-app.svg", APPLICATION),
 ]
 
 
@@ -66,9 +78,12 @@ def read_edges(stack: Stack) -> Edges:
     return dict(edges)
 
 
-def upward(stack: Stack, edges: Edges) -> list[str]:
+def violations(stack: Stack, edges: Edges) -> list[str]:
     order = list(stack.levels)
-    return [f"{a} includes {b}" for a, b in sorted(edges) if b not in order or order.index(b) > order.index(a)]
+    folders = {source.relative_to(ROOT / stack.folder).parts[0] for source in (ROOT / stack.folder).rglob("*/*.cpp")}
+    unknown = [f"the folder {folder} is no level yet" for folder in sorted(folders - stack.levels.keys())]
+    upward = [f"{a} includes {b}" for a, b in sorted(edges) if b not in order or order.index(b) > order.index(a)]
+    return unknown + upward
 
 
 def draw(stack: Stack, edges: Edges) -> str:
@@ -113,7 +128,7 @@ def main() -> int:
     failed = False
     for stack in STACKS:
         edges = read_edges(stack)
-        for line in upward(stack, edges):
+        for line in violations(stack, edges):
             failed = True
             print(f"against the order of the levels of {stack.folder}: {line}", file=sys.stderr)
         picture = draw(stack, edges)

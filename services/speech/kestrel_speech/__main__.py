@@ -32,13 +32,13 @@ def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(
         prog="kestrel-speech", description="Transcribes speech for clients on this machine, over HTTP."
     )
-    parser.add_argument("--port", type=port_number, default=DEFAULT_PORT, help="default %(default)s; 0: any free one")
-    parser.add_argument("--ready-file", type=Path, help="file to write, once serving, with address and process number")
+    parser.add_argument("--port", type=port_number, default=DEFAULT_PORT, help="default %(default)s; 0: any free port")
+    parser.add_argument("--ready-file", type=Path, help="file to write address and process number to, once the service is ready")
     parser.add_argument(
         "--max-audio-hours",
         type=audio_hours,
         default=DEFAULT_AUDIO_HOURS,
-        help="hours of uploaded audio to keep at most, 230 MB each (default %(default)s)",
+        help="limit of uploaded audio kept in memory, in hours of 230 MB each (default %(default)s)",
     )
     return parser.parse_args()
 
@@ -57,15 +57,15 @@ def run(arguments: argparse.Namespace) -> None:
         listener = server.bind(arguments.port)
     except OSError as error:
         if error.errno == errno.EADDRINUSE:
-            fail(f"port {arguments.port} is taken; stop the program that uses it, or choose another one with --port")
+            fail(f"port {arguments.port} is taken; stop the program that uses it, or choose another port with --port")
         fail(f"port {arguments.port} cannot be used: {error.strerror}")
     routes = load_routes(arguments.max_audio_hours * 3600.0, MAX_TRANSCRIPTIONS)
     try:
-        # Cancelled, a transcription in progress is answered before the end.
+        # A running transcription is cancelled, so that its client still gets a response.
         cancel = routes["/stt_cancel"].function
         server.serve(Application(routes), listener, arguments.ready_file, lambda: cancel({}))
     except OSError as error:
-        fail(f"cannot serve: {error}")
+        fail(f"the server failed: {error}")
 
 
 def main() -> None:
@@ -76,7 +76,7 @@ def main() -> None:
         fail(f"the Python environment is incomplete ({error}); run scripts/setup and start again")
     sys.stdout.flush()
     sys.stderr.flush()
-    # A transcription may still run on a thread inside the recogniser, which does not survive the interpreter's end.
+    # A transcription may still run on a thread inside the recogniser, which crashes when the interpreter is finalised.
     os._exit(0)
 
 

@@ -1,4 +1,4 @@
-"""The WSGI application: who may ask, what is a request, and how a function's outcome becomes an answer."""
+"""The WSGI application: which requests are accepted, and how a function's result becomes a response."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ LOOPBACK_NAMES = ("127.0.0.1", "localhost", "::1")
 
 
 class RequestRefused(Exception):
-    """The request itself is wrong."""
+    """The request is invalid; the response has this status."""
 
     def __init__(self, status: HTTPStatus, error: str, headers: Iterable[tuple[str, str]] = ()) -> None:
         super().__init__(error)
@@ -29,10 +29,10 @@ class RequestRefused(Exception):
 
 
 class Application:
-    """Answers every request with a JSON object.
+    """Responds to every request with a JSON object.
 
-    A function that fails is answered with status 200, "success" false and an "error": clients read the error text only
-    from accepted answers.
+    When a function fails, the status is still 200, with "success" false and an "error": clients read the error text
+    only from successful responses.
     """
 
     def __init__(self, routes: Mapping[str, Route]) -> None:
@@ -54,18 +54,18 @@ class Application:
         path, method = environ["PATH_INFO"], environ["REQUEST_METHOD"]
         route = self.routes.get(path)
         if route is None:
-            raise RequestRefused(HTTPStatus.NOT_FOUND, f"there is no path '{path}'")
+            raise RequestRefused(HTTPStatus.NOT_FOUND, f"unknown path '{path}'")
         if route.method != method:
-            error = f"'{path}' is asked with {route.method}, not with {method}"
+            error = f"'{path}' requires {route.method}; the request used {method}"
             raise RequestRefused(HTTPStatus.METHOD_NOT_ALLOWED, error, [("Allow", route.method)])
         return route
 
 
 def refuse_web_pages(environ: WSGIEnvironment) -> None:
-    """Browsers name the page's origin, or at least the page's own idea of this host, in every request that a page can
-    make them send here; the service's clients are programs and do neither."""
+    """A browser sends the page's origin, or at least the host name that the page used, with every request that a page
+    can trigger; clients of this service are programs and send neither."""
     if "HTTP_ORIGIN" in environ:
-        raise RequestRefused(HTTPStatus.FORBIDDEN, "requests of web pages are not accepted")
+        raise RequestRefused(HTTPStatus.FORBIDDEN, "requests from web pages are not accepted")
     host = environ.get("HTTP_HOST", "")
     try:
         name = urlsplit("//" + host).hostname
@@ -79,19 +79,19 @@ def read_params(environ: WSGIEnvironment) -> dict[str, Any]:
     """The request's JSON object."""
     content_type = environ.get("CONTENT_TYPE", "")
     if content_type.partition(";")[0].strip().lower() != "application/json":
-        error = f"the content type has to be application/json, not '{content_type}'"
+        error = f"the content type must be application/json, not '{content_type}'"
         raise RequestRefused(HTTPStatus.UNSUPPORTED_MEDIA_TYPE, error)
     try:
         params = json.loads(environ["wsgi.input"].read())
     except (ValueError, RecursionError) as error:
-        raise RequestRefused(HTTPStatus.BAD_REQUEST, f"the body is not JSON: {error}") from None
+        raise RequestRefused(HTTPStatus.BAD_REQUEST, f"the body is not valid JSON: {error}") from None
     if not isinstance(params, dict):
-        raise RequestRefused(HTTPStatus.BAD_REQUEST, "the body has to be a JSON object")
+        raise RequestRefused(HTTPStatus.BAD_REQUEST, "the body must be a JSON object")
     return params
 
 
 def call(route: Route, params: dict[str, Any]) -> bytes:
-    """The function's answer, or what went wrong, as JSON text."""
+    """The function's result, or its error, as JSON text."""
     try:
         return json.dumps(route.function(params), allow_nan=False).encode()
     except LimitExceeded as error:

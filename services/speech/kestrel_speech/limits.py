@@ -1,4 +1,4 @@
-"""What keeps the service alive when clients ask too much of it."""
+"""Limits that keep the service responsive under too many or too large requests."""
 
 from __future__ import annotations
 
@@ -11,14 +11,14 @@ ABANDONED_SECONDS = 3600.0
 
 
 class LimitExceeded(Exception):
-    """The request is in order but would take more than the service gives."""
+    """The request is valid but exceeds a limit of the service."""
 
 
 class UploadLimit:
-    """Bounds the audio that waits in memory for its transcription.
+    """Limits the uploaded audio that is kept in memory until it is transcribed.
 
-    A client that dies between upload and transcription leaves its audio behind. When room is short, clips to which
-    nothing was added for an hour are dropped; a transcription that waits or runs has a copy of its audio already.
+    A client that exits between upload and transcription leaves its audio behind. When memory is short, clips that have
+    received nothing for an hour are dropped; a transcription that is queued or running has its own copy of the audio.
     """
 
     def __init__(self, speech: Any, max_samples: int, clock: Callable[[], float] = time.monotonic) -> None:
@@ -29,7 +29,7 @@ class UploadLimit:
         self.last_upload: dict[tuple[str, str], float] = {}
 
     def upload(self, params: Mapping[str, Any]) -> Mapping[str, Any]:
-        """Buffers one chunk when there is room for it."""
+        """Buffers one chunk if the limit allows it."""
         samples = params["audioSamples"]
         # Base64 carries three bytes, one and a half samples, in four characters.
         wanted = len(samples) * 3 // 8 if "encodedData" in params else len(samples)
@@ -46,7 +46,7 @@ class UploadLimit:
         if buffered + wanted > self.max_samples:
             rate = self.speech.audioSampRate * 3600.0
             raise LimitExceeded(
-                f"no room for more audio: {buffered / rate:.2f} hours wait for their transcription and the limit is "
+                f"no room for more audio: {buffered / rate:.2f} hours are waiting to be transcribed and the limit is "
                 f"{self.max_samples / rate:.2f} hours; transcribe the uploaded clips first, or start the service "
                 "with a larger --max-audio-hours"
             )
@@ -65,18 +65,18 @@ class UploadLimit:
 
 
 class TranscriptionLimit:
-    """Bounds the transcriptions that run or wait, so that threads are left to answer progress and cancel."""
+    """Limits running and queued transcriptions, so that threads remain free for progress and cancel requests."""
 
     def __init__(self, most: int) -> None:
         self.most = most
         self.free = threading.Semaphore(most)
 
     def limited(self, function: Callable[[dict[str, Any]], Mapping[str, Any]]) -> Callable[[dict[str, Any]], Any]:
-        """The function, refusing to be called more often at once than the limit allows."""
+        """The function, which then raises LimitExceeded while the limit is reached."""
 
         def call(params: dict[str, Any]) -> Mapping[str, Any]:
             if not self.free.acquire(blocking=False):
-                raise LimitExceeded(f"{self.most} transcriptions run or wait already; try again later")
+                raise LimitExceeded(f"{self.most} transcriptions are already running or queued; try again later")
             try:
                 return function(params)
             finally:

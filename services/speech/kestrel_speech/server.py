@@ -1,4 +1,4 @@
-"""The HTTP server: one socket on the loopback address, several threads, a clean end."""
+"""The HTTP server: one socket on the loopback address, several threads, a clean shutdown."""
 
 from __future__ import annotations
 
@@ -21,12 +21,12 @@ if TYPE_CHECKING:
 
 LOOPBACK = "127.0.0.1"
 THREADS = 12
-# Two hours of audio in one chunk; a client that has more sends more chunks.
+# About two hours of audio; longer clips are uploaded in several chunks.
 MAX_REQUEST_BYTES = 320 * 1024 * 1024
 
 
 class JsonErrorTask(ErrorTask):  # type: ignore[misc]
-    """Answers what is not even a request (bad syntax, too large) in JSON, as everything else."""
+    """Malformed and oversized requests get a JSON response, too."""
 
     def execute(self) -> None:
         error = self.request.error
@@ -43,19 +43,19 @@ class Channel(HTTPChannel):  # type: ignore[misc]
 
 
 def bind(port: int) -> socket.socket:
-    """A listening socket; connections wait in it until the service is ready."""
+    """A listening socket; connections queue until the service is ready."""
     return socket.create_server((LOOPBACK, port), backlog=128)
 
 
 def write_ready_file(path: Path, uri: str) -> None:
-    """Tells whoever started the service where it is; readers never see half a file."""
+    """Publishes the address and process number; the file appears complete or not at all."""
     partial = path.with_name(f"{path.name}.{os.getpid()}")
     partial.write_text(json.dumps({"uri": uri, "pid": os.getpid()}) + "\n", encoding="utf-8")
     os.replace(partial, path)
 
 
 def stop_on_signals(before_stop: Callable[[], object]) -> None:
-    """SIGTERM and SIGINT end the server's loop. Once: a second one must not break off the clean end."""
+    """SIGTERM and SIGINT end the server's loop; further ones are ignored, so that the shutdown completes."""
 
     def stop(signum: int, frame: Optional[FrameType]) -> NoReturn:
         signal.signal(signal.SIGTERM, signal.SIG_IGN)
@@ -70,7 +70,7 @@ def stop_on_signals(before_stop: Callable[[], object]) -> None:
 def serve(
     application: WSGIApplication, listener: socket.socket, ready_file: Optional[Path], before_stop: Callable[[], object]
 ) -> None:
-    """Serves until SIGTERM or SIGINT; then requests in progress have a few seconds to end."""
+    """Serves until SIGTERM or SIGINT; requests in progress then have a few seconds to complete."""
     server = create_server(
         application,
         sockets=[listener],

@@ -13,7 +13,7 @@ Function = Callable[[dict[str, Any]], Answer]
 
 
 class Route(NamedTuple):
-    """One path of the service; only requests with a body are told their content type."""
+    """One path of the service; only requests with a body need a content type."""
 
     method: str
     function: Function
@@ -21,15 +21,15 @@ class Route(NamedTuple):
 
 
 def import_speech_module() -> Any:
-    """The speech part of the module. It keeps cancel and progress itself here, also where the library is installed
-    system-wide and was found: the state of the library is that of another process's host."""
+    """The speech part of the module. Cancel flag and progress are kept in the module even if it found the library
+    installed system-wide: the library's state belongs to host processes."""
     speech: Any = import_module("SpeechToText.WhisperTranscriptionImpl")
     speech.whisper_share = None
     return speech
 
 
 def load_routes(max_audio_seconds: float, max_transcriptions: int) -> dict[str, Route]:
-    """Imports the transcription module, which takes seconds, and gives its functions their paths."""
+    """Imports the transcription module, which takes seconds, and maps paths to its functions."""
     speech = import_speech_module()
     semantic_search = import_module("SemanticSearch.semantic_search")
     upload = UploadLimit(speech, int(max_audio_seconds * speech.audioSampRate))
