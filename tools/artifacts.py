@@ -1,7 +1,7 @@
-"""Puts files in place so that a run broken off at any moment is repaired by the next one.
+"""Puts files in place so that a run interrupted at any moment is repaired by the next one.
 
-An artifact is a file or folder with a stamp that holds its checksums. It is built aside, moved into place, and
-stamped last; whatever lacks a true stamp is built anew.
+An artifact is a file or folder with a stamp that holds its checksums. It is built in a temporary folder, moved into
+place, and stamped last; whatever has no valid stamp is rebuilt.
 """
 
 from __future__ import annotations
@@ -20,7 +20,7 @@ from pinned_packages import sha256_of
 
 @dataclass(frozen=True)
 class Artifact:
-    """`build` writes the artifact at the path given; `inputs` are texts that, when changed, make it stale."""
+    """`build` writes the artifact to the given path; a change of the texts `inputs` makes it stale."""
 
     name: str
     inputs: Sequence[str]
@@ -28,7 +28,7 @@ class Artifact:
 
 
 def source_digest(*modules: str) -> str:
-    """One text that changes when the source of any of these files does."""
+    """A text that changes whenever one of these files does."""
     return hashlib.sha256(b"".join(Path(module).read_bytes() for module in modules)).hexdigest()
 
 
@@ -42,7 +42,7 @@ def locked(folder: Path) -> Iterator[None]:
 
 
 def ensure(folder: Path, artifact: Artifact) -> bool:
-    """Builds what is missing, stale or damaged; False when nothing was to be done."""
+    """Builds what is missing, stale or damaged; returns False when there was nothing to do."""
     stamp = folder / ".stamps" / f"{artifact.name.replace('/', '.')}.json"
     target = folder / artifact.name
     if _is_whole(target, stamp, artifact):

@@ -18,7 +18,7 @@ TOLERANCE_MS = 300
 
 @dataclass(frozen=True)
 class Spoken:
-    """Words in a recording. `at` was measured on the sound: each place follows a pause."""
+    """Words in a recording. `at`, in seconds, was measured in the signal: the words follow a pause."""
 
     typed: str
     first_word: str
@@ -60,7 +60,7 @@ To check the voicemail for a user...
 
 
 class Kestrel:
-    """The executable, with its messages shown as they come and its answers read as JSON."""
+    """The executable; its messages are shown as they come, its results are read as JSON."""
 
     def __init__(self, executable: Path) -> None:
         self.executable = executable
@@ -69,7 +69,7 @@ class Kestrel:
         self.show(arguments)
         result = subprocess.run([self.executable, *map(str, arguments)], check=False)
         if result.returncode != 0:
-            sys.exit(f"\nkestrel {arguments[0]} failed; what went wrong stands above")
+            sys.exit(f"\nkestrel {arguments[0]} failed; see its message above")
 
     def ask(self, *arguments: object) -> Any:
         result = subprocess.run(
@@ -86,13 +86,13 @@ class Kestrel:
 
 
 class Checks:
-    """Counts what was checked; the demonstration fails when anything is wrong."""
+    """Counts failures; the demonstration fails when a check does."""
 
     def __init__(self) -> None:
         self.failed = 0
 
     def check(self, good: bool, text: str) -> None:
-        print(f"     {'ok   ' if good else 'WRONG'} {text}", flush=True)
+        print(f"     {'ok    ' if good else 'FAILED'} {text}", flush=True)
         self.failed += not good
 
 
@@ -125,12 +125,12 @@ def check_found(kestrel: Kestrel, spoken: Spoken, file: str, checks: Checks) -> 
         return None
     late = hit["startMS"] - round(spoken.at * 1000)
     good = abs(late) <= TOLERANCE_MS and hit["match"].split()[0].strip(",.") == spoken.first_word
-    checks.check(good, f"\"{hit['match']}\" at {hit['timecode']}, {abs(late)} ms from the sound, score {hit['score']:.2f}")
+    checks.check(good, f"\"{hit['match']}\" at {hit['timecode']}, {abs(late)} ms from the signal, score {hit['score']:.2f}")
     return hit
 
 
 def find(kestrel: Kestrel, checks: Checks) -> None:
-    title("Finding phrases that are typed with mistakes, at the word and the time where they are spoken")
+    title("Finding mistyped phrases at the word and the time where they are spoken")
     hits = []
     for recording in RECORDINGS:
         print()
@@ -142,14 +142,14 @@ def find(kestrel: Kestrel, checks: Checks) -> None:
         checks.check(answer["speaker"] != question["speaker"], "and those two were said by different voices")
 
 
-def line_up(kestrel: Kestrel, work: Path, checks: Checks) -> Path:
-    title("Lining a small script up with the English recording; its second speaker is not in it")
+def align(kestrel: Kestrel, work: Path, checks: Checks) -> Path:
+    title("Aligning a short script with the English recording; its second speaker is not in it")
     script = work / "scene.fountain"
     script.write_text(SCRIPT, encoding="utf-8")
     page = work / "scene.html"
     kestrel.run("align", script, "--clip", "english_long.wav", "--html", page)
     lines = kestrel.ask("align", script, "--clip", "english_long.wav")["lines"]
-    checks.check([line["found"] for line in lines] == [True, True, False, True], "the lost line is the visitor's")
+    checks.check([line["found"] for line in lines] == [True, True, False, True], "the only line not found is the visitor's")
     starts = [line.get("startMS", 0) for line in lines]
     checks.check(
         abs(starts[0] - 57_000) <= TOLERANCE_MS and abs(starts[3] - 62_420) <= TOLERANCE_MS,
@@ -162,7 +162,7 @@ def compare_engines(kestrel: Kestrel, speech: Path, work: Path, checks: Checks) 
     title("Transcribing one recording with both engines: the service, and embedded in the kestrel process")
     words = []
     for engine in ("service", "embedded"):
-        # A clip is known by its content, so each engine gets a file of its own with the same sound.
+        # A clip is identified by its content, so each engine gets a file of its own with the same audio.
         file = work / f"librivox by the {engine} engine.mkv"
         if not file.exists():
             convert(speech / "librivox_1.wav", file, engine)
@@ -176,7 +176,7 @@ def compare_engines(kestrel: Kestrel, speech: Path, work: Path, checks: Checks) 
             ]
         )
     print(f"     {words[0][0][0]}")
-    checks.check(words[0] == words[1], "equal word for word and time for time")
+    checks.check(words[0] == words[1], "the same words at the same times")
 
 
 def convert(source: Path, target: Path, title_text: str) -> None:
@@ -187,21 +187,15 @@ def convert(source: Path, target: Path, title_text: str) -> None:
 
 
 def say_what_next(executable: Path, page: Path) -> None:
-    shell = f"KESTREL_HOME={os.environ['KESTREL_HOME']} {executable}"
-    title("What to try next (the services still run)")
+    title("The three most useful commands to go on with (the services are still running)")
     print(f"""
-   Your own media, any file with sound:
-     {shell} transcribe FILE --project Mine --language en
-     {shell} search "what somebody said" --project Mine
+   export PATH="{executable.parent}:$PATH" KESTREL_HOME="{os.environ['KESTREL_HOME']}"
 
-   The conversation with its voices:
-     {shell} show conversation_en.wav
+   1. kestrel transcribe FILE --project Mine --language en     your own media, any file with audio
+   2. kestrel search "what somebody said" --project Mine       at the word where it is spoken
+   3. kestrel align SCRIPT --clip FILE --html page.html        a script beside the recording, like {page}
 
-   Script and recording side by side, in a browser:
-     {page}
-
-   When done:
-     {shell} down
+   Stop the services with: kestrel down
 """)
 
 
@@ -209,7 +203,7 @@ def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--bin", type=Path, required=True, help="folder of the executables")
     parser.add_argument("--speech", type=Path, required=True, help="folder of the recordings")
-    parser.add_argument("--work", type=Path, required=True, help="folder for what is made")
+    parser.add_argument("--work", type=Path, required=True, help="folder for the files made here")
     parser.add_argument("--stop", action="store_true", help="stop the services at the end")
     options = parser.parse_args()
     options.work.mkdir(parents=True, exist_ok=True)
@@ -220,7 +214,7 @@ def main() -> int:
     kestrel.run("up", "--index-port", 0, "--speech-port", 0)
     transcribe(kestrel, options.speech, checks)
     find(kestrel, checks)
-    page = line_up(kestrel, options.work, checks)
+    page = align(kestrel, options.work, checks)
     compare_engines(kestrel, options.speech, options.work, checks)
     if options.stop:
         kestrel.run("down")

@@ -13,7 +13,7 @@ from pathlib import Path
 
 
 class FetchError(Exception):
-    """A package could not be had; the text says which and what the installer answered."""
+    """A package is unavailable; the text says which, and the installer's message."""
 
 
 @dataclass(frozen=True)
@@ -37,7 +37,7 @@ def sha256_of(path: Path) -> str:
 
 
 def fetch(package: Package, folder: Path) -> Path:
-    """The package's file in the folder, downloaded unless it is there whole already."""
+    """The package's file in the folder, downloaded unless it is already there, complete."""
     kept = folder / package.file
     if kept.is_file() and sha256_of(kept) == package.sha256:
         return kept

@@ -1,4 +1,4 @@
-"""Where the recogniser's model lies."""
+"""Finds the recogniser's model."""
 
 from __future__ import annotations
 
@@ -6,12 +6,12 @@ from pathlib import Path
 from typing import Optional
 
 PREFERRED_FOLDER = "whisper-base"
-# The tokenizer counts: without it the recogniser would look for one on the network.
+# Without the tokenizer the recogniser would try to download one.
 REQUIRED_FILES = ("model.bin", "config.json", "tokenizer.json")
 
 
 def missing_files(folder: Path) -> list[str]:
-    """The files that a model folder has to hold and this one does not."""
+    """The required files that a folder lacks."""
     return [name for name in REQUIRED_FILES if not (folder / name).is_file()]
 
 
@@ -38,7 +38,7 @@ def find_model_folder(model_dir: Optional[str]) -> Path:
 
 
 def model_size_of(folder: Path) -> str:
-    """The size that a folder name such as "whisper-base" tells, else the whole name."""
+    """The size in a folder name such as "whisper-base", else the whole name."""
     for prefix in ("faster-whisper-", "whisper-"):
         if folder.name.startswith(prefix):
             return folder.name[len(prefix) :]

@@ -23,14 +23,14 @@ DECODING: dict[str, Any] = {
     "word_timestamps": True,
     # A beam costs a fifth more than greedy search and saves a few words in every hundred.
     "beam_size": 5,
-    # An error in one window must not be carried into the next: that is how loops and hallucinations go on for minutes.
+    # Carried into the next window, an error can become a loop or a hallucination that lasts for minutes.
     "condition_on_previous_text": False,
     # Sampling takes over when the best text is a loop or improbable. Three attempts, not the usual six: each costs a
-    # full decoding, and what two temperatures do not mend is not speech.
+    # full decoding, and what two temperatures do not fix is not speech.
     "temperature": (0.0, 0.4, 0.8),
     "compression_ratio_threshold": 2.4,
     "log_prob_threshold": -1.0,
-    # Text that is improbable and comes with this much suspicion of silence is dropped.
+    # Improbable text with at least this probability of silence is dropped.
     "no_speech_threshold": 0.6,
     # The module has found the voiced spans already; a second voice filter would only cut words.
     "vad_filter": False,
@@ -60,7 +60,7 @@ class Transcriber:
                 str(folder),
                 device=self.model_device,
                 compute_type="float16" if self.model_device == "cuda" else "int8",
-                cpu_threads=joblib.cpu_count(),  # heeds affinity and container limits
+                cpu_threads=joblib.cpu_count(),  # respects affinity and container limits
             )
         except Exception as error:
             raise RuntimeError(f"the speech model in '{folder}' cannot be loaded: {error}") from error
@@ -68,13 +68,13 @@ class Transcriber:
     def transcribe(
         self, samples: Samples, selected_language: Optional[str]
     ) -> tuple[Iterator[RecognisedSegment], list[str]]:
-        """The segments, recognised as they are asked for, and the language, which is found out when none is given."""
+        """The segments, recognised as they are consumed, and the language, which is detected when none is given."""
         segments, info = self._model.transcribe(samples, language=selected_language, **DECODING)
         return refine(segments, Sound(samples, SAMPLING_RATE)), [info.language]
 
 
 def refine(segments: Iterable[Any], sound: Sound) -> Iterator[RecognisedSegment]:
-    """The recogniser's segments with word times that agree with the sound."""
+    """The recogniser's segments with corrected word times."""
     ctranslate2.set_random_seed(RANDOM_SEED)  # the same audio gives the same transcript, sampled or not
     for segment in segments:
         recognised = [TimedWord(float(w.start), float(w.end), w.word, float(w.probability)) for w in segment.words]

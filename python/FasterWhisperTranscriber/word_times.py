@@ -1,8 +1,8 @@
-"""Corrects word times by the sound.
+"""Corrects word times with the level of the signal.
 
-The recogniser reads word times off its attention, which is good to a few hundredths of a second inside running speech
-but not at pauses: the word after a pause often begins in the silence, or even in the tail of the word before. The level
-of the signal tells where the sound really begins.
+The recogniser derives word times from its attention, which is accurate to a few hundredths of a second within running
+speech but not at pauses: the word after a pause often begins in the silence, or even in the tail of the word before.
+The level of the signal shows where the sound really begins.
 """
 
 from __future__ import annotations
@@ -15,10 +15,10 @@ import numpy.typing as npt
 
 FRAME_SECONDS = 0.01
 PAUSE_FRAMES = 12  # shorter gaps are the closures of p, t and k inside words
-CLICK_FRAMES = 3  # shorter bursts are no speech
+CLICK_FRAMES = 3  # shorter bursts are not speech
 SPEECH_BELOW_PEAK_DB = 30.0
 SPEECH_ABOVE_FLOOR_DB = 8.0
-LEAST_RANGE_DB = 15.0  # with less between loud and soft there is noise or music throughout, and nothing to go by
+LEAST_RANGE_DB = 15.0  # with less between loud and soft, noise or music fills the pauses, too
 PAUSE_MARKS = tuple(".,;:?!…。、，；：？！؟،؛।")
 
 
@@ -81,9 +81,9 @@ def seconds_per_character(words: Sequence[TimedWord]) -> float:
 def own_stretch(
     word: TimedWord, previous: Optional[TimedWord], stretches: list[tuple[float, float]], pace: float
 ) -> tuple[float, float]:
-    """The one of several stretches of sound that is the word's, since no word goes on over a pause.
+    """The stretch of sound that belongs to the word, since no word continues across a pause.
 
-    Where the text expects a pause before the word it is the last; else the one as long as the word should take.
+    After punctuation it is the last one; else the one whose length is nearest to what the word should take.
     """
     if previous is None or previous.word.endswith(PAUSE_MARKS):
         return stretches[-1]
@@ -92,7 +92,7 @@ def own_stretch(
 
 
 def fit_word(word: TimedWord, previous: Optional[TimedWord], sound: Sound, pace: float) -> TimedWord:
-    """The word without silence at its ends, nor the sound of a neighbour on the other side of a pause."""
+    """The word without silence at its ends and without sound from beyond a pause."""
     stretches = sound.stretches(word.start, word.end)
     if not stretches:
         return word
@@ -101,7 +101,7 @@ def fit_word(word: TimedWord, previous: Optional[TimedWord], sound: Sound, pace:
 
 
 def share_gap(word: TimedWord, following: TimedWord, sound: Sound) -> tuple[TimedWord, TimedWord]:
-    """Two neighbours, grown into the gap between them where the sound of either goes on in it."""
+    """Two neighbours, extended into the gap between them where the sound of either continues."""
     stretches = sound.stretches(word.end, following.start)
     if stretches and stretches[0][0] - word.end < FRAME_SECONDS:
         word = word._replace(end=stretches.pop(0)[1])
@@ -111,7 +111,7 @@ def share_gap(word: TimedWord, following: TimedWord, sound: Sound) -> tuple[Time
 
 
 def fit_words(words: Sequence[TimedWord], sound: Sound) -> list[TimedWord]:
-    """The words of one segment, fitted to the sound."""
+    """The words of one segment, with corrected times."""
     if not words:
         return []
     pace = seconds_per_character(words)

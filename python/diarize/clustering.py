@@ -14,7 +14,7 @@ from diarize.voices import Labels, Vectors, group
 
 _MOST_THREADS = 4
 _FRAMES_PER_SHIFT = 2  # the encoder halves the frame rate of its filter bank
-_SHORTEST_INPUT_SECONDS = 0.4  # shorter speech is given to the encoder with what surrounds it
+_SHORTEST_INPUT_SECONDS = 0.4  # shorter speech is encoded together with what surrounds it
 _SHORTEST_REST_SECONDS = 0.1  # a remainder up to this adds no window at the end of a stretch
 
 
@@ -33,7 +33,7 @@ def compute_embeddings(
     batch_size: int = 32, sampling_rate: int = 16000, window_secs: float = 1.5, period_secs: float = 0.75,
     frame_shift: int = 10,
 ) -> tuple[list[Range], Vectors]:
-    """Windows (begin, end) in seconds and a vector for each, as long as the window is a share of a whole one.
+    """Windows (begin, end) in seconds and a vector for each; its length is the window's share of a full one.
 
     Windows lie within the speech between two pauses; speech shorter than a window makes one short window.
     """
@@ -56,8 +56,8 @@ def compute_embeddings(
 def cluster(embeddings_list: Vectors, sparsity_threshold: float, max_num_spks: int) -> Labels:
     """A voice number for every vector.
 
-    A voice that holds less than the share `sparsity_threshold` of the speech is too sparse to count as one; its
-    windows go to the voices that they resemble most.
+    A voice with less than the share `sparsity_threshold` of the speech does not count as one; its windows go to the
+    voices that they resemble most.
     """
     if not 0 <= sparsity_threshold <= 1:
         raise ValueError(f"the sparsity threshold is a share between 0 and 1, not {sparsity_threshold}")
@@ -98,7 +98,7 @@ def _encode(audio: Audio, windows: Sequence[Range], session: onnxruntime.Inferen
 
 
 def _slice(audio: Audio, begin: float, end: float, sampling_rate: int) -> Audio:
-    """The samples of a stretch, widened on both sides, and with silence if need be, to what the encoder takes."""
+    """The samples of a stretch, widened on both sides, with silence if needed, to the least that the encoder accepts."""
     shortest = int(_SHORTEST_INPUT_SECONDS * sampling_rate)
     first, last = int(begin * sampling_rate), min(int(end * sampling_rate), len(audio))
     if last - first < shortest:

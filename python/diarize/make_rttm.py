@@ -24,7 +24,7 @@ def read_labels(subsegs_list: Sequence[tuple[float, float]], cluster_labels: Ite
 
 
 def merge_segments(subseg_to_labels: Iterable[Turn]) -> list[Turn]:
-    """Turns that do not overlap: windows of one voice joined, the overlap of two voices shared half and half."""
+    """Turns that do not overlap: windows of one voice are joined, the overlap of two voices is split in the middle."""
     turns: list[Turn] = []
     for begin, end, label in subseg_to_labels:
         if turns:
@@ -59,7 +59,7 @@ def merge_outputs(merged: Sequence[Turn], segments: Sequence[Segment], success: 
 
 
 class _Timeline:
-    """Turns, in order and without overlap, that can be asked for a stretch of time."""
+    """Turns, in order and without overlap, to look up by time."""
 
     def __init__(self, turns: Sequence[Turn]) -> None:
         self._turns = turns

@@ -1,7 +1,7 @@
 """Splits voiced spans at their pauses.
 
-A voice detector bridges pauses of seconds, and speakers change in pauses: windows that do not reach over one hold a
-single voice far more often.
+A voice detector bridges pauses of seconds, and speakers change in pauses: windows that do not span one contain a single
+voice far more often.
 """
 
 from __future__ import annotations
@@ -21,7 +21,7 @@ _ABOVE_NOISE = 0.3  # share of the way from the noise floor to the loud speech
 
 
 def find_islands(audio: Audio, spans: Sequence[Span], sampling_rate: int, frame_shift: int) -> list[Span]:
-    """The stretches of each span, in seconds, between pauses; a span in which all is quiet has none."""
+    """The stretches of each span, in seconds, between pauses; a quiet span has none."""
     frame = sampling_rate * frame_shift // 1000
     level = _level_db(audio, frame)
     bounds = [(int(begin * sampling_rate) // frame, int(end * sampling_rate) // frame) for begin, end in spans]

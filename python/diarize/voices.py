@@ -15,7 +15,7 @@ Vectors = npt.NDArray[np.float32]
 Labels = npt.NDArray[np.int64]
 _Matrix = npt.NDArray[np.float64]
 
-# Found on recordings; bench/diarization reports how they do on others.
+# Tuned on recordings; bench/diarization reports the results on others.
 _JOIN_DISTANCE = 0.7  # cosine distance up to which windows are joined, averaged over pairs
 _SAME_VOICE = 0.65  # cosine similarity, less the noise of the means, from which two groups are one voice
 _WINDOW_RELIABILITY = 0.15  # share of a single window's vector that is the voice's own
@@ -39,7 +39,7 @@ def group(vectors: Vectors, smallest_share: float, most_voices: int) -> Labels:
 
 
 class _Clip:
-    """The windows of one clip and what is asked of its voices."""
+    """The windows of one clip and the limits for its voices."""
 
     def __init__(self, units: npt.NDArray[np.floating], weights: _Matrix, smallest_share: float,
                  most_voices: int) -> None:
@@ -58,7 +58,7 @@ class _Clip:
         return labels
 
     def settle(self, labels: Labels) -> Labels:
-        """Joins groups that are one voice and dissolves what is too small or too many."""
+        """Joins groups that are one voice and dissolves those that are too small or too many."""
         while True:
             labels = _renumbered(labels)
             means, masses = self._means(labels), np.bincount(labels, self._weights).astype(np.float64)
@@ -114,7 +114,7 @@ def _join(units: _Matrix) -> Labels:
 
 
 def _reliability(masses: _Matrix) -> _Matrix:
-    """How near the mean of so many windows comes to the voice's own vector: what noise takes from its similarities."""
+    """How similar the mean of so many windows is to the voice's true vector, given the noise of single windows."""
     windows = np.maximum(masses, 1.0)
     reliability: _Matrix = np.sqrt(windows * _WINDOW_RELIABILITY / (1 + (windows - 1) * _WINDOW_RELIABILITY))
     return reliability

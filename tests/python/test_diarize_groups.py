@@ -51,10 +51,6 @@ def test_equal_input_gives_equal_labels() -> None:
     assert np.array_equal(first, clustering.cluster(vectors.copy(), 0.01, max_num_spks=9))
 
 
-def test_no_vectors_give_no_labels() -> None:
-    assert len(clustering.cluster(np.empty((0, 0), np.float32), 0.01, max_num_spks=5)) == 0
-
-
 @pytest.mark.parametrize("threshold, cap, named", [(-0.1, 3, "-0.1"), (1.5, 3, "1.5"), (0.01, 0, "0")])
 def test_senseless_limits_are_refused(threshold: float, cap: int, named: str) -> None:
     with pytest.raises(ValueError, match=named):

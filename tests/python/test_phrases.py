@@ -69,14 +69,6 @@ def test_words_get_the_times_of_their_letters(
     assert [(record.word.strip(), record.start, record.end) for record in phrase["words"]] == expected
 
 
-def test_used_records_are_counted(text_module: Any) -> None:
-    records = timed(" ice-cream", " can", "not", " go")
-    used, matched = text_module.matchWordstoFindCorrectTimestamp(3, ["ice", "cream", "cannot"], records)
-    assert (used, len(matched)) == (3, 3)
-    assert text_module.emptyBufferFromUsedItems(records, used) == [records[3]]
-    assert text_module.emptyBufferFromUsedItems(records, 9) == []
-
-
 @pytest.mark.parametrize("language, text", [("en", "No records."), ("ja", "「はい」。"), ("th", "ไป")])
 @pytest.mark.parametrize("make_phrases", [True, False])
 def test_a_phrase_without_words_is_reported_and_left_out(

@@ -138,7 +138,7 @@ def test_words_begin_where_speech_begins(service: SpeechProcess, name: str, lang
     check_word_starts(samples, finalize(service, name, language)["transcriptSegments"])
 
 
-def test_language_is_found_out(service: SpeechProcess) -> None:
+def test_language_is_detected(service: SpeechProcess) -> None:
     upload(service, recording("french.wav")[: 20 * RATE], "unknown", project="")
     answer = service.ask("stt_transcribe_audio", {"mediaGuid": "unknown", "makePhrases": True})
     assert {segment["language"] for segment in answer["segments"]} == {"fr"}

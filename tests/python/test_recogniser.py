@@ -69,7 +69,7 @@ def sound_of(*stretches: tuple[float, float], seconds: float = 6.0, noise: float
 @pytest.mark.parametrize(
     "stretches, words, times",
     [
-        # The first word begins in silence and ends too early: both are mended.
+        # The first word begins in silence and ends too early: both are corrected.
         ([(0.5, 1.5), (2.0, 2.5)], [(0.0, 1.0, " Hello!"), (2.0, 2.5, " You")], [(0.5, 1.5), (2.0, 2.5)]),
         # After a mark the pause precedes the word: the tail goes to the word before.
         ([(0.5, 1.5), (2.0, 2.5)], [(0.5, 1.0, " Hello."), (1.0, 2.5, " You")], [(0.5, 1.5), (2.0, 2.5)]),

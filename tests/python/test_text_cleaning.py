@@ -2,25 +2,11 @@
 
 from __future__ import annotations
 
-import sys
-import unicodedata
 from typing import Any
 
 import pytest
 from conftest import timed
 from faster_whisper.transcribe import Word as RecogniserWord
-
-
-def test_tables(text_module: Any) -> None:
-    codes = [ord(symbol) for symbol in text_module.symbols[:28]]
-    assert codes == [
-        0x22, 0x23, 0x2A, 0x2B, 0x2F, 0x3C, 0x3D, 0x3E, 0x5C, 0x5E, 0x5F, 0x60, 0x7B, 0x7C, 0x7D, 0x7E, 0x300C, 0x300D,
-        0x300E, 0x300F, 0x2669, 0x266A, 0x266B, 0x266C, 0x266D, 0x266E, 0x266F, 0xFFFD,
-    ]  # fmt: skip
-    assert text_module.symbols[28:] == ["<<", ">>", "<<<", ">>>", "--", "---", "♪♪", "♪♪♪"]
-    assert text_module.tbl is text_module.tbl_no_end_paren_bracket
-    expected = {code for code in range(sys.maxunicode) if unicodedata.category(chr(code))[0] == "P"}
-    assert set(text_module.tbl) == expected - {ord(")"), ord("]")}
 
 
 @pytest.mark.parametrize(
@@ -51,11 +37,6 @@ def test_sentences(text_module: Any, text: str, sentences: list[str]) -> None:
 )
 def test_abbreviations(text_module: Any, word: str, expected: bool) -> None:
     assert text_module.isNotException(word) is expected
-
-
-@pytest.mark.parametrize("char", ".?!。？！؟,;… a")
-def test_end_punctuation(text_module: Any, char: str) -> None:
-    assert text_module.haveEndPunc(char) is (char in ".?!。？！؟")
 
 
 @pytest.mark.parametrize(
