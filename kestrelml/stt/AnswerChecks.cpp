@@ -1,38 +1,16 @@
 #include "kestrelml/stt/AnswerChecks.h"
 
-#include <Poco/JSON/Array.h>
+#include "kestrelml/core/Debug.h"
+#include "kestrelml/core/Report.h"
 
-#include <iostream>
+#include <Poco/JSON/Array.h>
 
 namespace kestrelml::stt {
 namespace {
 
+using detail::debugLine;
 using Poco::JSON::Array;
 using Poco::JSON::Object;
-
-/// Where the reports of one check go.
-struct Reporter {
-    KsNNBase& target;
-    bool debug;
-
-    KsNN_ErrorCode fail(const std::string& message) const {
-        reportError(nullptr, message.c_str(), __LINE__, &target, debug);
-        return KsNN_Error;
-    }
-};
-
-/// Runs the body of a check and turns what it throws into a report.
-template <typename Body>
-KsNN_ErrorCode guarded(const Reporter& reporter, const char* unknownFailure, Body body) {
-    try {
-        return body();
-    } catch (const Poco::Exception& e) {
-        reportError(&e, nullptr, __LINE__, &reporter.target, reporter.debug);
-        return KsNN_Error;
-    } catch (...) {
-        return reporter.fail(unknownFailure);
-    }
-}
 
 bool hasAll(const Answer& answer, std::initializer_list<const char*> keys) {
     return std::all_of(keys.begin(), keys.end(), [&](const char* key) { return answer->has(key); });
@@ -68,31 +46,29 @@ KsNNTranscriptWord readWord(const Answer& element) {
 } // namespace
 
 KsNN_ErrorCode checkSetModelDir(const Answer& answer, KsNNBase& target, bool debug) {
-    const Reporter reporter{target, debug};
-    return guarded(reporter, "KsNNSTT checkSetModelDir error: ", [&] {
-        if (!hasAll(answer, {"success", "modelDir"})) return reporter.fail("KsNNSTT JSON err");
+    return detail::guarded({"KsNNSTT checkSetModelDir error: "}, &target, debug, [&] {
+        if (!hasAll(answer, {"success", "modelDir"})) return detail::fail(&target, "KsNNSTT JSON err", debug);
         const std::string success = text(answer, "success");
         if (success != "true")
-            return reporter.fail("KsNNSTT checkSetModelDir error: " + textIfPresent(answer, "error"));
-        if (debug)
-            std::cout << "checkSetModelDir result: " << success << ", modelDir " << text(answer, "modelDir")
-                      << std::endl;
+            return detail::fail(&target, "KsNNSTT checkSetModelDir error: " + textIfPresent(answer, "error"),
+                                debug);
+        debugLine(debug, "checkSetModelDir result: ", success, ", modelDir ", text(answer, "modelDir"));
         return KsNN_Success;
     });
 }
 
 KsNN_ErrorCode checkGetSupportedLanguages(const Answer& answer, std::vector<KsNNLanguage>& languages,
                                           KsNNBase& target, bool debug) {
-    const Reporter reporter{target, debug};
     const std::string message = "checkGetSupportedLanguages error: ";
-    return guarded(reporter, "KsNNSTT checkGetSupportedLanguages error: ", [&] {
+    return detail::guarded({"KsNNSTT checkGetSupportedLanguages error: "}, &target, debug, [&] {
         if (!answer->has("success") || answer->has("error"))
-            return reporter.fail(message + textIfPresent(answer, "error"));
+            return detail::fail(&target, message + textIfPresent(answer, "error"), debug);
         const std::string success = text(answer, "success");
-        if (success != "true") return reporter.fail("KsNNSTT checkGetSupportedLanguages error: ");
-        if (debug) std::cout << "checkGetSupportedLanguages result: " << success << std::endl;
+        if (success != "true")
+            return detail::fail(&target, "KsNNSTT checkGetSupportedLanguages error: ", debug);
+        debugLine(debug, "checkGetSupportedLanguages result: ", success);
         if (!answer->has("languages") || answer->getObject("languages")->size() == 0)
-            return reporter.fail(message);
+            return detail::fail(&target, message, debug);
 
         const Object::Ptr table = answer->getObject("languages");
         std::vector<std::string> codes = table->getNames();
@@ -102,10 +78,9 @@ KsNN_ErrorCode checkGetSupportedLanguages(const Answer& answer, std::vector<KsNN
             const KsNNLanguage language{code, textIfPresent(names, "local"),
                                         textIfPresent(names, "language")};
             if (code.empty() || language.localName.empty() || language.anglicizedName.empty())
-                return reporter.fail(message);
-            if (debug)
-                std::cout << "Code: " << code << " Local language: " << language.localName
-                          << " Anglicized language: " << language.anglicizedName << std::endl;
+                return detail::fail(&target, message, debug);
+            debugLine(debug, "Code: ", code, " Local language: ", language.localName,
+                      " Anglicized language: ", language.anglicizedName);
             languages.push_back(language);
         }
         return KsNN_Success;
@@ -113,31 +88,27 @@ KsNN_ErrorCode checkGetSupportedLanguages(const Answer& answer, std::vector<KsNN
 }
 
 KsNN_ErrorCode checkAudioUpload(const Answer& answer, KsNNBase& target, bool debug) {
-    const Reporter reporter{target, debug};
     const char* message = "KsNNSTT checkAudioUpload error: ";
-    return guarded(reporter, message, [&] {
+    return detail::guarded({message}, &target, debug, [&] {
         if (!hasAll(answer, {"success", "mediaGuid", "projectGuid", "start_sample", "end_sample"}))
-            return reporter.fail(message);
+            return detail::fail(&target, message, debug);
         const std::string success = text(answer, "success");
-        if (success != "true") return reporter.fail(message);
-        if (debug)
-            std::cout << "checkAudioUpload result: " << success << ", mediaGuid " << text(answer, "mediaGuid")
-                      << ", " << text(answer, "start_sample") << "-" << text(answer, "end_sample")
-                      << std::endl;
+        if (success != "true") return detail::fail(&target, message, debug);
+        debugLine(debug, "checkAudioUpload result: ", success, ", mediaGuid ", text(answer, "mediaGuid"),
+                  ", ", text(answer, "start_sample"), "-", text(answer, "end_sample"));
         return KsNN_Success;
     });
 }
 
 KsNN_ErrorCode checkFinalizeTranscript(const Answer& answer, KsNNDB_STTClipEntry& entry, KsNNBase& target,
                                        bool debug) {
-    const Reporter reporter{target, debug};
     const std::string message = "checkFinalizeTranscript error: ";
-    return guarded(reporter, message.c_str(), [&] {
+    return detail::guarded({message.c_str()}, &target, debug, [&] {
         if (!answer->has("success") || answer->has("error"))
-            return reporter.fail(message + textIfPresent(answer, "error"));
-        if (!answer->getValue<bool>("success")) return reporter.fail(message);
+            return detail::fail(&target, message + textIfPresent(answer, "error"), debug);
+        if (!answer->getValue<bool>("success")) return detail::fail(&target, message, debug);
         if (!hasAll(answer, {"total_samples", "mediaGuid", "projectGuid", "model", "device"}))
-            return reporter.fail(message);
+            return detail::fail(&target, message, debug);
         answer->getValue<std::int64_t>("total_samples"); // throws unless it is an integer
 
         entry.model = text(answer, "model");
@@ -157,13 +128,14 @@ KsNN_ErrorCode checkFinalizeTranscript(const Answer& answer, KsNNDB_STTClipEntry
         for (unsigned i = 0; i < elements->size(); ++i) {
             const Object::Ptr element = elements->getObject(i);
             if (debug) {
-                element->stringify(std::cout);
-                std::cout << std::endl;
+                std::ostringstream json;
+                element->stringify(json);
+                debugLine(debug, json.str());
             }
             segment.wordStartsMS.clear();
             segment.wordEndsMS.clear();
             if (!hasAll(element, {"segment", "transcript", "language", "speakerID"}))
-                return reporter.fail(message);
+                return detail::fail(&target, message, debug);
             segment.segment = element->getValue<std::int32_t>("segment");
             segment.transcript = text(element, "transcript");
             segment.language = text(element, "language");
@@ -175,12 +147,11 @@ KsNN_ErrorCode checkFinalizeTranscript(const Answer& answer, KsNNDB_STTClipEntry
 }
 
 KsNN_ErrorCode buildTranscriptFromJson(const Answer& answer, KsNNTranscript& transcript, KsNNBase& target) {
-    const Reporter reporter{target, false};
     const std::string message = "buildTranscriptFromJson error: ";
-    return guarded(reporter, message.c_str(), [&] {
+    return detail::guarded({message.c_str()}, &target, false, [&] {
         if (!answer->has("success") || answer->has("error"))
-            return reporter.fail(message + textIfPresent(answer, "error"));
-        if (!answer->getValue<bool>("success")) return reporter.fail(message);
+            return detail::fail(&target, message + textIfPresent(answer, "error"), false);
+        if (!answer->getValue<bool>("success")) return detail::fail(&target, message, false);
         transcript.model = text(answer, "model");
         transcript.device = text(answer, "device");
 
@@ -203,28 +174,25 @@ KsNN_ErrorCode buildTranscriptFromJson(const Answer& answer, KsNNTranscript& tra
 }
 
 KsNN_ErrorCode checkCancel(const Answer& answer, KsNNBase& target, bool debug) {
-    const Reporter reporter{target, debug};
     const std::string message = "checkCancel error: ";
-    return guarded(reporter, message.c_str(), [&] {
-        if (!answer->has("success")) return reporter.fail(message);
+    return detail::guarded({message.c_str()}, &target, debug, [&] {
+        if (!answer->has("success")) return detail::fail(&target, message, debug);
         const std::string success = text(answer, "success");
-        if (debug) std::cout << "checkCancel result: " << success << std::endl;
-        if (success != "true") return reporter.fail(message + textIfPresent(answer, "error"));
+        debugLine(debug, "checkCancel result: ", success);
+        if (success != "true") return detail::fail(&target, message + textIfPresent(answer, "error"), debug);
         return KsNN_Success;
     });
 }
 
 KsNN_ErrorCode checkGetProgress(const Answer& answer, float& progress, KsNNBase& target, bool debug) {
-    const Reporter reporter{target, debug};
     const char* message = "checkGetProgress error: ";
     progress = 0.0F;
-    return guarded(reporter, message, [&] {
-        if (!hasAll(answer, {"success", "progress"})) return reporter.fail(message);
+    return detail::guarded({message}, &target, debug, [&] {
+        if (!hasAll(answer, {"success", "progress"})) return detail::fail(&target, message, debug);
         const std::string success = text(answer, "success");
-        if (success != "true") return reporter.fail(message);
+        if (success != "true") return detail::fail(&target, message, debug);
         progress = answer->getValue<float>("progress");
-        if (debug)
-            std::cout << "checkGetProgress result: " << success << ", progress " << progress << std::endl;
+        debugLine(debug, "checkGetProgress result: ", success, ", progress ", progress);
         return KsNN_Success;
     });
 }

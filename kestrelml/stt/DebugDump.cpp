@@ -1,5 +1,6 @@
 #include "kestrelml/stt/DebugDump.h"
 
+#include "kestrelml/core/Debug.h"
 #include "kestrelml/platform/Paths.h"
 #include "kestrelml/platform/PrivateFolder.h"
 
@@ -8,7 +9,6 @@
 
 #include <atomic>
 #include <fstream>
-#include <iostream>
 
 namespace kestrelml::stt {
 namespace {
@@ -36,7 +36,7 @@ void dumpFile(const std::string& name, std::string_view bytes) noexcept {
     try {
         write(name, bytes);
     } catch (const std::exception& e) {
-        std::cout << "KsNNSTT cannot write debug file " << name << ": " << e.what() << std::endl;
+        detail::debugLine(true, "KsNNSTT cannot write debug file ", name, ": ", e.what());
     }
 }
 

@@ -1,5 +1,6 @@
 #include "kestrelml/stt/KsNNSpeechToTextInterface.h"
 
+#include "kestrelml/core/Report.h"
 #include "kestrelml/stt/DebugDump.h"
 
 #include <Poco/Base64Decoder.h>
@@ -50,10 +51,8 @@ KsNN_ErrorCode KsNNSpeechToTextInterface::debugInternals(const std::int16_t* sam
     if (writeFile) kestrelml::stt::dumpFile("KsNNBase64.txt", text.str());
 
     const std::vector<std::int16_t> decoded = decodeAudioBase64(text, numSamples);
-    if (!std::equal(decoded.begin(), decoded.end(), samples, samples + numSamples)) {
-        reportError(nullptr, "KsNNSTT Base64 decode err", __LINE__, this, false);
-        return KsNN_Error;
-    }
+    if (!std::equal(decoded.begin(), decoded.end(), samples, samples + numSamples))
+        return kestrelml::detail::fail(this, "KsNNSTT Base64 decode err", false);
     return KsNN_Success;
 }
 
@@ -61,7 +60,7 @@ KsNN_ErrorCode KsNNSpeechToTextInterface::keepLanguages(KsNN_ErrorCode checked,
                                                         const std::vector<KsNNLanguage>& languages,
                                                         const char* failure, bool debug) {
     if (checked != KsNN_Success)
-        reportError(nullptr, failure, __LINE__, this, debug);
+        kestrelml::detail::fail(this, failure, debug);
     else if (&languages != &mSupportedLanguages)
         mSupportedLanguages = languages;
     return checked;

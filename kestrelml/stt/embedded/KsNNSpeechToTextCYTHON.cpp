@@ -1,5 +1,6 @@
 #include "kestrelml/stt/KsNNSpeechToTextCYTHON.h"
 
+#include "kestrelml/core/Report.h"
 #include "kestrelml/platform/LibraryLoading.h"
 #include "kestrelml/platform/Paths.h"
 #include "kestrelml/stt/AnswerChecks.h"
@@ -18,14 +19,13 @@ KsNN_ErrorCode withBridge(KsNNBase& engine, bool debug, Operation operation) {
     // Another thread polls or cancels a running engine: its texts are that engine's.
     if (bridge->belongsToThisThread()) engine.ResetErrorStr();
     if (!bridge->isSetUp()) {
-        reportError(nullptr, bridge->setUpFailure().c_str(), __LINE__, &engine, debug);
+        detail::fail(&engine, bridge->setUpFailure(), debug);
         return KsNN_SetupFailed;
     }
     try {
         return operation(*bridge);
-    } catch (const Poco::Exception& e) { // an answer that is not JSON fails as one that a check cannot read
-        reportError(&e, nullptr, __LINE__, &engine, debug);
-        return KsNN_Error;
+    } catch (const std::exception&) { // an answer that is not JSON fails as one that a check cannot read
+        return detail::reportCaught({"KsNNSTTCython error: "}, &engine, debug);
     }
 }
 
@@ -118,12 +118,9 @@ KsNN_ErrorCode KsNNSpeechToTextCYTHON::GetSupportedLanguages(std::vector<KsNNLan
                                                              bool debug) {
     constexpr const char* kMessage = "KsNNSTTCython::GetSupportedLanguages err:";
     ResetErrorStr();
-    try {
+    return detail::guarded({kMessage, KsNN_Error, kMessage}, this, debug, [&] {
         const stt::Answer answer = readLanguageTable(KestrelMLCythonIF::modelDirectory());
         return keepLanguages(stt::checkGetSupportedLanguages(answer, languages, *this, debug), languages,
                              kMessage, debug);
-    } catch (const Poco::Exception& e) {
-        reportError(&e, kMessage, __LINE__, this, debug);
-        return KsNN_Error;
-    }
+    });
 }

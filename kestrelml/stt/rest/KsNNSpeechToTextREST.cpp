@@ -1,6 +1,7 @@
 #include "kestrelml/stt/KsNNSpeechToTextREST.h"
 
 #include "kestrelml/core/RESTCall.h"
+#include "kestrelml/core/Report.h"
 #include "kestrelml/stt/AnswerChecks.h"
 #include "kestrelml/stt/DebugDump.h"
 
@@ -48,10 +49,8 @@ KsNN_ErrorCode call(KsNNBase& engine, const Endpoint& endpoint, const Object::Pt
     const KsNN_ErrorCode result = RESTCall(endpoint.method, endpoint.path, endpoint.timeoutSeconds, body,
                                            answer, status, &engine, false, false, debug);
     if (result != KsNN_Success) return result;
-    if (status != 200 && !(endpoint.acceptsCreated && status == 201)) {
-        reportError(nullptr, endpoint.statusMessage, __LINE__, &engine, debug);
-        return KsNN_Error;
-    }
+    if (status != 200 && !(endpoint.acceptsCreated && status == 201))
+        return detail::fail(&engine, endpoint.statusMessage, debug);
     return check(answer);
 }
 
