@@ -55,8 +55,9 @@ def test_promises_name_tests_that_exist() -> None:
     sources = "\n".join(
         path.read_text(encoding="utf-8") for path in (ROOT / "tests").rglob("*") if path.suffix in {".cpp", ".py"}
     )
-    promised = re.findall(r"`(test_\w+|[A-Z]\w+(?:\.\w+)?)`", (ROOT / "docs" / "failure-modes.md").read_text())
-    assert promised
+    rows = re.findall(r"^\|.*\|.*\|(.*)\|$", (ROOT / "docs" / "failure-modes.md").read_text(encoding="utf-8"), re.MULTILINE)
+    promised = re.findall(r"`(test_\w+|[A-Z]\w+(?:\.\w+)?)`", "".join(rows))
+    assert len(promised) >= len(rows) - 2, "a promise without a test"
     for name in promised:
         pattern = rf"\({name.replace('.', ', ')}\)" if "." in name else rf"(def |TEST_P\(){name}\b"
         assert re.search(pattern, sources), name
