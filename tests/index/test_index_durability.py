@@ -66,7 +66,9 @@ def test_killed_at_any_moment_loses_nothing_acknowledged(data: Path) -> None:
         writers = [Writer(service.client(), f"w{round_number}-{n}") for n in range(8)]
         for writer in writers:
             writer.start()
-        time.sleep(random.uniform(0.2, 1.0))
+        while not all(writer.acknowledged or not writer.is_alive() for writer in writers):
+            time.sleep(0.01)
+        time.sleep(random.uniform(0.0, 0.8))
         service.kill()
         for writer in writers:
             writer.join()
