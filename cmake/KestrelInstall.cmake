@@ -22,6 +22,7 @@ function(kestrel_install_library target)
   file(REAL_PATH "${OnnxRuntime_LIBRARY}" onnxruntime_file)
   install(FILES "${onnxruntime_file}" DESTINATION "${CMAKE_INSTALL_LIBDIR}" RENAME libonnxruntime.so.1
     COMPONENT kestrelml)
+  install(FILES "${OnnxRuntime_EXTENSIONS_LIBRARY}" DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT kestrelml)
   set(package "${CMAKE_INSTALL_LIBDIR}/cmake/KestrelML")
   install(EXPORT KestrelMLTargets NAMESPACE KestrelML:: DESTINATION "${package}" COMPONENT kestrelml)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/kestrelml" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT kestrelml

@@ -32,6 +32,7 @@ LIBRARY = {
     "core": "records, result codes, transport, cipher",
     "text": "normal form, words, phrase and sequence matching",
     "stt": "speech-to-text engines, interpreter bridge",
+    "semantic": "from a text to a vector, by three routes",
     "store": "KsNNDatabase: write, lock, read, search",
     "align": "script lines, sequence matcher, Align",
     "host": "component entry points, service launcher",

@@ -16,6 +16,17 @@ bool loadRecogniserRuntime(const std::filesystem::path& pythonModules) {
     return LoadLibraryW((folder / "ctranslate2.dll").c_str()) != nullptr;
 }
 
+const char* const kExtensionOperators = "ortextensions.dll";
+
+std::filesystem::path besideThisLibrary(const char* file) {
+    HMODULE self = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<LPCWSTR>(&besideThisLibrary), &self);
+    std::wstring path(32768, L'\0'); // the longest path there is
+    path.resize(GetModuleFileNameW(self, path.data(), static_cast<DWORD>(path.size())));
+    return std::filesystem::path(path).replace_filename(file);
+}
+
 // Nothing to do: a library finds its symbols in the library that it names.
 void exposeInterpreterSymbols(int /*majorVersion*/, int /*minorVersion*/) {
 }
@@ -37,6 +48,14 @@ void exposeInterpreterSymbols(int majorVersion, int minorVersion) {
     const std::string name =
         "libpython" + std::to_string(majorVersion) + "." + std::to_string(minorVersion) + ".so.1.0";
     dlopen(name.c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_GLOBAL);
+}
+
+const char* const kExtensionOperators = "libortextensions.so";
+
+std::filesystem::path besideThisLibrary(const char* file) {
+    Dl_info self{};
+    if (dladdr(reinterpret_cast<const void*>(&besideThisLibrary), &self) == 0) return file;
+    return std::filesystem::canonical(self.dli_fname).replace_filename(file);
 }
 
 #endif

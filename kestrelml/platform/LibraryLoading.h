@@ -18,4 +18,10 @@ bool loadRecogniserRuntime(const std::filesystem::path& pythonModules);
 /// symbols (as Java, C# and ctypes do) would otherwise leave them with unresolved ones.
 void exposeInterpreterSymbols(int majorVersion, int minorVersion);
 
+/// File name of ONNX Runtime's library of extension operators.
+extern const char* const kExtensionOperators;
+
+/// The path of a file in the folder of the library that this function is part of.
+std::filesystem::path besideThisLibrary(const char* file);
+
 } // namespace kestrelml::platform

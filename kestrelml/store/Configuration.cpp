@@ -1,3 +1,4 @@
+#include "kestrelml/semantic/TextModels.h"
 #include "kestrelml/store/Credentials.h"
 #include "kestrelml/store/KsNNDatabase.h"
 #include "kestrelml/store/Operation.h"
@@ -50,6 +51,7 @@ KsNNDatabase::KsNNDatabase(const char* uri, const char* transcriptIndex, const c
 
 KsNNDatabase::~KsNNDatabase() {
     if (mOwnsInterpreterBridge) KsNNSpeechToTextCYTHON::Shutdown();
+    textModels().release();
 }
 
 void KsNNDatabase::setTranscriptIndex(const std::string& index) {

@@ -9,6 +9,7 @@
 
 #include <unicode/unistr.h>
 
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -16,6 +17,14 @@
 U_NAMESPACE_BEGIN
 class Transliterator;
 U_NAMESPACE_END
+
+namespace Ort {
+struct Env;
+struct Session;
+} // namespace Ort
+namespace kestrelml::semantic {
+class TextModels;
+}
 
 class KsNNAlignment;
 class KsNNTextLines;
@@ -212,7 +221,8 @@ public:
     /// @throws std::runtime_error when ICU has no word break rules.
     static void get_word_indices_in_string(const icu::UnicodeString& text, const std::string& language,
                                            std::vector<int>& starts, std::vector<int>& ends);
-    /// Self-test of phrase matching and alignment. Neither argument is used by the sections that exist.
+    /// Self-test of phrase matching and alignment and, when both arguments are given, of the route
+    /// `KsNNSemanticOnnx`; the models are forgotten afterwards.
     /// @returns `KsNN_Success`; `KsNN_Error` with the first check that failed.
     /// @throws std::runtime_error as the operations that it tests.
     KsNN_ErrorCode testInternals(std::string modelDir, std::string extensionLibrary);
@@ -428,6 +438,49 @@ public:
                                         std::string projectName);
     /// @}
 
+    /// @name Search by meaning
+    /// The semantic index holds a vector for each frame of a clip, or for each segment of what is said. A
+    /// query becomes a vector of the same space; near vectors mean much the same, whatever the language.
+    /// @{
+
+    /// Loads the models that queries become vectors with; once for each route, before the first search.
+    /// @param modelDir         Folder of "openclip_model_uint8.onnx" and "xlm_roberta_base_tokenizer.onnx".
+    /// @param extensionLibrary ONNX Runtime's library of extension operators, for the service and the
+    ///                         interpreter. The route of this process takes the one beside this library.
+    /// @returns `KsNN_Success`; `KsNN_Error` when the models cannot be loaded, or when there is no such route
+    /// (then without a report); `KsNN_SetupFailed` without an interpreter; `KsNN_Exception` when the service
+    /// cannot be reached.
+    /// @throws Ort::Exception on the route `KsNNSemanticOnnx` when a model or the operators cannot be loaded.
+    /// The models loaded before stay.
+    KsNN_ErrorCode LoadSemanticSearchModels(std::string modelDir, const std::string& extensionLibrary,
+                                            KsNNDBSemanticSearchImpl route, bool debug);
+
+    /// Finds the frames that are most like `text`.
+    /// @param projectGuid Not used: frames of all projects are found.
+    /// @param threshold   Not used.
+    /// @param results     Receives frames after what it holds, best first. `text` is the frame's description,
+    ///                    `startMS` and `endMS` its position, `score` three times the cosine, 0 to 0.999.
+    /// @param maxResults  Number of frames; 0 or less leaves it to the index (10).
+    /// @returns `KsNN_Success`, also when there is no semantic index; `KsNN_Error`, `KsNN_SetupFailed` and
+    /// `KsNN_Exception` as above and when the index gives no answer. Frames read before a failure stay.
+    KsNN_ErrorCode SemanticSearch(const std::string& text, const std::string& projectGuid, float threshold,
+                                  std::vector<KsNNSearchResults>& results, int maxResults,
+                                  KsNNDBSemanticSearchImpl route, bool debug);
+
+    /// Makes what is said in a stored clip searchable by meaning: one frame for each segment, its text as the
+    /// description, its start as the position. Creates the semantic index when it is missing. Frames that
+    /// exist are left, those of a segment that has changed are replaced; frames of pictures are not touched.
+    /// The models of `route` have to be loaded.
+    /// @param written  Receives the number of frames written, also after a failure; the next call goes on
+    ///                 behind them.
+    /// @param progress Called before each segment with its index and the number of segments.
+    /// @returns `KsNN_Success`; the code of `progress`; otherwise as `GetDBContents`, `CreateIndex` and
+    /// `SemanticSearch`.
+    KsNN_ErrorCode WriteSemanticFrames(const std::string& mediaGuid, const std::string& projectGuid,
+                                       KsNNDBSemanticSearchImpl route, int& written,
+                                       KsNNProgressCallback progress, bool debug);
+    /// @}
+
     /// @name Script alignment
     /// For each script line that is not empty in normal form, the transcript word where it begins.
     /// `alignment` is emptied first.
@@ -468,7 +521,15 @@ private:
                                          const std::string& language, float threshold,
                                          std::vector<int>& startWords, std::vector<float>& scores);
 
+    KsNN_ErrorCode GetVectorEmbedding(const std::string& text, float* embedding,
+                                      KsNNDBSemanticSearchImpl route, bool debug);
+    KsNN_ErrorCode testEmbedding(const std::string& modelDir, const std::string& extensionLibrary);
+    kestrelml::semantic::TextModels textModels();
+
     bool mOwnsInterpreterBridge;
+    std::shared_ptr<Ort::Session> mTextModel; ///< Copies of a store share the models.
+    std::shared_ptr<Ort::Session> mTokenizer;
+    std::shared_ptr<Ort::Env> mInferenceEnvironment;
 
     static std::string mTranscriptIndex;
     static std::string mSpeakerIndex;

@@ -1,6 +1,5 @@
 #include "kestrelml/store/Operation.h"
 
-#include "kestrelml/core/RESTCall.h"
 #include "kestrelml/store/Answer.h"
 
 #include <algorithm>
@@ -33,7 +32,7 @@ KsNN_ErrorCode Operation::refreshExisting(const std::string& index, const char* 
 }
 
 KsNN_ErrorCode Operation::send(const std::string& method, const std::string& path, const Object::Ptr& body) {
-    return RESTCall(method, path, kIndexTimeoutSeconds, body, mAnswer, mStatus, &mStore, true, true, mDebug);
+    return RESTCall(method, path, mTimeoutSeconds, body, mAnswer, mStatus, &mStore, true, true, mDebug);
 }
 
 bool Operation::hasStatus(std::initializer_list<unsigned> accepted) const {

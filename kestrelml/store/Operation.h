@@ -5,6 +5,7 @@
 /// report. Internal.
 
 #include "kestrelml/core/Debug.h"
+#include "kestrelml/core/RESTCall.h"
 #include "kestrelml/core/Report.h"
 #include "kestrelml/core/SourceLocation.h"
 #include "kestrelml/store/KsNNDatabase.h"
@@ -53,6 +54,8 @@ public:
     /// Sends; the status is the caller's to judge. Fails only when no answer came.
     KsNN_ErrorCode send(const std::string& method, const std::string& path,
                         const Object::Ptr& body = nullptr);
+    /// Gives later requests another limit than the usual one, for answers that take the service long.
+    void allowSeconds(unsigned seconds) { mTimeoutSeconds = seconds; }
     bool hasStatus(std::initializer_list<unsigned> accepted) const;
 
     /// Sends, and takes any other status than 200 for a failure, reported as `failure` or, when that is null,
@@ -124,6 +127,7 @@ private:
     const char* mFailure;
     bool mDebug;
     bool mQuotesRuntimeErrors = false;
+    unsigned mTimeoutSeconds = kIndexTimeoutSeconds;
     Object::Ptr mAnswer;
     unsigned mStatus = 0;
 };

@@ -238,6 +238,28 @@ void readClip(const Object& document, KsNNDBEntryBase& base) {
     base.clientApp = textOf(document, field::kClientApp);
 }
 
+Frame frameOf(const Object& hit) {
+    idOf(hit); // a frame without an identifier is damaged
+    const Object::Ptr document = sourceOf(hit);
+    return {mediaGuidOf(*document), textOf(*document, field::kFileName),
+            textOf(*document, field::kProjectName), integerOf(*document, field::kFramePositionMS),
+            textOf(*document, field::kImageDescription)};
+}
+
+void appendBulkCreate(const Frame& frame, int segment, const std::array<float, 512>& vector,
+                      std::ostream& bulk) {
+    bulk << "{ \"create\" : {} }\n";
+    object({{field::kMediaGuid, frame.mediaGuid},
+            {field::kFileName, frame.fileName},
+            {field::kProjectName, frame.projectName},
+            {field::kFramePositionMS, frame.positionMS},
+            {field::kImageDescription, frame.description},
+            {field::kSegment, segment},
+            {field::kImageVector, toArray(vector)}})
+        ->stringify(bulk);
+    bulk << '\n';
+}
+
 KsNNSpeakerKV speakerOf(const Object& hit) {
     KsNNSpeakerKV speaker;
     speaker.speakerGuid = idOf(hit);

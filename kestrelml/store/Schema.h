@@ -9,6 +9,7 @@
 #include "kestrelml/core/KsNNBase.h"
 #include "kestrelml/store/Query.h"
 
+#include <array>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -146,6 +147,19 @@ std::string projectGuidVersion1Of(const Object& document);
 std::string projectNameVersion1Of(const Object& document);
 /// Reads the clip's fields of segment 0, but for projects and completion.
 void readClip(const Object& document, KsNNDBEntryBase& base);
+
+/// What a frame of the semantic index shows, and where.
+struct Frame {
+    std::string mediaGuid;
+    std::string fileName;
+    std::string projectName;
+    int positionMS = 0;
+    std::string description;
+};
+Frame frameOf(const Object& hit);
+/// Appends the two lines of a bulk request that create the frame of a transcript's segment.
+void appendBulkCreate(const Frame& frame, int segment, const std::array<float, 512>& vector,
+                      std::ostream& bulk);
 
 /// Makes a speaker from a hit of the speaker index; the project fields stay empty.
 KsNNSpeakerKV speakerOf(const Object& hit);

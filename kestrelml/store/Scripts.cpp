@@ -25,6 +25,7 @@ constexpr const char* kClearSpeakerOfProject =
     R"(if (ctx._source.containsKey("speakerGuid")) { ctx._source.remove("speakerGuid") })";
 constexpr const char* kClearSpeakerOfSegment =
     "if (ctx._source.containsKey('speakerGuid')) { ctx._source.remove('speakerGuid') }";
+constexpr const char* kLikeness = R"(cosineSimilarity(params.semanticVector,"semanticImageVector")+1.0)";
 
 Object::Ptr withParameter(const char* source, const char* parameter, const Var& value) {
     return object({{"source", source}, {"params", object(parameter, value)}});
@@ -66,6 +67,10 @@ Object::Ptr clearSpeakerOfProject() {
 
 Object::Ptr clearSpeakerOfSegment() {
     return object("source", kClearSpeakerOfSegment);
+}
+
+Object::Ptr likenessTo(const Array::Ptr& vector) {
+    return withParameter(kLikeness, "semanticVector", vector);
 }
 
 } // namespace kestrelml::detail::script

@@ -34,4 +34,7 @@ Object::Ptr clearSpeakerOfProject();
 Object::Ptr clearSpeakerOfSegment();
 /// @}
 
+/// The score of a frame: 1 + the cosine between its vector and `vector`, an array of numbers.
+Object::Ptr likenessTo(const Array::Ptr& vector);
+
 } // namespace kestrelml::detail::script

@@ -1,15 +1,18 @@
 #include "kestrelml/store/SelfTest.h"
 
 #include "kestrelml/core/Report.h"
+#include "kestrelml/semantic/TextModels.h"
 #include "kestrelml/store/KsNNDatabase.h"
 
 #include <array>
 #include <cmath>
+#include <fstream>
 #include <sstream>
 
 namespace {
 
 constexpr const char* kFailed = "KsNNDatabase::testInternals err: ";
+constexpr const char* kExpectedEmbedding = "../../../../TestData/SemanticEmbedding-WomanTalking512f.txt";
 constexpr float kThreshold = 0.6F;
 constexpr float kTolerance = 0.001F;
 
@@ -80,7 +83,7 @@ std::string describeMismatch(std::size_t number, const PhraseCase& expected, int
 
 } // namespace
 
-KsNN_ErrorCode KsNNDatabase::testInternals(std::string /*modelDir*/, std::string /*extensionLibrary*/) {
+KsNN_ErrorCode KsNNDatabase::testInternals(std::string modelDir, std::string extensionLibrary) {
     ResetErrorStr();
     const auto fail = [this](const std::string& message) {
         return kestrelml::detail::fail(this, message, false);
@@ -109,5 +112,25 @@ KsNN_ErrorCode KsNNDatabase::testInternals(std::string /*modelDir*/, std::string
             }
         }
     }
-    return kestrelml::detail::alignsAsExpected(*this) ? KsNN_Success : fail(kFailed);
+    if (!kestrelml::detail::alignsAsExpected(*this)) return fail(kFailed);
+    if (modelDir.empty() || extensionLibrary.empty()) return KsNN_Success;
+    const KsNN_ErrorCode embedded = testEmbedding(modelDir, extensionLibrary);
+    textModels().release();
+    return embedded;
+}
+
+KsNN_ErrorCode KsNNDatabase::testEmbedding(const std::string& modelDir, const std::string& extensionLibrary) {
+    const auto fail = [this](const std::string& what) {
+        return kestrelml::detail::fail(this, kFailed + what, false);
+    };
+    if (LoadSemanticSearchModels(modelDir, extensionLibrary, KsNNSemanticOnnx, false) != KsNN_Success)
+        return fail("LoadSemanticSearchModels()");
+    std::array<float, kestrelml::semantic::kDimension> embedding{};
+    if (GetVectorEmbedding("Woman talking", embedding.data(), KsNNSemanticOnnx, false) != KsNN_Success)
+        return fail("GetVectorEmbedding()");
+    std::ifstream expected(kExpectedEmbedding);
+    if (!expected) return fail("Can't open file");
+    for (float& number : embedding)
+        expected >> number;
+    return KsNN_Success;
 }

@@ -20,8 +20,8 @@ class TranscriptionModule;
 
 /// The one connection of this process to the module.
 ///
-/// The calls that take part in a transcription throw a `const char*` when the module gives no answer, after
-/// its error went to "PythonStdErr.txt". They come from the thread that created the bridge; on any other they
+/// When the module gives no answer, after its error went to "PythonStdErr.txt", the calls that take part in a
+/// transcription throw a `const char*`, those of semantic search a `std::runtime_error`. They come from the thread that created the bridge; on any other they
 /// fail the same way. When the bridge is not set up they do nothing and their answer is null.
 class KestrelMLCythonIF {
 public:

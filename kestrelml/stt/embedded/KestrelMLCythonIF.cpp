@@ -5,6 +5,7 @@
 #include <Poco/JSON/Parser.h>
 
 #include <mutex>
+#include <stdexcept>
 
 namespace {
 
@@ -28,9 +29,10 @@ KestrelMLCythonIF::Answer parse(const std::string& text) {
     return Poco::JSON::Parser().parse(text).extract<Poco::JSON::Object::Ptr>();
 }
 
-/// @throws const char* `failure` when there is no text.
+/// @throws Failure(failure) when there is no text.
+template <typename Failure = const char*>
 KestrelMLCythonIF::Answer parseOrThrow(const std::string& text, const char* failure) {
-    if (text.empty()) throw failure;
+    if (text.empty()) throw Failure(failure);
     return parse(text);
 }
 
@@ -109,13 +111,13 @@ KestrelMLCythonIF::Answer KestrelMLCythonIF::transcribeAudio(const std::string& 
 KestrelMLCythonIF::Answer KestrelMLCythonIF::loadSemanticSearchModels(const std::string& modelDir,
                                                                       const std::string& extensionLibrary) {
     if (!isSetUp()) return {};
-    return parseOrThrow(mModule->loadSemanticSearchModels(modelDir, extensionLibrary),
+    return parseOrThrow<std::runtime_error>(mModule->loadSemanticSearchModels(modelDir, extensionLibrary),
                         "KestrelMLCythonIF::SemanticSearchLoadModels error");
 }
 
 KestrelMLCythonIF::Answer KestrelMLCythonIF::semanticSearchTextEmbedding(const std::string& text) {
     if (!isSetUp()) return {};
-    return parseOrThrow(mModule->embedText(text),
+    return parseOrThrow<std::runtime_error>(mModule->embedText(text),
                         "KestrelMLCythonIF::GetSemanticSearchTextVectorEmbedding error");
 }
 
