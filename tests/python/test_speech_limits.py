@@ -1,4 +1,4 @@
-"""How much the speech service takes on."""
+"""The limits of the speech service."""
 
 from __future__ import annotations
 

@@ -46,7 +46,7 @@ def audio(samples: int, clip: str) -> dict[str, Any]:
     return {**chunk, "audioSamples": text, "encodedData": True}
 
 
-def test_ready_file_tells_where_it_is(service: SpeechProcess) -> None:
+def test_ready_file_has_the_address(service: SpeechProcess) -> None:
     assert service.ready == {"uri": f"http://127.0.0.1:{service.port}/", "pid": service.process.pid}
 
 
@@ -78,7 +78,7 @@ def test_the_life_of_a_clip_without_model(service: SpeechProcess, tmp_path: Path
     assert "openclip_model_uint8" in service.ask("set_semantic_search_model_dir", semantic)["error"]
 
 
-def test_upload_limit_is_told(service: SpeechProcess) -> None:
+def test_upload_limit_is_reported(service: SpeechProcess) -> None:
     assert service.ask("stt_upload_audio", audio(500_000, "full"))["success"] is True
     refused = service.ask("stt_upload_audio", audio(100_000, "more"))
     assert refused["success"] is False and "the limit is 0.01 hours" in refused["error"]
@@ -115,7 +115,7 @@ def test_loopback_names_are_accepted(service: SpeechProcess, host: str) -> None:
     assert raw(service, "PUT", "/stt_progress", b"{}", headers)[0] == 200
 
 
-def test_what_is_no_request_is_answered_in_json(service: SpeechProcess) -> None:
+def test_malformed_requests_get_json(service: SpeechProcess) -> None:
     status, answer = raw(service, "PUT", "/stt_progress", b"", {**JSON, "Content-Length": str(1 << 40)})
     assert status == 413 and "Too Large" in answer["error"]
 
