@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iostream>
 #include <numeric>
 
 namespace kestrelml::semantic {
@@ -14,6 +15,13 @@ namespace {
 
 constexpr const char* kTextModel = "openclip_model_uint8.onnx";
 constexpr const char* kTokenizer = "xlm_roberta_base_tokenizer.onnx";
+
+/// The environment logs everything; the host's error output is for warnings and worse.
+void ORT_API_CALL logWarnings(void* /*unused*/, OrtLoggingLevel severity, const char* /*category*/,
+                              const char* /*id*/, const char* location, const char* message) {
+    if (severity >= ORT_LOGGING_LEVEL_WARNING)
+        std::cerr << "ONNX Runtime: " << location << ": " << message << '\n';
+}
 
 Ort::MemoryInfo cpuMemory() {
     return Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeCPU);
@@ -55,11 +63,11 @@ void TextModels::load(const std::string& modelDir, bool describe) {
         const auto path = platform::pathFromUtf8(modelDir + '/' + file);
         return std::make_shared<Ort::Session>(environment, path.c_str(), options);
     };
-    const auto environment = std::make_shared<Ort::Env>(ORT_LOGGING_LEVEL_VERBOSE, "Default");
+    const auto environment =
+        std::make_shared<Ort::Env>(ORT_LOGGING_LEVEL_VERBOSE, "Default", logWarnings, nullptr);
     Ort::SessionOptions options;
     options.SetGraphOptimizationLevel(ORT_ENABLE_EXTENDED);
-    // Without it the sessions take the environment's level and fill the host's error output.
-    options.SetLogSeverityLevel(ORT_LOGGING_LEVEL_WARNING);
+    options.SetIntraOpNumThreads(1); // the library starts no threads, and one text keeps only one busy
 
     const auto textModel = open(*environment, options, kTextModel);
     detail::debugLine(describe, kTextModel, ":\n", describeModel(*textModel));
