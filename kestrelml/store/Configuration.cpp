@@ -37,7 +37,7 @@ KsNNDatabase::KsNNDatabase(const char* uri, const char* transcriptIndex, const c
                            const char* semanticIndex, bool ownsInterpreterBridge)
     : KsNNBase("https://127.0.0.1:9281/"), mOwnsInterpreterBridge(ownsInterpreterBridge) {
     setCredentialSource(storeCredentials);
-    choose(mTranscriptIndex, transcriptIndex, "transcript_oai_small_multi_index");
+    choose(mTranscriptIndex, transcriptIndex, kDefaultTranscriptIndex);
     if (isGiven(languageCode)) {
         setLanguage(languageCode);
     } else if (mLanguageCode.empty()) {

@@ -6,6 +6,7 @@
 
 #include "kestrelml/core/Export.h"
 #include "kestrelml/core/KsNNBase.h"
+#include "kestrelml/store/KsNNPhraseSearch.h"
 
 #include <unicode/unistr.h>
 
@@ -209,6 +210,14 @@ public:
     /// `KsNN_Error` also for a segment that is not as the store writes it; the hits before it stay.
     KsNN_ErrorCode Search(const std::string& text, const std::string& projectGuid, float threshold,
                           std::vector<KsNNSearchResults>& results, int maxResults, bool debug);
+
+    /// Finds the same places as `Search`, in a whole project or a part of it, and tells all that is known of
+    /// each: clip, segment, speaker, matched words, exact times. Appends to `hits`, which keep the index's
+    /// order of relevance.
+    ///
+    /// `KsNN_Error` also for a segment that is not as the store writes it; the hits before it stay, without
+    /// the names of their clips.
+    KsNN_ErrorCode FindPhrase(const KsNNPhraseQuery& query, std::vector<KsNNPhraseHit>& hits, bool debug);
 
     /// Replaces `text` by its normal form for search: no case, accents, punctuation or repeated spaces.
     /// @throws std::runtime_error when the normaliser could not be created.

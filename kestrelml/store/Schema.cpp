@@ -90,6 +90,10 @@ Object::Ptr withProgressComplete(bool complete) {
     return term(field::kProgressComplete, complete);
 }
 
+Object::Ptr ofAnyClip(const std::vector<std::string>& mediaGuids) {
+    return terms(exact(field::kMediaGuid), mediaGuids);
+}
+
 Array::Ptr ofEachClip(const std::vector<std::string>& mediaGuids) {
     Array::Ptr conditions = new Array;
     for (const std::string& mediaGuid : mediaGuids)
@@ -199,6 +203,22 @@ bool isVersion2(const Object& document) {
     return !version.isEmpty() && version.convert<Poco::Int32>() == kVersion2;
 }
 
+bool hasSpeaker(const Object& document) {
+    return document.has(field::kSpeakerGuid);
+}
+
+std::string speakerGuidOf(const Object& document) {
+    return textOf(document, field::kSpeakerGuid);
+}
+
+std::string clipNameOf(const Object& document) {
+    return textOf(document, field::kClipName);
+}
+
+bool isLockDocument(const Object& document) {
+    return document.has(field::kLock) && !document.has(field::kMediaGuid);
+}
+
 KsNNDBEntrySeg readText(const Object& document) {
     KsNNDBEntrySeg seg;
     seg.segment = segmentOf(document);
@@ -209,7 +229,7 @@ KsNNDBEntrySeg readText(const Object& document) {
 }
 
 void readSpeaker(const Object& document, KsNNDBEntrySeg& seg) {
-    if (document.has(field::kSpeakerGuid)) seg.speakerGuid = textOf(document, field::kSpeakerGuid);
+    if (hasSpeaker(document)) seg.speakerGuid = speakerGuidOf(document);
 }
 
 bool readTimes(const Object& document, KsNNDBEntrySeg& seg) {
@@ -233,7 +253,7 @@ std::string projectNameVersion1Of(const Object& document) {
 
 void readClip(const Object& document, KsNNDBEntryBase& base) {
     base.model = textOf(document, field::kModel);
-    base.clipName = textOf(document, field::kClipName);
+    base.clipName = clipNameOf(document);
     base.audioTracks = textOf(document, field::kAudioTracks);
     base.clientApp = textOf(document, field::kClientApp);
 }

@@ -74,6 +74,8 @@ bool isKnownVersion(int version);
 /// Names of the indices that hold version 1: of debug installations, of others.
 inline constexpr const char* kDebugIndexVersion1 = "transcript_index";
 inline constexpr const char* kIndexVersion1 = "transcript_index_rel";
+/// The index of version 2 unless the host names another or a language.
+inline constexpr const char* kDefaultTranscriptIndex = "transcript_oai_small_multi_index";
 bool isIndexOfVersion1(const std::string& index);
 
 /// In place of a project identifier: every project.
@@ -95,6 +97,7 @@ Object::Ptr ofSegment(int segment);
 Object::Ptr ofSpeaker(const std::string& speakerGuid);
 Object::Ptr withSpeakerLabel(const std::string& speakerID);
 Object::Ptr withProgressComplete(bool complete);
+Object::Ptr ofAnyClip(const std::vector<std::string>& mediaGuids);
 /// One condition for each of the identifiers.
 Array::Ptr ofEachClip(const std::vector<std::string>& mediaGuids);
 Array::Ptr ofEachProject(const std::vector<std::string>& projectGuids);
@@ -135,6 +138,10 @@ std::vector<KsNNProject> projectsOf(const Object& document);
 bool isComplete(const Object& document);
 bool hasSpeakerLabel(const Object& document);
 bool isVersion2(const Object& document);
+bool hasSpeaker(const Object& document);
+std::string speakerGuidOf(const Object& document);
+std::string clipNameOf(const Object& document);
+bool isLockDocument(const Object& document);
 
 /// Reads what every version has, but for speaker, projects and times.
 KsNNDBEntrySeg readText(const Object& document);

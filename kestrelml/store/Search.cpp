@@ -2,30 +2,147 @@
 #include "kestrelml/store/KsNNDatabase.h"
 #include "kestrelml/store/Operation.h"
 #include "kestrelml/store/Schema.h"
+#include "kestrelml/text/PhraseMatcher.h"
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <utility>
 
 using namespace kestrelml::detail;
 
 namespace {
 
-/// All segments of the project, those that are like the phrase first.
-Object::Ptr phraseQuery(const std::string& text, const std::string& projectGuid, int maxResults) {
+/// All segments that meet the condition, those that are like the phrase first.
+Object::Ptr phraseQuery(const std::string& text, const Var& must, int maxSegments) {
     const Object::Ptr likePhrase =
         object("match", object(field::kTranscript, object({{"query", text}, {"fuzziness", "AUTO:4,6"}})));
-    Object::Ptr query =
-        searchFor(object("bool", object({{"must", ofProject(projectGuid)}, {"should", likePhrase}})));
-    if (maxResults > 0) query->set("size", maxResults);
+    Object::Ptr query = searchFor(object("bool", object({{"must", must}, {"should", likePhrase}})));
+    if (maxSegments > 0) query->set("size", maxSegments);
     return query;
 }
 
-/// Sets the hit's times to those of its first word.
-void setTimes(KsNNSearchResults& hit, const Object& document, int startWord) {
+Array::Ptr conditionsOf(const KsNNPhraseQuery& query) {
+    Array::Ptr conditions = new Array;
+    conditions->add(ofProject(query.projectGuid));
+    if (!query.mediaGuid.empty()) conditions->add(ofClip(query.mediaGuid));
+    if (!query.speakerID.empty()) conditions->add(withSpeakerLabel(query.speakerID));
+    if (!query.speakerGuid.empty()) conditions->add(ofSpeaker(query.speakerGuid));
+    return conditions;
+}
+
+/// Number of bytes in which the first `units` UTF-16 units of a text are written in UTF-8.
+std::size_t bytesOf(const icu::UnicodeString& text, std::int32_t units) {
+    std::string bytes;
+    return text.tempSubString(0, units).toUTF8String(bytes).size();
+}
+
+/// Sets the times of the matched words.
+void setTimes(KsNNPhraseHit& hit, const Object& document) {
     const Array::Ptr starts = arrayOf(document, field::kWordStartsMS);
     const Array::Ptr ends = arrayOf(document, field::kWordEndsMS);
     // The matcher counts words by its own rules, which can find more of them than there are times.
-    const bool isTimed = startWord >= 0 && static_cast<std::size_t>(startWord) < starts->size();
-    const std::size_t word = isTimed ? static_cast<std::size_t>(startWord) : 0;
-    hit.startMS = static_cast<float>(integerAt(*starts, word));
-    hit.endMS = static_cast<float>(integerAt(*ends, word));
+    std::size_t first = 0;
+    std::size_t last = 0;
+    if (static_cast<std::size_t>(hit.wordIndex) < starts->size()) {
+        first = static_cast<std::size_t>(hit.wordIndex);
+        last = first + static_cast<std::size_t>(std::max(hit.wordCount, 1)) - 1;
+    }
+    hit.startMS = integerAt(*starts, first);
+    hit.wordEndMS = integerAt(*ends, first);
+    hit.endMS = integerAt(*ends, std::min(last, ends->size() - 1));
+}
+
+/// Sets what the document tells of the segment besides its text.
+void describeSegment(const Object& document, KsNNPhraseHit& hit) {
+    if (document.has(field::kSegment)) hit.segment = segmentOf(document);
+    if (hasSpeakerLabel(document)) hit.speakerID = speakerLabelOf(document);
+    if (hasSpeaker(document)) hit.speakerGuid = speakerGuidOf(document);
+}
+
+/// Finds a phrase in segments of any language.
+class SegmentMatcher {
+public:
+    SegmentMatcher(const icu::Transliterator* transliterator, const std::string& phrase, float threshold)
+        : mTransliterator(transliterator), mPhrase(icu::UnicodeString::fromUTF8(phrase)),
+          mThreshold(threshold) {}
+
+    /// Gives `use` each place where the phrase is spoken in a segment.
+    void match(const Object& document, const std::function<void(KsNNPhraseHit&&)>& use) {
+        KsNNPhraseHit found;
+        found.mediaGuid = mediaGuidOf(document);
+        found.text = transcriptOf(document);
+        found.language = languageOf(document);
+        if (found.text.empty()) return;
+        describeSegment(document, found);
+        const auto text = icu::UnicodeString::fromUTF8(found.text);
+        for (const PhraseMatch& match : matcherFor(found.language).findIn(text, mThreshold)) {
+            KsNNPhraseHit hit = found;
+            hit.wordIndex = match.firstWord;
+            hit.wordCount = match.wordCount;
+            hit.matchBegin = bytesOf(text, match.start);
+            hit.matchEnd = bytesOf(text, match.end);
+            hit.score = match.score;
+            setTimes(hit, document);
+            use(std::move(hit));
+        }
+    }
+
+private:
+    const PhraseMatcher& matcherFor(const std::string& language) {
+        const auto found = mMatchers.find(language);
+        if (found != mMatchers.end()) return found->second;
+        return mMatchers.emplace(language, PhraseMatcher(mTransliterator, mPhrase, language)).first->second;
+    }
+
+    const icu::Transliterator* mTransliterator;
+    icu::UnicodeString mPhrase;
+    float mThreshold;
+    std::map<std::string, PhraseMatcher> mMatchers; ///< by language
+};
+
+KsNNSearchResults toSearchResult(KsNNPhraseHit&& hit, const std::string& projectGuid) {
+    KsNNSearchResults result;
+    result.text = std::move(hit.text);
+    result.mediaGuid = std::move(hit.mediaGuid);
+    result.projectGuid = projectGuid;
+    result.score = hit.score;
+    result.startMS = static_cast<float>(hit.startMS);
+    result.endMS = static_cast<float>(hit.wordEndMS);
+    return result;
+}
+
+KsNN_ErrorCode matchHits(const Operation& operation, SegmentMatcher& matcher,
+                         const std::function<void(KsNNPhraseHit&&)>& use) {
+    return operation.read([&](const Object& answer) {
+        for (const Object::Ptr& hit : ObjectsOf(hitsOf(answer)))
+            matcher.match(*sourceOf(*hit), use);
+        return KsNN_Success;
+    });
+}
+
+/// Fills in the names of the clips, which only segments 0 know.
+KsNN_ErrorCode nameClips(Operation& operation, const std::string& index, std::vector<KsNNPhraseHit>& hits,
+                         std::size_t first) {
+    std::map<std::string, std::string> names;
+    for (std::size_t i = first; i < hits.size(); ++i)
+        names[hits[i].mediaGuid];
+    if (names.empty()) return KsNN_Success;
+    std::vector<std::string> clips;
+    for (const auto& [mediaGuid, name] : names)
+        clips.push_back(mediaGuid);
+    const Object::Ptr query = object(
+        {{"query", allOf({ofAnyClip(clips), ofSegment(0)})}, {"size", static_cast<int>(clips.size())}});
+    if (const auto code = operation.ask("GET", searchPath(index), query)) return code;
+    return operation.read([&](const Object& answer) {
+        for (const Object::Ptr& hit : ObjectsOf(hitsOf(answer))) {
+            const Object::Ptr document = sourceOf(*hit);
+            names[mediaGuidOf(*document)] = clipNameOf(*document);
+        }
+        for (std::size_t i = first; i < hits.size(); ++i)
+            hits[i].clipName = names[hits[i].mediaGuid];
+        return KsNN_Success;
+    });
 }
 
 } // namespace
@@ -35,33 +152,25 @@ KsNN_ErrorCode KsNNDatabase::Search(const std::string& text, const std::string& 
     Operation operation(*this, "KsNNDatabase::Search err: ", debug);
     operation.quoteRuntimeErrors();
     if (const auto index = operation.refresh(mTranscriptIndex); !index.isReady()) return index.code();
-    const Object::Ptr query = phraseQuery(text, projectGuid, maxResults);
+    const Object::Ptr query = phraseQuery(text, ofProject(projectGuid), maxResults);
     if (const auto code = operation.ask("GET", searchPath(mTranscriptIndex), query)) return code;
-
-    const auto matchSegment = [&](const icu::UnicodeString& phrase, const Object& document) {
-        KsNNSearchResults hit;
-        hit.mediaGuid = mediaGuidOf(document);
-        hit.text = transcriptOf(document);
-        hit.projectGuid = projectGuid;
-        const std::string language = languageOf(document);
-        if (hit.text.empty()) return KsNN_Success;
-        std::vector<int> startWords;
-        std::vector<float> scores;
-        const KsNN_ErrorCode matched = findBestStartingWords(phrase, icu::UnicodeString::fromUTF8(hit.text),
-                                                             language, threshold, startWords, scores);
-        if (matched != KsNN_Success || startWords.size() != scores.size()) return operation.fail();
-        for (std::size_t i = 0; i < startWords.size(); ++i) {
-            setTimes(hit, document, startWords[i]);
-            hit.score = scores[i];
-            results.push_back(hit);
-        }
-        return KsNN_Success;
-    };
-    return operation.read([&](const Object& answer) {
-        const auto phrase = icu::UnicodeString::fromUTF8(text);
-        for (const Object::Ptr& hit : ObjectsOf(hitsOf(answer))) {
-            if (const auto code = matchSegment(phrase, *sourceOf(*hit))) return code;
-        }
-        return KsNN_Success;
+    SegmentMatcher matcher(mTransliterator, text, threshold);
+    return matchHits(operation, matcher, [&](KsNNPhraseHit&& hit) {
+        results.push_back(toSearchResult(std::move(hit), projectGuid));
     });
+}
+
+KsNN_ErrorCode KsNNDatabase::FindPhrase(const KsNNPhraseQuery& query, std::vector<KsNNPhraseHit>& hits,
+                                        bool debug) {
+    Operation operation(*this, "KsNNDatabase::FindPhrase err: ", debug);
+    operation.quoteRuntimeErrors();
+    if (const auto index = operation.refresh(mTranscriptIndex); !index.isReady()) return index.code();
+    const Object::Ptr body = phraseQuery(query.text, conditionsOf(query), query.maxSegments);
+    if (const auto code = operation.ask("GET", searchPath(mTranscriptIndex), body)) return code;
+    const std::size_t before = hits.size();
+    SegmentMatcher matcher(mTransliterator, query.text, query.threshold);
+    const KsNN_ErrorCode matched =
+        matchHits(operation, matcher, [&](KsNNPhraseHit&& hit) { hits.push_back(std::move(hit)); });
+    if (matched != KsNN_Success) return matched;
+    return nameClips(operation, mTranscriptIndex, hits, before);
 }

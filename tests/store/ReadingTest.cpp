@@ -114,6 +114,46 @@ TEST_F(SearchAnswers, BecomeHitsWithTheTimeOfTheirFirstWord) {
     EXPECT_EQ(mResults[3].startMS, 7.0F);
 }
 
+TEST_F(SearchAnswers, PhraseHitsTellAllThatIsKnownInTwoSearches) {
+    mServer.script(
+        {ok(), ok(),
+         hits(R"({"_source": {"mediaGuid": "m", "segment": 7, "speakerID": "S1", "speakerGuid": "G1",
+                             "transcript": "Où là, “RICH peeple”!", "language": "fr",
+                             "wordStartsMS": [20000001, 20000011, 20000021, 20000031],
+                             "wordEndsMS": [20000009, 20000019, 20000029, 20000039]}})" +
+              ("," + segment("rich people rich people", "[5]", "[6]"))),
+         hits(R"({"_source": {"mediaGuid": "m", "clipName": "A001"}})")});
+    KsNNPhraseQuery query;
+    query.text = "rich people";
+    query.projectGuid = "p";
+    query.mediaGuid = "m";
+    query.speakerGuid = "G1";
+    query.speakerID = "S1";
+    query.maxSegments = 7;
+    std::vector<KsNNPhraseHit> found;
+    ASSERT_EQ(mStore->FindPhrase(query, found, false), KsNN_Success) << mStore->GetErrorStr();
+
+    ASSERT_EQ(found.size(), 3U);
+    const KsNNPhraseHit& hit = found[0];
+    EXPECT_EQ(hit.mediaGuid + hit.clipName + hit.language + hit.speakerID + hit.speakerGuid, "mA001frS1G1");
+    EXPECT_EQ(std::tuple(hit.segment, hit.wordIndex, hit.wordCount), std::tuple(7, 2, 2));
+    EXPECT_EQ(hit.text.substr(hit.matchBegin, hit.matchEnd - hit.matchBegin), "RICH peeple");
+    EXPECT_EQ(std::tuple(hit.startMS, hit.wordEndMS, hit.endMS), std::tuple(20000021, 20000029, 20000039));
+    EXPECT_NEAR(hit.score, 0.9091F, 0.001F);
+    EXPECT_EQ(std::tuple(found[1].segment, found[1].speakerID, found[1].speakerGuid), std::tuple(-1, "", ""));
+    EXPECT_EQ(std::tuple(found[1].startMS, found[1].endMS), std::tuple(5, 6)) << "fewer times than words";
+    EXPECT_EQ(found[2].startMS, 5) << "no time of its own: that of the segment's first word";
+
+    EXPECT_THAT(mServer.conversation(), ElementsAre("GET /clips", "POST /clips/_refresh",
+                                                    "GET /clips/_search", "GET /clips/_search"));
+    EXPECT_EQ(bodyOf(2), normalised(R"({"query": {"bool": {
+        "must": [{"term": {"projectGuidList.keyword": "p"}}, {"term": {"mediaGuid.keyword": "m"}},
+                 {"term": {"speakerID.keyword": "S1"}}, {"term": {"speakerGuid.keyword": "G1"}}],
+        "should": {"match": {"transcript": {"query": "rich people", "fuzziness": "AUTO:4,6"}}}}}, "size": 7})"));
+    EXPECT_EQ(bodyOf(3), normalised(R"({"query": {"bool": {"must": [{"terms": {"mediaGuid.keyword": ["m"]}},
+        {"term": {"segment": 0}}]}}, "size": 1})"));
+}
+
 TEST_F(SearchAnswers, BrokenDocumentsKeepEarlierHits) {
     const std::string good = segment("rich people", "[1,2]", "[3,4]");
     EXPECT_EQ(search(good + "," + segment("rich people", "[]", "[]")), KsNN_Error);

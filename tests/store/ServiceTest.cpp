@@ -1,9 +1,7 @@
 // The store against a real index service; which one, IndexService decides.
 
-#include "kestrelml/store/KsNNDatabase.h"
-#include "tests/support/IndexService.h"
+#include "tests/store/RealStore.h"
 
-#include <Poco/UUIDGenerator.h>
 #include <gmock/gmock.h>
 
 #include <array>
@@ -11,7 +9,6 @@
 #include <chrono>
 #include <new>
 #include <numeric>
-#include <optional>
 #include <pthread.h>
 #include <random>
 #include <sys/mman.h>
@@ -26,61 +23,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class Service : public testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        sService.emplace();
-        sService->giveCredentialsToLibrary();
-    }
-    static void TearDownTestSuite() { sService.reset(); }
-
-    Service() {
-        KsNNDatabase::setTranscriptIndex("kestrel_test_" + Poco::UUIDGenerator().createRandom().toString());
-    }
-    ~Service() override { mStore.DeleteIndex(KsNNDatabase::getTranscriptIndex(), false); }
-
-    static KsNNDatabase connect() { return {sService->uri().c_str(), nullptr, nullptr, nullptr, false}; }
-
-    static KsNNDBEntrySeg segment(const std::string& clip, int index, const std::string& text,
-                                  int startMS = 0) {
-        KsNNDBEntrySeg seg;
-        seg.segment = index;
-        seg.mediaGuid = clip;
-        seg.projectGuid = "project one";
-        seg.transcript = text;
-        seg.language = "en";
-        const auto words = 1 + std::count(text.begin(), text.end(), ' ');
-        for (int w = 0; w < words; ++w) {
-            seg.wordStartsMS.push_back(startMS + 100 * w);
-            seg.wordEndsMS.push_back(startMS + 100 * w + 90);
-        }
-        return seg;
-    }
-
-    static KsNNDBEntryBase base() {
-        KsNNDBEntryBase result;
-        result.projectName = "Film";
-        result.clipName = "A001";
-        return result;
-    }
-
-    void writeClip(const std::string& clip, const std::vector<std::string>& texts) {
-        ASSERT_EQ(mStore.LockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
-        for (std::size_t i = 0; i < texts.size(); ++i) {
-            const int index = static_cast<int>(i);
-            ASSERT_EQ(mStore.WriteToDB(base(), segment(clip, index, texts[i], 1000 * index), false),
-                      KsNN_Success)
-                << mStore.GetErrorStr();
-        }
-        ASSERT_EQ(mStore.SetProgressComplete(clip, false, 2, ""), KsNN_Success) << mStore.GetErrorStr();
-        ASSERT_EQ(mStore.UnlockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
-    }
-
-    static std::optional<IndexService> sService;
-    KsNNDatabase mStore = connect();
-};
-
-std::optional<IndexService> Service::sService;
+using Service = RealStore;
 
 TEST_F(Service, AnswersTheProbeAndHasASpeakerIndex) {
     EXPECT_EQ(mStore.testDefault(false), KsNN_Success) << mStore.GetErrorStr();
@@ -182,6 +125,18 @@ TEST_F(Service, FindsMisspeltPhrasesAtTheRightWordOfTheRightClip) {
         EXPECT_EQ(results[0].startMS, startMS) << phrase;
         EXPECT_EQ(results[0].endMS, startMS + 90) << phrase;
     }
+    KsNNPhraseQuery query;
+    query.text = "rich peeple";
+    query.projectGuid = "project one";
+    std::vector<KsNNPhraseHit> hits;
+    ASSERT_EQ(mStore.FindPhrase(query, hits, false), KsNN_Success) << mStore.GetErrorStr();
+    ASSERT_EQ(hits.size(), 1U);
+    EXPECT_EQ(std::tuple(hits[0].mediaGuid, hits[0].clipName, hits[0].segment, hits[0].startMS),
+              std::tuple("drama", "A001", 2, 2300));
+    query.mediaGuid = "news";
+    ASSERT_EQ(mStore.FindPhrase(query, hits, false), KsNN_Success) << mStore.GetErrorStr();
+    EXPECT_EQ(hits.size(), 1U) << "another clip";
+
     std::vector<KsNNSearchResults> none;
     EXPECT_EQ(mStore.Search("rich people", "project two", 0.5F, none, 3, false), KsNN_Success);
     EXPECT_THAT(none, IsEmpty());

@@ -2,6 +2,7 @@
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/clips/PhraseSearch.h"
+#include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/home/Catalogue.h"
@@ -22,33 +23,36 @@ struct SearchOptions {
     bool json = false;
 };
 
-std::string marked(const PhraseHit& hit) {
-    if (!hit.match) return hit.text;
-    const auto [begin, end] = *hit.match;
-    return hit.text.substr(0, begin) + emphasised(hit.text.substr(begin, end - begin)) + hit.text.substr(end);
+std::string matchOf(const KsNNPhraseHit& hit) {
+    return hit.text.substr(hit.matchBegin, hit.matchEnd - hit.matchBegin);
 }
 
-Poco::JSON::Object::Ptr toJson(const PhraseHit& hit) {
+std::string marked(const KsNNPhraseHit& hit) {
+    return hit.text.substr(0, hit.matchBegin) + emphasised(matchOf(hit)) + hit.text.substr(hit.matchEnd);
+}
+
+Poco::JSON::Object::Ptr toJson(const KsNNPhraseHit& hit) {
     auto object = jsonObject();
-    object->set("clip", hit.clip);
+    object->set("clip", hit.mediaGuid);
     object->set("clipName", hit.clipName);
-    object->set("timecode", timecode(hit.startMs));
-    object->set("startMS", hit.startMs);
-    object->set("endMS", hit.endMs);
-    object->set("speaker", hit.speaker);
+    object->set("timecode", timecode(hit.startMS));
+    object->set("startMS", hit.startMS);
+    object->set("endMS", hit.endMS);
+    object->set("segment", hit.segment);
+    object->set("speaker", hit.speakerID);
     object->set("score", roundedScore(hit.score));
     object->set("text", hit.text);
-    if (hit.match) object->set("match", hit.text.substr(hit.match->begin, hit.match->end - hit.match->begin));
+    object->set("match", matchOf(hit));
     return object;
 }
 
-void printJson(const PhraseQuery& query, const std::vector<PhraseHit>& hits) {
+void printJson(const PhraseQuery& query, const std::vector<KsNNPhraseHit>& hits) {
     auto document = jsonObject();
     document->set("phrase", query.phrase);
     document->set("project", query.project);
     document->set("threshold", roundedScore(query.threshold));
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-    for (const PhraseHit& hit : hits)
+    for (const KsNNPhraseHit& hit : hits)
         list->add(toJson(hit));
     document->set("hits", list);
     printResult(document);
@@ -71,14 +75,14 @@ int search(const SearchOptions& options) {
     KsNNDatabase store = openStore(home);
     if (countWords(query.phrase, "") == 0)
         throw UsageError(fmt::format("the phrase \"{}\" holds no word", query.phrase));
-    const std::vector<PhraseHit> hits = findPhrase(store, query);
+    const std::vector<KsNNPhraseHit> hits = findPhrase(store, query);
     if (options.json) {
         printJson(query, hits);
         return ExitFine;
     }
-    for (const PhraseHit& hit : hits)
-        printResult(fmt::format("{}  {}  speaker {}  {:.2f}\n    {}\n", hit.clipName, timecode(hit.startMs),
-                                hit.speaker, hit.score, marked(hit)));
+    for (const KsNNPhraseHit& hit : hits)
+        printResult(fmt::format("{}  {}  speaker {}  {:.2f}\n    {}\n", hit.clipName, timecode(hit.startMS),
+                                hit.speakerID, hit.score, marked(hit)));
     if (hits.empty()) tellNothingFound(home, query);
     return ExitFine;
 }
