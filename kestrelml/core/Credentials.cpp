@@ -17,9 +17,13 @@ void setCredentialSource(CredentialSource source) {
 }
 
 KsNN_ErrorCode credentialsFor(KsNNBase& caller, BasicCredentials& credentials, bool debug) {
-    credentials = {kDebugUser, kDebugPassword};
+    credentials = debugCredentials();
     const CredentialSource source = credentialSource;
     return source == nullptr ? KsNN_Success : source(caller, credentials, debug);
+}
+
+BasicCredentials debugCredentials() {
+    return {kDebugUser, kDebugPassword};
 }
 
 std::string debugUserAndPassword() {

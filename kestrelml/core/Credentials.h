@@ -24,7 +24,9 @@ void setCredentialSource(CredentialSource source);
 /// Credentials for a request of `caller`: the built-in debug user unless the source knows others.
 KsNN_ErrorCode credentialsFor(KsNNBase& caller, BasicCredentials& credentials, bool debug);
 
-/// The built-in debug user, "name:password".
+/// The built-in debug user.
+BasicCredentials debugCredentials();
+/// The same as "name:password".
 std::string debugUserAndPassword();
 
 } // namespace kestrelml::detail
