@@ -29,6 +29,7 @@ if(KESTREL_BUILD_SERVICES OR KESTREL_BUILD_APP)
 endif()
 if(KESTREL_BUILD_SERVICES)
   find_package(SQLite3 REQUIRED)
+  find_package(Boost 1.74 REQUIRED) # headers only: Asio and Beast
   find_package(spdlog REQUIRED)
   find_package(roaring REQUIRED)
   find_package(nlohmann_json REQUIRED)

@@ -5,7 +5,6 @@
 #include "storage/DataFolder.h"
 
 #include <CLI/CLI.hpp>
-#include <Poco/Net/NetSSL.h>
 #include <fmt/format.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
@@ -96,6 +95,12 @@ int main(int argc, char** argv) {
     app.add_option("--max-clients", options.server.limits.clients, "Clients served at once")
         ->check(CLI::Range(1, 10'000))
         ->capture_default_str();
+    app.add_option_function<std::size_t>(
+           "--max-memory",
+           [&options](std::size_t mebibytes) { options.server.limits.memoryBytes = mebibytes * 1024 * 1024; },
+           "MiB that requests and answers may take together")
+        ->check(CLI::Range(1, 1'000'000))
+        ->default_str(std::to_string(options.server.limits.memoryBytes / 1024 / 1024));
     app.add_option("--log-level", logLevel, "trace, debug, info, warning, error or off")
         ->capture_default_str();
     app.set_version_flag("--version", KESTREL_VERSION);
@@ -104,7 +109,6 @@ int main(int argc, char** argv) {
     spdlog::set_default_logger(spdlog::stderr_logger_mt("kestrel-index"));
     spdlog::set_level(spdlog::level::from_str(logLevel));
     const sigset_t ending = blockSignals();
-    Poco::Net::initializeSSL();
     int code = exitOk;
     try {
         serve(std::move(options), ending);
@@ -121,6 +125,5 @@ int main(int argc, char** argv) {
         spdlog::critical("{}", e.what());
         code = exitFailure;
     }
-    Poco::Net::uninitializeSSL();
     return code;
 }

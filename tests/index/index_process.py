@@ -104,6 +104,7 @@ class IndexProcess:
         with self.log.open("w") as log:
             self.process = subprocess.Popen([*command, *arguments], stderr=log, preexec_fn=prepare)
         self.uri = ""
+        self.log_text = ""  # once it has ended
         weakref.finalize(self, self.process.kill)  # a test that fails must not leave it running
 
     def wait_until_ready(self) -> "IndexProcess":
@@ -135,6 +136,7 @@ class IndexProcess:
         if self.process.poll() is None:
             self.process.send_signal(signal.SIGTERM)
         code = self.process.wait(timeout=60)
+        self.log_text = self.log.read_text()
         self.workspace.cleanup()
         return code
 

@@ -5,7 +5,6 @@ from __future__ import annotations
 import socket
 import ssl
 from contextlib import suppress
-from pathlib import Path
 
 import pytest
 
@@ -58,15 +57,6 @@ def test_too_many_scrolls(service: IndexProcess, client: Client, index: str) -> 
     assert all(client("GET", f"{index}/_search?scroll=1m", {"size": 9}).status == 200 for _ in range(501))
 
 
-def test_too_many_clients(data: Path) -> None:
-    service = IndexProcess(data, "--max-clients", "4").wait_until_ready()
-    clients = [service.client() for _ in range(5)]
-    answers = [client("GET", "") for client in clients]
-    assert [answer.status for answer in answers] == [200] * 4 + [429]
-    clients[0].close()
-    assert service.stop() == 0
-
-
 def test_bytes_that_are_no_request(service: IndexProcess) -> None:
     port = int(service.uri.rstrip("/").rsplit(":", 1)[1])
     context = ssl.create_default_context()
@@ -81,3 +71,100 @@ def test_bytes_that_are_no_request(service: IndexProcess) -> None:
         with suppress(ConnectionResetError):
             assert not plain.recv(4096).startswith(b"HTTP")
     assert service.client()("GET", "").status == 200
+
+
+def test_bodies_with_a_byte_order_mark_or_a_nul(client: Client, index: str) -> None:
+    assert client("POST", f"{index}/_doc/1", '\ufeff{"a": 1}').status == 201
+    assert '"_source":{"a": 1}' in client("GET", f"{index}/_doc/1").text
+    for path, body in ((f"{index}/_doc/2", '{"a": 1}\0'), (f"{index}/_doc/2", '{"a": 1}\0{"b": 2}'), (f"{index}/_search", "{}\0")):
+        answer = client("POST", path, body)
+        assert (answer.status, answer.error_type) == (400, "x_content_parse_exception")
+    bulk = client("POST", f"{index}/_bulk", '\ufeff{"index": {"_id": "3"}}\n\ufeff{"a": 1}\n{"index": {"_id": "4"}}\n{"a": 1}\0\n')
+    assert [item["index"]["status"] for item in bulk.json["items"]] == [400, 400]
+    assert client("GET", f"{index}/_search").ids == ["1"]
+
+
+@pytest.mark.parametrize("path", ["{}/_doc/%FF", "a%80/_doc/1", "{}/_search?scroll=%FF", "_security/role/%FE"])
+def test_names_that_are_not_utf8(client: Client, index: str, path: str) -> None:
+    answer = client("PUT", path.format(index), {"a": 1})
+    assert answer.status == 400 and "is not UTF-8" in answer.cause
+
+
+HUGE = 2**63 - 1
+
+
+@pytest.mark.parametrize(
+    ("body", "cause"),
+    [
+        ({"from": HUGE, "size": HUGE}, "parsing_exception: [from]: Numeric value"),
+        ({"from": 9_999, "size": 2}, "illegal_argument_exception: Result window is too large"),
+        ({"aggs": {"x": {"nested": 5}}}, "parsing_exception: Expected [START_OBJECT] under [nested]"),
+        ({"aggs": {"x": {"nested": {"path": 5}}}}, "illegal_argument_exception: [nested] aggregation requires a 'path'"),
+        ({"aggs": {"x": {"terms": 5}}}, "parsing_exception: Expected [START_OBJECT] under [terms]"),
+        ({"query": {"match_all": {"boost": 1e39}}}, "illegal_argument_exception: [boost] must be"),
+        ({"query": {"bool": {"boost": 1e10, "must": {"match_all": {"boost": 1e10}}}}}, "illegal_argument_exception: [boost] must be"),
+        ({"query": {"script_score": {"query": {"match_all": {}}, "script": {
+            "source": 'cosineSimilarity(params.semanticVector,"semanticImageVector")+1.0', "params": {"semanticVector": [3e38] * 2}}}}},
+         "illegal_argument_exception: [params.semanticVector] holds numbers that are too large"),
+        ({"query": {"match": {"transcript": "word " * 1025}}}, "too_many_clauses: maxClauseCount is set to 1024"),
+        ({"query": {"terms": {"a": ["x"] * 65_537}}}, "illegal_argument_exception: The number of terms [65537]"),
+        ({"query": {"bool": {"should": [{"match_all": {}}] * 65_537}}}, "too_many_clauses: maxClauseCount is set to 65536"),
+        ({"aggs": {"x": {"terms": {"field": "n", "size": 65_537}}}}, "too_many_buckets_exception: Trying to create too many buckets"),
+    ],
+    ids=lambda value: str(value)[:60],
+)
+def test_searches_that_ask_too_much(client: Client, index: str, body: dict[str, object], cause: str) -> None:
+    client("POST", f"{index}/_doc", {"transcript": "word", "n": 1})
+    answer = client("GET", f"{index}/_search", body)
+    assert answer.status == 400 and answer.cause.startswith(cause), answer.text
+
+
+@pytest.mark.parametrize("percent", ["9223372036854775807%", "-9223372036854775808%", "-9223372036854775808", "9223372036854775807"])
+def test_minimum_should_match_beyond_all_bounds(client: Client, index: str, percent: str) -> None:
+    client("POST", f"{index}/_doc", {"n": 1})
+    query = {"bool": {"must": {"match_all": {}}, "should": [{"term": {"n": 1}}] * 3, "minimum_should_match": percent}}
+    expected = 1 if percent.startswith("-") else 0
+    assert len(client("GET", f"{index}/_search", {"query": query}).hits) == expected
+
+
+def test_nested_buckets_have_a_limit(client: Client, index: str) -> None:
+    """Few buckets, each with many inside, may not become half a million."""
+    lines = "".join(f'{{"create":{{}}}}\n{{"a":"a{n % 300}","b":"b{n // 300}"}}\n' for n in range(300 * 300))
+    for start in range(0, len(lines), 4_000_000):
+        end = lines.find('{"create"', start + 4_000_000)
+        begin = lines.find('{"create"', start)
+        assert not client("POST", f"{index}/_bulk", lines[begin : end if end > 0 else None]).json["errors"]
+    inner = {"terms": {"field": "b.keyword", "size": 1000}}
+    body = {"size": 0, "aggs": {"a": {"terms": {"field": "a.keyword", "size": 1000}, "aggs": {"b": inner}}}}
+    answer = client("GET", f"{index}/_search", body)
+    assert answer.status == 400 and answer.cause.startswith("too_many_buckets_exception")
+    inner["terms"]["size"] = 2
+    buckets = client("GET", f"{index}/_search", body).json["aggregations"]["a"]["buckets"]
+    assert len(buckets) == 300 and all(b["doc_count"] == 300 and len(b["b"]["buckets"]) == 2 for b in buckets)
+    assert buckets[0]["b"]["sum_other_doc_count"] == 298
+
+
+def test_values_in_the_documents_are_read_within_bounds(client: Client, index: str) -> None:
+    lines = "".join('{"create":{}}\n' + f'{{"times":[1,2],"half":{n % 2}}}\n' for n in range(50_002))
+    assert not client("POST", f"{index}/_bulk", lines).json["errors"]
+    times = {"term": {"times": 2}}
+    for body in ({"query": times}, {"sort": [{"times": "asc"}]}):
+        answer = client("GET", f"{index}/_search", body)
+        assert answer.status == 400 and "narrow the query by other conditions" in answer.cause
+    narrowed = {"query": {"bool": {"must": [times, {"term": {"half": 1}}]}}, "size": 0, "track_total_hits": True}
+    assert client("GET", f"{index}/_search", narrowed).json["hits"]["total"]["value"] == 25_001
+
+
+@pytest.mark.parametrize("time", ["nanm", "infm", "1e300d", "0s", "-1m", "2d"])
+def test_scrolls_for_impossible_times(client: Client, index: str, time: str) -> None:
+    assert client("GET", f"{index}/_search?scroll={time}").status == 400
+
+
+def test_longs_are_found_to_their_limits(client: Client, index: str) -> None:
+    numbers = [2**63 - 1, -(2**63), 2**63 - 2, 2**53 + 1]
+    for number in numbers:
+        assert client("POST", f"{index}/_doc/{number}", {"n": number}).status == 201
+    for number in numbers:
+        for value in (number, str(number)):
+            assert client("GET", f"{index}/_search", {"query": {"term": {"n": value}}}).ids == [str(number)]
+    assert sorted(client("GET", f"{index}/_search", {"query": {"terms": {"n": numbers[:2] + [2**63, 1.5]}}}).ids) == sorted(map(str, numbers[:2]))

@@ -49,6 +49,9 @@ void checkStructure(std::string_view text) {
 } // namespace
 
 Json parseJson(std::string_view text) {
+    // The parser would skip the one and stop at the other, but they would be stored with the document.
+    if (text.starts_with("\xEF\xBB\xBF") || text.find('\0') != std::string_view::npos)
+        throw ApiError(400, "x_content_parse_exception", "a byte order mark or a NUL is no part of JSON");
     checkStructure(text);
     try {
         return Json::parse(text);

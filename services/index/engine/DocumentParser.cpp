@@ -240,10 +240,15 @@ private:
                 fmt::format("The [dense_vector] field [{}] in doc [document with id '{}'] has a different "
                             "number of dimensions [{}] than defined in the mapping [{}]",
                             entry.field.path, mParser.mDocumentId, values.size(), dimensions));
+        float squares = 0;
         for (const Json& value : values) {
             if (!value.is_number()) throw mismatch(entry, value);
             entry.vector.push_back(value.get<float>());
+            squares += entry.vector.back() * entry.vector.back();
         }
+        if (!std::isfinite(squares))
+            throw fail(entry.field.path, "dense_vector", Json(),
+                       "The vector's magnitude is out of range for a float");
     }
 
     void finish(Entry& entry, std::vector<PreparedField>& prepared) {

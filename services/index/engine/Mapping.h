@@ -29,6 +29,8 @@ struct Field {
     std::size_t dimensions = 0;          ///< vector: 0 until the first value fixes it
     bool subField = false;               ///< lies below a text field and takes the same values
     std::optional<FieldId> keyword = {}; ///< text: its sub-field for exact matches
+
+    bool isNumber() const { return type == FieldType::integer || type == FieldType::floating; }
 };
 
 /// Which fields an index has and how each is indexed. Fields are added, never changed or removed.

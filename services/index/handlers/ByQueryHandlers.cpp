@@ -1,4 +1,5 @@
 #include "base/ApiError.h"
+#include "base/Work.h"
 #include "handlers/DocumentWrites.h"
 #include "handlers/Handlers.h"
 
@@ -38,6 +39,21 @@ Json bodyWith(const Request& request, std::initializer_list<std::string_view> kn
     return body;
 }
 
+/// Finds the documents in the writer's thread. The client may give up the search, but not the writing that
+/// follows: it would ask again, and never get through.
+class RowFinder {
+public:
+    explicit RowFinder(const Services& services) : mStore(services.store), mWork(Work::current()) {}
+    std::vector<RowId> operator()(const IndexPtr& index, const Json& query) const {
+        const Work::Scope scope(mWork);
+        return matchingRows(index, mStore, query);
+    }
+
+private:
+    DocumentStore& mStore;
+    Work* mWork;
+};
+
 /// Both run alone in the writer: the query sees every earlier write, and all documents change in one
 /// transaction or none does.
 Answer updateByQuery(const Services& services, const Request& request, const std::string& expression) {
@@ -47,12 +63,13 @@ Answer updateByQuery(const Services& services, const Request& request, const std
     const Json body = bodyWith(request, {"query", "script", "conflicts"});
     std::optional<UpdateScript> script;
     if (body.contains("script")) script.emplace(body.at("script"));
+    const RowFinder rows(services);
     std::size_t total = 0;
     services.writes.run(
         [&](WriteBatch& batch) {
             total = 0;
             for (const IndexPtr& index : indices) {
-                for (const RowId row : matchingRows(index, services.store, body.value("query", Json()))) {
+                for (const RowId row : rows(index, body.value("query", Json()))) {
                     const StoredDocument old = batch.load(row);
                     Json source = parseJson(old.source);
                     if (script) script->run(source);
@@ -72,12 +89,13 @@ Answer deleteByQuery(const Services& services, const Request& request, const std
     const Json body = bodyWith(request, {"query", "conflicts"});
     if (!body.contains("query"))
         throw ApiError(400, "action_request_validation_exception", "Validation Failed: 1: query is missing;");
+    const RowFinder rows(services);
     std::size_t total = 0;
     services.writes.run(
         [&](WriteBatch& batch) {
             total = 0;
             for (const IndexPtr& index : indices) {
-                for (const RowId row : matchingRows(index, services.store, body.at("query"))) {
+                for (const RowId row : rows(index, body.at("query"))) {
                     batch.remove(index, batch.load(row), row);
                     ++total;
                 }

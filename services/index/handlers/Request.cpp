@@ -1,6 +1,6 @@
 #include "handlers/Request.h"
 
-#include "base/ApiError.h"
+#include "base/Utf8.h"
 
 #include <Poco/Exception.h>
 #include <Poco/URI.h>
@@ -15,6 +15,7 @@ namespace {
 std::string decode(const std::string& text, bool plusAsSpace) {
     std::string decoded;
     Poco::URI::decode(text, decoded, plusAsSpace);
+    if (!isUtf8(decoded)) throw illegalArgument(fmt::format("[{}] is not UTF-8", text));
     return decoded;
 }
 
@@ -38,6 +39,13 @@ void parseQuery(const std::string& query, Request& request) {
 }
 
 } // namespace
+
+Answer errorAnswer(const ApiError& error) {
+    Answer answer = Answer::json(error.body(), error.status());
+    if (error.status() == 401)
+        answer.headers.emplace_back("WWW-Authenticate", R"(Basic realm="security", charset="UTF-8")");
+    return answer;
+}
 
 void parseTarget(const std::string& target, Request& request) {
     request.uri = target;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/ApiError.h"
 #include "base/Json.h"
 #include "security/Privileges.h"
 
@@ -18,6 +19,7 @@ struct Request {
     std::map<std::string, std::string> params; ///< of the query
     std::string contentType;
     std::string authorization;
+    bool hasBody = false; ///< there is one, received or still to come
     std::string body;
     std::shared_ptr<const Principal> user;
 
@@ -39,6 +41,9 @@ struct Answer {
         return {status, content.dump(-1, ' ', false, Json::error_handler_t::replace), {}};
     }
 };
+
+/// The answer that tells of the error.
+Answer errorAnswer(const ApiError& error);
 
 /// Splits a request target into path and query. Throws an ApiError when it is malformed.
 void parseTarget(const std::string& target, Request& request);

@@ -27,10 +27,11 @@ std::chrono::seconds parseKeepAlive(const std::string& text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), amount);
     const std::string_view unit(end, static_cast<std::size_t>(text.data() + text.size() - end));
     for (const auto& [name, factor] : kUnits) {
-        if (error != std::errc() || unit != name || amount <= 0) continue;
-        const auto seconds =
-            std::chrono::seconds(std::max<std::int64_t>(1, static_cast<std::int64_t>(amount * factor)));
-        if (seconds <= kLongestScroll) return seconds;
+        // Written so that it refuses "nan", which is neither above nor below anything.
+        if (error != std::errc() || unit != name || !(amount > 0)) continue;
+        if (amount * factor <= std::chrono::duration<double>(kLongestScroll).count())
+            return std::chrono::seconds(
+                std::max<std::int64_t>(1, static_cast<std::int64_t>(amount * factor)));
         throw illegalArgument(
             fmt::format("Keep alive for request ({}) is too large. It must be less than ([1d]).", text));
     }
@@ -56,7 +57,7 @@ void checkWindow(const SearchRequest& request, const std::vector<IndexPtr>& indi
                 .asSearchFailure(index);
         return;
     }
-    if (request.size > kMaximumWindow || request.from + request.size > kMaximumWindow)
+    if (request.size > kMaximumWindow || request.from > kMaximumWindow - request.size)
         throw illegalArgument(
             fmt::format("Result window is too large, from + size must be less than or equal to: [{}] but "
                         "was [{}]. See the scroll api for a more efficient way to request large data "
@@ -172,7 +173,7 @@ Answer searchIndices(const Services& services, const Request& request, const std
         const std::string text = request.param(name);
         if (text.empty()) continue;
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *member);
-        if (error != std::errc() || end != text.data() + text.size())
+        if (error != std::errc() || end != text.data() + text.size() || *member > INT32_MAX)
             throw illegalArgument(
                 fmt::format("Failed to parse int parameter [{}] with value [{}]", name, text));
     }

@@ -1,71 +1,56 @@
 #include "http/Server.h"
 
 #include "base/ApiError.h"
+#include "http/Session.h"
+#include "storage/DataFolder.h"
 
-#include <Poco/Net/Context.h>
-#include <Poco/Net/NetException.h>
-#include <Poco/Net/SecureServerSocket.h>
-#include <Poco/Net/TCPServerConnectionFactory.h>
-#include <Poco/Net/TCPServerParams.h>
+#include <boost/asio/io_context.hpp>
 #include <fmt/format.h>
 #include <openssl/ssl.h>
 #include <spdlog/spdlog.h>
 
+#include <atomic>
+#include <condition_variable>
+#include <list>
+#include <mutex>
+#include <sys/socket.h>
+#include <thread>
 #include <utility>
 
 namespace kestrel::index {
 
 namespace {
 
-/// Threads beyond the limit of clients, which tell further clients that there are too many.
-constexpr int kRefusingThreads = 16;
+namespace asio = boost::asio;
+using asio::ip::tcp;
+
 constexpr int kBacklog = 512;
+/// Connections beyond the limit that are told so; more are closed without a word.
+constexpr std::size_t kToldOfRefusal = 16;
+/// Out of descriptors, say: nothing gets better at once.
+constexpr std::chrono::milliseconds kAcceptPause{50};
 
-Poco::Net::SecureServerSocket listenOn(const Server::Options& options) {
-    Poco::Net::Context::Params params;
-    params.privateKeyFile = options.privateKey.string();
-    params.certificateFile = options.certificate.string();
-    params.verificationMode = Poco::Net::Context::VERIFY_NONE;
-    params.loadDefaultCAs = false;
-    Poco::Net::Context::Ptr context = new Poco::Net::Context(Poco::Net::Context::TLS_SERVER_USE, params);
-    context->requireMinimumProtocol(Poco::Net::Context::PROTO_TLSV1_2);
-    context->enableSessionCache(true, "kestrel-index");
+asio::ssl::context makeTls(const Server::Options& options) {
+    asio::ssl::context tls(asio::ssl::context::tls_server);
+    SSL_CTX_set_min_proto_version(tls.native_handle(), TLS1_2_VERSION);
+    SSL_CTX_set_options(tls.native_handle(), SSL_OP_NO_RENEGOTIATION);
+    static constexpr unsigned char kSessions[] = "kestrel-index";
+    SSL_CTX_set_session_id_context(tls.native_handle(), kSessions, sizeof kSessions - 1);
+    const std::filesystem::path* file = &options.certificate;
     try {
-        Poco::Net::SecureServerSocket socket(context);
-        // Not sharing the port, which a plain bind would, is what makes a taken one an error.
-        socket.bind(Poco::Net::SocketAddress(options.address, options.port), true, false);
-        socket.listen(kBacklog);
-        return socket;
-    } catch (const Poco::Net::NetException& e) {
-        throw AddressError(
-            fmt::format("cannot listen on {}:{}: {}", options.address, options.port, e.displayText()));
+        tls.use_certificate_chain_file(options.certificate.string());
+        file = &options.privateKey;
+        tls.use_private_key_file(options.privateKey.string(), asio::ssl::context::pem);
+    } catch (const boost::system::system_error& e) {
+        throw DataFolderError(
+            fmt::format("{} cannot be used: {}; remove both {} and {} to have new ones made", file->string(),
+                        e.code().message(), options.certificate.string(), options.privateKey.string()));
     }
+    return tls;
 }
-
-class ConnectionFactory final : public Poco::Net::TCPServerConnectionFactory {
-public:
-    ConnectionFactory(Connections& connections, const Limits& limits, const RequestHandler& handler)
-        : mConnections(connections), mLimits(limits), mHandler(handler),
-          mParams(new Poco::Net::HTTPServerParams) {
-        mParams->setKeepAlive(true);
-        mParams->setMaxKeepAliveRequests(0);
-        mParams->setTimeout(Poco::Timespan(limits.requestTime.count(), 0));
-        mParams->setKeepAliveTimeout(Poco::Timespan(limits.idle.count(), 0));
-    }
-    Poco::Net::TCPServerConnection* createConnection(const Poco::Net::StreamSocket& socket) override {
-        return new Connection(socket, mConnections, mLimits, mParams, mHandler);
-    }
-
-private:
-    Connections& mConnections;
-    const Limits& mLimits;
-    const RequestHandler& mHandler;
-    Poco::Net::HTTPServerParams::Ptr mParams;
-};
 
 /// Browsers can send other content types to any address without asking; refusing them keeps web pages out.
 void checkContentType(const Request& request) {
-    if (request.body.empty()) return;
     const std::string& type = request.contentType;
     if (type.starts_with("application/json") || type.starts_with("application/x-ndjson") ||
         type.starts_with("application/vnd.elasticsearch+"))
@@ -74,59 +59,158 @@ void checkContentType(const Request& request) {
                    fmt::format("Content-Type header [{}] is not supported", type));
 }
 
+/// Threads that end by themselves, and are joined some time later.
+class Threads {
+public:
+    ~Threads() {
+        for (Entry& entry : mEntries)
+            entry.thread.join();
+    }
+    template <typename Body>
+    void start(Body body) {
+        mEntries.remove_if([](Entry& entry) {
+            const bool done = entry.done;
+            if (done) entry.thread.join();
+            return done;
+        });
+        Entry& entry = mEntries.emplace_back();
+        entry.thread = std::thread([&entry, body = std::move(body)]() mutable {
+            body();
+            entry.done = true;
+        });
+    }
+
+private:
+    struct Entry {
+        std::thread thread;
+        std::atomic<bool> done{false};
+    };
+    std::list<Entry> mEntries;
+};
+
 } // namespace
 
-Server::Server(const Options& options, const Router& router, Authenticator& authenticator)
-    : mLimits(options.limits), mRouter(router), mAuthenticator(authenticator),
-      mHandler([this](Request& request) { return answer(request); }),
-      mThreads("client", 4, static_cast<int>(options.limits.clients) + kRefusingThreads) {
-    Poco::Net::SecureServerSocket socket = listenOn(options);
-    mPort = socket.address().port();
-    Poco::Net::TCPServerParams::Ptr params = new Poco::Net::TCPServerParams;
-    params->setMaxThreads(static_cast<int>(options.limits.clients) + kRefusingThreads);
-    params->setMaxQueued(kBacklog);
-    mServer = std::make_unique<Poco::Net::TCPServer>(new ConnectionFactory(mConnections, mLimits, mHandler),
-                                                     mThreads, socket, params);
-    mServer->start();
-    mWatchdog = std::thread([this] { watch(); });
-}
-
-Server::~Server() {
-    mServer->stop();
-    mConnections.shutdownAll();
-    mThreads.joinAll();
-    {
-        const std::lock_guard lock(mStopMutex);
-        mStop = true;
+class Server::Listener {
+public:
+    Listener(const Options& options, const Router& router, Authenticator& authenticator)
+        : mLimits(options.limits), mRouter(router), mAuthenticator(authenticator), mTls(makeTls(options)),
+          mAcceptor(mNetwork), mConnections(options.limits.clients), mMemory(options.limits.memoryBytes) {
+        listen(options);
+        mAcceptThread = std::thread([this] { acceptAll(); });
+        mWatchThread = std::thread([this] { watch(); });
     }
-    mStopping.notify_one();
-    mWatchdog.join();
-}
 
-void Server::watch() {
-    std::unique_lock lock(mStopMutex);
-    while (!mStopping.wait_for(lock, std::chrono::seconds(1), [this] { return mStop; }))
-        mConnections.shutdownOverdue();
-}
+    ~Listener() {
+        {
+            const std::lock_guard lock(mStopMutex);
+            mStop = true;
+        }
+        mStopping.notify_one();
+        ::shutdown(mAcceptor.native_handle(), SHUT_RDWR); // wakes the thread that waits in accept
+        mAcceptThread.join();
+        mConnections.shutdownAll();
+        mThreads.reset();
+        mWatchThread.join();
+    }
 
-Answer Server::answer(Request& request) {
-    try {
-        return dispatch(request);
-    } catch (const ApiError& e) {
-        Answer refusal = Answer::json(e.body(), e.status());
-        if (e.status() == 401)
-            refusal.headers.emplace_back("WWW-Authenticate", R"(Basic realm="security", charset="UTF-8")");
-        return refusal;
+    std::uint16_t port() const { return mAcceptor.local_endpoint().port(); }
+
+private:
+    void listen(const Options& options) {
+        boost::system::error_code error;
+        const auto address = asio::ip::make_address(options.address, error);
+        const auto check = [&](const boost::system::error_code& failed) {
+            if (failed)
+                throw AddressError(fmt::format("cannot listen on {}:{}: {}", options.address, options.port,
+                                               failed.message()));
+        };
+        check(error);
+        const tcp::endpoint endpoint(address, options.port);
+        check(mAcceptor.open(endpoint.protocol(), error));
+        check(mAcceptor.set_option(tcp::acceptor::reuse_address(true), error));
+        check(mAcceptor.bind(endpoint, error));
+        check(mAcceptor.listen(kBacklog, error));
+    }
+
+    void acceptAll() {
+        for (;;) {
+            tcp::socket socket(mNetwork);
+            boost::system::error_code error;
+            mAcceptor.accept(socket, error);
+            {
+                std::unique_lock lock(mStopMutex);
+                if (mStop) return;
+                if (error) mStopping.wait_for(lock, kAcceptPause, [this] { return mStop; });
+            }
+            if (error || mConnections.count(Connections::State::refused) >= kToldOfRefusal) continue;
+            serve(std::move(socket));
+        }
+    }
+
+    void serve(tcp::socket socket) try {
+        auto session = std::make_unique<Session>(std::move(socket), mContext);
+        mThreads->start([session = std::move(session)]() mutable {
+            try {
+                session->run();
+            } catch (const std::exception& e) {
+                spdlog::error("a connection ended: {}", e.what());
+            }
+            session.reset();
+        });
     } catch (const std::exception& e) {
-        spdlog::error("{} {}: {}", request.method, request.uri, e.what());
-        return Answer::json(ApiError(500, "exception", e.what()).body(), 500);
+        spdlog::error("a connection could not be served: {}", e.what());
     }
+
+    void watch() {
+        std::unique_lock lock(mStopMutex);
+        while (!mStopping.wait_for(lock, std::chrono::seconds(1), [this] { return mStop; }))
+            mConnections.shutdownOverdue();
+    }
+
+    void admit(Request& request) {
+        request.user = mAuthenticator.authenticate(request.authorization, request.method, request.uri);
+        parseTarget(request.uri, request);
+        if (request.hasBody) checkContentType(request);
+    }
+
+    Answer answer(const Request& request) {
+        try {
+            return mRouter.dispatch(request);
+        } catch (const ApiError& e) {
+            return errorAnswer(e);
+        } catch (const std::exception& e) {
+            spdlog::error("{} {}: {}", request.method, request.uri, e.what());
+            return errorAnswer({500, "exception", e.what()});
+        }
+    }
+
+    const Limits mLimits;
+    const Router& mRouter;
+    Authenticator& mAuthenticator;
+    asio::ssl::context mTls;
+    asio::io_context mNetwork;
+    tcp::acceptor mAcceptor;
+    Connections mConnections;
+    MemoryBudget mMemory;
+    const RequestHandler mHandler{[this](Request& request) { admit(request); },
+                                  [this](const Request& request) { return answer(request); }};
+    const SessionContext mContext{mLimits, mConnections, mMemory, mHandler, mTls};
+    std::mutex mStopMutex;
+    std::condition_variable mStopping;
+    bool mStop = false;
+    std::unique_ptr<Threads> mThreads = std::make_unique<Threads>();
+    std::thread mAcceptThread;
+    std::thread mWatchThread;
+};
+
+Server::Server(const Options& options, const Router& router, Authenticator& authenticator)
+    : mListener(std::make_unique<Listener>(options, router, authenticator)) {
 }
 
-Answer Server::dispatch(Request& request) {
-    request.user = mAuthenticator.authenticate(request.authorization, request.method, request.uri);
-    checkContentType(request);
-    return mRouter.dispatch(request);
+Server::~Server() = default;
+
+std::uint16_t Server::port() const {
+    return mListener->port();
 }
 
 } // namespace kestrel::index

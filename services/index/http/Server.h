@@ -1,20 +1,14 @@
 #pragma once
 
 #include "handlers/Router.h"
-#include "http/Connection.h"
+#include "http/Connections.h"
 #include "security/Authenticator.h"
 
-#include <Poco/Net/TCPServer.h>
-#include <Poco/ThreadPool.h>
-
-#include <condition_variable>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 namespace kestrel::index {
 
@@ -24,7 +18,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// HTTPS in front of the router.
+/// HTTPS in front of the router: one thread for each connection.
 class Server {
 public:
     struct Options {
@@ -35,30 +29,17 @@ public:
         Limits limits;
     };
 
+    /// Serves until it is destroyed; requests that are being answered then are answered.
     Server(const Options& options, const Router& router, Authenticator& authenticator);
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    std::uint16_t port() const { return mPort; }
+    std::uint16_t port() const;
 
 private:
-    Answer answer(Request& request);
-    Answer dispatch(Request& request);
-    void watch();
-
-    Limits mLimits;
-    const Router& mRouter;
-    Authenticator& mAuthenticator;
-    RequestHandler mHandler;
-    Connections mConnections;
-    Poco::ThreadPool mThreads;
-    std::unique_ptr<Poco::Net::TCPServer> mServer;
-    std::uint16_t mPort = 0;
-    std::mutex mStopMutex;
-    std::condition_variable mStopping;
-    bool mStop = false;
-    std::thread mWatchdog;
+    class Listener;
+    std::unique_ptr<Listener> mListener;
 };
 
 } // namespace kestrel::index

@@ -1,5 +1,7 @@
 #include "query/BoolQuery.h"
 
+#include "base/Work.h"
+
 #include <algorithm>
 
 namespace kestrel::index {
@@ -26,8 +28,12 @@ private:
 std::vector<Scored> scoreAll(const std::vector<QueryPtr>& clauses, const Bitmap& documents) {
     std::vector<Scored> scored;
     scored.reserve(clauses.size());
-    for (const QueryPtr& clause : clauses)
+    for (const QueryPtr& clause : clauses) {
+        checkStillWanted();
         scored.push_back(clause->score(documents));
+        takeMemory(scored.back().documents.getSizeInBytes() +
+                   scored.back().scores.size() * sizeof(scored.back().scores[0]));
+    }
     return scored;
 }
 
@@ -63,15 +69,27 @@ Bitmap BoolQuery::matches(const Bitmap& within) const {
 
 Bitmap BoolQuery::shouldMatches(const Bitmap& within) const {
     if (mClauses.minimumShouldMatch > mClauses.should.size()) return {};
-    // reached[n]: documents that match more than n of the clauses so far.
-    std::vector<Bitmap> reached(mClauses.minimumShouldMatch);
-    for (const QueryPtr& clause : mClauses.should) {
-        const Bitmap found = clause->matches(within);
-        for (std::size_t n = reached.size() - 1; n > 0; --n)
-            reached[n] |= reached[n - 1] & found;
-        reached[0] |= found;
+    if (mClauses.minimumShouldMatch == 1) {
+        Bitmap any;
+        for (const QueryPtr& clause : mClauses.should) {
+            checkStillWanted();
+            any |= clause->matches(within);
+        }
+        return any;
     }
-    return reached.back();
+    if (within.isEmpty()) return {};
+    std::vector<std::uint32_t> reached(std::size_t{within.maximum()} + 1);
+    takeMemory(reached.size() * sizeof(reached[0]));
+    Bitmap enough;
+    Patience patience;
+    for (const QueryPtr& clause : mClauses.should) {
+        checkStillWanted();
+        for (const Ordinal ordinal : clause->matches(within)) {
+            patience.check();
+            if (++reached[ordinal] == mClauses.minimumShouldMatch) enough.add(ordinal);
+        }
+    }
+    return enough;
 }
 
 Scored BoolQuery::score(const Bitmap& within) const {
@@ -95,14 +113,19 @@ Scored BoolQuery::score(const Bitmap& within) const {
     std::vector<ScoreReader> required(must.begin(), must.end());
     std::vector<ScoreReader> optional(should.begin(), should.end());
     result.scores.reserve(varying.cardinality());
+    Patience patience;
     for (const Ordinal ordinal : varying) {
         // Each group is summed in double precision, the two groups in single precision.
         double mustSum = 0;
-        for (ScoreReader& reader : required)
+        for (ScoreReader& reader : required) {
+            patience.check();
             mustSum += static_cast<double>(reader.required(ordinal));
+        }
         double shouldSum = 0;
-        for (ScoreReader& reader : optional)
+        for (ScoreReader& reader : optional) {
+            patience.check();
             shouldSum += static_cast<double>(reader.optional(ordinal));
+        }
         result.scores.emplace_back(ordinal, static_cast<float>(mustSum) + static_cast<float>(shouldSum));
     }
     return result;

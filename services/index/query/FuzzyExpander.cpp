@@ -1,6 +1,7 @@
 #include "query/FuzzyExpander.h"
 
 #include "base/ApiError.h"
+#include "base/Work.h"
 #include "engine/Analyzer.h"
 
 #include <fmt/format.h>
@@ -123,6 +124,7 @@ public:
 private:
     /// False when the term ran into a dead end.
     bool visit(std::uint32_t term) {
+        mPatience.check();
         std::u32string candidate = codePoints(mData.terms().at(term));
         const auto distance = mRows.distance(candidate, sharedPrefix(candidate, mPrevious));
         const std::size_t length = std::min(candidate.size(), mTarget.size());
@@ -139,6 +141,7 @@ private:
     DistanceRows mRows;
     std::u32string mPrevious;
     std::vector<Expansion> mFound;
+    Patience mPatience;
 };
 
 } // namespace

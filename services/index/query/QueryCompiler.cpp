@@ -1,6 +1,7 @@
 #include "query/QueryCompiler.h"
 
 #include "base/ApiError.h"
+#include "base/Work.h"
 #include "engine/Analyzer.h"
 #include "query/BoolQuery.h"
 #include "query/FuzzyExpander.h"
@@ -9,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -22,6 +24,13 @@ namespace {
 
 constexpr int kMaximumDepth = 30;
 constexpr std::size_t kMaximumExpansions = 50;
+constexpr std::size_t kMaximumClauses = 65'536;
+constexpr std::size_t kMaximumTerms = 65'536;
+constexpr std::size_t kMaximumWords = 1024;
+/// Documents that one query may read because only they hold the values.
+constexpr std::size_t kMaximumRead = 50'000;
+/// Keeps every score far from the limits of its type.
+constexpr double kMaximumBoost = 1e15;
 constexpr std::string_view kCosineScript =
     R"(cosineSimilarity(params.semanticVector,"semanticImageVector")+1.0)";
 
@@ -41,11 +50,16 @@ void requireKeys(const std::string& query, const Json& body, std::initializer_li
             throw parsingError(fmt::format("[{}] query does not support [{}]", query, key));
 }
 
-float boostOf(const Json& body) {
-    const Json boost = body.value("boost", Json(1.0));
-    if (!boost.is_number() || boost.get<float>() < 0)
-        throw illegalArgument(fmt::format("negative or malformed [boost]: [{}]", boost.dump()));
-    return boost.get<float>();
+/// The boost of a clause inside one that is boosted itself.
+float boosted(float outer, const Json& body) {
+    const Json own = body.value("boost", Json(1.0));
+    const double boost = own.is_number() ? static_cast<double>(outer) * own.get<double>() : -1;
+    if (!(boost >= 0 && boost <= kMaximumBoost))
+        throw illegalArgument(
+            fmt::format("[boost] must be a number, not negative, and with the boosts around it at most "
+                        "[{}] but was [{}]",
+                        kMaximumBoost, own.dump()));
+    return static_cast<float>(boost);
 }
 
 struct FieldClause {
@@ -64,6 +78,8 @@ FieldClause singleField(const std::string& query, const Json& body) {
 }
 
 /// "minimum_should_match": a count, negative for "all but", or a percentage.
+constexpr std::int64_t kManyClauses = 1'000'000'000;
+
 std::size_t minimumMatch(const Json& value, std::size_t clauses) {
     std::string text = asText(value);
     const bool percent = text.ends_with('%');
@@ -73,6 +89,8 @@ std::size_t minimumMatch(const Json& value, std::size_t clauses) {
     if (error != std::errc() || end != text.data() + text.size())
         throw illegalArgument(fmt::format("[minimum_should_match] cannot be read: [{}]", value.dump()));
     const auto total = static_cast<std::int64_t>(clauses);
+    // Beyond this, more digits say nothing, and they could overflow.
+    number = std::clamp<std::int64_t>(number, -kManyClauses, kManyClauses);
     if (percent) number = total * number / 100;
     if (number < 0) number += total;
     return static_cast<std::size_t>(std::max<std::int64_t>(number, 0));
@@ -109,12 +127,72 @@ void collectNumbers(const Json& value, std::string_view path, const Field& field
     }
 }
 
+/// "semanticVector" of a script's parameters.
+std::vector<float> queryVector(const Json& params) {
+    const Json values = params.is_object() ? params.value("semanticVector", Json()) : Json();
+    std::vector<float> vector;
+    double squares = 0;
+    for (const Json& value : values.is_array() ? values : Json::array({nullptr})) {
+        if (!value.is_number()) throw illegalArgument("[params.semanticVector] must be an array of numbers");
+        vector.push_back(value.get<float>());
+        squares += static_cast<double>(vector.back()) * static_cast<double>(vector.back());
+    }
+    if (!std::isfinite(static_cast<float>(squares)))
+        throw illegalArgument("[params.semanticVector] holds numbers that are too large");
+    return vector;
+}
+
+/// The number as the field keeps it; nothing when the field cannot hold it.
+std::optional<SortableNumber> wantedNumber(const Field& field, const Json& value) {
+    const bool whole = field.type == FieldType::integer;
+    if (whole && value.is_number_unsigned() && value.get<std::uint64_t>() > std::uint64_t{INT64_MAX})
+        return std::nullopt;
+    if (whole && value.is_number_integer()) return value.get<std::int64_t>();
+    double number = 0;
+    if (value.is_number()) {
+        number = value.get<double>();
+    } else {
+        const std::string text = asText(value);
+        const auto read = [&text](auto& into) {
+            const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), into);
+            return error == std::errc() && end == text.data() + text.size();
+        };
+        if (std::int64_t exact = 0; whole && read(exact)) return exact;
+        if (!read(number))
+            throw ApiError(400, "query_shard_exception",
+                           fmt::format("failed to create query: For input string: \"{}\"", text),
+                           {{"caused_by",
+                             {{"type", "number_format_exception"},
+                              {"reason", fmt::format("For input string: \"{}\"", text)}}}});
+    }
+    if (!whole)
+        return sortable(field.typeName == "double" ? number
+                                                   : static_cast<double>(static_cast<float>(number)));
+    // No whole number equals a fraction, or one that 64 bits do not hold.
+    if (number != std::floor(number) || number < -0x1p63 || number >= 0x1p63) return std::nullopt;
+    return static_cast<std::int64_t>(number);
+}
+
 } // namespace
 
 NumberContent numbersAt(const Json& document, const Field& field) {
     NumberContent numbers;
     collectNumbers(document, field.path, field, numbers);
     return numbers;
+}
+
+NumberReader numberReader(const IndexView& view, DocumentStore& store) {
+    return [&view, &store, read = std::size_t{0}](Ordinal ordinal, FieldId id) mutable -> NumberContent {
+        const Field& field = view.mapping().at(id);
+        if (++read > kMaximumRead)
+            throw illegalArgument(fmt::format(
+                "[{}] holds several numbers in more than [{}] of the documents that match so far, and they "
+                "would have to be read one by one; narrow the query by other conditions",
+                field.path, kMaximumRead));
+        checkStillWanted();
+        const auto document = store.read(view.row(ordinal));
+        return document ? numbersAt(Json::parse(document->source), field) : NumberContent();
+    };
 }
 
 QueryPtr QueryCompiler::compile(const Json& query) const {
@@ -127,6 +205,9 @@ QueryPtr QueryCompiler::compile(const Json& query, SpaceId space, float boost, i
             fmt::format("The nested depth of the query exceeds the maximum nested depth for "
                         "queries set in [indices.query.bool.max_nested_depth]: [{}]",
                         kMaximumDepth));
+    if (++mClauses > kMaximumClauses)
+        throw ApiError(400, "too_many_clauses", fmt::format("maxClauseCount is set to {}", kMaximumClauses));
+    checkStillWanted();
     if (!query.is_object() || query.empty()) throw illegalArgument("query malformed, empty clause found");
     if (query.size() > 1)
         throw parsingError(fmt::format("[{}] malformed query, expected [END_OBJECT] but found [FIELD_NAME]",
@@ -143,15 +224,15 @@ QueryPtr QueryCompiler::compile(const Json& query, SpaceId space, float boost, i
     if (kind == "match_none") return matchNone();
     if (kind != "match_all") throw parsingError(fmt::format("unknown query [{}]", kind));
     requireKeys(kind, body, {"boost"});
-    return std::make_unique<ConstantQuery>(mView.live(space), boost * boostOf(body));
+    return std::make_unique<ConstantQuery>(mView.live(space), boosted(boost, body));
 }
 
 QueryPtr QueryCompiler::boolean(const Json& body, SpaceId space, float boost, int depth) const {
     requireKeys("bool", body, {"must", "should", "filter", "must_not", "minimum_should_match", "boost"});
     if (!body.contains("must") && !body.contains("should") && !body.contains("filter") &&
         !body.contains("must_not"))
-        return std::make_unique<ConstantQuery>(mView.live(space), boost * boostOf(body));
-    const float inner = boost * boostOf(body);
+        return std::make_unique<ConstantQuery>(mView.live(space), boosted(boost, body));
+    const float inner = boosted(boost, body);
     const auto clauses = [&](const char* key) {
         std::vector<QueryPtr> compiled;
         if (!body.contains(key)) return compiled;
@@ -180,7 +261,7 @@ QueryPtr QueryCompiler::term(const Json& body, SpaceId space, float boost) const
     if (clause.value.is_object()) {
         requireKeys("term", clause.value, {"value", "boost"});
         if (!clause.value.contains("value")) throw illegalArgument("value cannot be null");
-        boost *= boostOf(clause.value);
+        boost = boosted(boost, clause.value);
         clause.value = Json(clause.value.at("value"));
     }
     if (clause.value.is_array()) throw parsingError("[term] query does not support array of values");
@@ -191,16 +272,26 @@ QueryPtr QueryCompiler::term(const Json& body, SpaceId space, float boost) const
 QueryPtr QueryCompiler::terms(const Json& body, SpaceId space, float boost) const {
     Json fields = body;
     if (fields.is_object() && fields.contains("boost")) {
-        boost *= boostOf(fields);
+        boost = boosted(boost, fields);
         fields.erase("boost");
     }
     const FieldClause clause = singleField("terms", fields);
     if (!clause.value.is_array())
         throw parsingError(
             fmt::format("[terms] query does not support [{}]: an array of values is needed", clause.path));
+    if (clause.value.size() > kMaximumTerms)
+        throw illegalArgument(fmt::format(
+            "The number of terms [{}] used in the Terms Query request has exceeded the allowed maximum of "
+            "[{}]. This maximum can be set by changing the [index.max_terms_count] index level setting.",
+            clause.value.size(), kMaximumTerms));
+    const auto id = mView.mapping().idOf(clause.path);
+    if (id && mView.mapping().at(*id).isNumber() && mView.mapping().at(*id).space == space)
+        return numberTerms(*id, clause.value, boost);
     Bitmap documents;
-    for (const Json& value : clause.value)
+    for (const Json& value : clause.value) {
+        checkStillWanted();
         documents |= fieldTerm(clause.path, value, space, 1.0F)->matches(mView.live(space));
+    }
     return std::make_unique<ConstantQuery>(std::move(documents), boost);
 }
 
@@ -228,7 +319,7 @@ QueryPtr QueryCompiler::fieldTerm(const std::string& path, const Json& value, Sp
     }
     case FieldType::integer:
     case FieldType::floating:
-        return numberTerm(*id, value, boost);
+        return numberTerms(*id, Json::array({value}), boost);
     default:
         throw illegalArgument(fmt::format("Field [{}] of type [{}] does not support term queries", path,
                                           mView.mapping().at(*id).typeName));
@@ -252,40 +343,15 @@ QueryPtr QueryCompiler::keywordTerm(FieldId field, const std::string& value, flo
     return std::make_unique<ConstantQuery>(documents->toBitmap(), score);
 }
 
-QueryPtr QueryCompiler::numberTerm(FieldId field, const Json& value, float boost) const {
-    const Field& mapped = mView.mapping().at(field);
-    const auto& data = *mView.data<NumberData>(field);
-    double number = 0;
-    if (value.is_number()) {
-        number = value.get<double>();
-    } else {
-        const std::string text = asText(value);
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-        if (error != std::errc() || end != text.data() + text.size() || text.empty())
-            throw ApiError(400, "query_shard_exception",
-                           fmt::format("failed to create query: For input string: \"{}\"", text),
-                           {{"caused_by",
-                             {{"type", "number_format_exception"},
-                              {"reason", fmt::format("For input string: \"{}\"", text)}}}});
-    }
-    SortableNumber wanted = 0;
-    if (mapped.type == FieldType::integer) {
-        // No whole number equals a fraction, or one that 64 bits do not hold.
-        if (number != std::floor(number) || std::abs(number) > 9.2e18) return matchNone();
-        wanted = value.is_number_integer() ? value.get<std::int64_t>() : static_cast<std::int64_t>(number);
-    } else {
-        wanted =
-            sortable(mapped.typeName == "double" ? number : static_cast<double>(static_cast<float>(number)));
-    }
-    return std::make_unique<NumberQuery>(data, field, wanted, numberReader(), boost);
-}
-
-NumberReader QueryCompiler::numberReader() const {
-    return [self = *this](Ordinal ordinal, FieldId field) -> NumberContent {
-        const auto document = self.mStore.read(self.mView.row(ordinal));
-        return document ? numbersAt(Json::parse(document->source), self.mView.mapping().at(field))
-                        : NumberContent();
-    };
+QueryPtr QueryCompiler::numberTerms(FieldId field, const Json& values, float boost) const {
+    if (mView.data(field) == nullptr) return matchNone();
+    std::vector<SortableNumber> wanted;
+    for (const Json& value : values)
+        if (const auto number = wantedNumber(mView.mapping().at(field), value)) wanted.push_back(*number);
+    if (wanted.empty()) return matchNone();
+    std::sort(wanted.begin(), wanted.end());
+    return std::make_unique<NumberQuery>(*mView.data<NumberData>(field), field, std::move(wanted),
+                                         numberReader(mView, mStore), boost);
 }
 
 QueryPtr QueryCompiler::match(const Json& body, SpaceId space, float boost) const {
@@ -301,7 +367,7 @@ QueryPtr QueryCompiler::match(const Json& body, SpaceId space, float boost) cons
         if (how != "or" && how != "and" && how != "OR" && how != "AND")
             throw illegalArgument(fmt::format("No enum constant for operator [{}]", how));
         all = how == "and" || how == "AND";
-        boost *= boostOf(clause.value);
+        boost = boosted(boost, clause.value);
         clause.value = Json(clause.value.at("query"));
     }
     if (clause.value.is_array() || clause.value.is_object() || clause.value.is_null())
@@ -314,7 +380,12 @@ QueryPtr QueryCompiler::match(const Json& body, SpaceId space, float boost) cons
     const auto& data = *mView.data<TextData>(*id);
     const Bm25 similarity(data.statistics());
     std::vector<std::vector<TextQuery::Term>> words;
-    for (const std::string& word : analyze(asText(clause.value))) {
+    const std::vector<std::string> text = analyze(asText(clause.value));
+    if (text.size() > kMaximumWords)
+        throw ApiError(
+            400, "too_many_clauses",
+            fmt::format("maxClauseCount is set to {}: the text has [{}] words", kMaximumWords, text.size()));
+    for (const std::string& word : text) {
         const unsigned edits = fuzziness ? fuzziness->editsFor(codePoints(word).size()) : 0;
         const std::vector<Expansion> expansions = expandFuzzy(data, word, edits, kMaximumExpansions);
         // All spellings count as frequent as the most frequent one, so that rare misspellings do not win.
@@ -359,7 +430,7 @@ QueryPtr QueryCompiler::exists(const Json& body, SpaceId space, float boost) con
     if (const auto id = mView.mapping().idOf(path)) include(*id);
     for (const FieldId id : mView.mapping().below(path))
         include(id);
-    return std::make_unique<ConstantQuery>(std::move(documents), boost * boostOf(body));
+    return std::make_unique<ConstantQuery>(std::move(documents), boosted(boost, body));
 }
 
 QueryPtr QueryCompiler::nested(const Json& body, SpaceId space, float boost, int depth) const {
@@ -380,7 +451,7 @@ QueryPtr QueryCompiler::nested(const Json& body, SpaceId space, float boost, int
     }
     if (space != 0) throw illegalArgument("[nested] inside [nested] is not supported");
     return std::make_unique<NestedQuery>(
-        mView, field->ownSpace, compile(body.at("query"), field->ownSpace, boost * boostOf(body), depth + 1));
+        mView, field->ownSpace, compile(body.at("query"), field->ownSpace, boosted(boost, body), depth + 1));
 }
 
 QueryPtr QueryCompiler::scriptScore(const Json& body, SpaceId space, float boost, int depth) const {
@@ -391,12 +462,7 @@ QueryPtr QueryCompiler::scriptScore(const Json& body, SpaceId space, float boost
         throw illegalArgument(
             fmt::format("this service runs a fixed set of scripts, and [{}] is not one of them",
                         script.is_object() ? script.value("source", Json()).dump() : script.dump()));
-    const Json params = script.value("params", Json::object());
-    std::vector<float> vector;
-    for (const Json& value : params.value("semanticVector", Json::array())) {
-        if (!value.is_number()) throw illegalArgument("[params.semanticVector] must be an array of numbers");
-        vector.push_back(value.get<float>());
-    }
+    std::vector<float> vector = queryVector(script.value("params", Json()));
     const auto id = mView.mapping().idOf("semanticImageVector");
     const bool mapped =
         id && mView.mapping().at(*id).type == FieldType::vector && mView.mapping().at(*id).space == space;
@@ -411,7 +477,7 @@ QueryPtr QueryCompiler::scriptScore(const Json& body, SpaceId space, float boost
                                       "document vectors [{}].",
                                       vector.size(), data->dimensions())}}}});
     return std::make_unique<CosineQuery>(compile(body.at("query"), space, 1.0F, depth + 1), data,
-                                         std::move(vector), 1.0F, boost * boostOf(body));
+                                         std::move(vector), 1.0F, boosted(boost, body));
 }
 
 } // namespace kestrel::index

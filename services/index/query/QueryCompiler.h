@@ -29,12 +29,16 @@ private:
     QueryPtr fieldTerm(const std::string& path, const Json& value, SpaceId space, float boost) const;
     QueryPtr textTerm(FieldId field, const std::string& term, SpaceId space, float boost) const;
     QueryPtr keywordTerm(FieldId field, const std::string& value, float boost) const;
-    QueryPtr numberTerm(FieldId field, const Json& value, float boost) const;
-    NumberReader numberReader() const;
+    QueryPtr numberTerms(FieldId field, const Json& values, float boost) const;
 
     const IndexView& mView;
     DocumentStore& mStore;
+    mutable std::size_t mClauses = 0;
 };
+
+/// Reads several numbers of one field from the documents themselves. After too many it throws an ApiError:
+/// each costs the reading of a whole document while writers wait.
+NumberReader numberReader(const IndexView& view, DocumentStore& store);
 
 /// Numbers at the path of a document, whatever arrays and objects they lie in.
 NumberContent numbersAt(const Json& document, const Field& field);

@@ -2,6 +2,7 @@
 
 #include "base/ApiError.h"
 #include "base/RandomId.h"
+#include "base/Work.h"
 
 #include <fmt/format.h>
 
@@ -60,9 +61,12 @@ Scrolls::Page Scrolls::next(const std::string& id, std::chrono::seconds keepAliv
 Scrolls::Page Scrolls::readPage(const std::string& id, Context& context) {
     Page page{id, {}, context.found.total, context.found.maximumScore, context.request};
     const std::size_t end = std::min(context.next + context.request.size, context.found.rows.size());
-    for (std::size_t position = context.next; position < end; ++position)
+    for (std::size_t position = context.next; position < end; ++position) {
+        checkStillWanted();
         page.hits.push_back(renderHit(context.found, position, read(context.found.rows[position]),
                                       context.request.withSource));
+        takeMemory(page.hits.back().size());
+    }
     const std::lock_guard lock(mMutex);
     context.next = end;
     if (end < context.found.rows.size() || context.exhausted) return page;

@@ -14,10 +14,12 @@ namespace {
 
 std::size_t sizeMember(const std::string& key, const Json& value) {
     if (!value.is_number_integer()) throw parsingError(fmt::format("Unknown key for a VALUE in [{}].", key));
-    const auto number = value.get<std::int64_t>();
-    if (number < 0)
-        throw illegalArgument(fmt::format("[{}] parameter cannot be negative but was [{}]", key, number));
-    return static_cast<std::size_t>(number);
+    if (value.is_number_unsigned() && value.get<std::uint64_t>() > std::uint64_t{INT32_MAX})
+        throw parsingError(fmt::format("[{}]: Numeric value ({}) out of range of int", key, value.dump()));
+    if (value.get<std::int64_t>() < 0)
+        throw illegalArgument(
+            fmt::format("[{}] parameter cannot be negative but was [{}]", key, value.dump()));
+    return value.get<std::size_t>();
 }
 
 /// The best limit of the scored documents, best first; equal scores in document order.

@@ -1,6 +1,7 @@
 #include "query/SimpleQueries.h"
 
 #include "base/ApiError.h"
+#include "base/Work.h"
 #include "query/DotProduct.h"
 
 #include <algorithm>
@@ -8,13 +9,23 @@
 
 namespace kestrel::index {
 
+ConstantQuery::ConstantQuery(Bitmap documents, float score)
+    : mDocuments(std::move(documents)), mScore(score) {
+    takeMemory(mDocuments.getSizeInBytes());
+}
+
 Bitmap NumberQuery::matches(const Bitmap& within) const {
+    const auto wanted = [this](SortableNumber value) {
+        return std::binary_search(mValues.begin(), mValues.end(), value);
+    };
     Bitmap found;
+    Patience patience;
     for (const Ordinal ordinal : mData.present() & within) {
+        patience.check();
         if (mData.several().contains(ordinal)) {
             const NumberContent values = mSeveral(ordinal, mField);
-            if (std::find(values.begin(), values.end(), mValue) != values.end()) found.add(ordinal);
-        } else if (mData.single(ordinal) == mValue) {
+            if (std::any_of(values.begin(), values.end(), wanted)) found.add(ordinal);
+        } else if (wanted(mData.single(ordinal))) {
             found.add(ordinal);
         }
     }
@@ -23,8 +34,11 @@ Bitmap NumberQuery::matches(const Bitmap& within) const {
 
 Bitmap NestedQuery::matches(const Bitmap& within) const {
     Bitmap documents;
-    for (const Ordinal child : mInner->matches(mView.live(mSpace)))
+    Patience patience;
+    for (const Ordinal child : mInner->matches(mView.live(mSpace))) {
+        patience.check();
         documents.add(mView.parent(mSpace, child));
+    }
     return documents & within;
 }
 
@@ -40,7 +54,9 @@ Scored NestedQuery::score(const Bitmap& within) const {
         result.documents.add(document);
         result.scores.emplace_back(document, static_cast<float>(sum / static_cast<double>(count)));
     };
+    Patience patience;
     for (const Ordinal child : children.documents) {
+        patience.check();
         const Ordinal parent = mView.parent(mSpace, child);
         if (count != 0 && parent != document) {
             finish();
@@ -69,7 +85,9 @@ Scored CosineQuery::score(const Bitmap& within) const {
     Scored result;
     result.documents = mInner->matches(within);
     result.scores.reserve(result.documents.cardinality());
+    Patience patience;
     for (const Ordinal ordinal : result.documents) {
+        patience.check();
         if (mData == nullptr || !mData->present().contains(ordinal))
             throw ApiError(400, "script_exception", "runtime error",
                            {{"lang", "painless"},
@@ -80,7 +98,7 @@ Scored CosineQuery::score(const Bitmap& within) const {
         const float lengths = mMagnitude * mData->magnitude(ordinal);
         const float similarity = lengths == 0 ? 0 : dot / lengths;
         const float score = mBoost * (similarity + mOffset);
-        if (score < 0)
+        if (!(score >= 0))
             throw illegalArgument(
                 "script_score script returned an invalid score: it must be a non-negative score");
         result.scores.emplace_back(ordinal, score);

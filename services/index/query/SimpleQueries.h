@@ -9,7 +9,7 @@ namespace kestrel::index {
 /// Every document with the same score. With no documents it is the query that matches nothing.
 class ConstantQuery final : public Query {
 public:
-    ConstantQuery(Bitmap documents, float score) : mDocuments(std::move(documents)), mScore(score) {}
+    ConstantQuery(Bitmap documents, float score);
     Bitmap matches(const Bitmap& within) const override { return mDocuments & within; }
     Scored score(const Bitmap& within) const override { return {matches(within), mScore, {}}; }
     std::uint64_t cost() const override { return mDocuments.cardinality(); }
@@ -19,20 +19,26 @@ private:
     float mScore;
 };
 
-/// A number field holds the value.
+/// A number field holds one of the values.
 class NumberQuery final : public Query {
 public:
-    NumberQuery(const NumberData& data, FieldId field, SortableNumber value, NumberReader several,
-                float score)
-        : mData(data), mField(field), mValue(value), mSeveral(std::move(several)), mScore(score) {}
+    NumberQuery(const NumberData& data, FieldId field, std::vector<SortableNumber> values,
+                NumberReader several, float score)
+        : mData(data), mField(field), mValues(std::move(values)), mSeveral(std::move(several)),
+          mScore(score) {}
     Bitmap matches(const Bitmap& within) const override;
     Scored score(const Bitmap& within) const override { return {matches(within), mScore, {}}; }
-    std::uint64_t cost() const override { return mData.present().cardinality(); }
+    /// Documents that have to be read cost more than all else: they come after every other condition.
+    std::uint64_t cost() const override {
+        return mData.present().cardinality() + kReadingCost * mData.several().cardinality();
+    }
 
 private:
+    static constexpr std::uint64_t kReadingCost = 1000;
+
     const NumberData& mData;
     FieldId mField;
-    SortableNumber mValue;
+    std::vector<SortableNumber> mValues; ///< ascending
     NumberReader mSeveral;
     float mScore;
 };

@@ -1,6 +1,7 @@
 #include "query/Sort.h"
 
 #include "base/ApiError.h"
+#include "base/Work.h"
 
 #include <fmt/format.h>
 
@@ -106,15 +107,16 @@ void SortColumn::fillNumbers(const IndexView& view, DocumentStore& store, FieldI
                              const std::vector<Ordinal>& documents) {
     const auto* data = view.data<NumberData>(field);
     if (data == nullptr) return;
+    const NumberReader several = numberReader(view, store);
+    Patience patience;
     for (std::size_t i = 0; i < documents.size(); ++i) {
+        patience.check();
         if (!data->present().contains(documents[i])) continue;
         if (!data->several().contains(documents[i])) {
             mKeys[i] = directed(data->single(documents[i]));
             continue;
         }
-        const auto document = store.read(view.row(documents[i]));
-        if (!document) continue;
-        const NumberContent values = numbersAt(Json::parse(document->source), view.mapping().at(field));
+        const NumberContent values = several(documents[i], field);
         const auto [low, high] = std::minmax_element(values.begin(), values.end());
         if (!values.empty()) mKeys[i] = directed(spec.smallest ? *low : *high);
     }
@@ -129,7 +131,9 @@ void SortColumn::fillKeywords(const KeywordData& data, const SortSpec& spec,
     };
     std::vector<Held> held;
     std::vector<std::uint32_t> values;
+    Patience patience;
     for (std::uint32_t value = 0; value < data.values().size(); ++value) {
+        patience.check();
         const std::size_t before = held.size();
         data.documents(value).forEach([&](Ordinal ordinal) {
             if (!wanted.contains(ordinal)) return;

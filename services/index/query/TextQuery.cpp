@@ -1,5 +1,7 @@
 #include "query/TextQuery.h"
 
+#include "base/Work.h"
+
 #include <algorithm>
 #include <memory>
 
@@ -37,8 +39,13 @@ std::uint64_t TextQuery::cost() const {
 
 Bitmap TextQuery::matches(const Bitmap& within) const {
     Bitmap found;
-    for (const Term& term : mTerms)
-        mData.forEach(term.term, [&](Ordinal ordinal, std::uint32_t) { found.add(ordinal); });
+    Patience patience;
+    for (const Term& term : mTerms) {
+        mData.forEach(term.term, [&](Ordinal ordinal, std::uint32_t) {
+            patience.check();
+            found.add(ordinal);
+        });
+    }
     return found & within & mData.present();
 }
 
@@ -50,8 +57,10 @@ Scored TextQuery::score(const Bitmap& within) const {
         static_cast<double*>(std::calloc(mView.end(mSpace) + std::size_t{1}, sizeof(double))), &std::free);
     if (!sums) throw std::bad_alloc();
     std::vector<Ordinal> touched;
+    Patience patience;
     for (const Term& term : mTerms) {
         mData.forEach(term.term, [&](Ordinal ordinal, std::uint32_t frequency) {
+            patience.check();
             if (!member.contains(ordinal)) return;
             double& sum = sums.get()[ordinal];
             if (sum == 0) touched.push_back(ordinal);

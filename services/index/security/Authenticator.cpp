@@ -9,6 +9,7 @@
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
+#include <spdlog/spdlog.h>
 
 #include <algorithm>
 #include <iterator>
@@ -24,6 +25,7 @@ constexpr std::size_t kMaximumCached = 1000;
 constexpr auto kDelayStep = std::chrono::milliseconds(100);
 constexpr int kMaximumDelaySteps = 10;
 constexpr auto kFailureMemory = std::chrono::seconds(30);
+constexpr auto kReportInterval = std::chrono::seconds(1);
 
 struct Credentials {
     std::string user;
@@ -58,7 +60,8 @@ ApiError unauthorized(const std::string& reason) {
 
 } // namespace
 
-Authenticator::Authenticator(const Users& users) : mUsers(users) {
+Authenticator::Authenticator(const Users& users)
+    : mUsers(users), mTurns(std::max(2U, std::thread::hardware_concurrency())) {
     if (RAND_bytes(mKey.data(), static_cast<int>(mKey.size())) != 1)
         throw std::runtime_error("the system gives no random numbers");
 }
@@ -74,13 +77,13 @@ Authenticator::authenticate(const std::string& header, const std::string& method
     const Credentials credentials = decode(header);
     std::shared_ptr<const Principal> principal;
     {
-        const std::lock_guard lock(mSlowMutex);
+        const Turns::Turn turn(mTurns);
         if (auto known = cached(digest)) return known; // another request with the same header was first
         if (!credentials.user.empty() && mUsers.verify(credentials.user, credentials.password))
             principal = mUsers.principal(credentials.user);
     }
     if (!principal) {
-        delayFailure();
+        recordFailure(credentials.user);
         throw unauthorized(fmt::format("unable to authenticate user [{}] for REST request [{} {}]",
                                        credentials.user, method, path));
     }
@@ -115,7 +118,7 @@ void Authenticator::remember(const Digest& digest, std::uint64_t generation,
     mCache[digest] = std::move(principal);
 }
 
-void Authenticator::delayFailure() {
+void Authenticator::recordFailure(const std::string& user) {
     int steps = 0;
     {
         const std::lock_guard lock(mMutex);
@@ -124,6 +127,13 @@ void Authenticator::delayFailure() {
         mLastFailure = now;
         mRecentFailures = std::min(mRecentFailures + 1, kMaximumDelaySteps);
         steps = mRecentFailures;
+        ++mUnreported;
+        if (now - mLastReport >= kReportInterval) {
+            // The name is anybody's text: quoted, it cannot pass for a line of the log.
+            spdlog::warn("{} failed logins, the last one as {}", mUnreported, jsonString(user));
+            mLastReport = now;
+            mUnreported = 0;
+        }
     }
     std::this_thread::sleep_for(kDelayStep * steps);
 }

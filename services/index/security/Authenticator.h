@@ -1,5 +1,6 @@
 #pragma once
 
+#include "security/Turns.h"
 #include "security/Users.h"
 
 #include <array>
@@ -28,16 +29,18 @@ private:
     Digest digestOf(const std::string& header) const;
     std::shared_ptr<const Principal> cached(const Digest& digest);
     void remember(const Digest& digest, std::uint64_t generation, std::shared_ptr<const Principal> principal);
-    void delayFailure();
+    void recordFailure(const std::string& user);
 
     const Users& mUsers;
     Digest mKey{};
     std::mutex mMutex;
     std::map<Digest, std::shared_ptr<const Principal>> mCache;
     std::uint64_t mCachedGeneration = 0;
-    std::mutex mSlowMutex; ///< one slow hash at a time, so that guessing cannot take all processors
+    Turns mTurns; ///< guessing cannot take all the processors and memory that slow hashes need
     int mRecentFailures = 0;
     Clock::time_point mLastFailure{};
+    Clock::time_point mLastReport{};
+    int mUnreported = 0;
 };
 
 } // namespace kestrel::index

@@ -6,7 +6,7 @@
 
 namespace kestrel::index {
 
-/// A salted hash that is slow to compute (PBKDF2 with HMAC-SHA-256), as it is stored.
+/// A salted hash that is slow and takes memory to compute (scrypt), as it is stored.
 Json hashPassword(const std::string& password);
 bool passwordMatches(const Json& hash, const std::string& password);
 

@@ -1,5 +1,6 @@
 #include "storage/DocumentStore.h"
 
+#include "base/Work.h"
 #include "storage/DataFolder.h"
 
 #include <fmt/format.h>
@@ -145,6 +146,7 @@ std::optional<std::vector<StoredDocument>> DocumentStore::read(const std::vector
     for (const RowId row : rows) {
         auto document = reader.read(row);
         if (!document) break;
+        takeMemory(document->source.size());
         documents.push_back(std::move(*document));
     }
     reader.connection.execute("COMMIT");

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+
+namespace kestrel::index {
+
+/// The memory that all requests together may take for their bodies and answers.
+class MemoryBudget {
+public:
+    explicit MemoryBudget(std::size_t bytes) : mLimit(bytes) {}
+
+    /// What one request has taken of it; given back at the end of the request.
+    class Lease {
+    public:
+        explicit Lease(MemoryBudget& budget) : mBudget(budget) {}
+        ~Lease() { mBudget.mTaken -= mBytes; }
+        Lease(const Lease&) = delete;
+        Lease& operator=(const Lease&) = delete;
+
+        /// Takes more. Throws an ApiError with status 429 when it is not there.
+        void take(std::size_t bytes);
+        std::size_t bytes() const { return mBytes; }
+
+    private:
+        MemoryBudget& mBudget;
+        std::size_t mBytes = 0;
+    };
+
+private:
+    const std::size_t mLimit;
+    std::atomic<std::size_t> mTaken{0};
+};
+
+} // namespace kestrel::index

@@ -1,0 +1,35 @@
+#include "base/Work.h"
+
+#include "base/ApiError.h"
+
+namespace kestrel::index {
+
+namespace {
+
+/// Looking at the client's socket costs a system call.
+constexpr auto kLookInterval = std::chrono::milliseconds(20);
+
+} // namespace
+
+Work*& Work::current() {
+    thread_local Work* work = nullptr;
+    return work;
+}
+
+void checkStillWanted() {
+    Work* const work = Work::current();
+    if (work == nullptr) return;
+    const auto now = Work::Clock::now();
+    if (now >= work->mDeadline)
+        throw ApiError(504, "search_timeout_exception", "Time exceeded: ask for less, or narrow the query");
+    if (now < work->mNextLook) return;
+    work->mNextLook = now + kLookInterval;
+    if (work->mAbandoned())
+        throw ApiError(503, "task_cancelled_exception", "the client has gone, or the service is stopping");
+}
+
+void takeMemory(std::size_t bytes) {
+    if (Work* const work = Work::current()) work->mMemory.take(bytes);
+}
+
+} // namespace kestrel::index

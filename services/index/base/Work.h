@@ -1,0 +1,64 @@
+#pragma once
+
+#include "base/MemoryBudget.h"
+
+#include <chrono>
+#include <functional>
+
+namespace kestrel::index {
+
+/// The request that a thread works on, so that what may take long or grow large can ask whether it still
+/// should, however deep in a query it is. A thread without one is never interrupted.
+class Work {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// abandoned: whether nobody waits for the answer any more.
+    Work(std::chrono::milliseconds time, MemoryBudget::Lease& memory, std::function<bool()> abandoned)
+        : mDeadline(Clock::now() + time), mMemory(memory), mAbandoned(std::move(abandoned)) {}
+
+    /// Makes the work that of the current thread for as long as it lives.
+    class Scope {
+    public:
+        explicit Scope(Work* work) : mBefore(current()) { current() = work; }
+        ~Scope() { current() = mBefore; }
+        Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
+
+    private:
+        Work* mBefore;
+    };
+
+    /// The current thread's, or null.
+    static Work*& current();
+
+private:
+    friend void checkStillWanted();
+    friend void takeMemory(std::size_t bytes);
+
+    Clock::time_point mDeadline;
+    Clock::time_point mNextLook{};
+    MemoryBudget::Lease& mMemory;
+    std::function<bool()> mAbandoned;
+};
+
+/// Throws an ApiError once the current request's time is up (504) or its client is gone. Costs a look at the
+/// clock.
+void checkStillWanted();
+
+/// Counts bytes of an answer against the memory that requests share. Throws an ApiError when it is used up
+/// (429).
+void takeMemory(std::size_t bytes);
+
+/// For inner loops: checks once in several thousand calls.
+class Patience {
+public:
+    void check() {
+        if ((++mCalls & 0xFFFU) == 0) checkStillWanted();
+    }
+
+private:
+    unsigned mCalls = 0;
+};
+
+} // namespace kestrel::index

@@ -1,0 +1,73 @@
+#include "http/Connections.h"
+
+#include <algorithm>
+#include <sys/socket.h>
+
+namespace kestrel::index {
+
+Connections::Handle Connections::add(int socket) {
+    const std::lock_guard lock(mMutex);
+    const auto served = std::count_if(mEntries.begin(), mEntries.end(), [](const Entry& entry) {
+        return entry.state != State::refused && entry.state != State::leaving;
+    });
+    State state = State::anonymous;
+    if (static_cast<std::size_t>(served) >= mLimit) {
+        Handle leaving = longestIn(State::anonymous);
+        if (leaving == mEntries.end()) leaving = longestIn(State::idle);
+        if (leaving == mEntries.end()) {
+            state = State::refused;
+        } else {
+            leaving->state = State::leaving;
+            ::shutdown(leaving->socket, SHUT_RDWR);
+        }
+    }
+    return mEntries.insert(mEntries.end(), Entry{socket, state, Clock::now(), Clock::time_point::max()});
+}
+
+Connections::Handle Connections::longestIn(State state) {
+    Handle longest = mEntries.end();
+    for (Handle entry = mEntries.begin(); entry != mEntries.end(); ++entry)
+        if (entry->state == state && (longest == mEntries.end() || entry->since < longest->since))
+            longest = entry;
+    return longest;
+}
+
+void Connections::remove(Handle handle) {
+    const std::lock_guard lock(mMutex);
+    mEntries.erase(handle);
+}
+
+void Connections::set(Handle handle, State state, std::chrono::seconds time) {
+    const std::lock_guard lock(mMutex);
+    const auto now = Clock::now();
+    handle->deadline = now + time;
+    if (handle->state == state || handle->state == State::refused || handle->state == State::leaving) return;
+    handle->state = state;
+    handle->since = now;
+}
+
+Connections::State Connections::state(Handle handle) const {
+    const std::lock_guard lock(mMutex);
+    return handle->state;
+}
+
+std::size_t Connections::count(State state) const {
+    const std::lock_guard lock(mMutex);
+    return static_cast<std::size_t>(std::count_if(mEntries.begin(), mEntries.end(),
+                                                  [&](const Entry& entry) { return entry.state == state; }));
+}
+
+void Connections::shutdownOverdue() {
+    const auto now = Clock::now();
+    const std::lock_guard lock(mMutex);
+    for (const Entry& entry : mEntries)
+        if (entry.deadline < now) ::shutdown(entry.socket, SHUT_RDWR);
+}
+
+void Connections::shutdownAll() {
+    const std::lock_guard lock(mMutex);
+    for (const Entry& entry : mEntries)
+        ::shutdown(entry.socket, SHUT_RD);
+}
+
+} // namespace kestrel::index

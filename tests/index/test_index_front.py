@@ -1,0 +1,166 @@
+"""Connections and logins: who gives way, what is refused before it is received, what a flood of guesses may do."""
+
+from __future__ import annotations
+
+import base64
+import os
+import socket
+import sqlite3
+import ssl
+import threading
+from contextlib import closing, suppress
+from http.client import HTTPException
+from pathlib import Path
+
+import pytest
+
+from index_process import Client, IndexProcess
+
+
+def address(service: IndexProcess) -> tuple[str, int]:
+    return "127.0.0.1", int(service.uri.rstrip("/").rsplit(":", 1)[1])
+
+
+def connect(service: IndexProcess) -> ssl.SSLSocket:
+    context = ssl.create_default_context()
+    context.check_hostname = False
+    context.verify_mode = ssl.CERT_NONE
+    return context.wrap_socket(socket.create_connection(address(service), timeout=60))
+
+
+def head(service: IndexProcess, authorized: bool, *lines: str) -> bytes:
+    token = base64.b64encode(":".join(service.administrator()).encode()).decode()
+    own = [f"Authorization: Basic {token}"] if authorized else []
+    return "\r\n".join([*lines, "Host: x", "Content-Type: application/json", *own, "", ""]).encode()
+
+
+def answer_of(connection: ssl.SSLSocket) -> bytes:
+    received = b""
+    while b"\r\n\r\n" not in received and (part := connection.recv(65536)):
+        received += part
+    return received
+
+
+@pytest.fixture
+def small(data: Path) -> IndexProcess:
+    return IndexProcess(data, "--max-clients", "4").wait_until_ready()
+
+
+def test_silent_connections_give_way(small: IndexProcess) -> None:
+    silent = [socket.create_connection(address(small)) for _ in range(20)]
+    assert small.client()("GET", "").status == 200
+    for connection in silent:
+        connection.close()
+    assert small.stop() == 0
+
+
+def test_idle_clients_give_way(small: IndexProcess) -> None:
+    clients = [small.client() for _ in range(10)]
+    assert [client("GET", "").status for client in clients] == [200] * 10
+    assert small.stop() == 0
+
+
+def test_clients_at_work_do_not_give_way(small: IndexProcess) -> None:
+    at_work = [connect(small) for _ in range(4)]
+    for connection in at_work:
+        connection.sendall(head(small, True, "POST /busy_rel/_doc HTTP/1.1", "Content-Length: 9", "Expect: 100-continue"))
+        assert b"100 Continue" in answer_of(connection)
+    refused = small.client()("GET", "")
+    assert (refused.status, refused.error_type) == (429, "es_rejected_execution_exception")
+    for connection in at_work:
+        connection.sendall(b'{"a": 17}')
+        assert b" 201 " in answer_of(connection)
+        connection.close()
+    assert small.client()("GET", "busy_rel/_count").json["count"] == 4
+    assert small.stop() == 0
+
+
+@pytest.mark.parametrize(
+    ("authorized", "lines", "status"),
+    [
+        (False, ["POST /x_rel/_doc HTTP/1.1", "Content-Length: 90000000"], b" 401 "),
+        (False, ["POST /x_rel/_doc HTTP/1.1", "Transfer-Encoding: chunked"], b" 401 "),
+        (True, ["POST /x_rel/_doc HTTP/1.1", "Content-Length: 104857601"], b" 413 "),
+        (True, ["POST /%ff/_doc HTTP/1.1", "Content-Length: 90000000"], b" 400 "),
+    ],
+)
+def test_refused_before_the_body_is_received(service: IndexProcess, authorized: bool, lines: list[str], status: bytes) -> None:
+    with connect(service) as connection:
+        connection.sendall(head(service, authorized, *lines))
+        assert status in answer_of(connection)
+
+
+def test_bodies_share_a_budget(data: Path) -> None:
+    service = IndexProcess(data, "--max-memory", "3").wait_until_ready()
+    with connect(service) as first:
+        first.sendall(head(service, True, "POST /x_rel/_doc HTTP/1.1", "Content-Length: 2000000", "Expect: 100-continue"))
+        assert b"100 Continue" in answer_of(first)
+        other = service.client()("POST", "x_rel/_doc", b'{"a": 1' + b" " * 2_000_000 + b"}")
+        assert (other.status, other.error_type) == (429, "circuit_breaking_exception")
+    assert service.client()("POST", "x_rel/_doc", b'{"a": 1' + b" " * 1_000_000 + b"}").status == 201
+    answer = service.client()("POST", "x_rel/_doc", {"text": "y" * 1_200_000})
+    assert answer.status == 201
+    for _ in range(3):
+        service.client()("POST", "x_rel/_doc", {"text": "y" * 1_200_000})
+    assert service.client()("GET", "x_rel/_search", {"size": 100}).error_type == "circuit_breaking_exception"
+    assert service.client()("GET", "x_rel/_search", {"size": 1}).status == 200
+    assert service.stop() == 0
+
+
+def test_chunked_bodies(service: IndexProcess, index: str) -> None:
+    with connect(service) as connection:
+        connection.sendall(head(service, True, f"POST /{index}/_doc/chunked HTTP/1.1", "Transfer-Encoding: chunked"))
+        for part in (b'{"a":', b" 1", b"}"):
+            connection.sendall(b"%x\r\n%s\r\n" % (len(part), part))
+        connection.sendall(b"0\r\n\r\n")
+        assert b" 201 " in answer_of(connection)
+
+
+def test_bodies_without_a_length_are_none(service: IndexProcess) -> None:
+    with connect(service) as connection:
+        connection.sendall(head(service, True, "GET / HTTP/1.1") * 2)
+        assert b" 200 " in answer_of(connection)
+
+
+def test_failed_logins_are_logged(data: Path) -> None:
+    service = IndexProcess(data).wait_until_ready()
+    assert service.client('evil"\nname', "guess")("GET", "").status == 401
+    assert service.stop() == 0
+    lines = [line for line in service.log_text.splitlines() if "failed login" in line]
+    assert len(lines) == 1 and r'"evil\"\nname"' in lines[0]
+
+
+def test_guesses_do_not_hold_up_a_login(service: IndexProcess, client: Client) -> None:
+    """A login waits for the guesses that are being checked, not for all that wait."""
+    guessers, ending, checked = 40, threading.Event(), [0]
+    lock = threading.Lock()
+
+    def guess() -> None:
+        guesser = service.client("kestrel_admin", os.urandom(8).hex())
+        while not ending.is_set():
+            with suppress(OSError, HTTPException):  # may have to give way
+                assert guesser("GET", "").status == 401
+            with lock:
+                checked[0] += 1
+
+    threads = [threading.Thread(target=guess) for _ in range(guessers)]
+    for thread in threads:
+        thread.start()
+    assert client("PUT", "_security/user/late", {"password": "late password", "roles": ["superuser"]}).status == 200
+    try:
+        while checked[0] < 3:
+            pass
+        before = checked[0]
+        assert service.client("late", "late password")("GET", "").status == 200
+        assert checked[0] - before < guessers / 2
+    finally:
+        ending.set()
+        for thread in threads:
+            thread.join()
+    client("DELETE", "_security/user/late")
+
+
+def test_passwords_are_hashed_with_scrypt(service: IndexProcess, client: Client) -> None:
+    with closing(sqlite3.connect(f"file:{service.data / 'documents.db'}?mode=ro", uri=True)) as database:
+        (body,) = database.execute("SELECT body FROM security WHERE kind = 'user'").fetchone()
+    assert '"cost":32768' in body
