@@ -1,5 +1,7 @@
 #include "engine/Index.h"
 
+#include "base/ApiError.h"
+#include "base/Work.h"
 #include "query/Search.h"
 #include "storage/DataFolder.h"
 
@@ -10,7 +12,10 @@
 #include <map>
 #include <random>
 
+using kestrel::index::ApiError;
 using kestrel::index::Json;
+using kestrel::index::MemoryBudget;
+using kestrel::index::Work;
 
 namespace {
 
@@ -135,4 +140,31 @@ TEST_F(IndexTest, ScoresAsLuceneDoes) {
         Json::parse(
             R"({"bool": {"must": {"term": {"tag.keyword": "x"}}, "should": {"match": {"text": "river"}}}})"));
     EXPECT_EQ(both, fmt::format("2: {} {}", 0.4700036F + whole, 0.4700036F));
+}
+
+/// A search is given up in the middle, whichever of its parts is at work: each error names its reason.
+TEST_F(IndexTest, SearchesEndWhenTheirTimeIsUpOrTheirClientHasGone) {
+    const auto index = makeIndex();
+    for (int i = 0; i < 10; ++i)
+        put(*index, std::to_string(i), nullptr, {{"text", "the river"}, {"n", i}, {"times", {1, 2}}});
+    MemoryBudget budget(1'000'000);
+    MemoryBudget::Lease memory(budget);
+    const auto typeOfError = [&](std::chrono::seconds time, bool abandoned,
+                                 const char* query) -> std::string {
+        Work work(time, memory, [=] { return abandoned; });
+        const Work::Scope scope(&work);
+        try {
+            return outcome(index, Json::parse(query)).substr(0, 2);
+        } catch (const ApiError& e) {
+            return e.body().at("error").at("root_cause").at(0).at("type");
+        }
+    };
+    const char* const queries[] = {R"({"match": {"text": {"query": "rivr", "fuzziness": 1}}})",
+                                   R"({"bool": {"should": [{"term": {"n": 1}}]}})",
+                                   R"({"terms": {"n": [1]}})"};
+    for (const char* const query : queries) {
+        EXPECT_EQ(typeOfError(std::chrono::seconds(-1), false, query), "search_timeout_exception") << query;
+        EXPECT_EQ(typeOfError(std::chrono::hours(1), true, query), "task_cancelled_exception") << query;
+        EXPECT_NE(typeOfError(std::chrono::hours(1), false, query).find(':'), std::string::npos) << query;
+    }
 }
