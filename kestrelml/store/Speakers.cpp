@@ -151,7 +151,7 @@ KsNN_ErrorCode KsNNDatabase::SpeakerDelete(const std::string& projectGuid, const
     if (asked != KsNN_Success) return asked;
     bool isLast = false;
     const KsNN_ErrorCode read = operation.read([&](const Object& answer) {
-        isLast = projectsOf(*sourceOf(answer)).empty();
+        isLast = arrayOf(*sourceOf(answer), field::kProjectList)->size() == 0;
         return KsNN_Success;
     });
     if (read != KsNN_Success || !isLast) return read;

@@ -254,6 +254,11 @@ TEST_F(Faults, Reading) {
                          std::vector<KsNNSearchResults> results;
                          return store.Search("words", "p", 0.5F, results, 0, false);
                      }},
+             Subject{"FindPhrase",
+                     [](KsNNDatabase& store) {
+                         std::vector<KsNNPhraseHit> hits;
+                         return store.FindPhrase({.text = "words", .projectGuid = "p"}, hits, false);
+                     }},
              Subject{"GetAllEntries",
                      [](KsNNDatabase& store) {
                          std::vector<KsNNProject> projects;
@@ -298,6 +303,89 @@ TEST_F(Faults, ProjectsAndDeletion) {
              Subject{.name = "DeleteAllInProgressEntries",
              .run = [](KsNNDatabase& store) { return store.DeleteAllInProgressEntries(false); },
              .goesOn = true},
+         }) {
+        SCOPED_TRACE(subject.name);
+        expectCleanFailures(subject);
+    }
+}
+
+KsNNSpeakerKV bob() {
+    KsNNSpeakerKV speaker;
+    speaker.speakerGuid = "bob";
+    speaker.speakerName = "bob";
+    speaker.projectGuid = "p";
+    speaker.projectName = "Film";
+    return speaker;
+}
+
+TEST_F(Faults, Speakers) {
+    for (const Subject& subject : {
+             // Created again after a lost answer, it is there twice.
+             Subject{.name = "SpeakerCreateNew",
+             .run =
+                         [](KsNNDatabase& store) {
+                             KsNNSpeakerKV speaker = bob();
+                             return store.SpeakerCreateNew(speaker, false);
+                         },
+             .isRepeatable = false},
+             Subject{"SpeakerGetList",
+                     [](KsNNDatabase& store) {
+                         std::vector<KsNNSpeakerKV> speakers;
+                         return store.SpeakerGetList("p", speakers, false);
+                     }},
+             Subject{"GetSpeakerName",
+                     [](KsNNDatabase& store) {
+                         std::string name;
+                         return store.GetSpeakerName("ann", name, false);
+                     }},
+             Subject{"GetAllSpeakersInProject",
+                     [](KsNNDatabase& store) {
+                         std::vector<KsNNSpeakerKV> speakers;
+                         return store.GetAllSpeakersInProject("p", speakers, false);
+                     }},
+             // A speaker that is gone cannot be deleted again.
+             Subject{.name = "SpeakerDelete",
+             .run = [](KsNNDatabase& store) { return store.SpeakerDelete("p", "bob", false); },
+             .whenDoneAlready = KsNN_Error},
+             Subject{"SpeakerRenameBasedOnSpeakerGuid",
+                     [](KsNNDatabase& store) {
+                         KsNNSpeakerKV speaker = bob();
+                         return store.SpeakerRenameBasedOnSpeakerGuid(speaker, "Robert", false);
+                     }},
+         }) {
+        SCOPED_TRACE(subject.name);
+        expectCleanFailures(subject);
+    }
+}
+
+TEST_F(Faults, SpeakersOfSegments) {
+    for (const Subject& subject : {
+             Subject{"SpeakerSetSegName",
+                     [](KsNNDatabase& store) {
+                         KsNNSpeakerKV speaker = bob();
+                         return store.SpeakerSetSegName("own", "p", speaker, 0, false);
+                     }},
+             Subject{"CorrectSpeakerID",
+                     [](KsNNDatabase& store) { return store.CorrectSpeakerID("own", "p", "S7", 1, false); }},
+             Subject{"SpeakerRenameAllSegments",
+                     [](KsNNDatabase& store) {
+                         KsNNSpeakerKV speaker = bob();
+                         return store.SpeakerRenameAllSegments("own", "p", speaker, 0, false);
+                     }},
+             Subject{.name = "MergeSpeakersInProject",
+             .run =
+                         [](KsNNDatabase& store) {
+                             return store.MergeSpeakersInProject("p", "ann", "bob", "bob", false);
+                         },
+             .whenDoneAlready = KsNN_Error},
+             Subject{
+                 "ClearSpeakerIDForEntireClip",
+                 [](KsNNDatabase& store) { return store.ClearSpeakerIDForEntireClip("own", "ann", false); }},
+             Subject{
+                 "ClearSpeakerIDForEntireProject",
+                 [](KsNNDatabase& store) { return store.ClearSpeakerIDForEntireProject("p", "ann", false); }},
+             Subject{"ClearSpeakerIDPerSeg",
+                     [](KsNNDatabase& store) { return store.ClearSpeakerIDPerSeg("own", 1, false); }},
          }) {
         SCOPED_TRACE(subject.name);
         expectCleanFailures(subject);

@@ -5,6 +5,7 @@
 #include "kestrelml/store/Query.h"
 #include "kestrelml/store/Schema.h"
 #include "tests/store/RealStore.h"
+#include "tests/support/FaultProxy.h"
 
 #include <gmock/gmock.h>
 
@@ -136,6 +137,32 @@ TEST_F(Migration, CancelledAtAnyDocumentLeavesTheOldStoreWhole) {
         EXPECT_EQ(documentsIn(kDebugIndexVersion1), 0);
         for (int clip = 0; clip < 5; ++clip)
             expectMigrated(clip, projects);
+    }
+}
+
+TEST_F(Migration, LosesNothingWhenOneOfItsRequestsFails) {
+    FaultProxy proxy(*sService);
+    KsNNDatabase behindProxy(proxy.uri().c_str(), nullptr, nullptr, nullptr, false);
+    const auto migrateBehindProxy = [&] {
+        return behindProxy.MigrateDatabaseVersion1to2(true, false, {}, 7);
+    };
+    const int total = writeOldStore(3, {"a"});
+    proxy.pass();
+    ASSERT_EQ(migrateBehindProxy(), KsNN_Success) << behindProxy.GetErrorStr();
+    const std::vector<std::string> requests = proxy.conversation();
+    for (std::size_t position = 0; position < requests.size(); ++position) {
+        for (const Fault& fault : faults()) {
+            SCOPED_TRACE(std::string(fault.name) + " at " + requests[position]);
+            dropIndices();
+            writeOldStore(3, {"a"});
+            proxy.failAt(position, fault);
+            migrateBehindProxy();
+            EXPECT_TRUE(documentsIn(kDebugIndexVersion1) == total || documentsIn(kNewIndex) == total);
+            proxy.pass();
+            EXPECT_EQ(migrateBehindProxy(), KsNN_Success) << behindProxy.GetErrorStr();
+            EXPECT_EQ(documentsIn(kNewIndex), total);
+            EXPECT_EQ(documentsIn(kDebugIndexVersion1), 0);
+        }
     }
 }
 
