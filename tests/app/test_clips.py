@@ -222,6 +222,20 @@ def test_both_engines_give_the_same_transcript(kestrel: Kestrel, video: Path, tm
     assert contents(kestrel, other)["segments"] == contents(kestrel, video)["segments"]
 
 
+def test_the_acoustic_model_writes_what_it_hears(kestrel: Kestrel, tmp_path: Path) -> None:
+    file = variant(SPEECH / "english_short.wav", tmp_path / "phonemes.wav")
+    refused = kestrel.run("transcribe", file, "--project", PROJECT, "--language", "en", "--engine", "ctc")
+    assert refused.code == 1
+    assert 'no language "en"; there are: "English (phonemes)"' in refused.err
+    kestrel.good("transcribe", file, "--project", PROJECT, "--language", "English (phonemes)", "--engine", "ctc")
+    segments = contents(kestrel, file)["segments"]
+    assert len(segments) > 3
+    text = " ".join(segment["text"] for segment in segments)
+    assert text.startswith("kængɹæd͡ʒəleɪʃənz ju heɪv səksɛsfəli ɪnstɔld ænd ɛksəkjutɪd")
+    times = [time for segment in segments for word in zip(segment["wordStartsMS"], segment["wordEndsMS"]) for time in word]
+    assert times == sorted(times) and 25_000 < times[-1] < 31_000
+
+
 def test_conversation_has_its_two_voices(kestrel: Kestrel) -> None:
     file = SPEECH / "conversation_en.wav"
     begin = time.monotonic()

@@ -38,7 +38,7 @@ void describe(const KsNNDB_STTClipEntry& entry, const AudioReader& audio, FileOu
 
 ClipTranscriber::ClipTranscriber(TranscriptionSettings settings)
     : mSettings(std::move(settings)), mHome(Home::fromEnvironment()), mStore(openStore(mHome)),
-      mTranscriber(mSettings.engine, mHome, mSettings.language),
+      mTranscriber(makeTranscriber(mSettings.engine, mHome, mSettings.language)),
       mProject(projectIdentifier(mSettings.project)) {
 }
 
@@ -63,7 +63,7 @@ void ClipTranscriber::transcribeFile(FileOutcome& outcome, const Callbacks& call
     const ClipLock lock(mStore, mHome, outcome.clip, mSettings.takeOverLock);
     // Another program may have completed the clip while we were on our way to the lock.
     if (isAlreadyComplete(outcome)) return;
-    KsNNDB_STTClipEntry entry = mTranscriber.transcribe(audio, {outcome.clip, mProject}, callbacks);
+    KsNNDB_STTClipEntry entry = mTranscriber->transcribe(audio, {outcome.clip, mProject}, callbacks);
     entry.projectName = mSettings.project;
     entry.clipName = outcome.file.filename().string();
     entry.clientApp = "kestrel";

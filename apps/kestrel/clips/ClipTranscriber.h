@@ -6,6 +6,7 @@
 #include "kestrelml/store/KsNNDatabase.h"
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -53,7 +54,7 @@ private:
     TranscriptionSettings mSettings;
     Home mHome;
     KsNNDatabase mStore;
-    Transcriber mTranscriber;
+    std::unique_ptr<Transcriber> mTranscriber;
     std::string mProject;
 };
 

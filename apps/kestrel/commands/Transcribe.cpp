@@ -97,16 +97,21 @@ int transcribe(const TranscribeOptions& options) {
 }
 
 Run setUp(CLI::App& app) {
-    static const std::map<std::string, EngineKind> engines{{"service", EngineKind::Service},
-                                                           {"embedded", EngineKind::Embedded}};
+    static const std::map<std::string, EngineKind> engines{
+        {"service", EngineKind::Service}, {"embedded", EngineKind::Embedded}, {"ctc", EngineKind::Ctc}};
     auto options = std::make_shared<TranscribeOptions>();
     TranscriptionSettings& settings = options->settings;
     app.add_option("FILE", options->files, "Anything with audio that FFmpeg reads, video too")->required();
     addProjectOption(app, settings.project)->required();
-    app.add_option("--language", settings.language, "Code of the language spoken, such as en")->required();
-    app.add_option("--engine", settings.engine,
-                   "Transcribe in the speech service, or embedded in this process (default: service)")
-        ->transform(CLI::CheckedTransformer(engines).description("{service,embedded}"));
+    app.add_option(
+           "--language", settings.language,
+           "Code of the language spoken, such as en; for ctc its name, such as \"English (phonemes)\"")
+        ->required();
+    app.add_option(
+           "--engine", settings.engine,
+           "Transcribe in the speech service, embedded in this process, or by an acoustic model alone,\n"
+           "which is fast and writes what it hears, without sentences or speakers (default: service)")
+        ->transform(CLI::CheckedTransformer(engines).description("{service,embedded,ctc}"));
     app.add_flag("--take-over-lock", settings.takeOverLock,
                  "Write a clip even though another program left it locked");
     addJsonFlag(app, options->json);
