@@ -9,7 +9,7 @@ call the functions whose names end in _func; each takes one request dictionary a
 from json import dumps  # noqa: F401  (the compiled module's entry points serialise their answers with it)
 import warnings
 
-warnings.filterwarnings("ignore")  # a host's console is no place for the packages' deprecation notes
+warnings.filterwarnings("ignore")  # a host's console should not show the packages' deprecation warnings
 
 import base64
 import ctypes
@@ -134,6 +134,16 @@ def ResetStatus() -> None:
     progress = 0.0
 
 
+def write_diagnostic(text: str, output: Any) -> None:
+    """Writes to an error output. A host may have none, or have closed it or filled its disk: the answer to the caller
+    does not depend on it."""
+    try:
+        output.write(text)
+        output.flush()
+    except (AttributeError, OSError, ValueError):
+        pass
+
+
 # ---------------------------------------------------------------------------------------------------------------------
 # Cleaning and splitting text
 
@@ -177,7 +187,7 @@ def make_sentence(seg: str) -> list[str]:
 
 
 def iterate_breaks(text: str, break_iterator: Any) -> Iterator[str]:
-    """Words of a text with the blanks and punctuation that follow them."""
+    """Words of a text with the spaces and punctuation that follow them."""
     units = icu.UnicodeString(text)  # the iterator counts UTF-16 units, a str code points
     break_iterator.setText(units)
     lastpos = 0
@@ -196,7 +206,7 @@ def iterate_breaks(text: str, break_iterator: Any) -> Iterator[str]:
 
 
 def word_segment(t: str, lang: str) -> str:
-    """The text with "#" between its words, for languages written without blanks."""
+    """The text with "#" between its words, for languages written without spaces."""
     return "#".join(iterate_breaks(t, icu.BreakIterator.createWordInstance(icu.Locale(lang))))
 
 
@@ -207,7 +217,7 @@ def thai_words(text: str) -> list[str]:
 
 
 def removeExtraSpace(txt: str) -> str:
-    """Every run of white space becomes one blank."""
+    """Every run of white space becomes one space."""
     return re.sub(r"\s+", " ", txt)
 
 
@@ -219,7 +229,7 @@ def replace_fields(record: Any, **changes: Any) -> Any:
 
 
 def remove_symbols(txt: str, words: Optional[Sequence[Any]] = None) -> Any:
-    """Text without signs that nobody speaks; with word records, the pair of text and remaining records."""
+    """Text without symbols that are not spoken; with word records, the pair of text and remaining records."""
     for symbol in symbols:
         txt = txt.replace(symbol, "")
     txt = removeExtraSpace(txt.replace(" -", " ").replace("- ", " ")).strip()
@@ -273,7 +283,7 @@ def find_description_end(words: Sequence[Any], start: int) -> int:
 
 
 def emptyBufferFromUsedItems(buffer: Sequence[Any], bufferCnt: int) -> list[Any]:
-    """What is left of a buffer once its first items are used."""
+    """The rest of a buffer after its first items were used."""
     return list(buffer[bufferCnt:])
 
 
@@ -349,7 +359,7 @@ def match_characters(phrase: str, asian_char_buffer: Sequence[Any], word_end_mar
 
 
 def thai_sentences(text: str) -> list[str]:
-    """Sentences of a Thai text with blanks between the words; each but the last ends with "."."""
+    """Sentences of a Thai text with spaces between the words; each but the last ends with "."."""
     tokens = thai_words(text)
     if tokens and tokens[-1] == ".":
         tokens.pop()
@@ -358,15 +368,15 @@ def thai_sentences(text: str) -> list[str]:
 
 
 def clean_thai_phrase(text: str) -> str:
-    """Takes out the blanks that stand between words only because the tokenizer put them there."""
+    """Removes the spaces that only the tokenizer put between words."""
     return re.sub(r"[' '.]+", " ", re.sub(r"((?<! ) (?! ))|(\.$)", "", text))
 
 
 def phrase_record(text: str, words: Sequence[Any]) -> Optional[dict[str, Any]]:
-    """A phrase timed by its words. A phrase without any is reported and left out: better than losing the clip."""
+    """A phrase timed by its words. One without words is reported and left out, rather than failing the clip."""
     if not words:
         if len(text) > 1:
-            print("A segment with no word timings : " + text, file=sys.stderr)
+            write_diagnostic("A segment with no word timings : " + text + "\n", sys.stderr)
         return None
     return {"start": words[0].start, "end": words[-1].end, "text": text, "words": list(words)}
 
@@ -737,18 +747,6 @@ def failure(error: str) -> dict[str, Any]:
     return {"success": False, "error": error}
 
 
-def report_exception(error_output: Any) -> None:
-    """Prints the exception being handled. A host may have no error output, or have closed it or its disk be full:
-    the caller's answer must come all the same."""
-    if error_output is None:
-        return
-    try:
-        traceback.print_exc(file=error_output)
-        error_output.flush()
-    except (OSError, ValueError):
-        pass
-
-
 finalize_parameters = {
     "total_samples": "total_samples parameter is missing",
     "mediaGuid": "mediaGuid parameter is missing",
@@ -795,7 +793,7 @@ def stt_finalize_func(params: Mapping[str, Any]) -> dict[str, Any]:
     except UserCancelledException as cancelled:
         return failure(str(cancelled))
     except Exception as error:
-        report_exception(error_output)
+        write_diagnostic(traceback.format_exc(), error_output)
         return failure(str(error))
 
 
@@ -819,5 +817,5 @@ def stt_transcribe_audio_func(params: Mapping[str, Any]) -> dict[str, Any]:
     except UserCancelledException as cancelled:
         return failure(str(cancelled))
     except Exception as error:
-        report_exception(sys.stderr)
+        write_diagnostic(traceback.format_exc(), sys.stderr)
         return failure(str(error))
