@@ -21,8 +21,9 @@ class TranscriptionModule;
 /// The one connection of this process to the module.
 ///
 /// When the module gives no answer, after its error went to "PythonStdErr.txt", the calls that take part in a
-/// transcription throw a `const char*`, those of semantic search a `std::runtime_error`. They come from the thread that created the bridge; on any other they
-/// fail the same way. When the bridge is not set up they do nothing and their answer is null.
+/// transcription throw a `const char*`, those of semantic search a `std::runtime_error`. They come from the
+/// thread that created the bridge; on any other they fail the same way. When the bridge is not set up they do
+/// nothing and their answer is null.
 class KestrelMLCythonIF {
 public:
     using Answer = Poco::JSON::Object::Ptr;

@@ -10,8 +10,8 @@ namespace kestrel {
 
 enum class EngineKind { Service, Embedded, Ctc };
 
-/// A new engine of the transcription module, in the service or embedded, ready for use. Engines of one kind share the running transcription's progress
-/// and cancellation.
+/// A new engine of the transcription module, in the service or embedded, ready for use. Engines of one kind
+/// share the running transcription's progress and cancellation.
 /// @throws Failure when the speech service is not running or the models are missing.
 std::unique_ptr<KsNNSpeechToTextInterface> makeEngine(EngineKind kind, const Home& home);
 

@@ -112,13 +112,13 @@ KestrelMLCythonIF::Answer KestrelMLCythonIF::loadSemanticSearchModels(const std:
                                                                       const std::string& extensionLibrary) {
     if (!isSetUp()) return {};
     return parseOrThrow<std::runtime_error>(mModule->loadSemanticSearchModels(modelDir, extensionLibrary),
-                        "KestrelMLCythonIF::SemanticSearchLoadModels error");
+                                            "KestrelMLCythonIF::SemanticSearchLoadModels error");
 }
 
 KestrelMLCythonIF::Answer KestrelMLCythonIF::semanticSearchTextEmbedding(const std::string& text) {
     if (!isSetUp()) return {};
     return parseOrThrow<std::runtime_error>(mModule->embedText(text),
-                        "KestrelMLCythonIF::GetSemanticSearchTextVectorEmbedding error");
+                                            "KestrelMLCythonIF::GetSemanticSearchTextVectorEmbedding error");
 }
 
 KestrelMLCythonIF::Answer KestrelMLCythonIF::modelDirectoryAnswer() const {
