@@ -105,6 +105,8 @@ def main() -> None:
             seconds, empty = engine.load(vectors), engine.memory()
             print(f"{engine.name}: {len(vectors) / seconds:,.0f} vectors/s loaded, {empty:,.0f} MiB, "
                   f"{empty * 2 ** 20 / len(vectors) / DIMENSION / 4:.2f} of the vectors themselves")
+        for engine in taking_part:
+            engine.client.close()  # idle while the others loaded, and closed by the service perhaps
         for query in queries:
             start = time.perf_counter()
             scores = vectors @ query

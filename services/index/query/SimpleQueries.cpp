@@ -1,6 +1,7 @@
 #include "query/SimpleQueries.h"
 
 #include "base/ApiError.h"
+#include "base/Parallel.h"
 #include "base/Work.h"
 #include "query/DotProduct.h"
 
@@ -82,28 +83,39 @@ CosineQuery::CosineQuery(QueryPtr inner, const VectorData* data, std::vector<flo
 }
 
 Scored CosineQuery::score(const Bitmap& within) const {
+    constexpr std::size_t kSmallestPiece = 4096;
     Scored result;
     result.documents = mInner->matches(within);
+    requireVectors(result.documents);
     result.scores.reserve(result.documents.cardinality());
-    Patience patience;
-    for (const Ordinal ordinal : result.documents) {
-        patience.check();
-        if (mData == nullptr || !mData->present().contains(ordinal))
-            throw ApiError(400, "script_exception", "runtime error",
-                           {{"lang", "painless"},
-                            {"caused_by",
-                             {{"type", "illegal_argument_exception"},
-                              {"reason", "A document doesn't have a value for a vector field!"}}}});
-        const float dot = dotProduct(mVector.data(), mData->vector(ordinal), mVector.size());
-        const float lengths = mMagnitude * mData->magnitude(ordinal);
-        const float similarity = lengths == 0 ? 0 : dot / lengths;
-        const float score = mBoost * (similarity + mOffset);
+    for (const Ordinal ordinal : result.documents)
+        result.scores.emplace_back(ordinal, 0.0F);
+    inParallel(result.scores.size(), kSmallestPiece, [&](std::size_t first, std::size_t last) {
+        for (; first < last; ++first)
+            result.scores[first].second = scoreOf(result.scores[first].first);
+    });
+    for (const auto& [ordinal, score] : result.scores) {
         if (!(score >= 0))
             throw illegalArgument(
                 "script_score script returned an invalid score: it must be a non-negative score");
-        result.scores.emplace_back(ordinal, score);
     }
     return result;
+}
+
+void CosineQuery::requireVectors(const Bitmap& documents) const {
+    if (documents.isEmpty() || (mData != nullptr && documents.isSubset(mData->present()))) return;
+    throw ApiError(400, "script_exception", "runtime error",
+                   {{"lang", "painless"},
+                    {"caused_by",
+                     {{"type", "illegal_argument_exception"},
+                      {"reason", "A document doesn't have a value for a vector field!"}}}});
+}
+
+float CosineQuery::scoreOf(Ordinal ordinal) const {
+    const float dot = dotProduct(mVector.data(), mData->vector(ordinal), mVector.size());
+    const float lengths = mMagnitude * mData->magnitude(ordinal);
+    const float similarity = lengths == 0 ? 0 : dot / lengths;
+    return mBoost * (similarity + mOffset);
 }
 
 } // namespace kestrel::index

@@ -68,6 +68,10 @@ public:
     std::uint64_t cost() const override { return mInner->cost(); }
 
 private:
+    /// Throws an ApiError when one of the documents has no vector.
+    void requireVectors(const Bitmap& documents) const;
+    float scoreOf(Ordinal ordinal) const;
+
     QueryPtr mInner;
     const VectorData* mData;
     std::vector<float> mVector;
