@@ -1,0 +1,99 @@
+#pragma once
+
+#include "handlers/Handlers.h"
+#include "storage/DataFolder.h"
+
+#include <spdlog/spdlog.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+
+namespace kestrel_fuzz {
+
+/// The index service without its network: requests go to the router as the administrator's. Whatever is
+/// asked, the answer is JSON and no server error.
+class Service {
+public:
+    static constexpr const char* kIndex = "fuzz_rel";
+
+    Service() {
+        spdlog::set_level(spdlog::level::off);
+        addRootHandlers(mRouter, mServices);
+        addIndexHandlers(mRouter, mServices);
+        addDocumentHandlers(mRouter, mServices);
+        addBulkHandlers(mRouter, mServices);
+        addSearchHandlers(mRouter, mServices);
+        addByQueryHandlers(mRouter, mServices);
+        addSecurityHandlers(mRouter, mServices);
+    }
+    ~Service() { std::filesystem::remove_all(mFolder); }
+    Service(const Service&) = delete;
+    Service& operator=(const Service&) = delete;
+
+    kestrel::index::Answer ask(const std::string& method, const std::string& target, std::string_view body) {
+        kestrel::index::Request request;
+        request.method = method;
+        request.user = mAdministrator;
+        request.body = body;
+        request.hasBody = !body.empty();
+        const kestrel::index::Answer answer = dispatch(request, target);
+        const bool readable = kestrel::index::Json::accept(answer.body);
+        if (answer.status < 500 && readable) return answer;
+        std::fprintf(stderr, "%s %s: %d %s\n", method.c_str(), target.c_str(), answer.status,
+                     answer.body.c_str());
+        std::abort();
+    }
+
+    /// Documents of the kinds that stores hold, for searches to find.
+    void fill() {
+        ask("DELETE", kIndex, "");
+        ask("PUT", kIndex,
+            R"({"mappings": {"properties": {"projectList": {"type": "nested", "properties": {"projectGuid":)"
+            R"( {"type": "keyword"}}}, "v": {"type": "dense_vector", "dims": 2}}}})");
+        for (int i = 0; i < 20; ++i) {
+            const std::string n = std::to_string(i);
+            ask("PUT", kIndex + ("/_doc/" + n),
+                R"({"segment": )" + n + R"(, "mediaGuid": "clip)" + n + R"(", "transcript": "the river )" +
+                    n + R"( said", "wordStartsMS": [1, )" + n +
+                    R"(], "done": true, "half": 0.5, "v": [1, 0.5],)" +
+                    R"( "projectList": [{"projectGuid": "A"}, {"projectGuid": "B"}]})");
+        }
+    }
+
+private:
+    kestrel::index::Answer dispatch(kestrel::index::Request& request, const std::string& target) try {
+        kestrel::index::parseTarget(target, request);
+        return mRouter.dispatch(request);
+    } catch (const kestrel::index::ApiError& e) {
+        return kestrel::index::errorAnswer(e);
+    }
+
+    static std::filesystem::path makeFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "index-fuzz-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr) std::abort();
+        return name;
+    }
+
+    const std::filesystem::path mFolder = makeFolder();
+    kestrel::index::DocumentStore mStore{mFolder / "documents.db"};
+    kestrel::index::Scrolls mScrolls{mStore};
+    kestrel::index::WriteQueue mWrites{mStore, mScrolls};
+    kestrel::index::Users mUsers{mStore, mWrites};
+    kestrel::index::Catalogue mCatalogue{mStore, mWrites};
+    const kestrel::index::Services mServices{mStore, mWrites, mCatalogue, mScrolls, mUsers};
+    kestrel::index::Router mRouter;
+    const std::shared_ptr<const kestrel::index::Principal> mAdministrator =
+        std::make_shared<const kestrel::index::Principal>(
+            "fuzzer", std::vector<std::string>{}, kestrel::index::allRights,
+            std::vector<kestrel::index::Principal::Grant>{{{"*"}, kestrel::index::allRights}});
+};
+
+inline std::string_view text(const std::uint8_t* data, std::size_t size) {
+    return {reinterpret_cast<const char*>(data), size};
+}
+
+} // namespace kestrel_fuzz
