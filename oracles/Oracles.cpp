@@ -49,6 +49,7 @@ std::vector<icu::UnicodeString> normalForms(const icu::Transliterator& translite
                                             const icu::UnicodeString& text,
                                             const std::vector<WordSpan>& spans) {
     std::vector<icu::UnicodeString> words;
+    words.reserve(spans.size());
     for (const WordSpan span : spans)
         words.push_back(plainNormalForm(transliterator, text.tempSubStringBetween(span.start, span.end)));
     return words;

@@ -129,6 +129,7 @@ KsNN_ErrorCode nameClips(Operation& operation, const std::string& index, std::ve
         names[hits[i].mediaGuid];
     if (names.empty()) return KsNN_Success;
     std::vector<std::string> clips;
+    clips.reserve(names.size());
     for (const auto& [mediaGuid, name] : names)
         clips.push_back(mediaGuid);
     const Object::Ptr query = object(

@@ -37,10 +37,9 @@ const char16_t* asciiOf(UChar32 letter) {
         return u"ae"; // æ
     case 0x00DF:
         return u"ss"; // ß
-    case 0x0111:
-        return u"d"; // đ
-    case 0x00F0:
-        return u"d"; // ð
+    case 0x0111:      // đ
+    case 0x00F0:      // ð
+        return u"d";
     case 0x00FE:
         return u"th"; // þ
     case 0x0142:
