@@ -53,3 +53,33 @@ KsNN_ErrorCode KsNNDatabase::RemoveProjectFromEntry(const std::string& mediaGuid
                                  {ofClip(mediaGuid)},
                                  "KsNNDatabase::RemoveProjectFromEntry err: projectGuidList remove: ");
 }
+
+KsNN_ErrorCode KsNNDatabase::AddNewProjectToProjectList(const std::string& mediaGuid,
+                                                        const std::string& projectGuid,
+                                                        const std::string& projectName, bool debug) {
+    Operation operation(*this, "KsNNDatabase::AddNewProjectToProjectList err: ", debug);
+    if (const auto index = operation.refresh(mSpeakerIndex); !index.isReady()) return index.code();
+    if (const auto index = operation.refresh(mTranscriptIndex); !index.isReady()) return index.code();
+
+    const Object::Ptr query = searchFor(allOf({ofClip(mediaGuid), ofProject(projectGuid), ofSegment(0)}));
+    if (const auto code = operation.ask("GET", searchPath(mTranscriptIndex), query)) return code;
+    bool isMember = false;
+    const KsNN_ErrorCode read = operation.read([&](const Object& answer) {
+        isMember = hitsOf(answer)->size() == 1;
+        return KsNN_Success;
+    });
+    if (read != KsNN_Success || isMember) return read;
+
+    if (const auto code = AppendProjectToEntry(mediaGuid, projectGuid, projectName, kWholeClip, debug))
+        return code;
+    std::vector<KsNNSpeakerKV> speakers;
+    if (const auto code = SpeakerGetList(projectGuid, speakers, debug)) return code;
+    for (const KsNNSpeakerKV& speaker : speakers) {
+        const KsNN_ErrorCode code = operation.updateWhere(
+            mSpeakerIndex, script::addProjectToSpeaker(projectGuid, projectName),
+            {ofDocument(speaker.speakerGuid)},
+            "KsNNDatabase::AddNewProjectToProjectList err: speakerindex projectList append: ");
+        if (code != KsNN_Success) return code;
+    }
+    return KsNN_Success;
+}

@@ -148,6 +148,8 @@ const std::map<std::string, Run> kOperations = {
          useIndex(given, 0);
          return store.RemoveProjectFromEntry("m", "p", false);
      }},
+    {"AddNewProjectToProjectList",
+     [](auto& store, auto&, auto&) { return store.AddNewProjectToProjectList("m", "p", "Film", false); }},
     {"GetAllEntries",
      [](auto& store, auto&, auto& out) {
          std::vector<KsNNProject> projects;

@@ -257,7 +257,10 @@ TEST_F(Faults, Reading) {
              Subject{"FindPhrase",
                      [](KsNNDatabase& store) {
                          std::vector<KsNNPhraseHit> hits;
-                         return store.FindPhrase({.text = "words", .projectGuid = "p"}, hits, false);
+                         KsNNPhraseQuery query;
+                         query.text = "words";
+                         query.projectGuid = "p";
+                         return store.FindPhrase(query, hits, false);
                      }},
              Subject{"GetAllEntries",
                      [](KsNNDatabase& store) {
@@ -287,6 +290,13 @@ TEST_F(Faults, ProjectsAndDeletion) {
              .run =
                          [](KsNNDatabase& store) {
                              return store.AppendProjectToEntry("own", "r", "Third", -1, false);
+                         },
+             .isRepeatable = false},
+             // Once the clip is a member, its speakers are not looked after.
+             Subject{.name = "AddNewProjectToProjectList",
+             .run =
+                         [](KsNNDatabase& store) {
+                             return store.AddNewProjectToProjectList("own", "r", "Third", false);
                          },
              .isRepeatable = false},
              Subject{"RemoveProjectFromEntry",
@@ -337,6 +347,11 @@ TEST_F(Faults, Speakers) {
                      [](KsNNDatabase& store) {
                          std::string name;
                          return store.GetSpeakerName("ann", name, false);
+                     }},
+             Subject{"GetAllSpeakersInSpeakerIndex",
+                     [](KsNNDatabase& store) {
+                         std::vector<std::string> speakers;
+                         return store.GetAllSpeakersInSpeakerIndex(speakers, false);
                      }},
              Subject{"GetAllSpeakersInProject",
                      [](KsNNDatabase& store) {
