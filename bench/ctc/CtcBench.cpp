@@ -44,7 +44,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kMinuteSamples = 60 * 16000;
+constexpr std::size_t kMinuteSamples = std::size_t{60} * 16000;
 constexpr std::size_t kChunk = 160000;
 constexpr std::size_t kOverlap = 3200;
 constexpr std::size_t kBatch = 4;

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 // The temporary folder is the user's own.
 fs::path privateTemporaryFolder(const std::string& name) {
-    const fs::path folder = fs::temp_directory_path() / name;
+    fs::path folder = fs::temp_directory_path() / name;
     fs::create_directory(folder);
     return folder;
 }
@@ -22,7 +22,7 @@ fs::path privateTemporaryFolder(const std::string& name) {
 #else
 
 fs::path privateTemporaryFolder(const std::string& name) {
-    const fs::path folder = fs::temp_directory_path() / (name + "-" + std::to_string(geteuid()));
+    fs::path folder = fs::temp_directory_path() / (name + "-" + std::to_string(geteuid()));
     if (mkdir(folder.c_str(), S_IRWXU) == 0) return folder;
     if (errno != EEXIST)
         throw fs::filesystem_error("cannot create a private folder", folder,

@@ -333,7 +333,7 @@ KsNN_ErrorCode KsNNSpeechToTextWav2Vec2ONNX::debugInternals() {
 }
 
 std::string KsNNSpeechToTextWav2Vec2ONNX::trim(std::string text) {
-    const std::size_t begin = text.find_first_not_of(' ');
-    if (begin == std::string::npos) return {};
-    return text.substr(begin, text.find_last_not_of(' ') - begin + 1);
+    text.erase(text.find_last_not_of(' ') + 1); // npos + 1 is 0: nothing but spaces
+    text.erase(0, text.find_first_not_of(' '));
+    return text;
 }

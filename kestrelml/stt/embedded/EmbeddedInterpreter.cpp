@@ -90,7 +90,7 @@ public:
     }
 
 private:
-    PyConfig mConfig;
+    PyConfig mConfig{};
 };
 
 PyStatus initialiseInterpreter(const fs::path& modules) {

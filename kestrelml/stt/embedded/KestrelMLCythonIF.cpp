@@ -47,7 +47,7 @@ std::shared_ptr<KestrelMLCythonIF> KestrelMLCythonIF::get() {
     if (state.bridge) return state.bridge;
 
     stt::InterpreterStart start = stt::startInterpreter(state.logDirectory);
-    const auto bridge = std::make_shared<KestrelMLCythonIF>();
+    auto bridge = std::make_shared<KestrelMLCythonIF>();
     bridge->mModule = std::move(start.module);
     bridge->mSetUpFailure = std::move(start.failure);
     state.bridge = bridge;
