@@ -34,6 +34,7 @@ LIBRARY = {
     "stt": "speech-to-text engines, interpreter bridge",
     "semantic": "from a text to a vector, by three routes",
     "store": "KsNNDatabase: write, lock, read, search",
+    "exchange": "exchange file, dumps",
     "align": "script lines, sequence matcher, Align",
     "host": "component entry points, service launcher",
 }
@@ -56,7 +57,8 @@ APPLICATION = {
     "services": "processes, engines, the store",
     "clips": "transcribe, write, read, search",
     "script": "script formats, placed lines, the page",
-    "terminal": "messages, progress, interruption",
+    "forms": "subtitles, tables, edits",
+    "terminal": "messages, progress, interruption, pass phrases",
     "commands": "one file per command",
 }
 

@@ -413,8 +413,9 @@ public:
     /// @param plainCopy    Also write the content unencrypted, to `path` followed by ".gtest".
     /// @param pageSize     Documents for each request, 1 to 10,000; less is `KsNN_Error`.
     ///
-    /// `KsNN_Error` also when the file cannot be written. A failure leaves a file that is empty or
-    /// incomplete.
+    /// `KsNN_Error` also when the file cannot be written. A failure leaves what was there before. Without a
+    /// key
+    /// (`SetCredentials`) it is a success that writes an empty file and leaves a report.
     KsNN_ErrorCode ExportDBContentsToKST(std::vector<std::string> mediaGuids, std::string projectGuid,
                                          std::vector<std::string> projectGuids, std::string path,
                                          int& counter, KsNNProgressCallback progress, bool debug,
@@ -428,9 +429,10 @@ public:
     /// result
     ///                    other than `KsNN_Success` ends the operation with that result.
     ///
-    /// `KsNN_Error` also for a file that cannot be read, is damaged, encrypted under another key, or of
-    /// another schema version; then nothing has changed. A failure of the last request leaves the clips that
-    /// were to be replaced deleted; importing again completes it.
+    /// The transcript index must exist (`CreateIndex`): the service would make it without the store's
+    /// mapping. `KsNN_Error` also for a file that cannot be read, is damaged, encrypted under another key, or
+    /// of another schema version; then nothing has changed. A failure of the last request leaves the clips
+    /// that were to be replaced deleted; importing again completes it.
     KsNN_ErrorCode ImportDBContentsFromKST(std::string path, std::string projectGuid, std::string projectName,
                                            KsNNProgressCallback progress, bool debug);
     /// Writes a transcript to a text file, which is replaced when it exists.

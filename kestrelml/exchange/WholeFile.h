@@ -1,0 +1,36 @@
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace kestrelml::detail {
+
+/// A file that appears under its name when it is whole, and not before: until `commit` it stands beside its
+/// place, and what was there stays. Devices and pipes are written to as they stand.
+class WholeFile {
+public:
+    /// @param path UTF-8.
+    explicit WholeFile(const std::string& path);
+    WholeFile(const WholeFile&) = delete;
+    WholeFile& operator=(const WholeFile&) = delete;
+    /// Removes what was not committed.
+    ~WholeFile();
+
+    bool isOpen() const { return mStream.is_open(); }
+    std::ostream& stream() { return mStream; }
+    /// Why the file cannot be opened or written; empty while it can.
+    std::string failure() const;
+    /// Puts the file in its place. False when it could not be written to its end; then it is gone.
+    [[nodiscard]] bool commit();
+
+private:
+    void discard();
+
+    std::filesystem::path mTarget;
+    std::filesystem::path mWritten; ///< Same as `mTarget` for a device.
+    std::ofstream mStream;
+    int mReason = 0;
+};
+
+} // namespace kestrelml::detail
