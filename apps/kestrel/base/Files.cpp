@@ -84,6 +84,21 @@ void replaceFile(const fs::path& file, const std::string& text, unsigned mode) {
     if (::rename(temporary.c_str(), file.c_str()) != 0) failWriting(file);
 }
 
+void writeUserFile(const fs::path& file, const std::string& text) {
+    std::error_code error;
+    const fs::file_status status = fs::status(file, error);
+    if (fs::is_directory(status))
+        throw Failure(fmt::format("cannot write {}: it is a folder", file.string()));
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+        const Descriptor out(file, O_WRONLY, 0);
+        if (out.get() < 0 || !writeAll(out.get(), text)) failWriting(file);
+        return;
+    }
+    // A link goes on pointing to the file that it names.
+    const fs::path target = fs::exists(status) ? fs::canonical(file) : file;
+    replaceFile(target, text, 0666);
+}
+
 FileLock::FileLock(int descriptor, fs::path file) : mDescriptor(descriptor), mFile(std::move(file)) {
 }
 

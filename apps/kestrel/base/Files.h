@@ -14,6 +14,11 @@ std::string readFile(const std::filesystem::path& file);
 /// @throws Failure naming the file and the reason, "No space left on device" for one.
 void replaceFile(const std::filesystem::path& file, const std::string& text, unsigned mode);
 
+/// Writes a file that the user named, as a whole when it is a plain file: whoever looks at it later finds the
+/// old text or the new one. Devices and pipes are written to as they stand.
+/// @throws Failure naming the file and the reason.
+void writeUserFile(const std::filesystem::path& file, const std::string& text);
+
 /// Advisory lock between processes on a file of its own; released with the object, or by the system on a
 /// crash.
 class FileLock {

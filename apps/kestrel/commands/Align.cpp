@@ -2,9 +2,12 @@
 #include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/base/Timecode.h"
+#include "apps/kestrel/clips/Speakers.h"
 #include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/commands/Command.h"
+#include "apps/kestrel/commands/FormRequest.h"
 #include "apps/kestrel/commands/Options.h"
+#include "apps/kestrel/forms/Sources.h"
 #include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/script/HtmlPage.h"
 #include "apps/kestrel/services/Store.h"
@@ -18,6 +21,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <set>
 #include <tuple>
 
 namespace kestrel {
@@ -32,6 +36,7 @@ struct AlignOptions {
     ScriptFormat format = ScriptFormat::Auto;
     std::filesystem::path html; ///< Empty: no page.
     bool json = false;
+    FormRequest form;
 };
 
 std::vector<ScriptLine> spokenLines(const AlignOptions& options) {
@@ -44,9 +49,8 @@ std::vector<ScriptLine> spokenLines(const AlignOptions& options) {
 }
 
 /// The part of the clip to align with; its times count from the start of the range.
-KsNNDB_STTClipEntry readPart(KsNNDatabase& store, const CatalogueClip& clip, std::int32_t startMs,
-                             std::int32_t endMs) {
-    KsNNDB_STTClipEntry entry = readClip(store, clip);
+KsNNDB_STTClipEntry partOf(KsNNDB_STTClipEntry entry, const KsNNDatabase& store, const CatalogueClip& clip,
+                           std::int32_t startMs, std::int32_t endMs) {
     check(KsNNDatabase::sliceEntries(startMs, endMs, entry), store, "the range cannot be cut out");
     if (entry.segments.front().wordStartsMS.empty())
         throw Failure(fmt::format("nothing is said in {} from {} to {}", clip.name, timecode(startMs),
@@ -110,13 +114,17 @@ int align(const AlignOptions& options) {
     KsNNDatabase store = openStore(home);
     const std::vector<ScriptLine> script = spokenLines(options);
     const CatalogueClip clip = findClip(home, options.clip, options.project);
+    const KsNNDB_STTClipEntry whole = readClip(store, clip);
     const KsNNDB_STTClipEntry entry =
-        options.range.empty() ? readClip(store, clip) : readPart(store, clip, startMs, endMs);
+        options.range.empty() ? whole : partOf(whole, store, clip, startMs, endMs);
     const std::vector<PlacedLine> lines = placeLines(store, script, entry, startMs);
 
     if (!options.html.empty())
         writePage(options.html, alignmentPage(options.script.filename().string(), lines, entry, startMs));
-    if (options.json)
+    if (!options.form.format.empty())
+        writeOut(options.form, scriptSelection(describeClip(clip, whole, options.form),
+                                               passagesOf(whole, speakerNames(store)), lines));
+    else if (options.json)
         printJson(options, clip, entry, lines);
     else
         printText(lines);
@@ -140,9 +148,19 @@ Run setUp(CLI::App& app) {
     app.add_option("--format", options->format, "How the script is written (default: auto)")
         ->transform(CLI::CheckedTransformer(formats).description("{auto,plain,screenplay}"));
     app.add_option("--html", options->html, "Also write a page with script and transcript side by side");
-    addJsonFlag(app, options->json);
+    CLI::Option* json = addJsonFlag(app, options->json);
+    std::set<std::string> names;
+    for (const auto& [name, form] : forms()) {
+        if (form.isEdit) names.insert(name);
+    }
+    app.add_option("--markers", options->form.format,
+                   "Write the lines that were found as markers: otio, edl or fcpxml")
+        ->check(CLI::IsMember(names).description(""))
+        ->excludes(json);
+    addFormOptions(app, options->form);
     app.footer("Writes line, time, score, the word where the line begins, and the line.\n\n"
-               "Examples:\n  kestrel align scene12.fountain --clip interview.mov\n"
+               "Examples:\n  kestrel align scene12.fountain --clip interview.mov --markers edl --output "
+               "scene12.edl\n  kestrel align scene12.fountain --clip interview.mov\n"
                "  kestrel align script.txt --clip interview.mov --range 1:30-2:45 --html scene.html");
     return [options] { return align(*options); };
 }

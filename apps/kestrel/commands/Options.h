@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <filesystem>
 #include <string>
 
 /// Options that several commands share, so that they read alike everywhere.
@@ -21,6 +22,13 @@ inline constexpr const char* kClipHelp =
 
 inline CLI::Option* addJsonFlag(CLI::App& app, bool& json) {
     return app.add_flag("--json", json, "Write one JSON document");
+}
+
+/// For commands that read or write exchange files.
+inline CLI::Option* addPassPhraseOption(CLI::App& app, std::filesystem::path& file) {
+    return app.add_option("--pass-phrase-file", file,
+                          "File whose first line is the pass phrase, - for standard input (default: "
+                          "$KESTREL_PASS_PHRASE, else it is asked for)");
 }
 
 } // namespace kestrel

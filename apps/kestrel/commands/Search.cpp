@@ -2,17 +2,23 @@
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/clips/PhraseSearch.h"
+#include "apps/kestrel/clips/Speakers.h"
 #include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/commands/Command.h"
+#include "apps/kestrel/commands/FormRequest.h"
 #include "apps/kestrel/commands/Options.h"
+#include "apps/kestrel/forms/Sources.h"
 #include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Output.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <map>
 #include <memory>
 #include <set>
+#include <utility>
 
 namespace kestrel {
 
@@ -21,6 +27,7 @@ namespace {
 struct SearchOptions {
     PhraseQuery query;
     bool json = false;
+    FormRequest form;
 };
 
 std::string matchOf(const KsNNPhraseHit& hit) {
@@ -69,6 +76,35 @@ void tellNothingFound(const Home& home, const PhraseQuery& query) {
         tell(fmt::format("projects with clips: {}", fmt::join(projects, ", ")));
 }
 
+/// The hits, with the clips that they lie in.
+Selection selectionOf(const Home& home, KsNNDatabase& store, const SearchOptions& options,
+                      const std::vector<KsNNPhraseHit>& hits) {
+    const std::vector<CatalogueClip> catalogue = Catalogue(home).clips();
+    const std::string& project = options.query.project;
+    Selection selection;
+    selection.title = options.query.phrase;
+    std::map<std::string, std::pair<std::size_t, std::vector<Passage>>> known;
+    for (const KsNNPhraseHit& hit : hits) {
+        const auto [found, isNew] = known.try_emplace(hit.mediaGuid);
+        auto& [position, passages] = found->second;
+        if (isNew) {
+            const auto listed =
+                std::find_if(catalogue.begin(), catalogue.end(), [&](const CatalogueClip& clip) {
+                    return clip.id == hit.mediaGuid && clip.project == project;
+                });
+            const CatalogueClip clip = listed == catalogue.end()
+                                           ? CatalogueClip{hit.mediaGuid, hit.clipName, "", project, ""}
+                                           : *listed;
+            const KsNNDB_STTClipEntry entry = readClip(store, clip);
+            position = selection.clips.size();
+            passages = passagesOf(entry, speakerNames(store));
+            selection.clips.push_back(describeClip(clip, entry, options.form));
+        }
+        addHit(selection, position, passages, hit);
+    }
+    return selection;
+}
+
 int search(const SearchOptions& options) {
     const PhraseQuery& query = options.query;
     const Home home = Home::fromEnvironment();
@@ -78,6 +114,14 @@ int search(const SearchOptions& options) {
     const std::vector<KsNNPhraseHit> hits = findPhrase(store, query);
     if (options.json) {
         printJson(query, hits);
+        return ExitFine;
+    }
+    if (!options.form.format.empty()) {
+        if (hits.empty()) {
+            tellNothingFound(home, query);
+            return ExitFailed;
+        }
+        writeOut(options.form, selectionOf(home, store, options, hits));
         return ExitFine;
     }
     for (const KsNNPhraseHit& hit : hits)
@@ -98,9 +142,19 @@ Run setUp(CLI::App& app) {
     app.add_option("--max", query.maxResults, "Number of hits to show, best first")
         ->capture_default_str()
         ->check(CLI::Range(1, 10000));
-    addJsonFlag(app, options->json);
-    app.footer("Examples:\n  kestrel search \"the old brige\" --project Rivers\n"
-               "  kestrel search bridge --project Rivers --threshold 0.8 --max 5 --json");
+    CLI::Option* json = addJsonFlag(app, options->json);
+    std::set<std::string> names;
+    for (const auto& form : forms())
+        names.insert(form.first);
+    app.add_option("--format", options->form.format, "Write the hits in another form, see below")
+        ->check(CLI::IsMember(names).description(""))
+        ->excludes(json);
+    addFormOptions(app, options->form);
+    app.footer("Forms:\n" + formList() +
+               "\nExamples:\n  kestrel search \"the old brige\" --project Rivers\n"
+               "  kestrel search bridge --project Rivers --threshold 0.8 --max 5 --json\n"
+               "  kestrel search bridge --project Rivers --format edl --string-out --handles 1 --output "
+               "bridge.edl");
     return [options] { return search(*options); };
 }
 

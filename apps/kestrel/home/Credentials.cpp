@@ -44,10 +44,15 @@ std::string encrypted(KsNNDatabase& store, const std::string& plain) {
     return out.str();
 }
 
-bool isReadable(KsNNDatabase& store, const std::string& text) {
+/// Empty when the text is damaged.
+std::string decrypted(KsNNDatabase& store, const std::string& text) {
     std::stringstream in(text);
     std::stringstream plain;
-    return store.IDecryptStream(in, plain, false) == KsNN_Success && !plain.str().empty();
+    return store.IDecryptStream(in, plain, false) == KsNN_Success ? plain.str() : "";
+}
+
+bool isReadable(KsNNDatabase& store, const std::string& text) {
+    return !decrypted(store, text).empty();
 }
 
 } // namespace
@@ -87,6 +92,16 @@ void applyCredentials(const Home& home) {
         !isReadable(store, user) || !isReadable(store, password))
         throw Failure(fmt::format("{} is damaged: run `kestrel up` to take the password up anew",
                                   home.credentialsFile().string()));
+}
+
+void applyCredentialsUnder(const Home& home, const std::string& passPhrase) {
+    auto credentials = readJson(home.credentialsFile());
+    KsNNDatabase store = offlineStore();
+    const std::string user = decrypted(store, credentials->optValue<std::string>("user", ""));
+    const std::string password = decrypted(store, credentials->optValue<std::string>("password", ""));
+    store.SetCredentials("-", "-", passPhrase, false, false);
+    const std::string encryptedUser = encrypted(store, user);
+    store.SetCredentials(encryptedUser, encrypted(store, password), passPhrase, false, false);
 }
 
 } // namespace kestrel

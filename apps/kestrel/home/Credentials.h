@@ -2,6 +2,8 @@
 
 #include "apps/kestrel/home/Home.h"
 
+#include <string>
+
 namespace kestrel {
 
 /// Whether a password has been taken up.
@@ -13,5 +15,8 @@ void takeUpCredentials(const Home& home);
 /// Hands the stored credentials to the library, for every store of this process.
 /// @throws Failure when they are missing or damaged.
 void applyCredentials(const Home& home);
+/// The same under another pass phrase, which from then on encrypts and decrypts whatever the library does.
+/// Call after `applyCredentials`.
+void applyCredentialsUnder(const Home& home, const std::string& passPhrase);
 
 } // namespace kestrel

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "apps/kestrel/forms/Forms.h"
+#include "apps/kestrel/home/Catalogue.h"
+#include "apps/kestrel/media/ClipClock.h"
+
+#include <filesystem>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace kestrel {
+
+/// The form in which a command writes its results, as the options say.
+struct FormRequest {
+    std::string format; ///< Empty: the command's own way.
+    ClockOptions clock;
+    FormOptions options;
+    bool stringOut = false;
+    double handleSeconds = 0.0;
+    std::filesystem::path output; ///< Empty: standard output.
+
+    const Form& form() const;
+};
+
+/// Names of all forms, with what they are: for the help.
+std::string formList();
+
+/// Adds what all forms share. `--format` itself is the command's, which may know forms of its own.
+void addFormOptions(CLI::App& app, FormRequest& request);
+
+/// A clip with its clock, read from its media where that lies where it was transcribed, else made from the
+/// options. Without either, only forms for editing programs fail.
+FormClip describeClip(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry,
+                      const FormRequest& request);
+
+/// Writes to the file asked for, or to standard output.
+void writeOut(const FormRequest& request, const std::string& text);
+/// Writes a selection in the form asked for, and says what the user should know about it.
+void writeOut(const FormRequest& request, const Selection& selection);
+
+} // namespace kestrel

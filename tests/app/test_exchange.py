@@ -1,0 +1,209 @@
+"""A project travels from one house to another in one encrypted file."""
+
+from __future__ import annotations
+
+import base64
+import json
+import resource
+import signal
+import subprocess
+import textwrap
+from collections.abc import Iterator
+from hashlib import md5
+from pathlib import Path
+from typing import Any
+
+import pytest
+from app_under_test import BIN, TRANSCRIPTS, Kestrel
+from cryptography.hazmat.primitives.ciphers import Cipher, algorithms, modes
+from cryptography.hazmat.primitives.padding import PKCS7
+from stored_clips import Line, StoredClip, documents, project_id, put
+
+PHRASE = "Ein Satz, den nur beide Häuser kennen"
+SALT = b"p4tz7rm1q06vhe93"
+
+
+@pytest.fixture(scope="module")
+def house(kestrel: Kestrel) -> Kestrel:
+    """The house that sends, with two projects."""
+    kestrel.environment["KESTREL_PASS_PHRASE"] = PHRASE
+    for number in range(3):
+        lines = [Line(f"Segment {i} of clip {number}: \"naïve\" \\ and 日本語 😀\n\ttabs", 1000 * i) for i in range(40)]
+        put(kestrel, StoredClip(f"river {number}.mov", "Rivers", lines))
+    put(kestrel, StoredClip("other.mov", "Others", [Line("Not for travelling.", 0)]))
+    kestrel.index("POST", f"{TRANSCRIPTS}/_refresh")
+    return kestrel
+
+
+@pytest.fixture
+def other(tmp_path: Path) -> Iterator[Kestrel]:
+    """The house that receives, empty."""
+    receiving = Kestrel(tmp_path / "other")
+    receiving.environment["KESTREL_PASS_PHRASE"] = PHRASE
+    receiving.up()
+    yield receiving
+    receiving.run("down")
+
+
+@pytest.fixture(scope="module")
+def exchange_file(house: Kestrel, tmp_path_factory: pytest.TempPathFactory) -> Path:
+    file = tmp_path_factory.mktemp("exchange") / "rivers.kst"
+    assert "120 segments of 3 clips" in house.good("export", file, "--project", "Rivers").err
+    return file
+
+
+def rivers(kestrel: Kestrel) -> list[dict[str, Any]]:
+    return [document for document in documents(kestrel) if project_id("Rivers") in document["projectGuidList"]]
+
+
+def derived(phrase: str) -> tuple[bytes, bytes]:
+    """Key and vector as OpenSSL's EVP_BytesToKey derives them: MD5, 2000 rounds, a salt folded to eight bytes."""
+    salt = bytes(a ^ b for a, b in zip(SALT[:8], SALT[8:]))
+    material = block = b""
+    while len(material) < 48:
+        block += phrase.encode() + salt
+        for _ in range(2000):
+            block = md5(block).digest()
+        material += block
+    return material[:32], material[32:48]
+
+
+def cipher(phrase: str) -> Cipher[modes.CBC]:
+    key, vector = derived(phrase)
+    return Cipher(algorithms.AES(key), modes.CBC(vector))
+
+
+def decrypted(text: bytes, phrase: str = PHRASE) -> bytes:
+    decryptor = cipher(phrase).decryptor()
+    unpadder = PKCS7(128).unpadder()
+    plain = decryptor.update(base64.b64decode(text)) + decryptor.finalize()
+    return unpadder.update(plain) + unpadder.finalize()
+
+
+def encrypted(plain: bytes, phrase: str = PHRASE) -> bytes:
+    padder = PKCS7(128).padder()
+    encryptor = cipher(phrase).encryptor()
+    data = encryptor.update(padder.update(plain) + padder.finalize()) + encryptor.finalize()
+    lines = textwrap.wrap(base64.b64encode(data).decode(), 72)
+    return "\r\n".join(lines).encode()
+
+
+def test_the_cipher_is_the_one_that_others_compute(house: Kestrel, exchange_file: Path, other: Kestrel) -> None:
+    text = exchange_file.read_bytes()
+    plain = decrypted(text)
+    assert encrypted(plain) == text.rstrip(b"\r\n"), "byte for byte, lines too"
+    (page,) = json.loads(plain)
+    assert [hit["_source"] for hit in page["hits"]["hits"]] == rivers(house)
+
+    made = exchange_file.with_name("made.kst")
+    made.write_bytes(encrypted(json.dumps([page], ensure_ascii=False).encode()))
+    assert "120 segments of 3 clips: 3 new, 0 replaced" in other.good("import", made, "--project", "Rivers").out
+    assert documents(other) == rivers(house)
+
+
+def test_it_arrives_whole_whatever_was_there(house: Kestrel, exchange_file: Path, other: Kestrel) -> None:
+    for expected in ({"new": 3, "replaced": 0}, {"new": 0, "replaced": 3}):
+        dry = other.good("import", exchange_file, "--project", "Rivers", "--json", "--dry-run").json()
+        assert {key: len(dry[key]) for key in expected} == expected
+        before = documents(other) if expected["replaced"] else []
+        other.good("import", exchange_file, "--project", "Rivers")
+        assert documents(other) == rivers(house) and (not before or before == rivers(house))
+    found = other.good("search", "naive", "--project", "Rivers", "--max", 3, "--json").json()["hits"]
+    assert len(found) == 3
+    assert other.good("show", "river 1.mov", "--json").json()["segments"][7]["text"].startswith("Segment 7 of clip 1")
+
+    clip = rivers(house)[0]["mediaGuid"]
+    query = {"query": {"term": {"mediaGuid.keyword": clip}}}
+    other.index("POST", f"{TRANSCRIPTS}/_delete_by_query", query)
+    summary = other.good("import", exchange_file, "--project", "Rivers", "--json").json()
+    assert [len(summary[key]) for key in ("new", "replaced", "placeholder")] == [1, 2, 0]
+    assert documents(other) == rivers(house)
+
+
+def test_clips_of_unknown_projects_are_filed_under_the_placeholder(exchange_file: Path, other: Kestrel) -> None:
+    result = other.good("import", exchange_file)
+    assert "3 of them belong to no project" in result.err
+    assert {tuple(document["projectGuidList"]) for document in documents(other)} == {("KST_Import_ProjectGuid",)}
+
+
+def test_an_unfinished_transcript_gives_way(house: Kestrel, exchange_file: Path, other: Kestrel) -> None:
+    put(other, StoredClip("river 0.mov", "Rivers", [Line("half a", 0), Line("transcript", 900)], complete=False))
+    clip = StoredClip("river 0.mov", "Rivers", []).id
+    other.index("POST", f"{TRANSCRIPTS}/_doc/{clip}?op_type=create", {"KSNNlock": True})
+    locked = other.run("import", exchange_file, "--project", "Rivers")
+    assert locked.code == 1 and "is being transcribed here" in locked.err
+    assert len(documents(other)) == 2
+    other.index("DELETE", f"{TRANSCRIPTS}/_doc/{clip}")
+    assert "never completed" in other.good("import", exchange_file, "--project", "Rivers").err
+    assert documents(other) == rivers(house)
+
+
+def test_a_file_that_is_wrong_changes_nothing(house: Kestrel, exchange_file: Path, tmp_path: Path) -> None:
+    before = documents(house)
+    text = exchange_file.read_bytes()
+    (page,) = json.loads(decrypted(text))
+    last = page["hits"]["hits"][-1]["_source"]
+    wrong = {
+        "empty": (b"", "another pass phrase"),
+        "truncated": (text[: len(text) // 2], "truncated or damaged"),
+        "altered": (text[:999] + (b"A" if text[999:1000] != b"A" else b"B") + text[1000:], "damaged"),
+        "foreign": (b"%PDF-1.7 or something of the sort", "no exchange file"),
+        "wrongly keyed": (encrypted(decrypted(text), "another"), "another pass phrase"),
+        "nested": (encrypted(b"[" * 1_000_000), "damaged"),
+        "no clip": (encrypted(b'[{"hits":{"hits":[]}}]'), "holds no clip"),
+        "unequal": (encrypted(json.dumps([page]).replace('"wordEndsMS": [', '"wordEndsMS": [1, ').encode()), "cannot"),
+        "version 1": (encrypted(json.dumps([page]).replace('"schemaVersion": 2', '"schemaVersion": 1').encode()), "schema"),
+    }
+    last["segment"] = "forty"
+    wrong["wrong type"] = (encrypted(json.dumps([page]).encode()), '"segment" of a document is "forty"')
+    for name, (content, message) in wrong.items():
+        file = tmp_path / f"{name}.kst"
+        file.write_bytes(content)
+        for dry in ([], ["--dry-run"]):
+            result = house.run("import", file, "--project", "Rivers", *dry)
+            assert result.code == 1, name
+            assert file.name in result.err and message in result.err, (name, result.err)
+    assert documents(house) == before
+
+
+def test_exports_that_cannot_be(house: Kestrel, exchange_file: Path, tmp_path: Path) -> None:
+    file = tmp_path / "x.kst"
+    unknown = house.run("export", file, "--project", "Seas")
+    assert unknown.code == 1 and "Rivers" in unknown.err
+    put(house, StoredClip("half.mov", "Half", [Line("half", 0)], complete=False))
+    house.index("POST", f"{TRANSCRIPTS}/_refresh")
+    assert "is not complete" in house.run("export", file, "--project", "Half").err
+    without = subprocess.run(
+        [BIN / "kestrel", "export", file, "--project", "Rivers"],
+        env={**house.environment, "KESTREL_PASS_PHRASE": ""},
+        stdin=subprocess.DEVNULL,
+        capture_output=True,
+        text=True,
+    )
+    assert without.returncode == 1 and "pass phrase" in without.stderr
+    assert not file.exists()
+    one = StoredClip("river 1.mov", "Rivers", []).id
+    assert "40 segments of 1 clips" in house.good("export", file, one, "--project", "Rivers").err
+
+
+def test_a_full_disk_leaves_no_file_that_looks_whole(house: Kestrel, exchange_file: Path, tmp_path: Path) -> None:
+    def limit() -> None:
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (20_000, 20_000))
+
+    for before in (None, b"an earlier export"):
+        file = tmp_path / "full.kst"
+        if before is not None:
+            file.write_bytes(before)
+        result = subprocess.run(
+            [BIN / "kestrel", "export", file, "--project", "Rivers"],
+            env=house.environment,
+            preexec_fn=limit,
+            restore_signals=False,
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
+            text=True,
+        )
+        assert result.returncode == 1 and "full.kst cannot be exported" in result.stderr, result.stderr
+        assert (file.read_bytes() if file.exists() else None) == before
+        assert list(tmp_path.glob("*.part")) == []
