@@ -15,8 +15,9 @@ using namespace kestrelml::detail;
 
 namespace {
 
-/// Services refuse requests beyond 100 MB, and keep us waiting for an answer to large ones.
-constexpr std::streamoff kBulkBytes = std::streamoff{16} << 20;
+/// Services refuse requests beyond 100 MB and take their time over large ones, and a request with its answer
+/// takes twenty times its size in memory.
+constexpr std::streamoff kBulkBytes = std::streamoff{4} << 20;
 /// Clips deleted by one request, which may have ten thousand documents each.
 constexpr std::size_t kClipsDeletedAtOnce = 100;
 
