@@ -74,10 +74,15 @@ public:
             return done;
         });
         Entry& entry = mEntries.emplace_back();
-        entry.thread = std::thread([&entry, body = std::move(body)]() mutable {
-            body();
-            entry.done = true;
-        });
+        try {
+            entry.thread = std::thread([&entry, body = std::move(body)]() mutable {
+                body();
+                entry.done = true;
+            });
+        } catch (...) {
+            mEntries.pop_back();
+            throw;
+        }
     }
 
 private:
@@ -101,15 +106,12 @@ public:
     }
 
     ~Listener() {
-        {
-            const std::lock_guard lock(mStopMutex);
-            mStop = true;
-        }
-        mStopping.notify_one();
+        stop(mStopAccepting);
         ::shutdown(mAcceptor.native_handle(), SHUT_RDWR); // wakes the thread that waits in accept
         mAcceptThread.join();
         mConnections.shutdownAll();
         mThreads.reset();
+        stop(mStopWatching); // until then a client that does not take its answer is still cut off
         mWatchThread.join();
     }
 
@@ -139,8 +141,8 @@ private:
             mAcceptor.accept(socket, error);
             {
                 std::unique_lock lock(mStopMutex);
-                if (mStop) return;
-                if (error) mStopping.wait_for(lock, kAcceptPause, [this] { return mStop; });
+                if (mStopAccepting) return;
+                if (error) mStopping.wait_for(lock, kAcceptPause, [this] { return mStopAccepting; });
             }
             if (error || mConnections.count(Connections::State::refused) >= kToldOfRefusal) continue;
             serve(std::move(socket));
@@ -161,9 +163,17 @@ private:
         spdlog::error("a connection could not be served: {}", e.what());
     }
 
+    void stop(bool& flag) {
+        {
+            const std::lock_guard lock(mStopMutex);
+            flag = true;
+        }
+        mStopping.notify_all();
+    }
+
     void watch() {
         std::unique_lock lock(mStopMutex);
-        while (!mStopping.wait_for(lock, std::chrono::seconds(1), [this] { return mStop; }))
+        while (!mStopping.wait_for(lock, std::chrono::seconds(1), [this] { return mStopWatching; }))
             mConnections.shutdownOverdue();
     }
 
@@ -197,7 +207,8 @@ private:
     const SessionContext mContext{mLimits, mConnections, mMemory, mHandler, mTls};
     std::mutex mStopMutex;
     std::condition_variable mStopping;
-    bool mStop = false;
+    bool mStopAccepting = false;
+    bool mStopWatching = false;
     std::unique_ptr<Threads> mThreads = std::make_unique<Threads>();
     std::thread mAcceptThread;
     std::thread mWatchThread;
