@@ -46,6 +46,7 @@ INDEX_SERVICE = {
     "query": "query tree, scores, sorting, aggregations, scrolls",
     "scripts": "the fixed set of update scripts",
     "security": "certificate, users, roles, authentication",
+    "tools": "check, backup, restore",
     "handlers": "requests, routes, one file per family",
     "http": "connections, limits, TLS",
 }

@@ -3,6 +3,9 @@
 #include "http/Server.h"
 #include "security/Certificate.h"
 #include "storage/DataFolder.h"
+#include "storage/Snapshots.h"
+#include "tools/Backup.h"
+#include "tools/Check.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -14,13 +17,14 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace kestrel::index;
 
 namespace {
 
-enum ExitCode { exitOk = 0, exitFailure = 1, exitDataFolder = 3, exitAddress = 4 };
+enum ExitCode { exitOk = 0, exitFailure = 1, exitDamage = 2, exitDataFolder = 3, exitAddress = 4 };
 
 struct Options {
     std::filesystem::path data;
@@ -45,10 +49,11 @@ void announce(const Options& options, std::uint16_t port) {
     spdlog::info("serving {} at {}", options.data.string(), uri);
     if (options.readyFile.empty()) return;
     const Json ready = {{"uri", uri}, {"pid", getpid()}};
-    writeFileAtomically(options.readyFile, ready.dump() + "\n", false);
+    writeFileAtomically(options.readyFile, ready.dump() + "\n");
 }
 
-void serve(Options options, const sigset_t& ending) {
+int serve(Options options) {
+    const sigset_t ending = blockSignals();
     const DataFolder folder(options.data);
     DocumentStore store(folder.documents());
     Scrolls scrolls(store);
@@ -56,8 +61,10 @@ void serve(Options options, const sigset_t& ending) {
     Users users(store, writes);
     users.ensureAdministrator(folder.administrator());
     ensureCertificate(folder.certificate(), folder.privateKey());
+    folder.finishFirstStart();
     Catalogue catalogue(store, writes);
-    catalogue.load();
+    catalogue.load(folder.derived());
+    const Snapshots snapshots(folder.derived(), catalogue);
 
     Router router;
     const Services services{store, writes, catalogue, scrolls, users};
@@ -78,16 +85,76 @@ void serve(Options options, const sigset_t& ending) {
     sigwait(&ending, &signal);
     spdlog::info("stopping");
     if (!options.readyFile.empty()) std::filesystem::remove(options.readyFile);
+    return exitOk;
+}
+
+/// Shows how far a command is, on a line of its own.
+void showProgress(std::size_t done, std::size_t all) {
+    if (isatty(STDERR_FILENO) == 0) return;
+    fmt::print(stderr, "\r{} of {}{}", done, all, done == all ? "\n" : "");
+    std::fflush(stderr);
+}
+
+int runCheck(const std::filesystem::path& data) {
+    const CheckReport report = check(data / "documents.db", data / "derived", &showProgress);
+    for (const std::string& line : report.damage)
+        fmt::print("{}\n", line);
+    fmt::print("{} documents in {} indices: {}\n", report.documents, report.indices,
+               report.findings == 0 ? "all is well" : fmt::format("{} findings", report.findings));
+    return report.findings == 0 ? exitOk : exitDamage;
+}
+
+int runResetPassword(const std::filesystem::path& data, const std::string& name) {
+    const DataFolder folder(data, DataFolder::Absent::isRefused);
+    DocumentStore store(folder.documents());
+    Scrolls scrolls(store);
+    WriteQueue writes(store, scrolls);
+    Users users(store, writes);
+    const std::string password = users.resetPassword(name);
+    if (name == Users::kAdministrator) {
+        writeFileAtomically(folder.administrator(),
+                            Json{{"user", name}, {"password", password}}.dump() + "\n");
+        fmt::print("the new password of {} is in {}\n", name, folder.administrator().string());
+    } else {
+        fmt::print("the new password of {} is {}\n", name, password);
+    }
+    return exitOk;
+}
+
+/// Runs a command, and turns what it throws into a message and an exit code.
+template <typename Command>
+int run(Command&& command) try {
+    return command();
+} catch (const DataFolderError& e) {
+    spdlog::critical("{}", e.what());
+    return exitDataFolder;
+} catch (const SqliteError& e) {
+    spdlog::critical("the documents cannot be read: {}; nothing was changed", e.what());
+    return exitDataFolder;
+} catch (const AddressError& e) {
+    spdlog::critical("{}", e.what());
+    return exitAddress;
+} catch (const std::exception& e) {
+    spdlog::critical("{}", e.what());
+    return exitFailure;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    // What the service writes is for its owner alone.
+    umask(S_IRWXG | S_IRWXO);
     Options options;
     std::string logLevel = "info";
-    CLI::App app("The index service: keeps transcripts and finds phrases in them.", "kestrel-index");
-    app.add_option("--data", options.data, "Folder that holds everything the service keeps; made when absent")
-        ->required();
+    CLI::App app(
+        "The index service: keeps transcripts and finds phrases in them. Without a command it serves.",
+        "kestrel-index");
+    app.footer("Exit codes: 0 done, 1 failure, 2 damage found, 3 data folder unusable, 4 address in use; "
+               "above 100 for "
+               "wrong arguments.");
+    app.require_subcommand(0, 1);
+    app.add_option("--data", options.data,
+                   "Folder that holds everything the service keeps; made when absent");
     app.add_option("--port", options.server.port, "Port to listen on; 0 for any free one")
         ->capture_default_str();
     app.add_option("--listen", options.server.address, "Address to listen on")->capture_default_str();
@@ -104,26 +171,46 @@ int main(int argc, char** argv) {
     app.add_option("--log-level", logLevel, "trace, debug, info, warning, error or off")
         ->capture_default_str();
     app.set_version_flag("--version", KESTREL_VERSION);
-    CLI11_PARSE(app, argc, argv);
+
+    std::filesystem::path data, other;
+    std::string user = Users::kAdministrator;
+    CLI::App* const checking = app.add_subcommand(
+        "check", "Reads everything in a data folder and says what is damaged; changes nothing. The "
+                 "service may be running");
+    checking->add_option("--data", data, "The data folder")->required();
+    CLI::App* const backingUp = app.add_subcommand(
+        "backup", "Copies a data folder, as it is at one moment, while the service goes on");
+    backingUp->add_option("--data", data, "The data folder")->required();
+    backingUp->add_option("--to", other, "New folder for the copy")->required();
+    CLI::App* const restoring = app.add_subcommand("restore", "Makes a new data folder from a backup");
+    restoring->add_option("--from", other, "The backup")->required();
+    restoring->add_option("--data", data, "New data folder")->required();
+    CLI::App* const resetting =
+        app.add_subcommand("reset-password", "Gives a user a new password; the service must be stopped");
+    resetting->add_option("--data", data, "The data folder")->required();
+    resetting->add_option("--user", user, "The user")->capture_default_str();
+    try {
+        app.parse(argc, argv);
+        if (app.get_subcommands().empty() && options.data.empty()) throw CLI::RequiredError("--data");
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e);
+    }
 
     spdlog::set_default_logger(spdlog::stderr_logger_mt("kestrel-index"));
     spdlog::set_level(spdlog::level::from_str(logLevel));
-    const sigset_t ending = blockSignals();
-    int code = exitOk;
-    try {
-        serve(std::move(options), ending);
-    } catch (const DataFolderError& e) {
-        spdlog::critical("{}", e.what());
-        code = exitDataFolder;
-    } catch (const SqliteError& e) {
-        spdlog::critical("the documents cannot be read: {}; nothing was changed", e.what());
-        code = exitDataFolder;
-    } catch (const AddressError& e) {
-        spdlog::critical("{}", e.what());
-        code = exitAddress;
-    } catch (const std::exception& e) {
-        spdlog::critical("{}", e.what());
-        code = exitFailure;
-    }
-    return code;
+    if (app.got_subcommand(checking)) return run([&] { return runCheck(data); });
+    if (app.got_subcommand(backingUp))
+        return run([&] {
+            backUp(data, other, &showProgress);
+            fmt::print("{} holds a copy of {}\n", other.string(), data.string());
+            return exitOk;
+        });
+    if (app.got_subcommand(restoring))
+        return run([&] {
+            restore(other, data, &showProgress);
+            fmt::print("{} can be served\n", data.string());
+            return exitOk;
+        });
+    if (app.got_subcommand(resetting)) return run([&] { return runResetPassword(data, user); });
+    return run([&] { return serve(std::move(options)); });
 }

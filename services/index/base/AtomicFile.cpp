@@ -14,27 +14,44 @@ namespace {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
+class Descriptor {
+public:
+    Descriptor(const std::filesystem::path& file, int flags, const char* purpose)
+        : mNumber(::open(file.c_str(), flags | O_CLOEXEC, 0600)) {
+        if (mNumber < 0) throwSystemError(purpose + file.string());
+    }
+    ~Descriptor() { ::close(mNumber); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int number() const { return mNumber; }
+
+private:
+    int mNumber;
+};
+
 } // namespace
 
-void writeFileAtomically(const std::filesystem::path& file, std::string_view content, bool secret) {
+void writeFileAtomically(const std::filesystem::path& file, std::string_view content) {
     const std::filesystem::path partial = file.string() + ".partial";
-    const int descriptor =
-        open(partial.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, secret ? 0600 : 0644);
-    if (descriptor < 0) throwSystemError("cannot write " + partial.string());
-    while (!content.empty()) {
-        const ssize_t written = write(descriptor, content.data(), content.size());
-        if (written < 0) {
-            const int error = errno;
-            close(descriptor);
-            errno = error;
-            throwSystemError("cannot write " + partial.string());
+    // A left-over keeps its rights, and may not be ours: the new file is a new one.
+    if (::unlink(partial.c_str()) != 0 && errno != ENOENT)
+        throwSystemError("cannot replace " + partial.string());
+    {
+        const Descriptor descriptor(partial, O_WRONLY | O_CREAT | O_EXCL, "cannot write ");
+        while (!content.empty()) {
+            const ssize_t written = ::write(descriptor.number(), content.data(), content.size());
+            if (written < 0) throwSystemError("cannot write " + partial.string());
+            content.remove_prefix(static_cast<std::size_t>(written));
         }
-        content.remove_prefix(static_cast<std::size_t>(written));
+        if (::fsync(descriptor.number()) != 0) throwSystemError("cannot write " + partial.string());
     }
-    const bool synced = fsync(descriptor) == 0;
-    close(descriptor);
-    if (!synced) throwSystemError("cannot write " + partial.string());
     std::filesystem::rename(partial, file);
+    syncFolder(file.has_parent_path() ? file.parent_path() : ".");
+}
+
+void syncFolder(const std::filesystem::path& folder) {
+    const Descriptor descriptor(folder, O_RDONLY | O_DIRECTORY, "cannot open ");
+    if (::fsync(descriptor.number()) != 0) throwSystemError("cannot synchronise " + folder.string());
 }
 
 } // namespace kestrel::index

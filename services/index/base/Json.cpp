@@ -4,6 +4,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <optional>
+#include <unordered_map>
 #include <vector>
 
 namespace kestrel::index {
@@ -12,6 +15,8 @@ namespace {
 
 constexpr std::size_t kMaximumDepth = 500;
 constexpr std::size_t kMaximumKeys = 10'000;
+constexpr std::uint64_t kWideInteger = 1; // subtype of the binary values that hold digits
+constexpr std::size_t kSearchedKeys = 24; // objects with more keys find them through a table
 
 /// Looks over the brackets of the text, without understanding more of it, so that a hostile body costs one
 /// pass.
@@ -46,18 +51,175 @@ void checkStructure(std::string_view text) {
     }
 }
 
-} // namespace
+/// Builds a value from the events of the parser. The library's own builder looks through all earlier keys of
+/// an object for each new one; this one keeps a table for large objects. Of equal keys the last value counts.
+class Builder final : public nlohmann::json_sax<Json> {
+public:
+    explicit Builder(bool keepWideIntegers) : mKeepWideIntegers(keepWideIntegers) {}
 
-Json parseJson(std::string_view text) {
+    Json take() { return std::move(mRoot); }
+
+    bool null() override { return value(nullptr); }
+    bool boolean(bool given) override { return value(given); }
+    bool number_integer(number_integer_t given) override { return value(given); }
+    bool number_unsigned(number_unsigned_t given) override { return value(given); }
+    bool number_float(number_float_t given, const string_t& text) override {
+        const bool whole = text.find_first_of(".eE") == std::string::npos;
+        if (whole && mKeepWideIntegers) return value(Json::binary({text.begin(), text.end()}, kWideInteger));
+        return value(given);
+    }
+    bool string(string_t& given) override { return value(std::move(given)); }
+    bool binary(binary_t&) override { return false; }
+
+    bool start_object(std::size_t) override { return open(Json::object()); }
+    bool end_object() override { return close(); }
+    bool start_array(std::size_t) override { return open(Json::array()); }
+    bool end_array() override { return close(); }
+    bool key(string_t& name) override {
+        mLevels.back().next = &member(mLevels.back(), name);
+        return true;
+    }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& e) override {
+        // The concrete type is lost behind the reference otherwise.
+        if (const auto* parse = dynamic_cast<const Json::parse_error*>(&e)) throw *parse;
+        if (const auto* range = dynamic_cast<const Json::out_of_range*>(&e)) throw *range;
+        throw std::invalid_argument(e.what());
+    }
+
+private:
+    struct Level {
+        Json* container;
+        Json* next = nullptr; ///< object: where the value of the last key goes
+        std::unordered_map<std::string, std::size_t> places;
+    };
+
+    static Json& member(Level& level, std::string& name) {
+        using Members = Json::object_t::Container;
+        auto& members = static_cast<Members&>(level.container->get_ref<Json::object_t&>());
+        if (members.size() < kSearchedKeys) {
+            const auto known = std::find_if(members.begin(), members.end(),
+                                            [&](const auto& entry) { return entry.first == name; });
+            if (known != members.end()) return known->second;
+        } else {
+            if (level.places.empty())
+                for (std::size_t i = 0; i < members.size(); ++i)
+                    level.places.emplace(members[i].first, i);
+            const auto [place, added] = level.places.emplace(name, members.size());
+            if (!added) return members[place->second].second;
+        }
+        members.emplace_back(std::move(name), nullptr);
+        return members.back().second;
+    }
+
+    Json& place(Json&& given) {
+        if (mLevels.empty()) return mRoot = std::move(given);
+        Level& level = mLevels.back();
+        if (level.next != nullptr) return *level.next = std::move(given);
+        auto& elements = level.container->get_ref<Json::array_t&>();
+        return elements.emplace_back(std::move(given));
+    }
+    bool value(Json&& given) {
+        place(std::move(given));
+        return true;
+    }
+    bool open(Json&& container) {
+        Json& placed = place(std::move(container));
+        mLevels.push_back({&placed, nullptr, {}});
+        return true;
+    }
+    bool close() {
+        mLevels.pop_back();
+        return true;
+    }
+
+    bool mKeepWideIntegers;
+    Json mRoot;
+    std::vector<Level> mLevels;
+};
+
+Json build(std::string_view text, bool keepWideIntegers) {
+    Builder builder(keepWideIntegers);
+    Json::sax_parse(text, &builder);
+    return builder.take();
+}
+
+Json buildChecked(std::string_view text, bool keepWideIntegers) {
     // The parser would skip the one and stop at the other, but they would be stored with the document.
     if (text.starts_with("\xEF\xBB\xBF") || text.find('\0') != std::string_view::npos)
         throw ApiError(400, "x_content_parse_exception", "a byte order mark or a NUL is no part of JSON");
     checkStructure(text);
     try {
-        return Json::parse(text);
+        return build(text, keepWideIntegers);
     } catch (const Json::exception& e) {
         throw ApiError(400, "x_content_parse_exception", e.what());
     }
+}
+
+bool holdsWideInteger(const Json& value) {
+    if (value.is_structured())
+        return std::any_of(value.begin(), value.end(),
+                           [](const Json& inner) { return holdsWideInteger(inner); });
+    return isWideInteger(value);
+}
+
+void write(const Json& value, std::string& text) {
+    if (isWideInteger(value)) {
+        text += wideDigits(value);
+    } else if (value.is_object()) {
+        text += '{';
+        for (const auto& [key, inner] : value.items()) {
+            if (text.back() != '{') text += ',';
+            text += jsonString(key);
+            text += ':';
+            write(inner, text);
+        }
+        text += '}';
+    } else if (value.is_array()) {
+        text += '[';
+        for (const Json& inner : value) {
+            if (text.back() != '[') text += ',';
+            write(inner, text);
+        }
+        text += ']';
+    } else {
+        text += value.dump();
+    }
+}
+
+} // namespace
+
+Json parseJson(std::string_view text) {
+    return buildChecked(text, false);
+}
+
+Json parseDocument(std::string_view text) {
+    return buildChecked(text, true);
+}
+
+Json parseStored(std::string_view text) {
+    return build(text, true);
+}
+
+std::string valueText(const Json& value) {
+    if (!holdsWideInteger(value)) return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    std::string text;
+    write(value, text);
+    return text;
+}
+
+std::string documentText(const Json& document) {
+    std::string text = valueText(document);
+    checkStructure(text);
+    return text;
+}
+
+bool isWideInteger(const Json& value) {
+    return value.is_binary();
+}
+
+std::string_view wideDigits(const Json& value) {
+    const auto& bytes = value.get_binary();
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 std::string jsonString(std::string_view text) {

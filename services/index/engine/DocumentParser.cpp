@@ -6,40 +6,25 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <bit>
-#include <charconv>
 #include <cmath>
-#include <limits>
-#include <optional>
 #include <unordered_map>
 #include <utility>
 
 namespace kestrel::index {
-
-SortableNumber sortable(double value) {
-    const auto bits = std::bit_cast<std::int64_t>(value == 0 ? 0.0 : value);
-    return bits ^ ((bits >> 63) & std::numeric_limits<std::int64_t>::max());
-}
-
-double fromSortable(SortableNumber value) {
-    return std::bit_cast<double>(value ^ ((value >> 63) & std::numeric_limits<std::int64_t>::max()));
-}
 
 namespace {
 
 constexpr std::size_t kMaximumObjectDepth = 20;
 constexpr std::size_t kMaximumKeywordBytes = 32766;
 constexpr std::size_t kVectorFrom = 128;
-constexpr std::size_t kVectorTo = 4096;
 
 std::string preview(const Json& value) {
-    return value.is_string() ? value.get<std::string>()
-                             : value.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return value.is_string() ? value.get<std::string>() : valueText(value);
 }
 
 /// Arrays of this many decimal numbers are embeddings.
 bool looksLikeVector(const Json& array) {
-    return array.size() >= kVectorFrom && array.size() <= kVectorTo &&
+    return array.size() >= kVectorFrom && array.size() <= kMaximumDimensions &&
            std::all_of(array.begin(), array.end(), [](const Json& v) { return v.is_number(); }) &&
            std::any_of(array.begin(), array.end(), [](const Json& v) { return v.is_number_float(); });
 }
@@ -47,20 +32,9 @@ bool looksLikeVector(const Json& array) {
 FieldType dynamicType(const Json& value) {
     if (value.is_boolean()) return FieldType::boolean;
     if (value.is_number_float()) return FieldType::floating;
-    if (value.is_number()) return FieldType::integer;
+    if (value.is_number() || isWideInteger(value)) return FieldType::integer;
     return FieldType::text;
 }
-
-struct IntegerRange {
-    std::string_view type;
-    std::int64_t low, high;
-};
-
-constexpr IntegerRange kIntegerRanges[] = {
-    {"byte", -128, 127},
-    {"short", -32768, 32767},
-    {"integer", std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()},
-};
 
 } // namespace
 
@@ -70,15 +44,13 @@ public:
 
     void object(const Json& object, const std::string& prefix, std::size_t depth,
                 PreparedDocument& document) {
-        if (depth > kMaximumObjectDepth)
-            throw fail(prefix, "object", Json(),
-                       fmt::format("Limit of mapping depth [{}] has been exceeded", kMaximumObjectDepth));
+        requireDepth(prefix, depth);
         for (const auto& [key, value] : object.items()) {
             if (key.empty() || key.front() == '.' || key.back() == '.' || key.find("..") != std::string::npos)
                 throw fail(
                     prefix + key, "object", Json(),
                     fmt::format("field name cannot be an empty string or hold an empty part: [{}]", key));
-            field(value, prefix + key, depth, document);
+            member(key, value, prefix, depth, document);
         }
     }
 
@@ -90,6 +62,12 @@ public:
     }
 
 private:
+    void requireDepth(const std::string& path, std::size_t depth) const {
+        if (depth > kMaximumObjectDepth)
+            throw fail(path, "object", Json(),
+                       fmt::format("Limit of mapping depth [{}] has been exceeded", kMaximumObjectDepth));
+    }
+
     struct Entry {
         FieldId id;
         const Field& field;
@@ -98,13 +76,38 @@ private:
         VectorContent vector;
     };
 
+    /// "a.b": value is the object "a" with the member "b".
+    void member(std::string_view name, const Json& value, const std::string& prefix, std::size_t depth,
+                PreparedDocument& document) {
+        const std::size_t dot = name.find('.');
+        const std::string path = prefix + std::string(name.substr(0, dot));
+        if (dot == std::string_view::npos) {
+            field(value, path, depth, document);
+            return;
+        }
+        if (value.is_null()) return;
+        requireDepth(path, depth + 1);
+        const std::string_view rest = name.substr(dot + 1);
+        const Field& outer = mParser.mMapping.at(mParser.resolve(path, FieldType::object, mSpace));
+        if (outer.type == FieldType::nested) {
+            Collector child(mParser, outer.ownSpace);
+            child.member(rest, value, path + ".", depth + 1, document);
+            document.children.push_back({outer.ownSpace, child.take()});
+        } else if (outer.type == FieldType::object) {
+            member(rest, value, path + ".", depth + 1, document);
+        } else {
+            throw fail(path, outer.typeName, value,
+                       fmt::format("[{}] is of type [{}] and cannot hold [{}]", path, outer.typeName, rest));
+        }
+    }
+
     void field(const Json& value, const std::string& path, std::size_t depth, PreparedDocument& document) {
         if (value.is_null()) return;
         if (value.is_array()) {
             array(value, path, depth, document);
         } else if (value.is_object()) {
-            const FieldId id = mParser.mFields.resolve(path, FieldType::object, mSpace);
-            inner(mParser.mFields.field(id), value, path, depth, document);
+            const FieldId id = mParser.resolve(path, FieldType::object, mSpace);
+            inner(mParser.mMapping.at(id), value, path, depth, document);
         } else {
             scalar(entryFor(path, dynamicType(value)), value);
         }
@@ -150,9 +153,9 @@ private:
     Entry& entryFor(const std::string& path, FieldType ifNew) {
         const auto known = mByPath.find(path);
         if (known != mByPath.end()) return mEntries[known->second];
-        const FieldId id = mParser.mFields.resolve(path, ifNew, mSpace);
+        const FieldId id = mParser.resolve(path, ifNew, mSpace);
         mByPath.emplace(path, mEntries.size());
-        mEntries.push_back({id, mParser.mFields.field(id), {}, {}, {}});
+        mEntries.push_back({id, mParser.mMapping.at(id), {}, {}, {}});
         return mEntries.back();
     }
 
@@ -166,10 +169,8 @@ private:
             entry.numbers.push_back(boolean(entry, value) ? 1 : 0);
             break;
         case FieldType::integer:
-            entry.numbers.push_back(integer(entry, value));
-            break;
         case FieldType::floating:
-            entry.numbers.push_back(floating(entry, value));
+            entry.numbers.push_back(number(entry, value));
             break;
         case FieldType::vector:
             throw mismatch(entry, value);
@@ -191,49 +192,15 @@ private:
             fmt::format("Failed to parse value [{}] as only [true] or [false] are allowed.", preview(value)));
     }
 
-    std::optional<double> number(const Json& value) const {
-        if (value.is_number()) return value.get<double>();
-        if (!value.is_string()) return std::nullopt;
-        const auto& text = value.get_ref<const std::string&>();
-        double parsed = 0;
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
-        if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-        return parsed;
-    }
-
-    SortableNumber integer(const Entry& entry, const Json& value) const {
-        if (value.is_number_unsigned() && value.get<std::uint64_t>() > std::uint64_t{INT64_MAX})
-            throw outOfRange(entry, value);
-        if (value.is_number_integer()) return inRange(entry, value, value.get<std::int64_t>());
-        if (value.is_string()) {
-            const auto& text = value.get_ref<const std::string&>();
-            std::int64_t parsed = 0;
-            const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
-            if (error == std::errc() && end == text.data() + text.size())
-                return inRange(entry, value, parsed);
-        }
-        const auto parsed = number(value);
-        if (!parsed || !std::isfinite(*parsed)) throw mismatch(entry, value);
-        if (std::abs(*parsed) >= 9.2e18) throw outOfRange(entry, value);
-        return inRange(entry, value, static_cast<std::int64_t>(*parsed));
-    }
-
-    SortableNumber inRange(const Entry& entry, const Json& value, std::int64_t number) const {
-        for (const IntegerRange& range : kIntegerRanges)
-            if (range.type == entry.field.typeName && (number < range.low || number > range.high))
-                throw outOfRange(entry, value);
-        return number;
-    }
-
-    SortableNumber floating(const Entry& entry, const Json& value) const {
-        const auto parsed = number(value);
-        if (!parsed || !std::isfinite(*parsed)) throw mismatch(entry, value);
-        const bool single = entry.field.typeName != "double";
-        return sortable(single ? static_cast<double>(static_cast<float>(*parsed)) : *parsed);
+    SortableNumber number(const Entry& entry, const Json& value) const {
+        const NumberReading reading = readNumber(entry.field, value);
+        if (reading.kind == NumberReading::Kind::outOfRange) throw outOfRange(entry, value);
+        if (!reading.usable()) throw mismatch(entry, value);
+        return reading.value;
     }
 
     void vector(Entry& entry, const Json& values) {
-        const std::size_t dimensions = mParser.mFields.dimensions(entry.id, values.size());
+        const std::size_t dimensions = mParser.dimensions(entry.id, values.size());
         if (values.size() != dimensions || !entry.vector.empty())
             throw fail(
                 entry.field.path, "dense_vector", Json(),
@@ -243,8 +210,10 @@ private:
         float squares = 0;
         for (const Json& value : values) {
             if (!value.is_number()) throw mismatch(entry, value);
-            entry.vector.push_back(value.get<float>());
-            squares += entry.vector.back() * entry.vector.back();
+            const auto element = value.get<float>();
+            if (!std::isfinite(element)) throw outOfRange(entry, value);
+            entry.vector.push_back(element);
+            squares += element * element;
         }
         if (!std::isfinite(squares))
             throw fail(entry.field.path, "dense_vector", Json(),
@@ -255,10 +224,8 @@ private:
         const Field& field = entry.field;
         if (field.type == FieldType::text) {
             prepared.push_back({entry.id, textContent(entry.texts)});
-            if (field.keyword) {
-                const Field& sub = mParser.mFields.field(*field.keyword);
-                keyword(*field.keyword, sub, std::move(entry.texts), prepared);
-            }
+            for (const FieldId sub : field.subFields)
+                keyword(sub, mParser.mMapping.at(sub), entry.texts, prepared);
         } else if (field.type == FieldType::keyword) {
             keyword(entry.id, field, std::move(entry.texts), prepared);
         } else if (field.type == FieldType::vector) {
@@ -334,12 +301,46 @@ private:
     std::unordered_map<std::string, std::size_t> mByPath;
 };
 
-PreparedDocument DocumentParser::parse(const Json& document) {
+FieldId DocumentParser::resolve(const std::string& path, FieldType ifNew, SpaceId space) {
+    if (const auto known = mMapping.idOf(path)) {
+        const Field& field = mMapping.at(*known);
+        if (field.space != space || field.subField)
+            throw ApiError(
+                400, "document_parsing_exception",
+                fmt::format("failed to parse field [{}] in document with id '{}': it is no field of "
+                            "its own",
+                            path, mDocumentId));
+        return *known;
+    }
+    if (mDraft == nullptr) throw UnknownField();
+    return mDraft->addDynamic(path, ifNew, space);
+}
+
+std::size_t DocumentParser::dimensions(FieldId id, std::size_t ifUnknown) {
+    const std::size_t known = mMapping.at(id).dimensions;
+    if (known != 0) return known;
+    if (mDraft == nullptr) throw UnknownField();
+    if (ifUnknown == 0 || ifUnknown > kMaximumDimensions)
+        throw ApiError(
+            400, "document_parsing_exception",
+            fmt::format("failed to parse field [{}] in document with id '{}': the number of dimensions "
+                        "should be in the range [1, {}] but was [{}]",
+                        mMapping.at(id).path, mDocumentId, kMaximumDimensions, ifUnknown));
+    mDraft->fixDimensions(id, ifUnknown);
+    return ifUnknown;
+}
+
+std::optional<PreparedDocument> DocumentParser::parse(const Json& document, const std::string& documentId) {
+    mDocumentId = documentId;
     if (!document.is_object())
         throw ApiError(400, "document_parsing_exception", "Malformed content, must start with an object");
     PreparedDocument prepared;
     Collector collector(*this, 0);
-    collector.object(document, "", 1, prepared);
+    try {
+        collector.object(document, "", 1, prepared);
+    } catch (const UnknownField&) {
+        return std::nullopt;
+    }
     prepared.fields = collector.take();
     return prepared;
 }

@@ -2,34 +2,32 @@
 
 #include "engine/PreparedDocument.h"
 
+#include <optional>
 #include <string>
 
 namespace kestrel::index {
 
-/// Takes a document apart by the mapping. A field that the mapping does not know is asked of it through
-/// resolve, which adds it; a value that does not fit its field is refused with a document_parsing_exception.
+/// Takes documents apart by a mapping. A dotted name is an object that holds the rest of the name. A value
+/// that does not fit its field is refused with a document_parsing_exception.
 class DocumentParser {
 public:
-    class Fields {
-    public:
-        virtual ~Fields() = default;
-        /// The field at the path; fields never seen are added with the given type.
-        virtual FieldId resolve(const std::string& path, FieldType ifNew, SpaceId space) = 0;
-        virtual const Field& field(FieldId id) const = 0;
-        /// The number of dimensions of a vector field; the first vector fixes it.
-        virtual std::size_t dimensions(FieldId id, std::size_t ifUnknown) = 0;
-    };
+    /// Looks fields up only: a document that holds others gives nothing.
+    explicit DocumentParser(const Mapping& mapping) : mMapping(mapping) {}
+    /// Adds fields that the mapping lacks. After an exception the mapping may hold some of a refused document
+    /// and must be thrown away.
+    explicit DocumentParser(Mapping& mapping) : mMapping(mapping), mDraft(&mapping) {}
 
-    DocumentParser(Fields& fields, std::string documentId)
-        : mFields(fields), mDocumentId(std::move(documentId)) {}
-
-    PreparedDocument parse(const Json& document);
+    std::optional<PreparedDocument> parse(const Json& document, const std::string& documentId);
 
 private:
-    struct Values;
+    struct UnknownField {};
     class Collector;
 
-    Fields& mFields;
+    FieldId resolve(const std::string& path, FieldType ifNew, SpaceId space);
+    std::size_t dimensions(FieldId id, std::size_t ifUnknown);
+
+    const Mapping& mMapping;
+    Mapping* mDraft = nullptr;
     std::string mDocumentId;
 };
 

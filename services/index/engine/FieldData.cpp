@@ -1,5 +1,7 @@
 #include "engine/FieldData.h"
 
+#include "engine/SnapshotFile.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -126,6 +128,133 @@ void VectorData::addContent(Ordinal ordinal, const PreparedField& field) {
 
 void VectorData::removeContent(Ordinal ordinal, const PreparedField&) {
     mFreeSlots.push_back(mSlots[ordinal]);
+}
+
+void FieldData::save(SnapshotWriter& writer) const {
+    writer.bitmap(mPresent);
+    saveContent(writer);
+}
+
+void FieldData::load(SnapshotReader& reader) {
+    mPresent = reader.bitmap();
+    loadContent(reader);
+}
+
+void TextData::forgetContent(const Bitmap& ordinals) {
+    std::vector<bool> wanted(ordinals.isEmpty() ? 0 : std::size_t{ordinals.maximum()} + 1);
+    for (const Ordinal ordinal : ordinals)
+        wanted[ordinal] = true;
+    Bitmap met;
+    for (std::uint32_t term = 0; term < mTerms.size(); ++term) {
+        forEach(term, [&](Ordinal ordinal, std::uint32_t frequency) {
+            if (ordinal >= wanted.size() || !wanted[ordinal]) return;
+            --mPostings[term].documents;
+            mStatistics.terms -= frequency;
+            met.add(ordinal);
+        });
+    }
+    mStatistics.documents -= met.cardinality();
+}
+
+void TextData::saveContent(SnapshotWriter& writer) const {
+    mTerms.save(writer);
+    for (const Postings& postings : mPostings) {
+        writer.text(postings.bytes);
+        writer.number(postings.last);
+        writer.number(postings.documents);
+    }
+    writer.column(mSorted);
+    writer.column(mLengths);
+    writer.number(mStatistics);
+}
+
+void TextData::loadContent(SnapshotReader& reader) {
+    mTerms.load(reader);
+    mPostings.resize(mTerms.size());
+    for (Postings& postings : mPostings) {
+        postings.bytes = reader.text();
+        postings.last = reader.number<Ordinal>();
+        postings.documents = reader.number<std::uint32_t>();
+    }
+    reader.column(mSorted);
+    reader.column(mLengths);
+    mStatistics = reader.number<FieldStatistics>();
+}
+
+void KeywordData::forgetContent(const Bitmap& ordinals) {
+    for (OrdinalSet& documents : mDocuments)
+        mEntries -= documents.removeAll(ordinals);
+}
+
+void KeywordData::saveContent(SnapshotWriter& writer) const {
+    mValues.save(writer);
+    std::vector<Ordinal> singles;
+    singles.reserve(mDocuments.size());
+    std::uint64_t several = 0;
+    for (const OrdinalSet& documents : mDocuments) {
+        singles.push_back(documents.single());
+        several += documents.hasSeveral() ? 1U : 0U;
+    }
+    writer.column(singles);
+    writer.number(several);
+    for (std::uint32_t value = 0; value < mDocuments.size(); ++value) {
+        if (!mDocuments[value].hasSeveral()) continue;
+        writer.number(value);
+        writer.bitmap(mDocuments[value].toBitmap());
+    }
+    writer.number(mEntries);
+}
+
+void KeywordData::loadContent(SnapshotReader& reader) {
+    mValues.load(reader);
+    std::vector<Ordinal> singles;
+    reader.column(singles);
+    if (singles.size() != mValues.size()) throw SnapshotError("a keyword field in a snapshot is damaged");
+    mDocuments.resize(singles.size());
+    for (std::size_t value = 0; value < singles.size(); ++value)
+        if (singles[value] != OrdinalSet::kNone) mDocuments[value].add(singles[value]);
+    for (auto several = reader.number<std::uint64_t>(); several > 0; --several) {
+        const auto value = reader.number<std::uint32_t>();
+        if (value >= mDocuments.size()) throw SnapshotError("a keyword field in a snapshot is damaged");
+        for (const Ordinal ordinal : reader.bitmap())
+            mDocuments[value].add(ordinal);
+    }
+    mEntries = reader.number<std::uint64_t>();
+}
+
+void NumberData::forgetContent(const Bitmap& ordinals) {
+    mSeveral -= ordinals;
+}
+
+void NumberData::saveContent(SnapshotWriter& writer) const {
+    writer.column(mColumn);
+    writer.bitmap(mSeveral);
+}
+
+void NumberData::loadContent(SnapshotReader& reader) {
+    reader.column(mColumn);
+    mSeveral = reader.bitmap();
+}
+
+void VectorData::forgetContent(const Bitmap& ordinals) {
+    for (const Ordinal ordinal : ordinals& present())
+        mFreeSlots.push_back(mSlots[ordinal]);
+}
+
+void VectorData::saveContent(SnapshotWriter& writer) const {
+    writer.number<std::uint64_t>(mDimensions);
+    writer.column(mSlots);
+    writer.column(mFreeSlots);
+    writer.column(mValues);
+    writer.column(mMagnitudes);
+}
+
+void VectorData::loadContent(SnapshotReader& reader) {
+    mDimensions = reader.number<std::uint64_t>();
+    reader.column(mSlots);
+    reader.column(mFreeSlots);
+    reader.column(mValues);
+    reader.column(mMagnitudes);
 }
 
 } // namespace kestrel::index

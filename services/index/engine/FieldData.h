@@ -12,6 +12,9 @@
 
 namespace kestrel::index {
 
+class SnapshotReader;
+class SnapshotWriter;
+
 /// What the index keeps of one field: the documents that hold it, and, in the derived classes, its values.
 /// All of it is derived from the documents.
 class FieldData {
@@ -26,12 +29,23 @@ public:
         removeContent(ordinal, field);
     }
     const Bitmap& present() const { return mPresent; }
+    /// Removes documents whose content is not known any more, in one pass over everything.
+    void forget(const Bitmap& ordinals) {
+        forgetContent(ordinals);
+        mPresent -= ordinals;
+    }
+
+    void save(SnapshotWriter& writer) const;
+    void load(SnapshotReader& reader);
 
     static std::unique_ptr<FieldData> make(const Field& field);
 
 private:
     virtual void addContent(Ordinal ordinal, const PreparedField& field) = 0;
     virtual void removeContent(Ordinal ordinal, const PreparedField& field) = 0;
+    virtual void forgetContent(const Bitmap& ordinals) = 0;
+    virtual void saveContent(SnapshotWriter& writer) const = 0;
+    virtual void loadContent(SnapshotReader& reader) = 0;
 
     Bitmap mPresent;
 };
@@ -70,6 +84,9 @@ private:
 
     void addContent(Ordinal ordinal, const PreparedField& field) override;
     void removeContent(Ordinal ordinal, const PreparedField& field) override;
+    void forgetContent(const Bitmap& ordinals) override;
+    void saveContent(SnapshotWriter& writer) const override;
+    void loadContent(SnapshotReader& reader) override;
     void sortNewTerms();
 
     static void appendNumber(std::string& bytes, std::uint32_t number) {
@@ -104,6 +121,9 @@ public:
 private:
     void addContent(Ordinal ordinal, const PreparedField& field) override;
     void removeContent(Ordinal ordinal, const PreparedField& field) override;
+    void forgetContent(const Bitmap& ordinals) override;
+    void saveContent(SnapshotWriter& writer) const override;
+    void loadContent(SnapshotReader& reader) override;
 
     StringTable mValues;
     std::vector<OrdinalSet> mDocuments;
@@ -120,6 +140,9 @@ public:
 private:
     void addContent(Ordinal ordinal, const PreparedField& field) override;
     void removeContent(Ordinal ordinal, const PreparedField& field) override;
+    void forgetContent(const Bitmap& ordinals) override;
+    void saveContent(SnapshotWriter& writer) const override;
+    void loadContent(SnapshotReader& reader) override;
 
     std::vector<SortableNumber> mColumn;
     Bitmap mSeveral;
@@ -135,6 +158,9 @@ public:
 private:
     void addContent(Ordinal ordinal, const PreparedField& field) override;
     void removeContent(Ordinal ordinal, const PreparedField& field) override;
+    void forgetContent(const Bitmap& ordinals) override;
+    void saveContent(SnapshotWriter& writer) const override;
+    void loadContent(SnapshotReader& reader) override;
 
     std::size_t mDimensions = 0;
     std::vector<std::uint32_t> mSlots;

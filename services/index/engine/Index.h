@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/FairSharedMutex.h"
 #include "engine/DocumentParser.h"
 #include "engine/FieldData.h"
 
@@ -7,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <shared_mutex>
 #include <string>
 #include <string_view>
@@ -14,9 +16,10 @@
 
 namespace kestrel::index {
 
-/// Names one state of one document for as long as the process runs: a changed document gets a new row.
+/// Names one state of one document: a changed document gets a new row, and no row is ever given twice.
 using RowId = std::int64_t;
 using Prepared = std::shared_ptr<const PreparedDocument>;
+using MappingPtr = std::shared_ptr<const Mapping>;
 
 /// Row numbers of an index begin with its number; the rest is the sequence number of the write.
 constexpr int kSequenceBits = 40;
@@ -36,7 +39,7 @@ struct IndexInfo {
 struct DocumentChange {
     struct State {
         RowId row;
-        Prepared content;
+        Prepared content; ///< null for a document that cannot be read: it is set aside
     };
     std::string id;
     std::optional<State> removed;
@@ -47,26 +50,51 @@ struct DocumentChange {
 /// document store; this is derived from them and can be made again at any time.
 ///
 /// Any number of readers look at it through an IndexView while one writer at a time applies changes.
-class Index final : private DocumentParser::Fields {
+class Index final {
 public:
-    Index(IndexInfo info, const Json& mappings, RowId lastRow);
+    Index(IndexInfo info, MappingPtr mapping, RowId lastRow);
 
     const IndexInfo& info() const { return mInfo; }
     const std::string& name() const { return mInfo.name; }
 
-    /// Takes a document apart, adding the fields that the mapping did not know.
-    Prepared prepare(const Json& document, const std::string& id);
-    Json mappings() const;
-    /// Grows with every change of the mapping; the writer stores the mapping when it has grown.
-    std::uint64_t mappingVersion() const { return mMappingVersion; }
-    /// What of it is stored. Only the writer uses these two.
-    std::uint64_t storedMappingVersion() const { return mStoredMappingVersion; }
-    void setStoredMappingVersion(std::uint64_t version) { mStoredMappingVersion = version; }
+    MappingPtr mapping() const;
+    /// Takes a document apart. Null when it holds fields that the mapping lacks: the writer adds those.
+    Prepared prepare(const Json& document, const std::string& id) const;
 
-    /// A row for the next write. Only the writer calls it.
+    /// Only the writer calls the following.
     RowId takeRow() { return ++mLastRow; }
-    std::optional<RowId> rowOf(std::string_view id) const;
+    RowId lastRow() const { return mLastRow; }
+    /// mapping: the present one with further fields.
+    void setMapping(MappingPtr mapping);
     void apply(const std::vector<DocumentChange>& changes);
+    /// Whether so many more documents with so many nested objects have room.
+    bool hasRoomFor(std::size_t documents, std::size_t children) const;
+    /// Whether the identifier is, or was lately, that of a document.
+    bool knows(std::string_view id) const;
+    /// Remembers an identifier of a deleted document.
+    void remember(std::string_view id);
+
+    std::optional<RowId> rowOf(std::string_view id) const;
+    /// Takes a document that cannot be read out of what is searched. Its identifier keeps its row, so that it
+    /// is reported when it is asked for, and can be written anew or deleted.
+    void setAside(RowId row);
+    /// Removes rows that are gone from the store, of documents whose content is not known any more.
+    void forget(const std::vector<RowId>& rows);
+
+    /// Writes everything that is derived from the documents up to the last row that it covers.
+    void save(SnapshotWriter& writer) const;
+    /// Reads it into an index without documents. Throws SnapshotError when it is another index's, or one in
+    /// which hardly anything is alive; the index must be thrown away then. Returns the last row that is
+    /// covered.
+    RowId load(SnapshotReader& reader);
+    /// The rows of all documents, ascending, those that are set aside included.
+    std::vector<RowId> rows() const;
+    /// Grows with every change.
+    std::uint64_t changes() const { return mChanges; }
+    std::size_t documentCount() const;
+
+    /// How many documents are set aside.
+    std::size_t setAsideCount() const;
 
     bool deleted() const { return mDeleted; }
     void markDeleted() { mDeleted = true; }
@@ -81,25 +109,22 @@ private:
         Ordinal next = 0;
     };
 
-    FieldId resolve(const std::string& path, FieldType ifNew, SpaceId space) override;
-    const Field& field(FieldId id) const override;
-    std::size_t dimensions(FieldId id, std::size_t ifUnknown) override;
-
     void add(const std::string& id, const DocumentChange::State& state);
-    void remove(const std::string& id, const PreparedDocument& content);
+    void remove(const std::string& id, const PreparedDocument* content);
+    void hide(Ordinal ordinal);
     FieldData& dataOf(FieldId id);
 
     const IndexInfo mInfo;
-    mutable std::shared_mutex mMutex;
-    Mapping mMapping;
-    std::atomic<std::uint64_t> mMappingVersion{0};
-    std::uint64_t mStoredMappingVersion = 0;
+    mutable FairSharedMutex mMutex;
+    MappingPtr mMapping;
     std::atomic<bool> mDeleted{false};
+    std::atomic<std::uint64_t> mChanges{0};
     RowId mLastRow;
 
-    std::vector<RowId> mRows; ///< by ordinal
+    std::vector<RowId> mRows; ///< by ordinal, ascending
     StringTable mIds;
     std::vector<Ordinal> mOrdinals; ///< by number of the identifier; noOrdinal for a deleted document
+    std::set<RowId> mSetAside;
     std::vector<Space> mSpaces;
     std::vector<std::unique_ptr<FieldData>> mData;
 
@@ -112,7 +137,7 @@ public:
     explicit IndexView(const Index& index) : mIndex(index), mLock(index.mMutex) {}
 
     const Index& index() const { return mIndex; }
-    const Mapping& mapping() const { return mIndex.mMapping; }
+    const Mapping& mapping() const { return *mIndex.mMapping; }
     const Bitmap& live(SpaceId space) const { return mIndex.mSpaces[space].live; }
     /// One more than the largest ordinal of the space.
     Ordinal end(SpaceId space) const { return mIndex.mSpaces[space].next; }
@@ -131,7 +156,7 @@ public:
 
 private:
     const Index& mIndex;
-    std::shared_lock<std::shared_mutex> mLock;
+    std::shared_lock<FairSharedMutex> mLock;
 };
 
 } // namespace kestrel::index

@@ -3,6 +3,7 @@
 #include "base/ApiError.h"
 
 #include <fmt/format.h>
+#include <spdlog/spdlog.h>
 
 #include <algorithm>
 #include <array>
@@ -13,8 +14,8 @@ namespace kestrel::index {
 namespace {
 
 constexpr FieldId kMaximumFields = 1000;
-constexpr std::size_t kMaximumDimensions = 4096;
 constexpr std::size_t kDynamicIgnoreAbove = 256;
+constexpr std::size_t kMaximumFieldDepth = 20;
 
 constexpr std::array<std::pair<std::string_view, FieldType>, 13> kTypeNames{{
     {"text", FieldType::text},
@@ -59,14 +60,20 @@ std::string dynamicTypeName(FieldType type) {
     }
 }
 
-void checkParameters(const std::string& path, const std::string& type, const Json& property) {
+void checkParameters(const Field& field, const Json& property) {
     static constexpr std::array<std::string_view, 10> kKnown{
         "type",  "properties", "fields",     "ignore_above",  "dims",
         "norms", "index",      "similarity", "index_options", "doc_values"};
     for (const auto& [key, value] : property.items()) {
-        if (std::find(kKnown.begin(), kKnown.end(), key) == kKnown.end())
-            throw mapperError(
-                fmt::format("unknown parameter [{}] on mapper [{}] of type [{}]", key, path, type));
+        const bool container = field.type == FieldType::object || field.type == FieldType::nested;
+        const bool fits = key == "properties"     ? container
+                          : key == "fields"       ? field.type == FieldType::text
+                          : key == "dims"         ? field.type == FieldType::vector
+                          : key == "ignore_above" ? field.type == FieldType::keyword
+                                                  : true;
+        if (!fits || std::find(kKnown.begin(), kKnown.end(), key) == kKnown.end())
+            throw mapperError(fmt::format("unknown parameter [{}] on mapper [{}] of type [{}]", key,
+                                          field.path, field.typeName));
     }
 }
 
@@ -78,13 +85,67 @@ std::size_t sizeParameter(const std::string& path, const Json& property, const c
     return value.get<std::size_t>();
 }
 
+bool isContainer(const Field& field) {
+    return field.type == FieldType::object || field.type == FieldType::nested;
+}
+
 } // namespace
 
+void checkFieldName(const std::string& prefix, const std::string& name) {
+    if (name.empty() || name.front() == '.' || name.back() == '.' || name.find("..") != std::string::npos)
+        throw mapperError(
+            fmt::format("field name cannot be an empty string or hold an empty part: [{}{}]", prefix, name));
+}
+
 Mapping::Mapping(const Json& mappings) {
+    addRoot(mappings, Refused::fails);
+}
+
+Mapping Mapping::fromFirstFormat(const Json& mappings) {
+    Mapping mapping;
+    mapping.addRoot(mappings, Refused::leftOut);
+    return mapping;
+}
+
+Mapping Mapping::fromStored(const Json& fields) {
+    Mapping mapping;
+    for (const Json& stored : fields) {
+        Field field{.path = stored.at("path"),
+                    .type = typeOf(stored.at("path"), stored.at("type")),
+                    .typeName = stored.at("type"),
+                    .space = stored.at("space"),
+                    .ownSpace = stored.value("own_space", SpaceId{0}),
+                    .ignoreAbove = stored.value("ignore_above", SIZE_MAX),
+                    .dimensions = stored.value("dims", std::size_t{0}),
+                    .subField = stored.value("sub_field", false)};
+        for (const Json& sub : stored.value("sub_fields", Json::array()))
+            field.subFields.push_back(sub);
+        mapping.mSpaces = std::max(mapping.mSpaces, field.ownSpace + 1);
+        mapping.mByPath.emplace(field.path, mapping.size());
+        mapping.mFields.push_back(std::move(field));
+    }
+    return mapping;
+}
+
+Json Mapping::toStored() const {
+    Json fields = Json::array();
+    for (const Field& field : mFields) {
+        Json stored = {{"path", field.path}, {"type", field.typeName}, {"space", field.space}};
+        if (field.ownSpace != 0) stored["own_space"] = field.ownSpace;
+        if (field.ignoreAbove != SIZE_MAX) stored["ignore_above"] = field.ignoreAbove;
+        if (field.dimensions != 0) stored["dims"] = field.dimensions;
+        if (field.subField) stored["sub_field"] = true;
+        if (!field.subFields.empty()) stored["sub_fields"] = field.subFields;
+        fields.push_back(std::move(stored));
+    }
+    return fields;
+}
+
+void Mapping::addRoot(const Json& mappings, Refused refused) {
     for (const auto& [key, value] : mappings.items()) {
         if (key == "properties")
-            addProperties(value, "", 0);
-        else if (key != "dynamic" || (value != true && value != "true"))
+            addProperties(value, "", 0, refused);
+        else if (refused == Refused::fails && (key != "dynamic" || (value != true && value != "true")))
             throw mapperError(fmt::format("Root mapping definition has unsupported parameters: [{} : {}]",
                                           key, value.dump()));
     }
@@ -119,52 +180,103 @@ FieldId Mapping::add(Field field) {
     return id;
 }
 
-void Mapping::addProperties(const Json& properties, const std::string& prefix, SpaceId space) {
+void Mapping::addProperties(const Json& properties, const std::string& prefix, SpaceId space,
+                            Refused refused) {
     if (!properties.is_object()) throw mapperError("[properties] must be an object");
     for (const auto& [name, property] : properties.items()) {
-        if (name.empty() || !property.is_object())
-            throw mapperError(fmt::format("Expected map for property [{}{}]", prefix, name));
-        addProperty(prefix + name, property, space);
+        try {
+            addProperty(prefix, name, property, space, refused);
+        } catch (const ApiError& e) {
+            if (refused == Refused::fails) throw;
+            spdlog::warn("a field of an earlier mapping is left out: {}", e.what());
+        }
     }
 }
 
-void Mapping::addProperty(const std::string& path, const Json& property, SpaceId space) {
+SpaceId Mapping::enterObject(const std::string& path, SpaceId space) {
+    if (const auto known = idOf(path)) {
+        const Field& field = mFields[*known];
+        if (!isContainer(field))
+            throw mapperError(fmt::format("mapper [{}] cannot be changed from type [{}] to [object]", path,
+                                          field.typeName));
+        return field.type == FieldType::nested ? field.ownSpace : field.space;
+    }
+    add({.path = path, .type = FieldType::object, .typeName = "object", .space = space});
+    return space;
+}
+
+void Mapping::addProperty(const std::string& prefix, const std::string& name, const Json& property,
+                          SpaceId space, Refused refused) {
+    checkFieldName(prefix, name);
+    if (!property.is_object())
+        throw mapperError(fmt::format("Expected map for property [{}{}]", prefix, name));
+    if (static_cast<std::size_t>(std::count(prefix.begin(), prefix.end(), '.') +
+                                 std::count(name.begin(), name.end(), '.')) >= kMaximumFieldDepth)
+        throw illegalArgument(
+            fmt::format("Limit of mapping depth [{}] has been exceeded due to object field [{}{}]",
+                        kMaximumFieldDepth, prefix, name));
+    const std::string path = prefix + name;
+    for (std::size_t dot = name.find('.'); dot != std::string::npos; dot = name.find('.', dot + 1))
+        space = enterObject(prefix + name.substr(0, dot), space);
     const Json type = property.value("type", Json("object"));
     if (!type.is_string()) throw mapperError(fmt::format("[type] of field [{}] must be a string", path));
     Field field{.path = path, .type = typeOf(path, type), .typeName = type, .space = space};
-    checkParameters(path, type, property);
+    checkParameters(field, property);
     if (property.contains("ignore_above")) field.ignoreAbove = sizeParameter(path, property, "ignore_above");
     if (property.contains("dims")) field.dimensions = sizeParameter(path, property, "dims");
     if (field.dimensions > kMaximumDimensions)
         throw mapperError(fmt::format("The number of dimensions should be in the range [1, {}] but was [{}]",
                                       kMaximumDimensions, field.dimensions));
-    if (field.type == FieldType::nested) field.ownSpace = mSpaces++;
-    const SpaceId inner = field.type == FieldType::nested ? field.ownSpace : space;
-    const bool text = field.type == FieldType::text;
-    const FieldId id = add(std::move(field));
-    if (property.contains("properties")) addProperties(property["properties"], path + ".", inner);
-    if (!property.contains("fields")) return;
-    for (const auto& [name, sub] : property["fields"].items()) {
-        if (!text || !sub.is_object() || sub.value("type", Json()) != "keyword")
-            throw mapperError(
-                fmt::format("sub-field [{}.{}] is not supported: only keywords below text are", path, name));
-        addProperty(path + "." + name, sub, space);
-        const FieldId subId = size() - 1;
-        mFields[subId].subField = true;
-        mFields[id].keyword = subId;
+    if (const auto known = idOf(path)) {
+        // An object may be declared by a dotted name and by its own.
+        if (mFields[*known].typeName != field.typeName || !isContainer(field))
+            throw mapperError(fmt::format("mapper [{}] cannot be changed from type [{}] to [{}]", path,
+                                          mFields[*known].typeName, field.typeName));
+        field = mFields[*known];
+    } else {
+        if (field.type == FieldType::nested) field.ownSpace = mSpaces++;
+        add(field);
     }
+    const FieldId id = *idOf(path);
+    if (property.contains("properties"))
+        addProperties(property["properties"], path + ".",
+                      field.type == FieldType::nested ? field.ownSpace : space, refused);
+    if (!property.contains("fields")) return;
+    if (!property["fields"].is_object())
+        throw mapperError(fmt::format("[fields] of field [{}] must be an object", path));
+    for (const auto& [subName, sub] : property["fields"].items())
+        addSubField(id, subName, sub);
+}
+
+void Mapping::addSubField(FieldId text, const std::string& name, const Json& property) {
+    const std::string path = mFields[text].path + "." + name;
+    if (name.empty() || name.find('.') != std::string::npos)
+        throw mapperError(
+            fmt::format("field name [{}] of a sub-field must not be empty or hold a dot", path));
+    if (!property.is_object() || property.value("type", Json()) != "keyword")
+        throw mapperError(fmt::format("sub-field [{}] is not supported: only keywords below text are", path));
+    Field field{.path = path,
+                .type = FieldType::keyword,
+                .typeName = "keyword",
+                .space = mFields[text].space,
+                .subField = true};
+    checkParameters(field, property);
+    if (property.contains("ignore_above")) field.ignoreAbove = sizeParameter(path, property, "ignore_above");
+    if (idOf(path)) throw mapperError(fmt::format("field [{}] is declared twice", path));
+    mFields[text].subFields.push_back(add(std::move(field)));
 }
 
 FieldId Mapping::addDynamic(const std::string& path, FieldType type, SpaceId space) {
     Field field{.path = path, .type = type, .typeName = dynamicTypeName(type), .space = space};
     const FieldId id = add(std::move(field));
     if (type == FieldType::text) {
-        mFields[id].keyword = add({.path = path + ".keyword",
-                                   .type = FieldType::keyword,
-                                   .typeName = "keyword",
-                                   .space = space,
-                                   .ignoreAbove = kDynamicIgnoreAbove,
-                                   .subField = true});
+        const FieldId keyword = add({.path = path + ".keyword",
+                                     .type = FieldType::keyword,
+                                     .typeName = "keyword",
+                                     .space = space,
+                                     .ignoreAbove = kDynamicIgnoreAbove,
+                                     .subField = true});
+        mFields[id].subFields.push_back(keyword);
     }
     return id;
 }
@@ -191,11 +303,12 @@ Json Mapping::toJson() const {
         node["type"] = field.typeName;
         if (field.dimensions != 0) node["dims"] = field.dimensions;
         if (field.ignoreAbove != SIZE_MAX) node["ignore_above"] = field.ignoreAbove;
-        if (!field.keyword) continue;
-        const Field& sub = mFields[*field.keyword];
-        Json& keyword = node["fields"][sub.path.substr(field.path.size() + 1)];
-        keyword["type"] = "keyword";
-        if (sub.ignoreAbove != SIZE_MAX) keyword["ignore_above"] = sub.ignoreAbove;
+        for (const FieldId id : field.subFields) {
+            const Field& sub = mFields[id];
+            Json& keyword = node["fields"][sub.path.substr(field.path.size() + 1)];
+            keyword["type"] = "keyword";
+            if (sub.ignoreAbove != SIZE_MAX) keyword["ignore_above"] = sub.ignoreAbove;
+        }
     }
     return root;
 }

@@ -35,6 +35,18 @@ void OrdinalSet::remove(Ordinal ordinal) {
     }
 }
 
+std::size_t OrdinalSet::removeAll(const Bitmap& ordinals) {
+    const std::size_t before = size();
+    if (!mSeveral) {
+        if (mSingle != kNone && ordinals.contains(mSingle)) mSingle = kNone;
+    } else if (mSeveral->many) {
+        *mSeveral->many -= ordinals;
+    } else {
+        std::erase_if(mSeveral->few, [&](Ordinal ordinal) { return ordinals.contains(ordinal); });
+    }
+    return before - size();
+}
+
 std::size_t OrdinalSet::size() const {
     if (!mSeveral) return mSingle == kNone ? 0 : 1;
     return mSeveral->many ? mSeveral->many->cardinality() : mSeveral->few.size();

@@ -19,10 +19,17 @@ class OrdinalSet {
 public:
     void add(Ordinal ordinal);
     void remove(Ordinal ordinal);
+    /// How many of them were there.
+    std::size_t removeAll(const Bitmap& ordinals);
     std::size_t size() const;
     bool contains(Ordinal ordinal) const;
     Bitmap toBitmap() const;
     std::size_t countWithin(const Bitmap& other) const;
+
+    /// Of a set with one element at most it.
+    Ordinal single() const { return mSeveral ? kNone : mSingle; }
+    bool hasSeveral() const { return mSeveral != nullptr; }
+    static constexpr Ordinal kNone = UINT32_MAX;
 
     template <typename Visit>
     void forEach(Visit&& visit) const {
@@ -38,7 +45,6 @@ public:
     }
 
 private:
-    static constexpr Ordinal kNone = UINT32_MAX;
     static constexpr std::size_t kFewLimit = 32;
 
     struct Several {

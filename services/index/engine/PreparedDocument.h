@@ -1,6 +1,6 @@
 #pragma once
 
-#include "engine/Mapping.h"
+#include "engine/Numbers.h"
 
 #include <cstdint>
 #include <string>
@@ -8,12 +8,6 @@
 #include <vector>
 
 namespace kestrel::index {
-
-/// Numbers and booleans in a form whose integer order is their own order.
-using SortableNumber = std::int64_t;
-
-SortableNumber sortable(double value);
-double fromSortable(SortableNumber value);
 
 struct TermCount {
     std::string term;
@@ -25,7 +19,6 @@ struct TextContent {
     std::uint32_t length = 0;
 };
 using KeywordContent = std::vector<std::string>; ///< distinct values
-using NumberContent = std::vector<SortableNumber>;
 using VectorContent = std::vector<float>;
 
 struct PreparedField {

@@ -1,5 +1,7 @@
 #include "engine/StringTable.h"
 
+#include "engine/SnapshotFile.h"
+
 #include <functional>
 
 namespace kestrel::index {
@@ -32,6 +34,20 @@ void StringTable::grow() {
     mSlots.assign(mSlots.empty() ? 16 : mSlots.size() * 2, kAbsent);
     for (std::uint32_t number = 0; number < size(); ++number)
         mSlots[slotOf(at(number))] = number;
+}
+
+void StringTable::save(SnapshotWriter& writer) const {
+    writer.text(mArena);
+    writer.column(mOffsets);
+    writer.column(mSlots);
+}
+
+void StringTable::load(SnapshotReader& reader) {
+    mArena = reader.text();
+    reader.column(mOffsets);
+    reader.column(mSlots);
+    if (mOffsets.empty() || mOffsets.back() != mArena.size() || size() > mSlots.size())
+        throw SnapshotError("a table of texts in a snapshot is damaged");
 }
 
 } // namespace kestrel::index

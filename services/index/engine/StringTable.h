@@ -8,6 +8,9 @@
 
 namespace kestrel::index {
 
+class SnapshotReader;
+class SnapshotWriter;
+
 /// Numbers distinct strings in order of arrival. Strings lie back to back in one arena and the hash table
 /// holds four bytes a slot, which keeps millions of terms and identifiers small.
 class StringTable {
@@ -20,6 +23,9 @@ public:
         return std::string_view(mArena).substr(mOffsets[number], mOffsets[number + 1] - mOffsets[number]);
     }
     std::uint32_t size() const { return static_cast<std::uint32_t>(mOffsets.size() - 1); }
+
+    void save(SnapshotWriter& writer) const;
+    void load(SnapshotReader& reader);
 
 private:
     std::size_t slotOf(std::string_view text) const;

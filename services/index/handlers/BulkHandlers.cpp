@@ -149,7 +149,7 @@ private:
             action.index = mServices.catalogue.getOrCreate(action.indexName);
         }
         if (action.kind == "update")
-            action.update.emplace(parseJson(source));
+            action.update.emplace(parseDocument(source));
         else if (action.kind != "delete")
             action.document = NewDocument::parse(*action.index, action.id, source);
     }

@@ -70,10 +70,10 @@ Answer updateByQuery(const Services& services, const Request& request, const std
             total = 0;
             for (const IndexPtr& index : indices) {
                 for (const RowId row : rows(index, body.value("query", Json()))) {
-                    const StoredDocument old = batch.load(row);
-                    Json source = parseJson(old.source);
+                    const WriteBatch::Old old{batch.load(row), row};
+                    Json source = parseStored(old.document.source);
                     if (script) script->run(source);
-                    replaceDocument(batch, index, old, row, source);
+                    replaceDocument(batch, index, old, source);
                     ++total;
                 }
             }
@@ -96,7 +96,7 @@ Answer deleteByQuery(const Services& services, const Request& request, const std
             total = 0;
             for (const IndexPtr& index : indices) {
                 for (const RowId row : rows(index, body.at("query"))) {
-                    batch.remove(index, batch.load(row), row);
+                    batch.remove(index, {batch.load(row), row});
                     ++total;
                 }
             }

@@ -1,6 +1,8 @@
 #include "base/ApiError.h"
 #include "handlers/Handlers.h"
 
+#include <fmt/format.h>
+
 #include <sstream>
 
 namespace kestrel::index {
@@ -21,6 +23,14 @@ std::vector<IndexPtr> resolveIndices(const Services& services, const Principal& 
                 indices.push_back(index);
     }
     return indices;
+}
+
+ApiError damaged(const Index& index, const DamagedRow& row) {
+    return {500,
+            "i_o_exception",
+            fmt::format("index [{}]: {}; write it anew, delete it, or restore a backup", index.name(),
+                        row.what()),
+            {{"index", index.name()}}};
 }
 
 Json readShards(std::size_t indices) {

@@ -4,9 +4,14 @@
 
 #include <fmt/format.h>
 
+#include <optional>
+#include <utility>
+
 namespace kestrel::index {
 
 namespace {
+
+constexpr int kOptimisticAttempts = 4;
 
 Answer answerOf(const WriteResult& result) {
     return Answer::json(result.toJson(), result.status());
@@ -37,20 +42,43 @@ bool createOnly(const Request& request) {
     return type == "create";
 }
 
+struct Current {
+    RowId row;
+    StoredDocument document;
+};
+
+/// The document as it is now; nothing when there is none.
+std::optional<Current> readCurrent(const Services& services, const Index& index, const std::string& id) try {
+    const auto attempt = [&]() -> std::pair<bool, std::optional<Current>> {
+        const auto row = index.rowOf(id);
+        if (!row) return {true, std::nullopt};
+        auto document = services.store.read(*row);
+        // A row that is gone was replaced after it was looked up.
+        if (!document) return {false, std::nullopt};
+        return {true, Current{*row, std::move(*document)}};
+    };
+    for (int i = 0; i < kOptimisticAttempts; ++i)
+        if (auto [settled, current] = attempt(); settled) return current;
+    // It changes faster than it can be read: let the writer wait for once.
+    const auto paused = services.writes.pause();
+    if (auto [settled, current] = attempt(); settled) return current;
+    throw ApiError(500, "i_o_exception", fmt::format("document [{}] is missing from the store", id));
+} catch (const DamagedRow& e) {
+    throw damaged(index, e);
+}
+
 Answer get(const Services& services, const Request& request, const std::string& name, const std::string& id) {
     request.user->require(rightRead, name, "indices:data/read/get");
     const IndexPtr index = services.catalogue.get(name);
-    // A row that is gone was replaced after it was looked up: look again.
-    while (const auto row = index->rowOf(id)) {
-        const auto document = services.store.read(*row);
-        if (!document) continue;
+    const auto found = readCurrent(services, *index, id);
+    if (found)
         return {
             200,
             fmt::format(
                 R"({{"_index":{},"_id":{},"_version":{},"_seq_no":{},"_primary_term":1,"found":true,"_source":{}}})",
-                jsonString(name), jsonString(id), document->version, sequenceOf(*row), document->source),
+                jsonString(name), jsonString(id), found->document.version, sequenceOf(found->row),
+                found->document.source),
             {}};
-    }
     return Answer::json({{"_index", name}, {"_id", id}, {"found", false}}, 404);
 }
 
@@ -67,7 +95,7 @@ Answer update(const Services& services, const Request& request, const std::strin
               const std::string& id) {
     request.user->require(rightWriteDocument, name, "indices:data/write/update");
     checkDocumentId(id);
-    const Update change(request.json());
+    const Update change(parseDocument(request.body));
     const IndexPtr index = services.catalogue.get(name);
     WriteResult result;
     services.writes.run([&](WriteBatch& batch) { result = change.apply(batch, index, id); });
@@ -80,7 +108,7 @@ void addDocumentHandlers(Router& router, Services services) {
     using Params = Router::PathParams;
     const std::vector<std::string> writing{"op_type", "refresh", "timeout", "wait_for_active_shards"};
     router.add({"POST"}, "{index}/_doc", writing, [=](const Request& request, const Params& params) {
-        // An identifier of our making is new, whatever op_type says.
+        // An identifier that is made here is new, whatever op_type says.
         request.user->require(rightCreateDocument, params.at("index"), "indices:data/write/index");
         return put(services, request, params.at("index"), makeDocumentId(), true);
     });

@@ -6,12 +6,16 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <unordered_map>
+
 namespace kestrel::index {
 
 namespace {
 
 constexpr std::size_t kMaximumIdBytes = 512;
-constexpr std::size_t kRandomIdBytes = 15;
+constexpr std::size_t kMaximumDocumentBytes = 100U * 1024 * 1024;
+constexpr std::size_t kSearchedMembers = 24;
 
 void requireAlive(const IndexPtr& index) {
     if (index->deleted()) throw indexNotFound(index->name());
@@ -25,14 +29,46 @@ ApiError versionConflict(const IndexPtr& index, const std::string& id, std::int6
         {{"index_uuid", index->info().uuid}, {"shard", "0"}, {"index", index->name()}}};
 }
 
+/// Finds the members of an object; of a large one through a table.
+class Members {
+public:
+    explicit Members(Json& object) : mMembers(object.get_ref<Json::object_t&>()) {
+        if (mMembers.size() < kSearchedMembers) return;
+        for (std::size_t i = 0; i < mMembers.size(); ++i)
+            mPlaces.emplace(mMembers[i].first, i);
+    }
+    Json* find(const std::string& key) {
+        if (!mPlaces.empty()) {
+            const auto known = mPlaces.find(key);
+            return known == mPlaces.end() ? nullptr : &mMembers[known->second].second;
+        }
+        const auto known = std::find_if(mMembers.begin(), mMembers.end(),
+                                        [&](const auto& member) { return member.first == key; });
+        return known == mMembers.end() ? nullptr : &known->second;
+    }
+    void add(const std::string& key, const Json& value) {
+        if (!mPlaces.empty()) mPlaces.emplace(key, mMembers.size());
+        mMembers.emplace_back(key, value);
+    }
+
+private:
+    Json::object_t::Container& mMembers;
+    std::unordered_map<std::string, std::size_t> mPlaces;
+};
+
 /// Objects are merged member by member, everything else is replaced.
 bool merge(Json& target, const Json& fields) {
     bool changed = false;
+    Members members(target);
     for (const auto& [key, value] : fields.items()) {
-        if (target.contains(key) && target[key].is_object() && value.is_object()) {
-            changed |= merge(target[key], value);
-        } else if (!target.contains(key) || target[key] != value) {
-            target[key] = value;
+        Json* const known = members.find(key);
+        if (known != nullptr && known->is_object() && value.is_object()) {
+            changed |= merge(*known, value);
+        } else if (known == nullptr) {
+            members.add(key, value);
+            changed = true;
+        } else if (*known != value) {
+            *known = value;
             changed = true;
         }
     }
@@ -59,15 +95,15 @@ Json WriteResult::toJson() const {
         {"_primary_term", 1}};
 }
 
-NewDocument NewDocument::parse(Index& index, std::string id, std::string_view source) {
+NewDocument NewDocument::parse(const Index& index, std::string id, std::string_view source) {
     NewDocument document{std::move(id), trimmed(source), nullptr};
     if (document.source.empty()) throw ApiError(400, "parse_exception", "request body is required");
-    document.content = index.prepare(parseJson(document.source), document.id);
+    document.content = index.prepare(parseDocument(document.source), document.id);
     return document;
 }
 
 std::string makeDocumentId() {
-    return randomId(kRandomIdBytes);
+    return timeOrderedId();
 }
 
 void checkDocumentId(const std::string& id) {
@@ -83,30 +119,35 @@ WriteResult putDocument(WriteBatch& batch, const IndexPtr& index, const NewDocum
                         bool createOnly) {
     requireAlive(index);
     const auto row = batch.rowOf(index, document.id);
-    if (!row) {
-        const RowId added = batch.add(index, document.id, document.source, document.content);
-        return {index->name(), document.id, "created", 1, added};
-    }
-    const StoredDocument old = batch.load(*row);
-    if (createOnly) throw versionConflict(index, document.id, old.version);
-    const RowId replaced = batch.replace(index, old, *row, document.source, document.content);
-    return {index->name(), document.id, "updated", old.version + 1, replaced};
+    std::optional<WriteBatch::Old> old;
+    if (row) old = batch.loadOld(index, document.id, *row);
+    if (old && createOnly) throw versionConflict(index, document.id, old->document.version);
+    const Prepared content = document.content
+                                 ? document.content
+                                 : batch.prepare(index, parseDocument(document.source), document.id);
+    const auto written = old ? batch.replace(index, *old, document.source, content)
+                             : batch.add(index, document.id, document.source, content);
+    return {index->name(), document.id, old ? "updated" : "created", written.version, written.row};
 }
 
 WriteResult deleteDocument(WriteBatch& batch, const IndexPtr& index, const std::string& id) {
     requireAlive(index);
     const auto row = batch.rowOf(index, id);
-    if (!row) return {index->name(), id, "not_found", 1, index->takeRow()};
-    const StoredDocument old = batch.load(*row);
-    batch.remove(index, old, *row);
-    return {index->name(), id, "deleted", old.version + 1, index->takeRow()};
+    if (!row) return {index->name(), id, "not_found", 1, batch.takeRow(index)};
+    const auto written = batch.remove(index, batch.loadOld(index, id, *row));
+    return {index->name(), id, "deleted", written.version, written.row};
 }
 
-WriteResult replaceDocument(WriteBatch& batch, const IndexPtr& index, const StoredDocument& old, RowId oldRow,
+WriteResult replaceDocument(WriteBatch& batch, const IndexPtr& index, const WriteBatch::Old& old,
                             const Json& source) {
-    const std::string text = source.dump();
-    const RowId row = batch.replace(index, old, oldRow, text, index->prepare(source, old.id));
-    return {index->name(), old.id, "updated", old.version + 1, row};
+    const std::string text = documentText(source);
+    if (text.size() > kMaximumDocumentBytes)
+        throw ApiError(413, "content_too_long_exception",
+                       fmt::format("document [{}] would be longer than [{}] bytes", old.document.id,
+                                   kMaximumDocumentBytes));
+    const Prepared content = batch.prepare(index, source, old.document.id);
+    const auto written = batch.replace(index, old, text, content);
+    return {index->name(), old.document.id, "updated", written.version, written.row};
 }
 
 Update::Update(const Json& body) {
@@ -134,13 +175,13 @@ WriteResult Update::apply(WriteBatch& batch, const IndexPtr& index, const std::s
     if (!row)
         throw ApiError(404, "document_missing_exception", fmt::format("[{}]: document missing", id),
                        {{"index_uuid", index->info().uuid}, {"shard", "0"}, {"index", index->name()}});
-    const StoredDocument old = batch.load(*row);
-    Json source = parseJson(old.source);
+    const WriteBatch::Old old{batch.load(*row), *row};
+    Json source = parseStored(old.document.source);
     if (mScript)
         mScript->run(source);
     else if (!merge(source, mFields))
-        return {index->name(), id, "noop", old.version, *row};
-    return replaceDocument(batch, index, old, *row, source);
+        return {index->name(), id, "noop", old.document.version, *row};
+    return replaceDocument(batch, index, old, source);
 }
 
 } // namespace kestrel::index

@@ -25,9 +25,9 @@ struct WriteResult {
 struct NewDocument {
     std::string id;
     std::string_view source; ///< must live until it is written
-    Prepared content;
+    Prepared content;        ///< null when the mapping lacks fields of it, which the writer then adds
 
-    static NewDocument parse(Index& index, std::string id, std::string_view source);
+    static NewDocument parse(const Index& index, std::string id, std::string_view source);
 };
 
 std::string makeDocumentId();
@@ -50,7 +50,7 @@ private:
 };
 
 /// Writes the next state of a document that is there.
-WriteResult replaceDocument(WriteBatch& batch, const IndexPtr& index, const StoredDocument& old, RowId oldRow,
+WriteResult replaceDocument(WriteBatch& batch, const IndexPtr& index, const WriteBatch::Old& old,
                             const Json& source);
 
 } // namespace kestrel::index

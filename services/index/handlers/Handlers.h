@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/ApiError.h"
 #include "handlers/Router.h"
 #include "query/Scrolls.h"
 #include "security/Users.h"
@@ -45,6 +46,9 @@ public:
 private:
     std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
 };
+
+/// The answer about a document that cannot be read.
+ApiError damaged(const Index& index, const DamagedRow& row);
 
 /// "_shards" of reads and of writes.
 Json readShards(std::size_t indices);

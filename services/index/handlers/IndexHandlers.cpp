@@ -51,7 +51,9 @@ Json describe(const Index& index) {
                      {"uuid", index.info().uuid},
                      {"provided_name", index.name()}};
     settings.update(index.info().settings);
-    return {{"aliases", Json::object()}, {"mappings", index.mappings()}, {"settings", {{"index", settings}}}};
+    return {{"aliases", Json::object()},
+            {"mappings", index.mapping()->toJson()},
+            {"settings", {{"index", settings}}}};
 }
 
 Answer create(const Services& services, const Request& request, const std::string& name) {
@@ -77,9 +79,7 @@ Answer remove(const Services& services, const Request& request, const std::strin
     request.user->require(rightDeleteIndex, name, "indices:admin/delete");
     if (name.find_first_of("*?,") != std::string::npos || name == "_all")
         throw illegalArgument("Wildcard expressions or all indices are not allowed");
-    const IndexPtr index = services.catalogue.get(name);
-    services.catalogue.remove(name);
-    services.scrolls.closeIndex(*index);
+    if (const IndexPtr removed = services.catalogue.remove(name)) services.scrolls.closeIndex(*removed);
     return Answer::json({{"acknowledged", true}});
 }
 
@@ -122,7 +122,7 @@ void addIndexHandlers(Router& router, Services services) {
                    for (const IndexPtr& index :
                         resolveIndices(services, *request.user, params.at("index"), rightViewMetadata,
                                        "indices:admin/mappings/get"))
-                       shown[index->name()] = {{"mappings", index->mappings()}};
+                       shown[index->name()] = {{"mappings", index->mapping()->toJson()}};
                    return Answer::json(shown);
                });
 }

@@ -2,6 +2,7 @@
 #include "handlers/Handlers.h"
 
 #include <fmt/format.h>
+#include <spdlog/spdlog.h>
 
 #include <algorithm>
 #include <charconv>
@@ -116,13 +117,25 @@ private:
         std::vector<RowId> rows;
         for (const HitRef& ref : refs)
             rows.push_back(mFound[ref.found].rows[ref.position]);
-        const auto documents = mServices.store.read(rows);
+        const auto documents = readRows(rows, refs);
         if (!documents) return false;
         mHits.clear();
         for (std::size_t i = 0; i < refs.size(); ++i)
             mHits.push_back(
                 renderHit(mFound[refs[i].found], refs[i].position, (*documents)[i], mRequest.withSource));
         return true;
+    }
+
+    /// A damaged document is reported once, and set aside so that the next search goes on without it.
+    std::optional<std::vector<StoredDocument>> readRows(const std::vector<RowId>& rows,
+                                                        const std::vector<HitRef>& refs) const try {
+        return mServices.store.read(rows);
+    } catch (const DamagedRow& e) {
+        const auto position = std::find(rows.begin(), rows.end(), e.row()) - rows.begin();
+        Index& index = *mFound[refs[static_cast<std::size_t>(position)].found].index;
+        spdlog::error("index [{}]: {}: it is set aside", index.name(), e.what());
+        index.setAside(e.row());
+        throw damaged(index, e);
     }
 
     std::string body(const Stopwatch& stopwatch) const {
@@ -156,12 +169,9 @@ Answer openScroll(const Services& services, const Request& request, const std::v
     if (indices.size() != 1) throw illegalArgument("[scroll] is supported on one index at a time");
     if (!search.aggregations.is_null()) throw illegalArgument("[aggs] are not supported in a scroll");
     const std::chrono::seconds keepAlive = parseKeepAlive(request.param("scroll"));
-    const auto paused = services.writes.pause();
-    Found found = kestrel::index::search(indices.front(), services.store, search, SIZE_MAX);
-    return {200,
-            renderPage(services.scrolls.open(std::move(found), search, keepAlive, request.user->name()),
-                       stopwatch),
-            {}};
+    const Scrolls::Page page =
+        services.scrolls.open(indices.front(), search, keepAlive, request.user->name(), services.writes);
+    return {200, renderPage(page, stopwatch), {}};
 }
 
 Answer searchIndices(const Services& services, const Request& request, const std::string& expression) {
@@ -209,7 +219,9 @@ Answer continueScroll(const Services& services, const Request& request) {
     const Stopwatch stopwatch;
     const auto [id, keepAlive] = scrollMembers(request);
     const std::chrono::seconds time = keepAlive.empty() ? std::chrono::seconds(0) : parseKeepAlive(keepAlive);
-    return {200, renderPage(services.scrolls.next(id, time, request.user->name()), stopwatch), {}};
+    return {200,
+            renderPage(services.scrolls.next(id, time, request.user->name(), services.writes), stopwatch),
+            {}};
 }
 
 Answer closeScrolls(const Services& services, const Request& request) {

@@ -96,37 +96,6 @@ std::size_t minimumMatch(const Json& value, std::size_t clauses) {
     return static_cast<std::size_t>(std::max<std::int64_t>(number, 0));
 }
 
-void collectNumbers(const Json& value, std::string_view path, const Field& field, NumberContent& numbers) {
-    if (value.is_array()) {
-        for (const Json& element : value)
-            collectNumbers(element, path, field, numbers);
-    } else if (value.is_object()) {
-        for (const auto& [key, inner] : value.items()) {
-            if (path == key)
-                collectNumbers(inner, {}, field, numbers);
-            else if (path.size() > key.size() && path.starts_with(key) && path[key.size()] == '.')
-                collectNumbers(inner, path.substr(key.size() + 1), field, numbers);
-        }
-    } else if (path.empty() && !value.is_null()) {
-        double number = 0;
-        if (value.is_number_integer() && field.type == FieldType::integer) {
-            numbers.push_back(value.get<std::int64_t>());
-            return;
-        }
-        if (value.is_number()) {
-            number = value.get<double>();
-        } else if (value.is_string()) {
-            const auto& text = value.get_ref<const std::string&>();
-            std::from_chars(text.data(), text.data() + text.size(), number);
-        }
-        if (field.type == FieldType::integer)
-            numbers.push_back(static_cast<std::int64_t>(number));
-        else
-            numbers.push_back(sortable(
-                field.typeName == "double" ? number : static_cast<double>(static_cast<float>(number))));
-    }
-}
-
 /// "semanticVector" of a script's parameters.
 std::vector<float> queryVector(const Json& params) {
     const Json values = params.is_object() ? params.value("semanticVector", Json()) : Json();
@@ -142,44 +111,21 @@ std::vector<float> queryVector(const Json& params) {
     return vector;
 }
 
-/// The number as the field keeps it; nothing when the field cannot hold it.
+/// The number as the field keeps it; nothing when no number of its type equals it.
 std::optional<SortableNumber> wantedNumber(const Field& field, const Json& value) {
-    const bool whole = field.type == FieldType::integer;
-    if (whole && value.is_number_unsigned() && value.get<std::uint64_t>() > std::uint64_t{INT64_MAX})
-        return std::nullopt;
-    if (whole && value.is_number_integer()) return value.get<std::int64_t>();
-    double number = 0;
-    if (value.is_number()) {
-        number = value.get<double>();
-    } else {
+    const NumberReading wanted = readNumber(field, value);
+    if (wanted.kind == NumberReading::Kind::notANumber) {
         const std::string text = asText(value);
-        const auto read = [&text](auto& into) {
-            const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), into);
-            return error == std::errc() && end == text.data() + text.size();
-        };
-        if (std::int64_t exact = 0; whole && read(exact)) return exact;
-        if (!read(number))
-            throw ApiError(400, "query_shard_exception",
-                           fmt::format("failed to create query: For input string: \"{}\"", text),
-                           {{"caused_by",
-                             {{"type", "number_format_exception"},
-                              {"reason", fmt::format("For input string: \"{}\"", text)}}}});
+        throw ApiError(400, "query_shard_exception",
+                       fmt::format("failed to create query: For input string: \"{}\"", text),
+                       {{"caused_by",
+                         {{"type", "number_format_exception"},
+                          {"reason", fmt::format("For input string: \"{}\"", text)}}}});
     }
-    if (!whole)
-        return sortable(field.typeName == "double" ? number
-                                                   : static_cast<double>(static_cast<float>(number)));
-    // No whole number equals a fraction, or one that 64 bits do not hold.
-    if (number != std::floor(number) || number < -0x1p63 || number >= 0x1p63) return std::nullopt;
-    return static_cast<std::int64_t>(number);
+    return wanted.kind == NumberReading::Kind::exact ? std::optional(wanted.value) : std::nullopt;
 }
 
 } // namespace
-
-NumberContent numbersAt(const Json& document, const Field& field) {
-    NumberContent numbers;
-    collectNumbers(document, field.path, field, numbers);
-    return numbers;
-}
 
 NumberReader numberReader(const IndexView& view, DocumentStore& store) {
     return [&view, &store, read = std::size_t{0}](Ordinal ordinal, FieldId id) mutable -> NumberContent {
@@ -191,7 +137,7 @@ NumberReader numberReader(const IndexView& view, DocumentStore& store) {
                 field.path, kMaximumRead));
         checkStillWanted();
         const auto document = store.read(view.row(ordinal));
-        return document ? numbersAt(Json::parse(document->source), field) : NumberContent();
+        return document ? numbersAt(parseStored(document->source), field) : NumberContent();
     };
 }
 

@@ -40,7 +40,4 @@ private:
 /// each costs the reading of a whole document while writers wait.
 NumberReader numberReader(const IndexView& view, DocumentStore& store);
 
-/// Numbers at the path of a document, whatever arrays and objects they lie in.
-NumberContent numbersAt(const Json& document, const Field& field);
-
 } // namespace kestrel::index

@@ -5,46 +5,108 @@
 #include "base/Work.h"
 
 #include <fmt/format.h>
+#include <spdlog/spdlog.h>
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 namespace kestrel::index {
 
 namespace {
 
 constexpr std::size_t kMaximumContexts = 500;
+constexpr std::size_t kMaximumFoundBytes = 256U * 1024 * 1024;
+constexpr std::size_t kMaximumKeptBytes = 128U * 1024 * 1024;
+constexpr auto kSweepPause = std::chrono::seconds(1);
 
 ApiError unknownScroll(const std::string& id) {
     return {404, "search_context_missing_exception", fmt::format("No search context found for id [{}]", id)};
 }
 
+ApiError tooMany(const std::string& what) {
+    return {429, "too_many_scroll_contexts_exception",
+            fmt::format(
+                "Trying to create too many scroll contexts. {}. Close scrolls that are no longer needed, or "
+                "wait until they expire.",
+                what)};
+}
+
+std::size_t bytesOf(const Found& found) {
+    std::size_t bytes = found.rows.capacity() * sizeof(RowId) + found.scores.capacity() * sizeof(float) +
+                        found.keys.capacity() * sizeof(std::int64_t);
+    for (const SortColumn& column : found.columns)
+        bytes += column.bytes();
+    return bytes;
+}
+
+std::size_t bytesOf(const StoredDocument& document) {
+    return document.id.size() + document.source.size() + sizeof(StoredDocument);
+}
+
 } // namespace
 
-Scrolls::Page Scrolls::open(Found found, SearchRequest request, std::chrono::seconds keepAlive,
-                            const std::string& owner) {
+Scrolls::Scrolls(DocumentStore& store) : mStore(store), mSweeper([this] { sweep(); }) {
+}
+
+Scrolls::~Scrolls() {
+    {
+        const std::lock_guard lock(mMutex);
+        mStop = true;
+    }
+    mStopping.notify_one();
+    mSweeper.join();
+}
+
+void Scrolls::sweep() {
+    std::unique_lock lock(mMutex);
+    while (!mStopping.wait_for(lock, kSweepPause, [this] { return mStop; }))
+        dropExpired();
+}
+
+Scrolls::Page Scrolls::open(const IndexPtr& index, SearchRequest request, std::chrono::seconds keepAlive,
+                            const std::string& owner, WriteQueue& writes) {
     auto context = std::make_shared<Context>();
-    context->found = std::move(found);
+    context->index = index;
     context->request = std::move(request);
     context->owner = owner;
-    context->expires = Clock::now() + keepAlive;
+    context->opened = Clock::now();
+    context->expires = Clock::time_point::max();
     const std::string id = randomId(24);
+    const std::lock_guard page(context->mutex);
     {
         const std::lock_guard lock(mMutex);
         dropExpired();
         if (openCount() >= kMaximumContexts)
-            throw ApiError(
-                429, "too_many_scroll_contexts_exception",
-                fmt::format("Trying to create too many scroll contexts. Must be less than or equal to: [{}]. "
-                            "Close scrolls that are no longer needed, or wait until they expire.",
-                            kMaximumContexts));
+            throw tooMany(fmt::format("Must be less than or equal to: [{}]", kMaximumContexts));
+        if (foundBytes() >= kMaximumFoundBytes)
+            throw tooMany(fmt::format("The open ones hold [{}] bytes", foundBytes()));
         mContexts[id] = context;
     }
-    const std::lock_guard lock(context->mutex);
-    return readPage(id, *context);
+    try {
+        // A transaction that began before the scroll was known may take documents away unseen.
+        writes.pause().unlock();
+        context->found = search(index, mStore, context->request, SIZE_MAX);
+        for (SortColumn& column : context->found.columns)
+            column.keepShownOnly();
+        {
+            const std::lock_guard lock(mMutex);
+            context->bytes = bytesOf(context->found);
+        }
+        Page first = readPage(id, *context, writes);
+        const std::lock_guard lock(mMutex);
+        context->expires = Clock::now() + keepAlive;
+        return first;
+    } catch (...) {
+        const std::lock_guard lock(mMutex);
+        mContexts.erase(id);
+        dropUnneededDocuments();
+        throw;
+    }
 }
 
-Scrolls::Page Scrolls::next(const std::string& id, std::chrono::seconds keepAlive, const std::string& owner) {
+Scrolls::Page Scrolls::next(const std::string& id, std::chrono::seconds keepAlive, const std::string& owner,
+                            WriteQueue& writes) {
     ContextPtr context;
     {
         const std::lock_guard lock(mMutex);
@@ -55,15 +117,16 @@ Scrolls::Page Scrolls::next(const std::string& id, std::chrono::seconds keepAliv
         if (keepAlive.count() > 0) context->expires = Clock::now() + keepAlive;
     }
     const std::lock_guard lock(context->mutex);
-    return readPage(id, *context);
+    return readPage(id, *context, writes);
 }
 
-Scrolls::Page Scrolls::readPage(const std::string& id, Context& context) {
+Scrolls::Page Scrolls::readPage(const std::string& id, Context& context, WriteQueue& writes) {
     Page page{id, {}, context.found.total, context.found.maximumScore, context.request};
     const std::size_t end = std::min(context.next + context.request.size, context.found.rows.size());
     for (std::size_t position = context.next; position < end; ++position) {
         checkStillWanted();
-        page.hits.push_back(renderHit(context.found, position, read(context.found.rows[position]),
+        page.hits.push_back(renderHit(context.found, position,
+                                      read(context, context.found.rows[position], writes),
                                       context.request.withSource));
         takeMemory(page.hits.back().size());
     }
@@ -72,28 +135,51 @@ Scrolls::Page Scrolls::readPage(const std::string& id, Context& context) {
     if (end < context.found.rows.size() || context.exhausted) return page;
     // Only the memory of having ended is kept: the next page is empty.
     context.exhausted = true;
-    context.found.rows = {};
-    context.found.keys = {};
-    context.found.scores = {};
+    Found ended;
+    ended.index = context.index;
+    ended.total = context.found.total;
+    ended.maximumScore = context.found.maximumScore;
+    context.found = std::move(ended);
+    context.bytes = 0;
     context.next = 0;
     dropUnneededDocuments();
     return page;
 }
 
-StoredDocument Scrolls::read(RowId row) {
+StoredDocument Scrolls::read(const Context& context, RowId row, WriteQueue& writes) try {
     if (auto document = mStore.read(row)) return std::move(*document);
+    if (auto kept = readKept(*context.index, row)) return std::move(*kept);
+    {
+        // Its transaction may have failed, and be rolled back by now.
+        const auto paused = writes.pause();
+        if (auto document = mStore.read(row)) return std::move(*document);
+    }
+    throw ApiError(
+        404, "search_context_missing_exception",
+        "the index of the scroll was deleted, or its documents were changed beyond what is kept for scrolls");
+} catch (const DamagedRow& e) {
+    context.index->setAside(row);
+    throw ApiError(500, "i_o_exception", fmt::format("index [{}]: {}", context.index->name(), e.what()));
+}
+
+std::optional<StoredDocument> Scrolls::readKept(const Index& index, RowId row) {
     const std::lock_guard lock(mMutex);
-    for (const auto& [index, documents] : mRetired)
-        if (const auto kept = documents.find(row); kept != documents.end()) return kept->second;
-    throw ApiError(404, "search_context_missing_exception", "the index of the scroll was deleted");
+    const auto kept = mRetired.find(&index);
+    if (kept == mRetired.end()) return std::nullopt;
+    const auto document = kept->second.documents.find(row);
+    return document == kept->second.documents.end() ? std::nullopt : std::optional(document->second);
 }
 
 void Scrolls::retire(const Index& index, RowId row, const StoredDocument& document) {
     const std::lock_guard lock(mMutex);
     const bool wanted = std::any_of(mContexts.begin(), mContexts.end(), [&](const auto& entry) {
-        return !entry.second->exhausted && entry.second->found.index.get() == &index;
+        return !entry.second->exhausted && entry.second->index.get() == &index;
     });
-    if (wanted) mRetired[&index][row] = document;
+    if (!wanted) return;
+    Kept& kept = mRetired[&index];
+    if (kept.documents.emplace(row, document).second) kept.bytes += bytesOf(document);
+    while (keptBytes() > kMaximumKeptBytes)
+        dropOldest();
 }
 
 std::size_t Scrolls::close(const std::vector<std::string>& ids, const std::string& owner) {
@@ -119,7 +205,7 @@ std::size_t Scrolls::closeAll(const std::string& owner) {
 
 void Scrolls::closeIndex(const Index& index) {
     const std::lock_guard lock(mMutex);
-    std::erase_if(mContexts, [&](const auto& entry) { return entry.second->found.index.get() == &index; });
+    std::erase_if(mContexts, [&](const auto& entry) { return entry.second->index.get() == &index; });
     dropUnneededDocuments();
 }
 
@@ -129,16 +215,45 @@ void Scrolls::dropExpired() {
         dropUnneededDocuments();
 }
 
+void Scrolls::dropOldest() {
+    auto oldest = mContexts.end();
+    for (auto it = mContexts.begin(); it != mContexts.end(); ++it)
+        if (!it->second->exhausted && mRetired.contains(it->second->index.get()) &&
+            (oldest == mContexts.end() || it->second->opened < oldest->second->opened))
+            oldest = it;
+    if (oldest != mContexts.end()) {
+        spdlog::warn(
+            "a scroll of user [{}] on index [{}] ends: documents changed beyond what is kept for scrolls",
+            oldest->second->owner, oldest->second->index->name());
+        mContexts.erase(oldest);
+    }
+    dropUnneededDocuments();
+}
+
 void Scrolls::dropUnneededDocuments() {
     std::set<const Index*> scrolled;
     for (const auto& [id, context] : mContexts)
-        if (!context->exhausted) scrolled.insert(context->found.index.get());
+        if (!context->exhausted) scrolled.insert(context->index.get());
     std::erase_if(mRetired, [&](const auto& entry) { return !scrolled.contains(entry.first); });
 }
 
 std::size_t Scrolls::openCount() const {
     return static_cast<std::size_t>(std::count_if(
         mContexts.begin(), mContexts.end(), [](const auto& entry) { return !entry.second->exhausted; }));
+}
+
+std::size_t Scrolls::foundBytes() const {
+    std::size_t bytes = 0;
+    for (const auto& [id, context] : mContexts)
+        bytes += context->bytes;
+    return bytes;
+}
+
+std::size_t Scrolls::keptBytes() const {
+    std::size_t bytes = 0;
+    for (const auto& [index, kept] : mRetired)
+        bytes += kept.bytes;
+    return bytes;
 }
 
 } // namespace kestrel::index

@@ -3,19 +3,25 @@
 #include "query/Search.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace kestrel::index {
 
 /// The open scrolls: lists of hits as they were when the scroll began. Documents that are changed or deleted
-/// while a scroll may still show them are kept here.
+/// while a scroll may still show them are kept here. What scrolls hold is bounded: one that would need more
+/// is refused, and when kept documents need more the oldest scrolls end.
 class Scrolls final : public RetiredDocuments {
 public:
-    explicit Scrolls(DocumentStore& store) : mStore(store) {}
+    explicit Scrolls(DocumentStore& store);
+    ~Scrolls() override;
+    Scrolls(const Scrolls&) = delete;
+    Scrolls& operator=(const Scrolls&) = delete;
 
     struct Page {
         std::string id;
@@ -25,11 +31,13 @@ public:
         SearchRequest request;
     };
 
-    /// Opens a scroll and gives its first page. The writer must be paused between the search and this call,
-    /// so that no document slips away in between.
-    Page open(Found found, SearchRequest request, std::chrono::seconds keepAlive, const std::string& owner);
+    /// Opens a scroll over what the query finds and gives its first page. Waits for the transaction that is
+    /// under way, and holds up no later one: from then on documents that leave the store are kept.
+    Page open(const IndexPtr& index, SearchRequest request, std::chrono::seconds keepAlive,
+              const std::string& owner, WriteQueue& writes);
     /// Refuses with 404 when there is no such scroll, or it is another user's.
-    Page next(const std::string& id, std::chrono::seconds keepAlive, const std::string& owner);
+    Page next(const std::string& id, std::chrono::seconds keepAlive, const std::string& owner,
+              WriteQueue& writes);
     /// How many of the scrolls were there to be closed.
     std::size_t close(const std::vector<std::string>& ids, const std::string& owner);
     std::size_t closeAll(const std::string& owner);
@@ -41,25 +49,40 @@ private:
     using Clock = std::chrono::steady_clock;
     struct Context {
         std::mutex mutex; ///< one page at a time
+        IndexPtr index;
         Found found;
         SearchRequest request;
         std::size_t next = 0;
+        std::size_t bytes = 0; ///< of what was found
         std::string owner;
+        Clock::time_point opened;
         Clock::time_point expires;
         bool exhausted = false;
     };
     using ContextPtr = std::shared_ptr<Context>;
+    struct Kept {
+        std::map<RowId, StoredDocument> documents;
+        std::size_t bytes = 0;
+    };
 
-    Page readPage(const std::string& id, Context& context);
-    StoredDocument read(RowId row);
+    Page readPage(const std::string& id, Context& context, WriteQueue& writes);
+    StoredDocument read(const Context& context, RowId row, WriteQueue& writes);
+    std::optional<StoredDocument> readKept(const Index& index, RowId row);
+    void sweep();
     void dropExpired();
+    void dropOldest();
     void dropUnneededDocuments();
     std::size_t openCount() const;
+    std::size_t foundBytes() const;
+    std::size_t keptBytes() const;
 
     DocumentStore& mStore;
     std::mutex mMutex;
     std::map<std::string, ContextPtr> mContexts;
-    std::map<const Index*, std::map<RowId, StoredDocument>> mRetired;
+    std::map<const Index*, Kept> mRetired;
+    std::condition_variable mStopping;
+    bool mStop = false;
+    std::thread mSweeper;
 };
 
 } // namespace kestrel::index

@@ -166,6 +166,9 @@ Found search(const IndexPtr& index, DocumentStore& store, const SearchRequest& r
     // What cannot be parsed fails before any index is asked.
     if (e.type() == "parsing_exception") throw;
     throw e.asSearchFailure(index->name());
+} catch (const DamagedRow& e) {
+    index->setAside(e.row());
+    throw;
 }
 
 std::vector<RowId> matchingRows(const IndexPtr& index, DocumentStore& store, const Json& query) try {
@@ -177,6 +180,9 @@ std::vector<RowId> matchingRows(const IndexPtr& index, DocumentStore& store, con
 } catch (const ApiError& e) {
     if (e.type() == "parsing_exception") throw;
     throw e.asSearchFailure(index->name());
+} catch (const DamagedRow& e) {
+    index->setAside(e.row());
+    throw;
 }
 
 std::uint64_t count(const IndexPtr& index, DocumentStore& store, const Json& query) try {
@@ -185,6 +191,9 @@ std::uint64_t count(const IndexPtr& index, DocumentStore& store, const Json& que
 } catch (const ApiError& e) {
     if (e.type() == "parsing_exception") throw;
     throw e.asSearchFailure(index->name());
+} catch (const DamagedRow& e) {
+    index->setAside(e.row());
+    throw;
 }
 
 std::string renderHit(const Found& found, std::size_t position, const StoredDocument& document,

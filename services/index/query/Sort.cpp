@@ -169,4 +169,11 @@ Json SortColumn::shown(std::int64_t key) const {
     return value;
 }
 
+std::size_t SortColumn::bytes() const {
+    std::size_t bytes = mKeys.capacity() * sizeof(std::int64_t);
+    for (const std::string& text : mTexts)
+        bytes += text.capacity() + sizeof(std::string);
+    return bytes;
+}
+
 } // namespace kestrel::index

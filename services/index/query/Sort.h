@@ -32,6 +32,10 @@ public:
     /// What the answer's "sort" says for a document with the key.
     Json shown(std::int64_t key) const;
 
+    /// Drops the keys, which are of no use once the hits are in order.
+    void keepShownOnly() { mKeys = {}; }
+    std::size_t bytes() const;
+
 private:
     enum class Kind { integer, floating, text, document };
 

@@ -1,7 +1,9 @@
 #include "security/Certificate.h"
 
 #include "base/AtomicFile.h"
+#include "storage/DataFolder.h"
 
+#include <fmt/format.h>
 #include <openssl/bio.h>
 #include <openssl/bn.h>
 #include <openssl/evp.h>
@@ -70,10 +72,30 @@ std::string content(BIO* bio) {
     return {bytes, static_cast<std::size_t>(length)};
 }
 
+void requirePair(const std::filesystem::path& certificate, const std::filesystem::path& privateKey) {
+    const auto unusable = [](const std::filesystem::path& file, const char* why) {
+        return DataFolderError(fmt::format(
+            "{} {}; restore it, or remove certificate.pem and private-key.pem to have both made anew",
+            file.string(), why));
+    };
+    const BioPtr certificateFile(BIO_new_file(certificate.c_str(), "r"));
+    const CertificatePtr read(
+        certificateFile ? PEM_read_bio_X509(certificateFile.get(), nullptr, nullptr, nullptr) : nullptr);
+    if (!read) throw unusable(certificate, "holds no certificate that can be read");
+    const BioPtr keyFile(BIO_new_file(privateKey.c_str(), "r"));
+    const KeyPtr key(keyFile ? PEM_read_bio_PrivateKey(keyFile.get(), nullptr, nullptr, nullptr) : nullptr);
+    if (!key) throw unusable(privateKey, "holds no private key that can be read");
+    if (X509_check_private_key(read.get(), key.get()) != 1)
+        throw unusable(privateKey, "is not the key of certificate.pem");
+}
+
 } // namespace
 
 void ensureCertificate(const std::filesystem::path& certificate, const std::filesystem::path& privateKey) {
-    if (std::filesystem::exists(certificate) && std::filesystem::exists(privateKey)) return;
+    if (std::filesystem::exists(certificate) && std::filesystem::exists(privateKey))
+        return requirePair(certificate, privateKey);
+    // One without the other is of no use, and must not meet a new one when this is cut short.
+    std::filesystem::remove(certificate);
     const KeyPtr key(EVP_EC_gen("P-256"));
     require(key != nullptr);
     const CertificatePtr signedCertificate = selfSigned(key.get());
@@ -81,8 +103,8 @@ void ensureCertificate(const std::filesystem::path& certificate, const std::file
     const BioPtr certificateText(BIO_new(BIO_s_mem()));
     require(PEM_write_bio_PrivateKey(keyText.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1);
     require(PEM_write_bio_X509(certificateText.get(), signedCertificate.get()) == 1);
-    writeFileAtomically(privateKey, content(keyText.get()), true);
-    writeFileAtomically(certificate, content(certificateText.get()), false);
+    writeFileAtomically(privateKey, content(keyText.get()));
+    writeFileAtomically(certificate, content(certificateText.get()));
 }
 
 } // namespace kestrel::index

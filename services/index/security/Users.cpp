@@ -67,11 +67,24 @@ void Users::ensureAdministrator(const std::filesystem::path& credentials) {
     std::string password = passwordFromFile(credentials);
     if (password.empty()) {
         password = randomId(24);
-        writeFileAtomically(credentials, Json{{"user", kAdministrator}, {"password", password}}.dump() + "\n",
-                            true);
+        writeFileAtomically(credentials,
+                            Json{{"user", kAdministrator}, {"password", password}}.dump() + "\n");
     }
     put("user", mUsers, kAdministrator,
         {{"roles", {kSuperuser}}, {"enabled", true}, {"password_hash", hashPassword(password)}});
+}
+
+std::string Users::resetPassword(const std::string& name) {
+    const auto user = mUsers.find(name);
+    Json body = {{"roles", {kSuperuser}}, {"enabled", true}};
+    if (user != mUsers.end())
+        body = user->second;
+    else if (name != kAdministrator)
+        throw ApiError(404, "resource_not_found_exception", fmt::format("there is no user [{}]", name));
+    const std::string password = randomId(24);
+    body["password_hash"] = hashPassword(password);
+    put("user", mUsers, name, body);
+    return password;
 }
 
 bool Users::verify(const std::string& name, const std::string& password) const {

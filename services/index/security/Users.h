@@ -25,6 +25,10 @@ public:
     /// can read.
     void ensureAdministrator(const std::filesystem::path& credentials);
 
+    /// Gives the user a random password; makes the administrator when it is missing. Throws an ApiError when
+    /// there is no such user.
+    std::string resetPassword(const std::string& name);
+
     /// Whether the password is the user's. Takes as long for a user that there is not.
     bool verify(const std::string& name, const std::string& password) const;
     /// Null when there is no such user, or it is disabled.

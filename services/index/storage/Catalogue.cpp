@@ -2,7 +2,8 @@
 
 #include "base/ApiError.h"
 #include "base/RandomId.h"
-#include "storage/DataFolder.h"
+#include "engine/SnapshotFile.h"
+#include "storage/Snapshots.h"
 
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <deque>
 #include <future>
+#include <iterator>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -33,8 +35,8 @@ class IndexLoader {
 public:
     explicit IndexLoader(Index& index) : mIndex(index) {}
 
-    void add(RowId row, StoredDocument document) {
-        mBatch.emplace_back(row, std::move(document));
+    void add(RowId row, StoredDocument document, bool intact) {
+        mBatch.push_back({row, std::move(document), intact});
         if (mBatch.size() == kLoadedAtOnce) send();
     }
 
@@ -44,39 +46,87 @@ public:
             applyOldest();
     }
 
+    std::size_t setAside() const { return mSetAside; }
+    bool extendedMapping() const { return mExtendedMapping; }
+
 private:
-    using Batch = std::vector<std::pair<RowId, StoredDocument>>;
+    struct Loaded {
+        RowId row;
+        StoredDocument document;
+        bool intact;
+    };
+    struct Taken {
+        DocumentChange change;
+        std::string source; ///< kept when the mapping lacks fields of the document
+    };
 
     void send() {
-        mPending.push_back(std::async(std::launch::async, [&index = mIndex, batch = std::move(mBatch)] {
-            std::vector<DocumentChange> changes;
-            for (const auto& [row, document] : batch)
-                changes.push_back(changeFor(index, row, document));
-            return changes;
-        }));
+        mPending.push_back(
+            std::async(std::launch::async, [&index = mIndex, batch = std::move(mBatch)]() mutable {
+                std::vector<Taken> taken;
+                for (Loaded& loaded : batch)
+                    taken.push_back(takeApart(index, loaded));
+                return taken;
+            }));
         mBatch.clear();
         if (mPending.size() > std::max(1U, std::thread::hardware_concurrency())) applyOldest();
     }
 
-    static DocumentChange changeFor(Index& index, RowId row, const StoredDocument& document) {
-        try {
-            Prepared content = index.prepare(parseJson(document.source), document.id);
-            return {document.id, std::nullopt, DocumentChange::State{row, std::move(content)}};
-        } catch (const ApiError& e) {
-            throw DataFolderError(
-                fmt::format("document [{}] of index [{}] is damaged: {}; nothing was changed", document.id,
-                            index.name(), e.what()));
+    static Taken takeApart(const Index& index, Loaded& loaded) {
+        const StoredDocument& document = loaded.document;
+        Taken taken{{document.id, std::nullopt, DocumentChange::State{loaded.row, nullptr}}, {}};
+        if (!loaded.intact) {
+            spdlog::error("document [{}] of index [{}] is damaged: it is set aside", document.id,
+                          index.name());
+            return taken;
         }
+        try {
+            taken.change.added->content = index.prepare(parseStored(document.source), document.id);
+            if (!taken.change.added->content) taken.source = std::move(loaded.document.source);
+        } catch (const ApiError& e) {
+            // It can be read, though not be searched.
+            spdlog::error("document [{}] of index [{}] does not fit the mapping: {}", document.id,
+                          index.name(), e.what());
+            taken.change.added->content = std::make_shared<const PreparedDocument>();
+        } catch (const Json::exception& e) {
+            spdlog::error("document [{}] of index [{}] is damaged ({}): it is set aside", document.id,
+                          index.name(), e.what());
+        }
+        return taken;
     }
 
     void applyOldest() {
-        mIndex.apply(mPending.front().get());
+        std::vector<DocumentChange> changes;
+        for (Taken& taken : mPending.front().get()) {
+            if (!taken.source.empty()) taken.change.added->content = extendFor(taken);
+            mSetAside += taken.change.added->content ? 0U : 1U;
+            changes.push_back(std::move(taken.change));
+        }
+        mIndex.apply(changes);
         mPending.pop_front();
     }
 
+    /// For a document with fields that the stored mapping does not have, which a program before this one
+    /// left.
+    Prepared extendFor(const Taken& taken) {
+        auto mapping = std::make_shared<Mapping>(*mIndex.mapping());
+        try {
+            auto prepared = DocumentParser(*mapping).parse(parseStored(taken.source), taken.change.id);
+            mIndex.setMapping(std::move(mapping));
+            mExtendedMapping = true;
+            return std::make_shared<const PreparedDocument>(std::move(*prepared));
+        } catch (const ApiError& e) {
+            spdlog::error("document [{}] of index [{}] does not fit the mapping: {}", taken.change.id,
+                          mIndex.name(), e.what());
+            return std::make_shared<const PreparedDocument>();
+        }
+    }
+
     Index& mIndex;
-    Batch mBatch;
-    std::deque<std::future<std::vector<DocumentChange>>> mPending;
+    std::vector<Loaded> mBatch;
+    std::deque<std::future<std::vector<Taken>>> mPending;
+    std::size_t mSetAside = 0;
+    bool mExtendedMapping = false;
 };
 
 } // namespace
@@ -119,21 +169,66 @@ bool matchesPattern(std::string_view pattern, std::string_view text) {
     return p == pattern.size();
 }
 
-void Catalogue::load() {
+IndexPtr Catalogue::fromSnapshot(const DocumentStore::StoredIndex& stored, const std::filesystem::path& file,
+                                 RowId& covered) try {
+    if (!std::filesystem::exists(file)) return nullptr;
+    SnapshotReader reader(file);
+    auto index = std::make_shared<Index>(stored.info, stored.mapping, stored.lastRow);
+    covered = index->load(reader);
+    reader.finish();
+    std::vector<RowId> present = mStore.rowsUpTo(stored.info.number, covered);
+    std::sort(present.begin(), present.end());
+    const std::vector<RowId> known = index->rows();
+    if (covered > stored.lastRow ||
+        !std::includes(known.begin(), known.end(), present.begin(), present.end()))
+        throw SnapshotError("the snapshot is not of these documents");
+    std::vector<RowId> gone;
+    std::set_difference(known.begin(), known.end(), present.begin(), present.end(), std::back_inserter(gone));
+    if (!gone.empty()) index->forget(gone);
+    return index;
+} catch (const SnapshotError& e) {
+    spdlog::warn("index [{}] is built from its documents: {}", stored.info.name, e.what());
+    return nullptr;
+}
+
+void Catalogue::load(const std::filesystem::path& snapshots) {
     const auto started = std::chrono::steady_clock::now();
     std::size_t documents = 0;
+    std::size_t read = 0;
     for (const DocumentStore::StoredIndex& stored : mStore.indices()) {
-        auto index = std::make_shared<Index>(stored.info, stored.mappings, stored.lastRow);
+        if (!stored.mapping) {
+            mDamaged[stored.info.name] = stored.info.number;
+            continue;
+        }
+        RowId covered = 0;
+        IndexPtr index = fromSnapshot(stored, Snapshots::fileOf(snapshots, stored.info), covered);
+        if (!index) {
+            covered = 0;
+            index = std::make_shared<Index>(stored.info, stored.mapping, stored.lastRow);
+        }
         IndexLoader loader(*index);
-        mStore.forEachDocument(stored, [&](RowId row, StoredDocument document) {
-            loader.add(row, std::move(document));
-            ++documents;
+        mStore.forEachDocument(stored, covered, [&](RowId row, StoredDocument document, bool intact) {
+            loader.add(row, std::move(document), intact);
+            ++read;
         });
         loader.finish();
+        documents += index->documentCount();
+        mStore.forEachTombstone(stored.info.number, [&](const std::string& id) { index->remember(id); });
+        if (loader.extendedMapping())
+            mWrites.run([&](WriteBatch& batch) {
+                batch.store().updateMapping(stored.info.number, *index->mapping());
+            });
+        if (loader.setAside() > 0)
+            spdlog::error(
+                "{} documents of index [{}] are damaged and set aside: write them anew, delete them, or "
+                "restore a backup",
+                loader.setAside(), index->name());
         insert(index);
     }
+    mWrites.purgeSoon();
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
-    spdlog::info("{} documents in {} indices read in {:.2f} s", documents, mByName.size(), took.count());
+    spdlog::info("{} documents in {} indices are ready after {:.2f} s; {} of them were read", documents,
+                 mByName.size(), took.count(), read);
 }
 
 void Catalogue::insert(const IndexPtr& index) {
@@ -144,7 +239,14 @@ void Catalogue::insert(const IndexPtr& index) {
 IndexPtr Catalogue::find(const std::string& name) const {
     const std::shared_lock lock(mMutex);
     const auto found = mByName.find(name);
-    return found == mByName.end() ? nullptr : found->second;
+    if (found != mByName.end()) return found->second;
+    if (mDamaged.contains(name))
+        throw ApiError(
+            500, "corrupt_index_exception",
+            fmt::format("the description of index [{}] is damaged: delete the index, or restore a backup",
+                        name),
+            {{"index", name}});
+    return nullptr;
 }
 
 IndexPtr Catalogue::get(const std::string& name) const {
@@ -162,7 +264,7 @@ std::vector<IndexPtr> Catalogue::all() const {
 
 IndexPtr Catalogue::create(const std::string& name, const Json& settings, const Json& mappings) {
     checkIndexName(name);
-    const Mapping checked(mappings); // refuses what cannot be mapped before anything is written
+    const auto mapping = std::make_shared<const Mapping>(mappings); // refuses before anything is written
     IndexPtr created;
     mWrites.run(
         [&](WriteBatch& batch) {
@@ -171,9 +273,9 @@ IndexPtr Catalogue::create(const std::string& name, const Json& settings, const 
                                fmt::format("index [{}/{}] already exists", name, existing->info().uuid),
                                {{"index_uuid", existing->info().uuid}, {"index", name}});
             IndexInfo info{0, name, randomId(16), nowMs(), settings};
-            info.number = batch.store().insertIndex(info, checked.toJson());
+            info.number = batch.store().insertIndex(info, *mapping);
             const RowId first = info.number << kSequenceBits;
-            created = std::make_shared<Index>(std::move(info), mappings, first);
+            created = std::make_shared<Index>(std::move(info), mapping, first);
             batch.afterCommit([this, created] { insert(created); });
         },
         WriteQueue::Sharing::alone);
@@ -191,18 +293,35 @@ IndexPtr Catalogue::getOrCreate(const std::string& name) {
     }
 }
 
-void Catalogue::remove(const std::string& name) {
+IndexPtr Catalogue::remove(const std::string& name) {
+    IndexPtr index;
     mWrites.run(
         [&](WriteBatch& batch) {
-            const IndexPtr index = get(name);
+            if (const auto damaged = damagedNumber(name)) {
+                batch.store().removeIndex(*damaged);
+                batch.afterCommit([this, name] {
+                    const std::unique_lock lock(mMutex);
+                    mDamaged.erase(name);
+                });
+                return;
+            }
+            index = get(name);
             batch.store().removeIndex(index->info().number);
-            batch.afterCommit([this, index] {
+            batch.afterCommit([this, &index] {
                 index->markDeleted();
                 const std::unique_lock lock(mMutex);
                 mByName.erase(index->name());
             });
         },
         WriteQueue::Sharing::alone);
+    mWrites.purgeSoon();
+    return index;
+}
+
+std::optional<std::int64_t> Catalogue::damagedNumber(const std::string& name) const {
+    const std::shared_lock lock(mMutex);
+    const auto found = mDamaged.find(name);
+    return found == mDamaged.end() ? std::nullopt : std::optional(found->second);
 }
 
 } // namespace kestrel::index

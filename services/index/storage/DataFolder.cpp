@@ -1,12 +1,17 @@
 #include "storage/DataFolder.h"
 
+#include "base/AtomicFile.h"
+
 #include <fmt/format.h>
+#include <spdlog/spdlog.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <string_view>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -16,32 +21,66 @@ namespace kestrel::index {
 namespace {
 
 constexpr const char* kLockName = "lock";
+constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
+
+std::string systemMessage() {
+    return std::generic_category().message(errno);
+}
+
+struct stat statusOf(const std::filesystem::path& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0)
+        throw DataFolderError(fmt::format("cannot look at {}: {}", path.string(), systemMessage()));
+    return status;
+}
+
+/// Takes the rights of others away. True when they had some.
+bool tighten(const std::filesystem::path& path, mode_t mode) {
+    if ((mode & kOthers) == 0) return false;
+    if (::chmod(path.c_str(), mode & S_IRWXU) != 0)
+        throw DataFolderError(fmt::format("cannot make {} private: {}", path.string(), systemMessage()));
+    return true;
+}
+
+/// Files that the service makes, and the ones beside them while they are written.
+bool isKnownName(std::string_view name) {
+    static constexpr std::array<std::string_view, 7> kNames{
+        kLockName,         "documents.db", "administrator.json", "certificate.pem",
+        "private-key.pem", "derived",      "first-start"};
+    return name.ends_with(".partial") || name.ends_with(".partial-journal") ||
+           name.starts_with("documents.db-") || std::find(kNames.begin(), kNames.end(), name) != kNames.end();
+}
 
 } // namespace
 
-DataFolder::DataFolder(std::filesystem::path path) : mPath(std::move(path)) {
-    std::error_code error;
-    if (std::filesystem::create_directories(mPath, error))
-        std::filesystem::permissions(mPath, std::filesystem::perms::owner_all);
-    if (error || !std::filesystem::is_directory(mPath))
-        throw DataFolderError(fmt::format("cannot make the data folder {}: {}", mPath.string(),
-                                          error ? error.message() : "it is a file"));
+DataFolder::DataFolder(std::filesystem::path path, Absent absent) : mPath(std::move(path)) {
+    if (!std::filesystem::exists(mPath) && absent == Absent::isRefused)
+        throw DataFolderError(fmt::format("there is no data folder {}", mPath.string()));
+    make();
     refuseForeignFiles();
     lock();
+    requireOwn();
+    requireWhole();
 }
 
 DataFolder::~DataFolder() {
     if (mLockFile >= 0) close(mLockFile);
 }
 
+void DataFolder::make() const {
+    std::error_code error;
+    if (std::filesystem::create_directories(mPath, error))
+        std::filesystem::permissions(mPath, std::filesystem::perms::owner_all);
+    if (error || !std::filesystem::is_directory(mPath))
+        throw DataFolderError(fmt::format("cannot make the data folder {}: {}", mPath.string(),
+                                          error ? error.message() : "it is a file"));
+}
+
 void DataFolder::refuseForeignFiles() const {
     if (std::filesystem::exists(documents())) return;
-    // A first start that was cut short leaves only files of ours.
-    static constexpr std::array<std::string_view, 4> kOurs{kLockName, "administrator.json", "certificate.pem",
-                                                           "private-key.pem"};
     for (const auto& entry : std::filesystem::directory_iterator(mPath)) {
         const std::string name = entry.path().filename().string();
-        if (!name.ends_with(".partial") && std::find(kOurs.begin(), kOurs.end(), name) == kOurs.end())
+        if (!isKnownName(name))
             throw DataFolderError(
                 fmt::format("the folder {} holds {}, which is not of this service; give an empty "
                             "folder or one that kestrel-index has made",
@@ -49,12 +88,64 @@ void DataFolder::refuseForeignFiles() const {
     }
 }
 
+/// A password or key that somebody else has put here must not become this service's.
+void DataFolder::requireOwn() const {
+    const uid_t self = ::geteuid();
+    if (statusOf(std::filesystem::canonical(mPath)).st_uid != self)
+        throw DataFolderError(
+            fmt::format("the folder {} belongs to another user; give one of your own", mPath.string()));
+    bool loose = false;
+    const bool started = std::filesystem::exists(documents());
+    for (const auto& entry : std::filesystem::directory_iterator(mPath)) {
+        if (!isKnownName(entry.path().filename().string())) continue;
+        const struct stat status = statusOf(entry.path());
+        const bool plain = S_ISREG(status.st_mode) ? status.st_nlink == 1 : S_ISDIR(status.st_mode);
+        if (status.st_uid != self || !plain)
+            throw DataFolderError(fmt::format(
+                "{} was not made by this service: it {}; look where it comes from and remove it",
+                entry.path().string(), plain ? "belongs to another user" : "is a link or has several names"));
+        // What others could write before there were documents may be theirs.
+        if (!started && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+            throw DataFolderError(
+                fmt::format("others may write {}, and no service was started here yet; remove it",
+                            entry.path().string()));
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(mPath))
+        if (isKnownName(entry.path().filename().string()))
+            loose |= tighten(entry.path(), statusOf(entry.path()).st_mode);
+    const std::filesystem::path folder = std::filesystem::canonical(mPath);
+    loose |= tighten(folder, statusOf(folder).st_mode);
+    if (loose)
+        spdlog::warn("others had rights on the data folder {} or files in it; now only its owner has",
+                     mPath.string());
+}
+
+void DataFolder::requireWhole() const {
+    const bool documentsThere =
+        std::filesystem::exists(documents()) && std::filesystem::file_size(documents()) > 0;
+    if (documentsThere) return;
+    const bool keysThere = std::filesystem::exists(administrator()) ||
+                           std::filesystem::exists(privateKey()) || std::filesystem::exists(certificate());
+    if (keysThere && !std::filesystem::exists(firstStart()))
+        throw DataFolderError(
+            fmt::format("{} is {}, although the service was started here before: restore a backup, or, if "
+                        "nothing was ever stored here, empty the folder; nothing was changed",
+                        documents().string(), std::filesystem::exists(documents()) ? "empty" : "missing"));
+    // A first start that was cut short may have left an empty file.
+    std::filesystem::remove(documents());
+    writeFileAtomically(firstStart(),
+                        "kestrel-index was started here for the first time and is not ready yet\n");
+}
+
+void DataFolder::finishFirstStart() const {
+    if (std::filesystem::remove(firstStart())) syncFolder(mPath);
+}
+
 void DataFolder::lock() {
     const std::filesystem::path file = mPath / kLockName;
-    mLockFile = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    mLockFile = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (mLockFile < 0)
-        throw DataFolderError(
-            fmt::format("cannot open {}: {}", file.string(), std::generic_category().message(errno)));
+        throw DataFolderError(fmt::format("cannot open {}: {}", file.string(), systemMessage()));
     if (flock(mLockFile, LOCK_EX | LOCK_NB) != 0)
         throw DataFolderError(fmt::format("the data folder {} is in use by another process", mPath.string()));
 }

@@ -12,11 +12,15 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The folder that holds everything the service keeps. Made when absent; held by one process at a time.
+/// The folder that holds everything the service keeps, for its owner alone. Made when absent; held by one
+/// process at a time.
 class DataFolder {
 public:
-    /// Refuses a folder that another process holds and one that holds files of somebody else.
-    explicit DataFolder(std::filesystem::path path);
+    enum class Absent { isMade, isRefused };
+
+    /// Refuses a folder that another process holds, one that holds files of somebody else, and one whose
+    /// documents are missing although its keys are there. Loose rights are tightened, with a message.
+    explicit DataFolder(std::filesystem::path path, Absent absent = Absent::isMade);
     ~DataFolder();
     DataFolder(const DataFolder&) = delete;
     DataFolder& operator=(const DataFolder&) = delete;
@@ -25,9 +29,18 @@ public:
     std::filesystem::path administrator() const { return mPath / "administrator.json"; }
     std::filesystem::path certificate() const { return mPath / "certificate.pem"; }
     std::filesystem::path privateKey() const { return mPath / "private-key.pem"; }
+    /// What is derived from the documents; it may be removed while the service is stopped.
+    std::filesystem::path derived() const { return mPath / "derived"; }
+
+    /// The first start is over: from now on missing documents are damage.
+    void finishFirstStart() const;
 
 private:
+    std::filesystem::path firstStart() const { return mPath / "first-start"; }
+    void make() const;
     void refuseForeignFiles() const;
+    void requireOwn() const;
+    void requireWhole() const;
     void lock();
 
     std::filesystem::path mPath;

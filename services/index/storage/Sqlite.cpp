@@ -4,8 +4,12 @@ namespace kestrel::index {
 
 bool SqliteError::noSpace() const {
     // A write that the system cuts short (quota, limit on file sizes) comes as an I/O error.
-    return (mCode & 0xFF) == SQLITE_FULL || mCode == SQLITE_IOERR_WRITE || mCode == SQLITE_IOERR_FSYNC ||
-           mCode == SQLITE_IOERR_TRUNCATE || mCode == SQLITE_IOERR_SHMSIZE;
+    return (mCode & 0xFF) == SQLITE_FULL || mCode == SQLITE_IOERR_WRITE || mCode == SQLITE_IOERR_TRUNCATE ||
+           mCode == SQLITE_IOERR_SHMSIZE;
+}
+
+bool SqliteError::syncFailed() const {
+    return mCode == SQLITE_IOERR_FSYNC || mCode == SQLITE_IOERR_DIR_FSYNC;
 }
 
 SqliteStatement::SqliteStatement(SqliteConnection& connection, std::string_view sql) {
@@ -50,6 +54,10 @@ void SqliteStatement::reset() {
 }
 
 std::string SqliteStatement::text(int column) const {
+    return std::string(textView(column));
+}
+
+std::string_view SqliteStatement::textView(int column) const {
     const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(mStatement.get(), column));
     if (bytes == nullptr) return {};
     return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(mStatement.get(), column))};
@@ -59,16 +67,17 @@ void SqliteStatement::check(int code) const {
     if (code != SQLITE_OK) throw SqliteError(code, sqlite3_errmsg(sqlite3_db_handle(mStatement.get())));
 }
 
-SqliteConnection::SqliteConnection(const std::filesystem::path& file) {
+SqliteConnection::SqliteConnection(const std::filesystem::path& file, Access access) {
     sqlite3* handle = nullptr;
     // Each connection is used by one thread at a time, so that SQLite's own locking can be left out.
-    const int code = sqlite3_open_v2(
-        file.c_str(), &handle,
-        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
+    const int mode =
+        access == Access::readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    const int code =
+        sqlite3_open_v2(file.c_str(), &handle, mode | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
     mHandle.reset(handle);
     if (code != SQLITE_OK)
         throw SqliteError(code, handle == nullptr ? "out of memory" : sqlite3_errmsg(handle));
-    sqlite3_busy_timeout(handle, 10'000);
+    sqlite3_busy_timeout(handle, static_cast<int>(kBusyPatience.count()));
 }
 
 void SqliteConnection::execute(const std::string& sql) {

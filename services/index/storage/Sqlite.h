@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -11,6 +12,9 @@
 
 namespace kestrel::index {
 
+/// How long a connection waits for others.
+constexpr std::chrono::milliseconds kBusyPatience{10'000};
+
 class SqliteError : public std::runtime_error {
 public:
     SqliteError(int code, const std::string& message) : std::runtime_error(message), mCode(code) {}
@@ -18,6 +22,8 @@ public:
     /// The medium is full, as opposed to broken.
     bool noSpace() const;
     bool corrupt() const { return (mCode & 0xFF) == SQLITE_CORRUPT || (mCode & 0xFF) == SQLITE_NOTADB; }
+    /// The system could not say whether what was written is on the disk.
+    bool syncFailed() const;
 
 private:
     int mCode;
@@ -40,6 +46,8 @@ public:
 
     std::int64_t integer(int column) const { return sqlite3_column_int64(mStatement.get(), column); }
     std::string text(int column) const;
+    /// Valid until the next step or reset.
+    std::string_view textView(int column) const;
 
 private:
     void check(int code) const;
@@ -53,7 +61,9 @@ private:
 
 class SqliteConnection {
 public:
-    explicit SqliteConnection(const std::filesystem::path& file);
+    enum class Access { readWrite, readOnly };
+
+    explicit SqliteConnection(const std::filesystem::path& file, Access access = Access::readWrite);
 
     void execute(const std::string& sql);
     std::int64_t pragma(const std::string& name);

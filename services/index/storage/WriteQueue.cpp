@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
+#include <chrono>
 #include <exception>
 
 namespace kestrel::index {
@@ -14,11 +15,18 @@ namespace {
 constexpr std::size_t kMaximumGroup = 256;
 /// Readers wait no longer than this many documents take to enter an index.
 constexpr std::size_t kPublishedAtOnce = 500;
+constexpr auto kIdlePause = std::chrono::seconds(1);
 
 ApiError storageFailure(const SqliteError& error) {
     if (error.noSpace())
         return {507, "i_o_exception",
                 fmt::format("No space left for the write; nothing of it was stored ({})", error.what())};
+    if (error.syncFailed())
+        return {
+            500, "i_o_exception",
+            fmt::format("it is not known whether the write is on the disk ({}); the service takes no further "
+                        "writes until it is restarted",
+                        error.what())};
     return {500, "i_o_exception", fmt::format("the documents could not be written: {}", error.what())};
 }
 
@@ -29,40 +37,110 @@ std::optional<RowId> WriteBatch::rowOf(const IndexPtr& index, const std::string&
     return pending != mRows.end() ? pending->second : index->rowOf(id);
 }
 
-StoredDocument WriteBatch::load(RowId row) {
+StoredDocument WriteBatch::load(RowId row) try {
     auto document = mStore.readForWrite(row);
     if (!document)
         throw ApiError(500, "i_o_exception", fmt::format("row [{}] is missing from the store", row));
     return std::move(*document);
+} catch (const DamagedRow& e) {
+    throw ApiError(500, "i_o_exception", e.what());
 }
 
-RowId WriteBatch::add(const IndexPtr& index, const std::string& id, std::string_view source,
-                      Prepared content) {
-    const RowId row = index->takeRow();
-    mStore.insert(row, id, 1, source);
+WriteBatch::Old WriteBatch::loadOld(const IndexPtr& index, const std::string& id, RowId row) try {
+    auto document = mStore.readForWrite(row);
+    if (!document) return {{id, 1, {}}, row, false};
+    return {std::move(*document), row, true};
+} catch (const DamagedRow& e) {
+    spdlog::warn("index [{}]: {}; it is overwritten", index->name(), e.what());
+    return {{id, std::max<std::int64_t>(e.document().version, 1), {}}, row, false};
+}
+
+RowId WriteBatch::takeRow(const IndexPtr& index) {
+    ++mTouched[index];
+    return index->takeRow();
+}
+
+MappingPtr WriteBatch::mappingOf(const IndexPtr& index) const {
+    const auto extended = mMappings.find(index);
+    return extended != mMappings.end() ? extended->second : index->mapping();
+}
+
+Prepared WriteBatch::prepare(const IndexPtr& index, const Json& document, const std::string& id) {
+    const MappingPtr known = mappingOf(index);
+    if (auto prepared = DocumentParser(*known).parse(document, id))
+        return std::make_shared<const PreparedDocument>(std::move(*prepared));
+    auto extended = std::make_shared<Mapping>(*known);
+    auto prepared = DocumentParser(*extended).parse(document, id);
+    const auto earlier = mMappings.find(index);
+    const MappingPtr before = earlier == mMappings.end() ? nullptr : earlier->second;
+    mUndo.emplace_back([this, index, before] {
+        if (before)
+            mMappings[index] = before;
+        else
+            mMappings.erase(index);
+    });
+    mMappings[index] = std::move(extended);
+    return std::make_shared<const PreparedDocument>(std::move(*prepared));
+}
+
+Prepared WriteBatch::contentOf(const IndexPtr& index, const Old& old) {
+    if (!old.readable) return nullptr;
+    try {
+        auto prepared =
+            DocumentParser(*mappingOf(index)).parse(parseStored(old.document.source), old.document.id);
+        if (prepared) return std::make_shared<const PreparedDocument>(std::move(*prepared));
+    } catch (const ApiError&) {
+    } catch (const Json::exception&) {
+    }
+    return std::make_shared<const PreparedDocument>();
+}
+
+void WriteBatch::requireRoom(const IndexPtr& index, const PreparedDocument& content) {
+    mChildren += content.children.size();
+    if (!index->hasRoomFor(mSteps.size() + 1, mChildren))
+        throw ApiError(
+            500, "illegal_state_exception",
+            fmt::format("index [{}] has given all its document numbers: restart the service to have them "
+                        "given anew",
+                        index->name()));
+}
+
+WriteBatch::Written WriteBatch::add(const IndexPtr& index, const std::string& id, std::string_view source,
+                                    Prepared content) {
+    requireRoom(index, *content);
+    std::int64_t version = 1;
+    if (index->knows(id) || mRows.contains(Key(index.get(), id)))
+        version = mStore.takeTombstone(index->info().number, id).value_or(0) + 1;
+    const RowId row = takeRow(index);
+    mStore.insert(row, id, version, source);
     setRow(index, id, row);
     change(index, {id, std::nullopt, DocumentChange::State{row, std::move(content)}});
-    return row;
+    return {row, version};
 }
 
-RowId WriteBatch::replace(const IndexPtr& index, const StoredDocument& old, RowId oldRow,
-                          std::string_view source, Prepared content) {
-    const RowId row = index->takeRow();
-    mRetired.retire(*index, oldRow, old);
-    mStore.remove(oldRow);
-    mStore.insert(row, old.id, old.version + 1, source);
-    setRow(index, old.id, row);
-    change(index, {old.id, DocumentChange::State{oldRow, index->prepare(parseJson(old.source), old.id)},
+WriteBatch::Written WriteBatch::replace(const IndexPtr& index, const Old& old, std::string_view source,
+                                        Prepared content) {
+    requireRoom(index, *content);
+    Prepared before = contentOf(index, old);
+    const RowId row = takeRow(index);
+    mRetired.retire(*index, old.row, old.document);
+    mStore.remove(old.row);
+    mStore.insert(row, old.document.id, old.document.version + 1, source);
+    setRow(index, old.document.id, row);
+    change(index, {old.document.id, DocumentChange::State{old.row, std::move(before)},
                    DocumentChange::State{row, std::move(content)}});
-    return row;
+    return {row, old.document.version + 1};
 }
 
-void WriteBatch::remove(const IndexPtr& index, const StoredDocument& old, RowId oldRow) {
-    mRetired.retire(*index, oldRow, old);
-    mStore.remove(oldRow);
-    setRow(index, old.id, std::nullopt);
-    change(index, {old.id, DocumentChange::State{oldRow, index->prepare(parseJson(old.source), old.id)},
-                   std::nullopt});
+WriteBatch::Written WriteBatch::remove(const IndexPtr& index, const Old& old) {
+    Prepared before = contentOf(index, old);
+    const RowId row = takeRow(index);
+    mRetired.retire(*index, old.row, old.document);
+    mStore.remove(old.row);
+    mStore.putTombstone(index->info().number, old.document.id, old.document.version + 1);
+    setRow(index, old.document.id, std::nullopt);
+    change(index, {old.document.id, DocumentChange::State{old.row, std::move(before)}, std::nullopt});
+    return {row, old.document.version + 1};
 }
 
 void WriteBatch::afterCommit(std::function<void()> action) {
@@ -71,9 +149,16 @@ void WriteBatch::afterCommit(std::function<void()> action) {
 
 void WriteBatch::setRow(const IndexPtr& index, const std::string& id, std::optional<RowId> row) {
     Key key(index.get(), id);
-    const auto [place, inserted] = mRows.try_emplace(key, row);
-    mUndo.emplace_back(std::move(key), inserted ? std::nullopt : std::optional(place->second));
-    place->second = row;
+    const auto known = mRows.find(key);
+    const bool isNew = known == mRows.end();
+    const std::optional<RowId> before = isNew ? std::nullopt : known->second;
+    mUndo.emplace_back([this, key, isNew, before] {
+        if (isNew)
+            mRows.erase(key);
+        else
+            mRows[key] = before;
+    });
+    mRows[std::move(key)] = row;
 }
 
 void WriteBatch::change(const IndexPtr& index, DocumentChange change) {
@@ -82,26 +167,20 @@ void WriteBatch::change(const IndexPtr& index, DocumentChange change) {
 
 void WriteBatch::revert(Mark mark) {
     mSteps.resize(mark.steps);
-    for (; mUndo.size() > mark.undo; mUndo.pop_back()) {
-        auto& [key, before] = mUndo.back();
-        if (before)
-            mRows[key] = *before;
-        else
-            mRows.erase(key);
-    }
+    for (; mUndo.size() > mark.undo; mUndo.pop_back())
+        mUndo.back()();
 }
 
-void WriteBatch::storeMappings() {
-    for (const Step& step : mSteps) {
-        if (!step.index) continue;
-        const std::uint64_t version = step.index->mappingVersion();
-        if (version == step.index->storedMappingVersion()) continue;
-        mStore.updateMappings(step.index->info().number, step.index->mappings());
-        step.index->setStoredMappingVersion(version);
-    }
+void WriteBatch::beforeCommit() {
+    for (const auto& [index, mapping] : mMappings)
+        mStore.updateMapping(index->info().number, *mapping);
+    for (const auto& [index, rows] : mTouched)
+        if (!index->deleted()) mStore.updateLastRow(index->info().number, index->lastRow());
 }
 
 void WriteBatch::publish() {
+    for (const auto& [index, mapping] : mMappings)
+        index->setMapping(mapping);
     std::vector<DocumentChange> changes;
     for (std::size_t i = 0; i < mSteps.size(); ++i) {
         Step& step = mSteps[i];
@@ -142,23 +221,46 @@ void WriteQueue::run(Job job, Sharing sharing) {
     done.get();
 }
 
+void WriteQueue::purgeSoon() {
+    {
+        const std::lock_guard lock(mMutex);
+        mPurging = true;
+    }
+    mArrived.notify_one();
+}
+
+void WriteQueue::setIdleWork(std::function<void()> work) {
+    const std::lock_guard lock(mMutex);
+    mIdleWork = std::move(work);
+}
+
 void WriteQueue::loop() {
     for (;;) {
         std::vector<EntryPtr> group = next();
-        if (group.empty()) return;
-        write(group);
+        if (group.empty()) {
+            const std::lock_guard lock(mMutex);
+            if (mStopping && mWaiting.empty()) return;
+        }
+        if (!group.empty()) write(group);
         for (const EntryPtr& entry : group) {
             if (entry->error)
                 entry->done.set_exception(entry->error);
             else
                 entry->done.set_value();
         }
+        maintain();
     }
 }
 
 std::vector<WriteQueue::EntryPtr> WriteQueue::next() {
     std::unique_lock lock(mMutex);
-    mArrived.wait(lock, [this] { return mStopping || !mWaiting.empty(); });
+    const auto due = [this] { return mStopping || !mWaiting.empty(); };
+    if (!mPurging && !mArrived.wait_for(lock, kIdlePause, [&] { return due() || mPurging; }) && mIdleWork) {
+        const std::function<void()> work = mIdleWork;
+        lock.unlock();
+        work();
+        return {};
+    }
     std::vector<EntryPtr> group;
     while (!mWaiting.empty() && group.size() < kMaximumGroup) {
         const bool alone = mWaiting.front()->sharing == Sharing::alone;
@@ -170,6 +272,56 @@ std::vector<WriteQueue::EntryPtr> WriteQueue::next() {
     return group;
 }
 
+void WriteQueue::setReadOnly(const std::string& why) {
+    if (mIsReadOnly) return;
+    mReadOnly = why;
+    mIsReadOnly = true;
+    spdlog::critical("{}; no further writes are taken until the service is restarted", why);
+}
+
+void WriteQueue::maintain() {
+    try {
+        bool purging = false;
+        {
+            const std::lock_guard lock(mMutex);
+            mPurging = mPurging && !mStopping && !mIsReadOnly;
+            purging = mPurging;
+        }
+        if (mIsReadOnly) return;
+        if (purging) purgePiece();
+        mStore.checkpointIfDue();
+    } catch (const SqliteError& e) {
+        // Writes that were acknowledged may have been on their way from the journal into the database.
+        if (e.syncFailed())
+            setReadOnly(fmt::format("the disk failed while the journal was brought in ({})", e.what()));
+        else
+            spdlog::warn("the journal could not be brought into the database: {}", e.what());
+    }
+}
+
+void WriteQueue::purgePiece() {
+    bool more = false;
+    try {
+        mStore.begin();
+        more = mStore.purge();
+        mStore.commit();
+    } catch (const SqliteError& e) {
+        mStore.rollback();
+        if (e.syncFailed()) throw;
+        spdlog::warn("rows of removed indices could not be removed, the next start goes on with it: {}",
+                     e.what());
+        more = false;
+    }
+    const std::lock_guard lock(mMutex);
+    mPurging = more;
+}
+
+void WriteQueue::refuse(Entry& entry, const SqliteError& error) {
+    entry.error = std::make_exception_ptr(storageFailure(error));
+    if (error.syncFailed())
+        setReadOnly(fmt::format("the disk failed while writes were brought to it ({})", error.what()));
+}
+
 void WriteQueue::write(std::vector<EntryPtr>& group) {
     const std::lock_guard lock(mGate);
     try {
@@ -177,10 +329,16 @@ void WriteQueue::write(std::vector<EntryPtr>& group) {
         return;
     } catch (const SqliteError& e) {
         spdlog::error("a transaction of {} writes failed: {}", group.size(), e.what());
-        if (group.size() == 1) {
-            group.front()->error = std::make_exception_ptr(storageFailure(e));
+        if (group.size() == 1 || e.syncFailed()) {
+            for (EntryPtr& entry : group)
+                refuse(*entry, e);
             return;
         }
+    } catch (const std::exception& e) {
+        spdlog::error("a transaction of {} writes failed: {}", group.size(), e.what());
+        for (EntryPtr& entry : group)
+            entry->error = std::current_exception();
+        return;
     }
     // What is small enough may still go through by itself.
     for (EntryPtr& entry : group) {
@@ -190,13 +348,31 @@ void WriteQueue::write(std::vector<EntryPtr>& group) {
         try {
             transact(single);
         } catch (const SqliteError& e) {
-            single.front()->error = std::make_exception_ptr(storageFailure(e));
+            refuse(*single.front(), e);
+        } catch (const std::exception&) {
+            single.front()->error = std::current_exception();
         }
         entry = std::move(single.front());
     }
 }
 
+void WriteQueue::rollback() {
+    try {
+        mStore.rollback();
+    } catch (const SqliteError& e) {
+        spdlog::error("rolling back failed: {}", e.what());
+    }
+}
+
 void WriteQueue::transact(std::vector<EntryPtr>& group) {
+    if (mIsReadOnly) {
+        const ApiError refusal(
+            503, "cluster_block_exception",
+            fmt::format("blocked by: [FORBIDDEN/read-only]: {}; restart the service", mReadOnly));
+        for (const EntryPtr& entry : group)
+            entry->error = std::make_exception_ptr(refusal);
+        return;
+    }
     WriteBatch batch(mStore, mRetired);
     try {
         mStore.begin();
@@ -214,17 +390,18 @@ void WriteQueue::transact(std::vector<EntryPtr>& group) {
                 batch.revert(mark);
             }
         }
-        batch.storeMappings();
+        batch.beforeCommit();
         mStore.commit();
-    } catch (const SqliteError&) {
-        try {
-            mStore.rollback();
-        } catch (const SqliteError& e) {
-            spdlog::error("rolling back failed: {}", e.what());
-        }
+    } catch (...) {
+        rollback();
         throw;
     }
-    batch.publish();
+    try {
+        batch.publish();
+    } catch (const std::exception& e) {
+        // The writes are stored. What is in memory lacks some of them, until it is built anew.
+        setReadOnly(fmt::format("stored documents could not be brought into memory ({})", e.what()));
+    }
 }
 
 } // namespace kestrel::index

@@ -3,6 +3,7 @@
 #include "engine/Index.h"
 #include "storage/DocumentStore.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -28,7 +29,7 @@ public:
 };
 
 /// The writes of one transaction. They reach the disk together; the indices in memory learn of them
-/// afterwards.
+/// afterwards, of fields that they add to mappings too. What can fail fails before anything of it is seen.
 class WriteBatch {
 public:
     WriteBatch(DocumentStore& store, RetiredDocuments& retired) : mStore(store), mRetired(retired) {}
@@ -36,24 +37,44 @@ public:
     DocumentStore& store() { return mStore; }
     /// The document's row as earlier writes of the batch left it.
     std::optional<RowId> rowOf(const IndexPtr& index, const std::string& id) const;
+    /// Throws an ApiError when the document is damaged.
     StoredDocument load(RowId row);
+    /// As load, for a document that is to be replaced or deleted whatever state it is in.
+    struct Old {
+        StoredDocument document;
+        RowId row;
+        bool readable = true;
+    };
+    Old loadOld(const IndexPtr& index, const std::string& id, RowId row);
+    RowId takeRow(const IndexPtr& index);
 
-    /// Writes a document that is not there. Gives its row.
-    RowId add(const IndexPtr& index, const std::string& id, std::string_view source, Prepared content);
+    /// Takes a document apart, adding the fields that the mapping lacks. Call it last before the write, when
+    /// nothing else can refuse the document: fields of refused documents are not kept.
+    Prepared prepare(const IndexPtr& index, const Json& document, const std::string& id);
+
+    struct Written {
+        RowId row;
+        std::int64_t version;
+    };
+    /// Writes a document that is not there.
+    Written add(const IndexPtr& index, const std::string& id, std::string_view source, Prepared content);
     /// Writes the next state of a document that is there.
-    RowId replace(const IndexPtr& index, const StoredDocument& old, RowId oldRow, std::string_view source,
-                  Prepared content);
-    void remove(const IndexPtr& index, const StoredDocument& old, RowId oldRow);
-    /// To be done once the batch is on disk, in order with the changes of documents.
+    Written replace(const IndexPtr& index, const Old& old, std::string_view source, Prepared content);
+    Written remove(const IndexPtr& index, const Old& old);
+    /// To be done once the batch is on disk, in order with the changes of documents. Must not throw.
     void afterCommit(std::function<void()> action);
 
 private:
     friend class WriteQueue;
     using Key = std::pair<const Index*, std::string>;
 
+    MappingPtr mappingOf(const IndexPtr& index) const;
+    /// What the index holds of a stored document; nothing of one that cannot be indexed.
+    Prepared contentOf(const IndexPtr& index, const Old& old);
+    void requireRoom(const IndexPtr& index, const PreparedDocument& content);
     void setRow(const IndexPtr& index, const std::string& id, std::optional<RowId> row);
     void change(const IndexPtr& index, DocumentChange change);
-    void storeMappings();
+    void beforeCommit();
     void publish();
 
     struct Mark {
@@ -72,7 +93,10 @@ private:
     RetiredDocuments& mRetired;
     std::vector<Step> mSteps;
     std::map<Key, std::optional<RowId>> mRows;
-    std::vector<std::pair<Key, std::optional<std::optional<RowId>>>> mUndo;
+    std::map<IndexPtr, MappingPtr> mMappings; ///< those with further fields
+    std::map<IndexPtr, std::size_t> mTouched; ///< indices that rows were taken of
+    std::size_t mChildren = 0;                ///< nested objects of all documents
+    std::vector<std::function<void()>> mUndo;
 };
 
 /// One thread writes for all. Jobs that wait while a transaction reaches the disk share the next one, so that
@@ -91,6 +115,12 @@ public:
     /// (when the transaction that it shared failed). A job alone sees every earlier write in the indices.
     void run(Job job, Sharing sharing = Sharing::shared);
 
+    /// Has rows of removed indices removed, piece by piece between the writes.
+    void purgeSoon();
+
+    /// Work for quiet moments, between transactions: called when nothing waits, at most once a second.
+    void setIdleWork(std::function<void()> work);
+
     /// Keeps documents from changing while it is held.
     std::unique_lock<std::mutex> pause() { return std::unique_lock(mGate); }
 
@@ -107,6 +137,12 @@ private:
     std::vector<EntryPtr> next();
     void write(std::vector<EntryPtr>& group);
     void transact(std::vector<EntryPtr>& group);
+    void rollback();
+    void refuse(Entry& entry, const SqliteError& error);
+    /// Refuses further writes: what is on disk, or in memory, is no longer known for certain.
+    void setReadOnly(const std::string& why);
+    void maintain();
+    void purgePiece();
 
     DocumentStore& mStore;
     RetiredDocuments& mRetired;
@@ -115,6 +151,10 @@ private:
     std::condition_variable mArrived;
     std::deque<EntryPtr> mWaiting;
     bool mStopping = false;
+    bool mPurging = false;
+    std::function<void()> mIdleWork;
+    std::string mReadOnly; ///< why; written by the writer alone
+    std::atomic<bool> mIsReadOnly{false};
     std::thread mThread;
 };
 

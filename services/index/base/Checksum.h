@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace kestrel::index {
+
+/// CRC-32 of what was added, piece by piece. Numbers count in little-endian order, texts with their length,
+/// so that bytes cannot move between neighbours unnoticed.
+class Checksum {
+public:
+    Checksum& add(std::int64_t number);
+    Checksum& add(std::string_view text);
+    Checksum& addBytes(const void* bytes, std::size_t size);
+    std::uint32_t value() const { return mValue; }
+
+private:
+    std::uint32_t mValue = 0;
+};
+
+} // namespace kestrel::index

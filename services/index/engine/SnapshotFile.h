@@ -1,0 +1,101 @@
+#pragma once
+
+#include "base/Checksum.h"
+
+#include <roaring/roaring.hh>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+namespace kestrel::index {
+
+/// A snapshot that cannot be used; what it holds is built anew.
+class SnapshotError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Writes values of one machine's byte order, followed by their checksum. Nothing of it is there under the
+/// file's name before finish.
+class SnapshotWriter {
+public:
+    explicit SnapshotWriter(std::filesystem::path file);
+    ~SnapshotWriter();
+    SnapshotWriter(const SnapshotWriter&) = delete;
+    SnapshotWriter& operator=(const SnapshotWriter&) = delete;
+
+    template <typename T>
+    void number(T value) {
+        static_assert(std::is_trivially_copyable_v<T>);
+        bytes(&value, sizeof(value));
+    }
+    template <typename T>
+    void column(const std::vector<T>& values) {
+        static_assert(std::is_trivially_copyable_v<T>);
+        number<std::uint64_t>(values.size());
+        bytes(values.data(), values.size() * sizeof(T));
+    }
+    void text(std::string_view text);
+    void bitmap(const Roaring& bitmap);
+    /// Brings the file to the disk and gives it its name.
+    void finish();
+
+private:
+    struct Close {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    void bytes(const void* data, std::size_t size);
+    std::filesystem::path partial() const { return mFile.string() + ".partial"; }
+
+    std::filesystem::path mFile;
+    std::unique_ptr<std::FILE, Close> mStream;
+    Checksum mChecksum;
+};
+
+/// Reads what a SnapshotWriter wrote. The checksum is compared by finish; until then sizes are believed only
+/// as far as the file has bytes.
+class SnapshotReader {
+public:
+    explicit SnapshotReader(const std::filesystem::path& file);
+
+    template <typename T>
+    T number() {
+        static_assert(std::is_trivially_copyable_v<T>);
+        T value{};
+        bytes(&value, sizeof(value));
+        return value;
+    }
+    template <typename T>
+    void column(std::vector<T>& values) {
+        static_assert(std::is_trivially_copyable_v<T>);
+        values.resize(size(sizeof(T)));
+        bytes(values.data(), values.size() * sizeof(T));
+    }
+    std::string text();
+    Roaring bitmap();
+    /// A count of things of at least so many bytes each.
+    std::size_t size(std::size_t bytesEach);
+    void finish();
+
+private:
+    struct Close {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    void bytes(void* data, std::size_t size);
+
+    std::filesystem::path mFile;
+    std::unique_ptr<std::FILE, Close> mStream;
+    std::uint64_t mLeft = 0; ///< bytes before the checksum
+    Checksum mChecksum;
+};
+
+} // namespace kestrel::index

@@ -1,0 +1,104 @@
+#include "storage/Snapshots.h"
+
+#include "engine/SnapshotFile.h"
+
+#include <fmt/format.h>
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+#include <exception>
+#include <set>
+#include <system_error>
+
+namespace kestrel::index {
+
+namespace {
+
+constexpr auto kLookPause = std::chrono::seconds(1);
+constexpr auto kQuiet = std::chrono::seconds(5);
+constexpr auto kSavePause = std::chrono::seconds(60);
+/// Fewer changes are read from the documents at once.
+constexpr std::uint64_t kFewChanges = 1000;
+/// Even under constant load a start shall not have to read more documents, nor a large part of all.
+constexpr std::uint64_t kManyChanges = 50'000;
+constexpr std::uint64_t kPartOfAll = 5;
+
+} // namespace
+
+Snapshots::Snapshots(const std::filesystem::path& folder, const Catalogue& catalogue)
+    : mFolder(folder), mCatalogue(catalogue) {
+    for (const IndexPtr& index : catalogue.all())
+        mSeen[index->info().uuid] = {0, index->changes(), Clock::now(), Clock::now() - kSavePause};
+    mThread = std::thread([this] { watch(); });
+}
+
+Snapshots::~Snapshots() {
+    {
+        const std::lock_guard lock(mMutex);
+        mStop = true;
+    }
+    mStopping.notify_one();
+    mThread.join();
+    for (const IndexPtr& index : mCatalogue.all()) {
+        Seen& seen = mSeen[index->info().uuid];
+        if (index->changes() - seen.saved >= kFewChanges) save(*index, seen);
+    }
+    removeOthers(mFolder, mCatalogue);
+}
+
+std::filesystem::path Snapshots::fileOf(const std::filesystem::path& folder, const IndexInfo& info) {
+    return folder / (info.uuid + ".snapshot");
+}
+
+void Snapshots::removeOthers(const std::filesystem::path& folder, const Catalogue& catalogue) {
+    std::set<std::filesystem::path> wanted;
+    for (const IndexPtr& index : catalogue.all())
+        wanted.insert(fileOf(folder, index->info()));
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error))
+        if (!wanted.contains(entry.path())) std::filesystem::remove(entry.path(), error);
+}
+
+void Snapshots::watch() {
+    std::unique_lock lock(mMutex);
+    while (!mStopping.wait_for(lock, kLookPause, [this] { return mStop; })) {
+        lock.unlock();
+        look();
+        lock.lock();
+    }
+}
+
+void Snapshots::look() {
+    const auto now = Clock::now();
+    for (const IndexPtr& index : mCatalogue.all()) {
+        const auto [place, added] = mSeen.try_emplace(index->info().uuid, Seen{0, 0, now, now - kSavePause});
+        Seen& seen = place->second;
+        const std::uint64_t changes = index->changes();
+        if (changes != seen.changes) seen.quietSince = now;
+        seen.changes = changes;
+        const std::uint64_t unsaved = changes - seen.saved;
+        const bool many = unsaved >= std::max(kManyChanges, index->documentCount() / kPartOfAll);
+        const bool calm =
+            unsaved >= kFewChanges && now - seen.quietSince >= kQuiet && now - seen.savedAt >= kSavePause;
+        if (many || calm) save(*index, seen);
+    }
+}
+
+void Snapshots::save(const Index& index, Seen& seen) try {
+    const auto started = Clock::now();
+    std::filesystem::create_directories(mFolder);
+    const std::uint64_t changes = index.changes();
+    SnapshotWriter writer(fileOf(mFolder, index.info()));
+    index.save(writer);
+    writer.finish();
+    seen.saved = changes;
+    seen.savedAt = Clock::now();
+    spdlog::debug("what is derived from index [{}] was written in {:.2f} s", index.name(),
+                  std::chrono::duration<double>(Clock::now() - started).count());
+} catch (const std::exception& e) {
+    // Nothing depends on it; the next attempt comes with further changes.
+    seen.saved = index.changes();
+    spdlog::warn("what is derived from index [{}] could not be written: {}", index.name(), e.what());
+}
+
+} // namespace kestrel::index

@@ -1,0 +1,276 @@
+#include "FaultyVfs.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace kestrel_test {
+
+namespace {
+
+using Operation = FaultyVfs::Operation;
+
+struct File {
+    sqlite3_file base; // has to come first
+    FaultyVfs* vfs;
+    std::string* path; ///< null for files without a name
+    sqlite3_file* real;
+};
+
+File& fileOf(sqlite3_file* file) {
+    return *reinterpret_cast<File*>(file);
+}
+
+/// Remembers a change of the bytes from offset on; without data, that the file is cut there.
+void remember(File& file, std::int64_t offset, const void* data, int amount) {
+    if (file.path == nullptr) return;
+    sqlite3_int64 size = 0;
+    file.real->pMethods->xFileSize(file.real, &size);
+    FaultyVfs::Write write{offset, {}, {}, size};
+    const std::int64_t end = data == nullptr ? size : std::min<std::int64_t>(offset + amount, size);
+    write.before.resize(static_cast<std::size_t>(std::max<std::int64_t>(end - offset, 0)));
+    if (!write.before.empty())
+        file.real->pMethods->xRead(file.real, write.before.data(), static_cast<int>(write.before.size()),
+                                   offset);
+    if (data != nullptr)
+        write.after.assign(static_cast<const char*>(data), static_cast<const char*>(data) + amount);
+    file.vfs->stateOf(*file.path).pending.push_back(std::move(write));
+}
+
+int closeFile(sqlite3_file* handle) {
+    File& file = fileOf(handle);
+    const int code = file.real->pMethods->xClose(file.real);
+    std::free(file.real);
+    delete file.path;
+    return code;
+}
+int readFile(sqlite3_file* handle, void* data, int amount, sqlite3_int64 offset) {
+    File& file = fileOf(handle);
+    return file.real->pMethods->xRead(file.real, data, amount, offset);
+}
+int writeFile(sqlite3_file* handle, const void* data, int amount, sqlite3_int64 offset) {
+    File& file = fileOf(handle);
+    const std::lock_guard lock(file.vfs->mutex());
+    if (const int code = file.vfs->before(Operation::write)) return code;
+    remember(file, offset, data, amount);
+    return file.real->pMethods->xWrite(file.real, data, amount, offset);
+}
+int truncateFile(sqlite3_file* handle, sqlite3_int64 size) {
+    File& file = fileOf(handle);
+    const std::lock_guard lock(file.vfs->mutex());
+    if (const int code = file.vfs->before(Operation::truncate)) return code;
+    remember(file, size, nullptr, 0);
+    return file.real->pMethods->xTruncate(file.real, size);
+}
+int syncFile(sqlite3_file* handle, int) {
+    // The disk of the test is this object's memory: nothing needs to reach a real one.
+    File& file = fileOf(handle);
+    const std::lock_guard lock(file.vfs->mutex());
+    if (const int code = file.vfs->before(Operation::sync)) return code;
+    if (file.path != nullptr) {
+        FaultyVfs::State& state = file.vfs->stateOf(*file.path);
+        // The system file system synchronises the folder of a new file too.
+        if (!state.everSynchronised) file.vfs->folderSynchronised();
+        state.pending.clear();
+        state.everSynchronised = true;
+    }
+    return SQLITE_OK;
+}
+int fileSize(sqlite3_file* handle, sqlite3_int64* size) {
+    File& file = fileOf(handle);
+    return file.real->pMethods->xFileSize(file.real, size);
+}
+int lockFile(sqlite3_file* handle, int level) {
+    File& file = fileOf(handle);
+    return file.real->pMethods->xLock(file.real, level);
+}
+int unlockFile(sqlite3_file* handle, int level) {
+    File& file = fileOf(handle);
+    return file.real->pMethods->xUnlock(file.real, level);
+}
+int checkReserved(sqlite3_file* handle, int* result) {
+    File& file = fileOf(handle);
+    return file.real->pMethods->xCheckReservedLock(file.real, result);
+}
+int controlFile(sqlite3_file* handle, int operation, void* argument) {
+    // Hints about sizes would change files behind our back.
+    if (operation == SQLITE_FCNTL_SIZE_HINT || operation == SQLITE_FCNTL_CHUNK_SIZE) return SQLITE_OK;
+    File& file = fileOf(handle);
+    return file.real->pMethods->xFileControl(file.real, operation, argument);
+}
+int sectorSize(sqlite3_file* handle) {
+    File& file = fileOf(handle);
+    return file.real->pMethods->xSectorSize(file.real);
+}
+int characteristics(sqlite3_file*) {
+    return SQLITE_IOCAP_POWERSAFE_OVERWRITE; // as the system file system: bytes beside a write stay
+}
+int mapShared(sqlite3_file* handle, int page, int size, int extend, void volatile** memory) {
+    File& file = fileOf(handle);
+    return file.real->pMethods->xShmMap(file.real, page, size, extend, memory);
+}
+int lockShared(sqlite3_file* handle, int offset, int n, int flags) {
+    File& file = fileOf(handle);
+    return file.real->pMethods->xShmLock(file.real, offset, n, flags);
+}
+void barrier(sqlite3_file* handle) {
+    File& file = fileOf(handle);
+    file.real->pMethods->xShmBarrier(file.real);
+}
+int unmapShared(sqlite3_file* handle, int remove) {
+    File& file = fileOf(handle);
+    return file.real->pMethods->xShmUnmap(file.real, remove);
+}
+
+const sqlite3_io_methods kMethods{2,           closeFile,   readFile,        writeFile,  truncateFile,
+                                  syncFile,    fileSize,    lockFile,        unlockFile, checkReserved,
+                                  controlFile, sectorSize,  characteristics, mapShared,  lockShared,
+                                  barrier,     unmapShared, nullptr,         nullptr};
+
+FaultyVfs& vfsOf(sqlite3_vfs* vfs) {
+    return *static_cast<FaultyVfs*>(vfs->pAppData);
+}
+
+int openFile(sqlite3_vfs* vfs, const char* name, sqlite3_file* handle, int flags, int* outFlags) {
+    FaultyVfs& faulty = vfsOf(vfs);
+    File& file = fileOf(handle);
+    file.base.pMethods = nullptr;
+    const std::lock_guard lock(faulty.mutex());
+    if (const int code = faulty.before(Operation::open)) return code;
+    const bool existed = name != nullptr && std::filesystem::exists(name);
+    file.real = static_cast<sqlite3_file*>(std::calloc(1, static_cast<std::size_t>(faulty.base()->szOsFile)));
+    const int code = faulty.base()->xOpen(faulty.base(), name, file.real, flags, outFlags);
+    if (code != SQLITE_OK) {
+        std::free(file.real);
+        return code;
+    }
+    file.vfs = &faulty;
+    file.path = name == nullptr ? nullptr : new std::string(name);
+    // What was there when the test began counts as being on the disk.
+    if (name != nullptr && existed && faulty.stateOf(name).pending.empty())
+        faulty.stateOf(name).everSynchronised = true;
+    file.base.pMethods = &kMethods;
+    return SQLITE_OK;
+}
+
+int removeFile(sqlite3_vfs* vfs, const char* name, int syncFolder) {
+    FaultyVfs& faulty = vfsOf(vfs);
+    const std::lock_guard lock(faulty.mutex());
+    if (const int code = faulty.before(Operation::remove)) return code;
+    if (syncFolder == 0) faulty.removed(name);
+    return faulty.base()->xDelete(faulty.base(), name, 0);
+}
+
+std::vector<char> contentOf(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+void writeContent(const std::string& path, const std::vector<char>& content) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(content.data(), static_cast<std::streamsize>(content.size()));
+}
+
+void put(std::vector<char>& content, std::int64_t offset, const std::vector<char>& bytes) {
+    const std::size_t end = static_cast<std::size_t>(offset) + bytes.size();
+    content.resize(std::max(content.size(), end));
+    std::copy(bytes.begin(), bytes.end(), content.begin() + offset);
+}
+
+void undo(std::vector<char>& content, const FaultyVfs::Write& write) {
+    put(content, write.offset, write.before);
+    content.resize(static_cast<std::size_t>(write.sizeBefore));
+}
+
+void redo(std::vector<char>& content, const FaultyVfs::Write& write) {
+    if (write.after.empty())
+        content.resize(static_cast<std::size_t>(write.offset));
+    else
+        put(content, write.offset, write.after);
+}
+
+} // namespace
+
+FaultyVfs::FaultyVfs() : mBase(sqlite3_vfs_find(nullptr)), mVfs(*mBase) {
+    mVfs.zName = "faulty";
+    mVfs.pAppData = this;
+    mVfs.szOsFile = sizeof(File);
+    mVfs.xOpen = &openFile;
+    mVfs.xDelete = &removeFile;
+    sqlite3_vfs_register(&mVfs, 1);
+}
+
+FaultyVfs::~FaultyVfs() {
+    sqlite3_vfs_unregister(&mVfs);
+}
+
+void FaultyVfs::failAt(Operation operation, int n) {
+    const std::lock_guard lock(mMutex);
+    mFailing = operation;
+    mCountdown = n;
+    mFailed = false;
+}
+
+bool FaultyVfs::hasFailed() {
+    const std::lock_guard lock(mMutex);
+    return mFailed;
+}
+
+void FaultyVfs::cutPower() {
+    const std::lock_guard lock(mMutex);
+    mPower = false;
+}
+
+int FaultyVfs::before(Operation operation) {
+    if (!mPower) return SQLITE_IOERR;
+    if (operation != mFailing || --mCountdown != 0) return SQLITE_OK;
+    mFailed = true;
+    switch (operation) {
+    case Operation::open:
+        return SQLITE_CANTOPEN;
+    case Operation::write:
+        return SQLITE_IOERR_WRITE;
+    case Operation::sync:
+        return SQLITE_IOERR_FSYNC;
+    case Operation::truncate:
+        return SQLITE_IOERR_TRUNCATE;
+    default:
+        return SQLITE_IOERR_DELETE;
+    }
+}
+
+void FaultyVfs::removed(const std::string& path) {
+    mRemoved[path] = contentOf(path);
+    mFiles.erase(path);
+}
+
+void FaultyVfs::forgetUnsynchronised(std::mt19937& random) {
+    const std::lock_guard lock(mMutex);
+    for (const auto& [path, content] : mRemoved)
+        if (!std::filesystem::exists(path) && random() % 2 == 0) writeContent(path, content);
+    for (const auto& [path, state] : mFiles) {
+        if (!std::filesystem::exists(path)) continue;
+        if (!state.everSynchronised) {
+            std::filesystem::remove(path);
+            continue;
+        }
+        std::vector<char> content = contentOf(path);
+        // Blocks reach the disk in any order: some of the later ones may be there without earlier ones.
+        const bool keepsSome = random() % 3 != 0;
+        for (auto write = state.pending.rbegin(); write != state.pending.rend(); ++write)
+            undo(content, *write);
+        for (const Write& write : state.pending)
+            if (keepsSome && random() % 2 == 0) redo(content, write);
+        writeContent(path, content);
+    }
+    for (const auto& [path, state] : mFiles)
+        std::filesystem::remove(path + "-shm");
+    mFiles.clear();
+    mRemoved.clear();
+    mFailing = Operation::none;
+    mPower = true;
+}
+
+} // namespace kestrel_test

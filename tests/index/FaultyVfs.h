@@ -1,0 +1,68 @@
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace kestrel_test {
+
+/// A file system below SQLite, for every connection that is opened while it exists. It fails on demand, and
+/// when the power is cut it forgets what was not synchronised: any part of the writes, files never
+/// synchronised, and removals.
+class FaultyVfs {
+public:
+    enum class Operation { open, write, sync, truncate, remove, none };
+
+    FaultyVfs();
+    ~FaultyVfs();
+    FaultyVfs(const FaultyVfs&) = delete;
+    FaultyVfs& operator=(const FaultyVfs&) = delete;
+
+    /// The n-th call from now on fails; 1 is the next one.
+    void failAt(Operation operation, int n);
+    bool hasFailed();
+    /// From now on nothing reaches the files.
+    void cutPower();
+    /// When all connections are closed: leaves the files as the disk has them, and restores the power.
+    void forgetUnsynchronised(std::mt19937& random);
+
+    // For the methods of the files.
+    struct Write {
+        std::int64_t offset;
+        std::vector<char> before; ///< what lay there; shorter at the end of the file
+        std::vector<char> after;  ///< empty when the file was cut at the offset
+        std::int64_t sizeBefore;
+    };
+    struct State {
+        bool everSynchronised = false;
+        std::vector<Write> pending;
+    };
+    /// An SQLite code when the call has to fail.
+    int before(Operation operation);
+    State& stateOf(const std::string& path) { return mFiles[path]; }
+    void removed(const std::string& path);
+    /// What was removed stays so.
+    void folderSynchronised() { mRemoved.clear(); }
+    std::mutex& mutex() { return mMutex; }
+    sqlite3_vfs* base() const { return mBase; }
+
+private:
+    std::mutex mMutex;
+    std::map<std::string, State> mFiles;
+    std::map<std::string, std::vector<char>>
+        mRemoved; ///< content of files whose removal may not be on the disk
+    Operation mFailing = Operation::none;
+    int mCountdown = 0;
+    bool mFailed = false;
+    bool mPower = true;
+    sqlite3_vfs* mBase;
+    sqlite3_vfs mVfs{};
+};
+
+} // namespace kestrel_test

@@ -1,0 +1,247 @@
+#include "FaultyVfs.h"
+#include "base/ApiError.h"
+#include "handlers/DocumentWrites.h"
+#include "query/Scrolls.h"
+#include "storage/DataFolder.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <spdlog/spdlog.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kestrel::index {
+
+namespace {
+
+using kestrel_test::FaultyVfs;
+using Value = std::optional<int>; ///< nothing: the document is not there
+using History = std::map<std::string, Value>;
+
+/// How often the long runs go round; more on demand.
+int rounds(int usual) {
+    const char* const wanted = std::getenv("KESTREL_FAULT_ROUNDS");
+    return wanted != nullptr ? std::atoi(wanted) : usual;
+}
+
+/// The service without its front.
+struct Service {
+    explicit Service(const std::filesystem::path& folder)
+        : store(folder / "documents.db"), scrolls(store), writes(store, scrolls), catalogue(store, writes) {
+        catalogue.load(folder / "derived");
+    }
+
+    std::map<std::string, int> contents() {
+        std::map<std::string, int> found;
+        const IndexPtr index = catalogue.find("test");
+        if (!index) return found;
+        for (const RowId row : matchingRows(index, store, Json())) {
+            const auto document = store.read(row);
+            EXPECT_TRUE(document) << "row " << row << " is in memory and not in the store";
+            if (document) found[document->id] = Json::parse(document->source).at("value");
+        }
+        EXPECT_EQ(found.size(), index->documentCount());
+        return found;
+    }
+
+    DocumentStore store;
+    Scrolls scrolls;
+    WriteQueue writes;
+    Catalogue catalogue;
+};
+
+/// Writes at random and keeps record of what was acknowledged, and of what is not known.
+class Writer {
+public:
+    Writer(Service& service, std::string name, unsigned seed)
+        : mService(service), mName(std::move(name)), mRandom(seed) {}
+
+    /// False when the write was not acknowledged.
+    bool writeOnce() {
+        History wanted;
+        const int count = mRandom() % 4 == 0 ? 20 : 1;
+        const bool deleting = mRandom() % 5 == 0;
+        for (int i = 0; i < count; ++i)
+            wanted[fmt::format("{}-{}", mName, mRandom() % 100)] = deleting ? Value() : Value(++mValue);
+        try {
+            const IndexPtr index = mService.catalogue.getOrCreate("test");
+            mService.writes.run([&](WriteBatch& batch) {
+                for (const auto& [id, value] : wanted) {
+                    if (!value) {
+                        deleteDocument(batch, index, id);
+                        continue;
+                    }
+                    // Some of them bring a field that the mapping lacks.
+                    const std::string source =
+                        fmt::format(R"({{"value":{},"{}{}":"text"}})", *value, mName, *value % 50);
+                    putDocument(batch, index, NewDocument::parse(*index, id, source), false);
+                }
+            });
+        } catch (const ApiError& e) {
+            // Other statuses promise that nothing was stored.
+            if (e.status() == 500) inDoubt = wanted;
+            return false;
+        }
+        for (const auto& [id, value] : wanted)
+            acknowledged[id] = value;
+        ++mCount;
+        return true;
+    }
+
+    int count() const { return mCount; }
+
+    History acknowledged;
+    History inDoubt;
+
+private:
+    Service& mService;
+    std::string mName;
+    std::mt19937 mRandom;
+    int mValue = 0;
+    std::atomic<int> mCount{0};
+};
+
+std::map<std::string, int> present(const History& history) {
+    std::map<std::string, int> found;
+    for (const auto& [id, value] : history)
+        if (value) found[id] = *value;
+    return found;
+}
+
+class StoreFaults : public testing::Test {
+protected:
+    StoreFaults() : folder(std::filesystem::path(testing::TempDir()) / fmt::format("faults-{}", ::getpid())) {
+        std::filesystem::remove_all(folder);
+        std::filesystem::create_directories(folder);
+        spdlog::set_level(spdlog::level::off);
+    }
+    ~StoreFaults() override {
+        std::filesystem::remove_all(folder);
+        spdlog::set_level(spdlog::level::info);
+    }
+
+    /// What the store holds has to be the history, in which a write in doubt may have happened, whole, or
+    /// not.
+    void expectHistory(const std::map<std::string, int>& found, History& history,
+                       const std::vector<History>& inDoubt) {
+        std::map<std::string, int> expected = present(history);
+        for (const History& doubt : inDoubt) {
+            bool happened = true;
+            for (const auto& [id, value] : doubt) {
+                const auto place = found.find(id);
+                happened = happened &&
+                           (value ? place != found.end() && place->second == *value : place == found.end());
+            }
+            if (!happened) continue;
+            for (const auto& [id, value] : doubt)
+                history[id] = value;
+        }
+        EXPECT_EQ(found, present(history));
+    }
+
+    std::filesystem::path folder;
+    FaultyVfs vfs;
+};
+
+} // namespace
+
+TEST_F(StoreFaults, PowerCutsLoseNothingAcknowledged) {
+    History history;
+    std::mt19937 random(17);
+    for (int round = 0; round < rounds(15); ++round) {
+        std::vector<std::unique_ptr<Writer>> writers;
+        {
+            Service service(folder);
+            for (unsigned i = 0; i < 3; ++i)
+                writers.push_back(std::make_unique<Writer>(service, fmt::format("w{}", i), random()));
+            std::vector<std::thread> threads;
+            for (const auto& writer : writers)
+                threads.emplace_back([&writer] {
+                    while (writer->writeOnce()) {
+                    }
+                });
+            const int wanted = static_cast<int>(random() % 60);
+            while (writers[0]->count() + writers[1]->count() + writers[2]->count() < wanted)
+                std::this_thread::yield();
+            vfs.cutPower();
+            for (std::thread& thread : threads)
+                thread.join();
+        }
+        vfs.forgetUnsynchronised(random);
+        std::vector<History> inDoubt;
+        for (const auto& writer : writers) {
+            for (const auto& [id, value] : writer->acknowledged)
+                history[id] = value;
+            inDoubt.push_back(writer->inDoubt);
+        }
+        Service service(folder);
+        expectHistory(service.contents(), history, inDoubt);
+        if (HasFailure()) FAIL() << "round " << round;
+    }
+}
+
+/// The n-th call of each kind fails, once; the service goes on, or refuses further writes, and a restart has
+/// what was acknowledged and nothing that was refused.
+TEST_F(StoreFaults, TheNthFailureLeavesWhatWasAcknowledged) {
+    using Operation = FaultyVfs::Operation;
+    int failures = 0;
+    for (const Operation operation :
+         {Operation::write, Operation::sync, Operation::open, Operation::truncate, Operation::remove}) {
+        for (int n = 1; n <= rounds(12); ++n) {
+            std::filesystem::remove_all(folder);
+            std::filesystem::create_directories(folder);
+            History history;
+            std::vector<History> inDoubt;
+            {
+                Service service(folder);
+                Writer writer(service, "w", static_cast<unsigned>(n));
+                for (int i = 0; i < 5; ++i)
+                    ASSERT_TRUE(writer.writeOnce());
+                vfs.failAt(operation, n);
+                for (int i = 0; i < 30; ++i)
+                    if (!writer.writeOnce() && !writer.inDoubt.empty())
+                        inDoubt.push_back(std::exchange(writer.inDoubt, {}));
+                history = writer.acknowledged;
+                // What is seen now is what was acknowledged; a write in doubt is not shown before it is
+                // certain.
+                vfs.failAt(Operation::none, 0);
+                EXPECT_EQ(service.contents(), present(history));
+            }
+            failures += vfs.hasFailed() ? 1 : 0;
+            Service service(folder);
+            expectHistory(service.contents(), history, inDoubt);
+            Writer later(service, "later", 1);
+            EXPECT_TRUE(later.writeOnce());
+            if (HasFailure()) FAIL() << "operation " << static_cast<int>(operation) << ", call " << n;
+        }
+    }
+    RecordProperty("failures", failures);
+}
+
+TEST_F(StoreFaults, AfterAFailedSyncTheServiceIsReadOnlyAndSaysSo) {
+    Service service(folder);
+    Writer writer(service, "w", 1);
+    ASSERT_TRUE(writer.writeOnce());
+    const auto before = service.contents();
+    vfs.failAt(FaultyVfs::Operation::sync, 1);
+    EXPECT_FALSE(writer.writeOnce());
+    try {
+        service.writes.run([](WriteBatch&) { FAIL() << "no job runs any more"; });
+        FAIL() << "the write was taken";
+    } catch (const ApiError& e) {
+        EXPECT_EQ(e.status(), 503);
+        EXPECT_THAT(e.what(), testing::HasSubstr("restart the service"));
+    }
+    EXPECT_EQ(service.contents(), before);
+}
+
+} // namespace kestrel::index

@@ -1,0 +1,606 @@
+"""What was acknowledged loads again and answers the same; what was refused left nothing; no request ends the service."""
+
+from __future__ import annotations
+
+import json
+import os
+import shutil
+import sqlite3
+import stat
+import subprocess
+import threading
+import time
+from collections.abc import Iterator
+from contextlib import closing
+from pathlib import Path
+from typing import Any
+
+import pytest
+
+from index_process import BINARY, Answer, Client, IndexProcess, refusal
+
+INDEX = "kept_rel"
+DATA_FOLDER, DAMAGE = 3, 2
+Document = dict[str, Any]
+
+
+@pytest.fixture
+def served(data: Path) -> Iterator["Served"]:
+    running = Served(data)
+    yield running
+    assert running.process.stop() == 0
+
+
+class Served:
+    """A service of the test's own, which it may stop, harm and start again."""
+
+    def __init__(self, data: Path) -> None:
+        self.data = data
+        self.start()
+
+    def start(self) -> None:
+        self.process = IndexProcess(self.data).wait_until_ready()
+        self.client = self.process.client()
+
+    def restart(self, kill: bool = False) -> None:
+        if kill:
+            self.process.kill()
+        else:
+            assert self.process.stop() == 0
+        self.start()
+
+    def database(self) -> "closing[sqlite3.Connection]":
+        return closing(sqlite3.connect(self.data / "documents.db", isolation_level=None))
+
+    def harm(self, *statements: str) -> None:
+        """Changes the database behind the service's back."""
+        assert self.process.stop() == 0
+        with self.database() as database:
+            for statement in statements:
+                database.execute(statement)
+        self.start()
+
+    def __call__(self, method: str, path: str, body: Any = None) -> Answer:
+        return self.client(method, f"{INDEX}/{path}", body)
+
+
+def tool(*arguments: object) -> tuple[int, str]:
+    done = subprocess.run([str(BINARY), *map(str, arguments)], capture_output=True, text=True, check=False)
+    return done.returncode, done.stdout + done.stderr
+
+
+def bulk(served: Served, documents: list[Document], prefix: str = "d") -> None:
+    lines = "".join(
+        json.dumps({"index": {"_id": f"{prefix}{n}"}}) + "\n" + json.dumps(document) + "\n"
+        for n, document in enumerate(documents)
+    )
+    answer = served("PUT", "_bulk", lines)
+    assert answer.status == 200 and not answer.json["errors"], answer.text[:500]
+
+
+# ---- limits and refusals
+
+
+def nest(levels: int) -> Document:
+    document: Document = {"leaf": 1}
+    for _ in range(levels):
+        document = {"o": document}
+    return document
+
+
+def test_update_is_held_to_the_limits_of_documents(served: Served) -> None:
+    served("PUT", "_doc/1", {"kept": "as it was"})
+    for start in range(0, 12_000, 3000):
+        fields = {f"k{n}": None for n in range(start, start + 3000)}
+        answer = served("POST", "_update/1", {"doc": fields})
+        assert answer.status == (200 if start < 9000 else 400), answer.text[:300]
+    assert served("POST", "_update/1", {"doc": nest(30)}).status == 400
+    before = served("GET", "_doc/1").json
+    served.restart()
+    assert served("GET", "_doc/1").json == before
+
+
+@pytest.mark.parametrize(
+    "mapping",
+    [
+        {".": {"type": "keyword"}}, {"a..b": {"type": "keyword"}}, {"a.": {"type": "long"}}, {"": {"type": "long"}},
+        {"a": {"type": "dense_vector", "dims": 0}}, {"a": {"type": "dense_vector", "dims": 5000}},
+        {"a": {"type": "keyword", "properties": {"b": {"type": "keyword"}}}},
+        {"a": {"type": "text", "fields": {"k": {"type": "keyword", "properties": {"x": {"type": "long"}}}}}},
+        {"a": {"type": "text", "fields": {"k.l": {"type": "keyword"}}}}, {"a": {"type": "text", "dims": 3}},
+        {"a.b": {"type": "long"}, "a": {"type": "keyword"}}, {"a": {"type": "keyword"}, "a.b": {"type": "long"}},
+        {"a.b": {"type": "long"}, "a": {"properties": {"b": {"type": "keyword"}}}},
+    ],
+)
+def test_mappings_that_could_not_be_loaded_again_are_refused(client: Client, mapping: Document) -> None:
+    answer = client("PUT", "unmappable_rel", {"mappings": {"properties": mapping}})
+    assert answer.status == 400 and answer.error_type == "mapper_parsing_exception"
+    assert client("GET", "unmappable_rel").status == 404
+
+
+def test_mapping_comes_back_as_it_was(served: Served) -> None:
+    properties = {
+        "dotted.name": {"type": "keyword"},
+        "list": {"type": "nested", "properties": {"n": {"type": "long"}}},
+        "words": {"type": "text", "fields": {"a": {"type": "keyword"}, "b": {"type": "keyword", "ignore_above": 4}}},
+        "v": {"type": "dense_vector"},
+    }
+    assert served.client("PUT", INDEX, {"mappings": {"properties": properties}}).status == 200
+    served("PUT", "_doc/1", {"words": "long text", "v": [0.5] * 3, "list.n": 4, "seen": True})
+    before = served.client("GET", INDEX).json
+    assert set(before[INDEX]["mappings"]["properties"]["words"]["fields"]) == {"a", "b"}
+    served.restart()
+    assert served.client("GET", INDEX).json == before
+    counts = [
+        served("POST", "_count", {"query": query}).json["count"]
+        for query in ({"term": {"words.a": "long text"}}, {"term": {"words.b": "long text"}}, {"term": {"seen": True}})
+    ]
+    assert counts == [1, 0, 1]
+
+
+def test_refused_documents_leave_no_fields(served: Served) -> None:
+    served("PUT", "_doc/1", {"n": 1})
+    before = served.client("GET", INDEX).json
+    for body in ({"new": 1, "n": "no number"}, {"v": [1.5] * 5000, "n": {}}, {f"f{n}": n for n in range(1200)}):
+        assert served("PUT", "_doc/2", body).status == 400
+        assert served("POST", "_update/1", {"doc": body}).status == 400
+    assert served("PUT", "_create/1", {"other": 1}).status == 409
+    assert served.client("GET", INDEX).json == before
+
+
+def test_bulk_item_that_fails_changes_nothing(served: Served) -> None:
+    served("PUT", "_doc/1", {"n": 1, "list": "old"})
+    lines = [
+        {"index": {"_id": "1"}}, {"n": {"not": "a number"}}, {"update": {"_id": "1"}}, {"doc": {"n": "x"}},
+        {"index": {"_id": "2"}}, {"n": 2},
+    ]
+    answer = served("PUT", "_bulk", "".join(json.dumps(line) + "\n" for line in lines)).json
+    assert [next(iter(item.values()))["status"] for item in answer["items"]] == [400, 400, 201]
+    for _ in range(2):
+        assert served("GET", "_doc/1").json["_source"] == {"n": 1, "list": "old"}
+        assert sorted(served("GET", "_search").ids) == ["1", "2"]
+        served.restart()
+
+
+def test_full_disk_leaves_nothing_of_a_refused_write(data: Path) -> None:
+    import resource
+
+    limit = 1_500_000
+    process = IndexProcess(data, prepare=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
+    client = process.wait_until_ready().client()
+    number, status = 0, 201
+    while status == 201:
+        number += 1
+        status = client("PUT", f"{INDEX}/_doc/{number}", {f"field{number}": 1, "t": "x" * 30_000}).status
+    assert status == 507
+    # Had the refused document left its field, this one would conflict with it now or after the restart.
+    small = client("PUT", f"{INDEX}/_doc/small", {f"field{number}": {"inner": True}}).status
+    assert process.stop() == 0
+    process = IndexProcess(data).wait_until_ready()
+    client = process.client()
+    assert client("PUT", f"{INDEX}/_doc/small", {f"field{number}": {"inner": True}}).status == (200 if small == 201 else 201)
+    assert client("GET", f"{INDEX}/_count").json["count"] == number
+    assert process.stop() == 0
+
+
+# ---- names, numbers, versions
+
+
+def test_dotted_names_are_objects(served: Served) -> None:
+    nested = {"a": {"type": "nested", "properties": {"b": {"type": "long"}}}}
+    assert served.client("PUT", INDEX, {"mappings": {"properties": nested}}).status == 200
+    for number, body in enumerate(({"a": [{"b": 1}]}, {"a.b": 2}, {"a": {"b": 2}}, {"o": {"x": 1}}, {"o.x": 1})):
+        assert served("PUT", f"_doc/{number}", body).status == 201
+    assert served("PUT", "_doc/9", {"o.x.y": 1}).status == 400
+
+    def answers() -> list[list[str]]:
+        queries = ({"nested": {"path": "a", "query": {"term": {"a.b": 2}}}}, {"term": {"o.x": 1}}, {"exists": {"field": "o"}})
+        return [sorted(served("GET", "_search", {"query": query}).ids) for query in queries]
+
+    assert answers() == [["1", "2"], ["3", "4"], ["3", "4"]]
+    served.restart()
+    assert answers() == [["1", "2"], ["3", "4"], ["3", "4"]]
+
+
+def test_numbers_stay_what_they_are(served: Served) -> None:
+    mapping = {"l": {"type": "long"}, "f": {"type": "float"}, "free": {"type": "keyword"}}
+    assert served.client("PUT", INDEX, {"mappings": {"properties": mapping}}).status == 200
+    limits = [2**63 - 1, -(2**63), 2**53 + 1, 2**63 - 513]
+    for number in limits:
+        served("PUT", f"_doc/{number}", {"l": number})
+    for number in limits:
+        for value in (number, str(number)):
+            assert served("GET", "_search", {"query": {"term": {"l": value}}}).ids == [str(number)]
+    wide = '{"free": 123456789012345678901234567890, "l": 1}'
+    assert served("PUT", "_doc/wide", wide).status == 201
+    assert served("POST", "_update/wide", {"doc": {"l": 2}}).status == 200
+    assert '"free":123456789012345678901234567890' in served("GET", "_doc/wide").text
+    assert served("GET", "_search", {"query": {"term": {"free": "123456789012345678901234567890"}}}).ids == ["wide"]
+    for refused in ('{"l": 9223372036854775808}', '{"f": 1e39}', '{"f": "1e39"}', '{"f": "nan"}', '{"l": 1e300}'):
+        assert served("PUT", "_doc/x", refused).status == 400, refused
+    for query in ({"term": {"l": 2**63}}, {"term": {"l": 1.5}}, {"term": {"f": 1e39}}):
+        assert served("POST", "_count", {"query": query}).json["count"] == 0
+
+
+@pytest.mark.parametrize("scroll", ["nanm", "infs", "-1m", "0s", "1e400m", "m", "1", ""])
+def test_times_that_are_none(client: Client, index: str, scroll: str) -> None:
+    assert client("GET", f"{index}/_search?scroll={scroll}").status == 400
+
+
+def test_versions_and_rows_go_on(served: Served) -> None:
+    assert served("PUT", "_doc/1", {"n": 1}).json["_version"] == 1
+    deleted = served("DELETE", "_doc/1").json
+    assert deleted["_version"] == 2
+    served.restart(kill=True)
+    again = served("PUT", "_doc/1", {"n": 1}).json
+    assert (again["_version"], again["result"]) == (3, "created")
+    assert again["_seq_no"] > deleted["_seq_no"]
+    assert served("PUT", "_doc/2", {"n": 1}).json["_version"] == 1
+
+
+def test_large_objects_are_merged_in_bounded_time(served: Served) -> None:
+    served.client("PUT", INDEX, {"mappings": {"properties": {"o": {"type": "nested"}}}})
+    fields = {f"k{n}": None for n in range(9_999)}
+    for _ in range(20):
+        assert served("PUT", "_doc/1", {"o": [fields] * 20}).status in (200, 201)
+        assert served("POST", "_update/1", {"doc": {**fields, "o": [fields]}}).status in (200, 400)
+
+
+# ---- readers and writers
+
+
+def test_writes_get_through_whatever_is_searched(served: Served) -> None:
+    bulk(served, [{"text": f"some words of document {n % 97}", "n": n % 13} for n in range(3000)])
+    done = threading.Event()
+
+    def search() -> None:
+        reading = served.process.client()
+        query = {"query": {"match": {"text": {"query": "some wrds of documnt", "fuzziness": "2"}}}, "size": 500}
+        while not done.is_set():
+            assert reading("GET", f"{INDEX}/_search", query).status == 200
+
+    readers = [threading.Thread(target=search) for _ in range(4)]
+    for reader in readers:
+        reader.start()
+    try:
+        for n in range(100):
+            assert served("PUT", f"_doc/w{n}", {"text": "written meanwhile"}).status == 201
+    finally:
+        done.set()
+        for reader in readers:
+            reader.join()
+
+
+def test_scroll_shows_what_was_there_when_it_began(served: Served) -> None:
+    bulk(served, [{"n": n} for n in range(300)])
+    changing = threading.Event()
+
+    def change() -> None:
+        writing = served.process.client()
+        turn = 0
+        while not changing.is_set():
+            turn += 1
+            writing("PUT", f"{INDEX}/_doc/d{turn % 300}", {"n": turn % 300, "turn": turn})
+
+    thread = threading.Thread(target=change)
+    thread.start()
+    try:
+        for _ in range(5):
+            page = served("GET", "_search?scroll=1m", {"size": 50, "sort": ["n"]})
+            seen = [hit["_source"]["n"] for hit in page.hits]
+            while page.hits:
+                page = served.client("POST", "_search/scroll", {"scroll_id": page.json["_scroll_id"], "scroll": "1m"})
+                seen += [hit["_source"]["n"] for hit in page.hits]
+            assert seen == list(range(300))
+    finally:
+        changing.set()
+        thread.join()
+
+
+def test_scrolls_expire_by_the_clock(served: Served) -> None:
+    bulk(served, [{"n": n} for n in range(10)])
+    page = served("GET", "_search?scroll=1s", {"size": 1})
+    while (answer := served.client("POST", "_search/scroll", {"scroll_id": page.json["_scroll_id"]})).status == 200:
+        time.sleep(1.2)
+    assert answer.error_type == "search_context_missing_exception"
+
+
+# ---- damage
+
+
+def test_damaged_row_is_set_aside(served: Served) -> None:
+    bulk(served, [{"t": f"words {n}"} for n in range(20)])
+    served.harm("UPDATE documents SET source = replace(source, 'words', 'wards') WHERE id IN ('d3', 'd4')")
+    assert served("GET", "_doc/d3").status == 500 and "checksum" in served("GET", "_doc/d3").cause
+    assert served("GET", "_doc/d5").status == 200
+    assert len(served("GET", "_search", {"size": 50}).ids) == 18
+    code, text = tool("check", "--data", served.data)
+    assert code == DAMAGE and "[d3]" in text and "[d4]" in text and "2 findings" in text
+    assert served("PUT", "_doc/d3", {"t": "words again"}).status == 200
+    assert served("DELETE", "_doc/d4").status == 200
+    served.restart()
+    assert served("GET", "_doc/d3").json["_source"] == {"t": "words again"}
+    assert served("GET", "_doc/d4").status == 404
+    assert tool("check", "--data", served.data)[0] == 0
+
+
+def test_row_that_is_damaged_while_it_is_served(served: Served) -> None:
+    bulk(served, [{"t": f"words {n}"} for n in range(20)])
+    with served.database() as database:
+        database.execute("UPDATE documents SET source = '{\"t\":\"other\"}' WHERE id = 'd3'")
+    answer = served("GET", "_search", {"size": 50})
+    assert answer.status == 500 and "[d3]" in answer.text
+    assert len(served("GET", "_search", {"size": 50}).ids) == 19
+    assert served("GET", "_doc/d3").status == 500
+    assert served("PUT", "_doc/d3", {"t": "mended"}).status == 200
+    assert len(served("GET", "_search", {"size": 50}).ids) == 20
+
+
+def test_damaged_descriptions_are_set_aside(served: Served) -> None:
+    served("PUT", "_doc/1", {"n": 1})
+    served.client("PUT", "other_rel/_doc/1", {"n": 1})
+    served.client("PUT", "_security/user/someone", {"password": "secret word", "roles": ["superuser"]})
+    served.harm("UPDATE indices SET mappings = '[' WHERE name = 'other_rel'", "UPDATE security SET body = '{}' WHERE name = 'someone'")
+    assert served("GET", "_doc/1").status == 200
+    assert served.client("GET", "other_rel/_doc/1").error_type == "corrupt_index_exception"
+    assert served.client("PUT", "other_rel/_doc/2", {"n": 1}).status == 500
+    assert served.process.client("someone", "secret word")("GET", "").status == 401
+    assert tool("check", "--data", served.data)[0] == DAMAGE
+    assert served.client("DELETE", "other_rel").status == 200
+    assert served.client("PUT", "other_rel/_doc/2", {"n": 1}).status == 201
+
+
+def test_identifiers_are_unique_in_the_database(served: Served) -> None:
+    served("PUT", "_doc/1", {"n": 1})
+    with served.database() as database, pytest.raises(sqlite3.IntegrityError):
+        database.execute("INSERT INTO documents (row, id, version, source) SELECT row + 1, id, 1, source FROM documents")
+
+
+def test_removed_index_goes_piece_by_piece(served: Served) -> None:
+    for part in range(8):
+        bulk(served, [{"t": "x" * 3000} for _ in range(2000)], f"p{part}-")
+    journal = served.data / "documents.db-wal"
+    assert journal.stat().st_size < 24_000_000
+    assert served.client("DELETE", INDEX).status == 200
+    served.restart(kill=True)
+    with served.database() as database:
+        while database.execute("SELECT count(*) FROM removed_indices").fetchone()[0] > 0:
+            time.sleep(0.1)
+        assert database.execute("SELECT count(*) FROM documents").fetchone()[0] == 0
+    assert journal.stat().st_size < 24_000_000
+
+
+# ---- the folder
+
+
+def test_first_start_may_be_killed_at_any_moment(tmp_path: Path) -> None:
+    for attempt in range(25):
+        data = tmp_path / str(attempt)
+        process = IndexProcess(data)
+        time.sleep(0.004 * attempt)
+        process.kill()
+        process = IndexProcess(data).wait_until_ready()
+        assert process.client()("PUT", f"{INDEX}/_doc/1", {"n": 1}).status == 201
+        assert process.stop() == 0
+
+
+@pytest.mark.parametrize("spoil", ["empty", "missing"])
+def test_lost_database_is_no_first_start(data: Path, spoil: str) -> None:
+    assert IndexProcess(data).wait_until_ready().stop() == 0
+    file = data / "documents.db"
+    file.write_bytes(b"") if spoil == "empty" else file.unlink()
+    code, message = refusal(data)
+    assert code == DATA_FOLDER and f"documents.db is {spoil}" in message and "nothing was changed" in message
+
+
+@pytest.mark.parametrize("name", ["certificate.pem", "private-key.pem"])
+def test_spoilt_keys_are_named(data: Path, name: str) -> None:
+    assert IndexProcess(data).wait_until_ready().stop() == 0
+    (data / name).write_text("spoilt")
+    code, message = refusal(data)
+    assert code == DATA_FOLDER and str(data / name) in message
+
+
+def test_loose_rights_are_tightened(data: Path) -> None:
+    assert IndexProcess(data).wait_until_ready().stop() == 0
+    loose = [data, data / "documents.db", data / "private-key.pem"]
+    for path in loose:
+        path.chmod(0o777)
+    process = IndexProcess(data).wait_until_ready()
+    assert "only its owner has" in process.log.read_text()
+    for path in [*loose, *data.iterdir()]:
+        assert stat.S_IMODE(path.stat().st_mode) & 0o077 == 0, path
+    assert process.stop() == 0
+
+
+@pytest.mark.parametrize("plant", ["of others", "writable", "link"])
+def test_planted_files_are_not_taken_over(data: Path, tmp_path: Path, plant: str) -> None:
+    data.mkdir()
+    file = data / "administrator.json"
+    password = '{"user":"kestrel_admin","password":"known to others"}'
+    if plant == "link":
+        (tmp_path / "elsewhere.json").write_text(password)
+        file.symlink_to(tmp_path / "elsewhere.json")
+    else:
+        file.write_text(password)
+        file.chmod(0o666 if plant == "writable" else 0o600)
+        if plant == "of others":
+            if os.geteuid() != 0:
+                pytest.skip("only root can give a file away")
+            os.chown(file, 65534, 65534)
+    (data / "first-start").write_text("")
+    code, message = refusal(data)
+    assert code == DATA_FOLDER and "administrator.json" in message
+
+
+# ---- the first format
+
+
+FIRST_FORMAT = """
+PRAGMA application_id = 1263750744; PRAGMA user_version = 1;
+CREATE TABLE indices (number INTEGER PRIMARY KEY AUTOINCREMENT, name TEXT NOT NULL UNIQUE, uuid TEXT NOT NULL,
+ created INTEGER NOT NULL, settings TEXT NOT NULL, mappings TEXT NOT NULL);
+CREATE TABLE documents (row INTEGER PRIMARY KEY, id TEXT NOT NULL, version INTEGER NOT NULL, source TEXT NOT NULL);
+CREATE TABLE security (kind TEXT NOT NULL, name TEXT NOT NULL, body TEXT NOT NULL, PRIMARY KEY (kind, name));
+"""
+
+
+def test_folder_of_the_first_format_is_brought_up_to_date(data: Path) -> None:
+    """As it was left by a service that accepted what could not be loaded again."""
+    assert IndexProcess(data).wait_until_ready().stop() == 0
+    with closing(sqlite3.connect(data / "documents.db")) as database:
+        security = database.execute("SELECT kind, name, body FROM security").fetchall()
+    (data / "documents.db").unlink()
+    mapping = {"properties": {"list": {"type": "nested", "properties": {"b": {"type": "long"}}}, ".": {"type": "keyword"},
+                              "v": {"type": "dense_vector", "dims": 5000}, "n": {"type": "long"}}}
+    documents = [
+        {"list": [{"b": 1}], "n": 1}, {"list.b": 2, "n": 2}, {"n": "conflicting"}, {f"k{n}": None for n in range(12_000)},
+        {"unmapped": "field", "n": 5},
+    ]
+    with closing(sqlite3.connect(data / "documents.db")) as database:
+        database.executescript(FIRST_FORMAT)
+        database.executemany("INSERT INTO security VALUES (?, ?, ?)", security)
+        database.execute("INSERT INTO indices VALUES (1, ?, 'uuid', 0, '{}', ?)", (INDEX, json.dumps(mapping)))
+        for n, document in enumerate(documents):
+            database.execute("INSERT INTO documents VALUES (?, ?, 1, ?)", ((1 << 40) + 10 + n, str(n), json.dumps(document)))
+        database.execute("INSERT INTO documents VALUES (?, '0', 7, '{\"n\":1}')", ((1 << 40) + 5,))
+        database.commit()
+    served = Served(data)
+    for _ in range(2):
+        assert [served("GET", f"_doc/{n}").json["_source"] for n in range(5)] == documents
+        assert served("POST", "_count").json["count"] == 5
+        assert served("GET", "_search", {"query": {"nested": {"path": "list", "query": {"term": {"list.b": 2}}}}}).ids == ["1"]
+        assert served("GET", "_search", {"query": {"match": {"unmapped": "field"}}}).ids == ["4"]
+        served.restart()
+    assert served("PUT", "_doc/new", {"n": 1}).json["_seq_no"] > 14
+    assert served.process.stop() == 0
+
+
+# ---- what is derived
+
+
+def derived(served: Served) -> list[Path]:
+    return sorted((served.data / "derived").glob("*.snapshot"))
+
+
+def states(served: Served) -> list[Any]:
+    """Everything that depends on what is derived."""
+    found: list[Any] = []
+    for query in (
+        {"match_all": {}}, {"match": {"t": {"query": "wrds seven", "fuzziness": "AUTO:4,6"}}}, {"term": {"n": 5}},
+        {"nested": {"path": "list", "query": {"term": {"list.tag": "b"}}}}, {"term": {"t.keyword": "words of seven"}},
+        {"exists": {"field": "v"}},
+    ):
+        answer = served("GET", "_search", {"query": query, "size": 10_000, "track_total_hits": True}).json["hits"]
+        found.append((answer["total"], sorted((hit["_id"], hit["_score"], json.dumps(hit["_source"])) for hit in answer["hits"])))
+    return found
+
+
+def test_start_from_what_was_derived(served: Served) -> None:
+    served.client("PUT", INDEX, {"mappings": {"properties": {"list": {"type": "nested", "properties": {"tag": {"type": "keyword"}}}}}})
+    names = ["one", "two", "three", "seven"]
+
+    def document(n: int) -> Document:
+        return {"t": f"words of {names[n % 4]}", "n": n % 9, "several": [1, n], "list": [{"tag": "ab"[n % 2]}, {"tag": "c"}], "v": [n / 7, 1.5]}
+
+    served.client("PUT", f"{INDEX}/_doc/first", document(1))
+    bulk(served, [document(n) for n in range(4000)])
+    before = states(served)
+    served.restart()
+    assert len(derived(served)) == 1 and "; 0 of them were read" in served.process.log.read_text()
+    assert states(served) == before
+    assert tool("check", "--data", served.data)[0] == 0
+
+    # Changes after it, then a crash: documents are new, changed and gone.
+    bulk(served, [document(n + 1) for n in range(500)])
+    bulk(served, [document(n) for n in range(300)], "late")
+    served("POST", "_delete_by_query", {"query": {"term": {"n": 3}}})
+    served("DELETE", "_doc/first")
+    before = states(served)
+    for spoil in (None, "flip", "cut", "missing"):
+        served.process.kill()
+        file = derived(served)[0]
+        content = bytearray(file.read_bytes())
+        if spoil == "flip":
+            content[len(content) // 2] ^= 4
+        if spoil == "cut":
+            del content[len(content) // 3 :]
+        file.unlink() if spoil == "missing" else file.write_bytes(content)
+        served.start()
+        assert states(served) == before, spoil
+
+
+def test_copy_of_another_time_is_not_believed(served: Served, tmp_path: Path) -> None:
+    bulk(served, [{"t": f"words {n}"} for n in range(2000)])
+    served.process.stop()
+    shutil.copy(served.data / "documents.db", tmp_path / "documents.db")
+    served.start()
+    bulk(served, [{"t": f"other {n}"} for n in range(1500)], "x")
+    served.process.stop()
+    shutil.copy(tmp_path / "documents.db", served.data / "documents.db")
+    served.start()
+    assert served("POST", "_count").json["count"] == 2000
+    assert len(served("GET", "_search", {"size": 3000}).ids) == 2000
+
+
+# ---- the tools
+
+
+def test_tools_explain_themselves(tmp_path: Path) -> None:
+    for command in ("", "check", "backup", "restore", "reset-password"):
+        code, text = tool(*command.split(), "--help")
+        assert code == 0 and "--data" in text
+    assert tool()[0] > 100
+    for command in (["check"], ["backup", "--to", tmp_path / "b"], ["reset-password"]):
+        code, text = tool(*command, "--data", tmp_path / "absent")
+        assert code == DATA_FOLDER and "absent" in text
+    assert not (tmp_path / "absent").exists()
+
+
+def test_backup_while_running_and_restore(served: Served, tmp_path: Path) -> None:
+    bulk(served, [{"t": f"words {n}"} for n in range(3000)])
+    done = threading.Event()
+
+    def write() -> None:
+        writing = served.process.client()
+        n = 0
+        while not done.is_set():
+            n += 1
+            assert writing("PUT", f"{INDEX}/_doc/w{n}", {"n": n}).status == 201
+
+    thread = threading.Thread(target=write)
+    thread.start()
+    try:
+        code, text = tool("backup", "--data", served.data, "--to", tmp_path / "backup")
+        assert code == 0, text
+    finally:
+        done.set()
+        thread.join()
+    assert tool("check", "--data", tmp_path / "backup")[0] == 0
+    assert tool("backup", "--data", served.data, "--to", tmp_path / "backup")[0] == DATA_FOLDER
+    assert tool("restore", "--from", tmp_path / "backup", "--data", tmp_path / "restored")[0] == 0
+    copy = IndexProcess(tmp_path / "restored").wait_until_ready()
+    ids = {hit["_id"] for hit in copy.client()("GET", f"{INDEX}/_search", {"size": 10_000, "track_total_hits": True}).hits}
+    assert {f"d{n}" for n in range(3000)} <= ids
+    written = len(ids) - 3000
+    assert ids == {f"d{n}" for n in range(3000)} | {f"w{n + 1}" for n in range(written)}
+    assert copy.stop() == 0
+    with closing(sqlite3.connect(tmp_path / "backup" / "documents.db", isolation_level=None)) as database:
+        database.execute("UPDATE documents SET id = 'other' WHERE id = 'd7'")
+    code, text = tool("restore", "--from", tmp_path / "backup", "--data", tmp_path / "again")
+    assert code == DATA_FOLDER and "damaged" in text and not (tmp_path / "again").exists()
+
+
+def test_lost_password_is_set_anew(served: Served) -> None:
+    served.client("PUT", "_security/user/someone", {"password": "forgotten word", "roles": ["superuser"]})
+    assert tool("reset-password", "--data", served.data)[0] == DATA_FOLDER  # in use
+    old = served.process.administrator()
+    assert served.process.stop() == 0
+    assert tool("reset-password", "--data", served.data)[0] == 0
+    code, text = tool("reset-password", "--data", served.data, "--user", "someone")
+    assert code == 0
+    assert tool("reset-password", "--data", served.data, "--user", "nobody")[0] == 1
+    served.start()
+    assert served.client("GET", "").status == 200
+    assert served.process.client(*old)("GET", "").status == 401
+    assert served.process.client("someone", text.split()[-1])("GET", "").status == 200
