@@ -14,8 +14,8 @@ namespace {
 
 constexpr const char* kSpaces = " \t\r\n";
 
-constexpr const char* kUnreadable =
-    "The exchange file cannot be read: it belongs to another pass phrase, is damaged, or is no exchange file";
+constexpr const char* kUnreadable = "The exchange file cannot be read: it is encrypted under another pass "
+                                    "phrase, is damaged, or is no exchange file";
 
 /// Cuts the text of a JSON array into its elements. Looks at brackets and strings only; what lies between is
 /// judged by whoever parses the element.
@@ -142,7 +142,7 @@ KsNN_ErrorCode readExchange(std::istream& file, const std::string& passPhrase, c
     } catch (const Poco::IOException& caught) { // what ciphers throw
         throw Poco::DataFormatException(kUnreadable, caught);
     } catch (const Poco::DataFormatException& caught) {
-        // The decoder of Base64 has nothing to say.
+        // The Base64 decoder's exception has no message.
         if (!caught.message().empty()) throw;
         throw Poco::DataFormatException(kUnreadable);
     }

@@ -129,8 +129,6 @@ KsNN_ErrorCode KsNNDatabase::ExportDBContentsToKST(std::vector<std::string> medi
     });
     if (written != KsNN_Success || !mKey.empty()) return written;
     // Without a key the file is empty. Hosts have come to see that as a success; the report says what it is.
-    std::stringstream nothing;
-    std::stringstream encrypted;
-    IEncryptStream(nothing, encrypted, debug);
+    operation.failWith("Decrypt err: Encrypted key not set.");
     return KsNN_Success;
 }

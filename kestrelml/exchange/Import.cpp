@@ -92,12 +92,14 @@ KsNN_ErrorCode KsNNDatabase::ImportDBContentsFromKST(std::string path, std::stri
     if (const auto code =
             operation.tell(progress, counter, total, "Overwriting existing transcriptions in database"))
         return code;
+    // Does not end the import, but the host must see that clips are in the store twice.
+    std::string notDeleted;
     for (auto first = replaced.begin(); first != replaced.end();) {
         const auto last = first + std::min<std::ptrdiff_t>(replaced.end() - first, kClipsDeletedAtOnce);
-        HardDeleteEntries({first, last}, debug);
+        if (HardDeleteEntries({first, last}, debug) != KsNN_Success) notDeleted = GetErrorStr();
         first = last;
     }
-    ResetErrorStr();
+    SetErrorStr(notDeleted);
     if (const auto code = operation.tell(progress, counter + kWritingShare, total,
                                          "Writing KST transcriptions to database"))
         return code;

@@ -21,6 +21,12 @@ WholeFile::WholeFile(const std::string& path) : mTarget(platform::pathFromUtf8(p
         mReason = EISDIR;
         return;
     }
+    errno = 0;
+    // Renaming would put a new file even in the place of one that is write-protected.
+    if (fs::is_regular_file(status) && !std::ofstream(mTarget, std::ios::app).is_open()) {
+        mReason = errno;
+        return;
+    }
     if (!fs::exists(status) || fs::is_regular_file(status))
         mWritten += "." + std::to_string(Poco::Process::id()) + ".part";
     errno = 0;

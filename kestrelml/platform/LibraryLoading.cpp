@@ -55,7 +55,10 @@ const char* const kExtensionOperators = "libortextensions.so";
 std::filesystem::path besideThisLibrary(const char* file) {
     Dl_info self{};
     if (dladdr(reinterpret_cast<const void*>(&besideThisLibrary), &self) == 0) return file;
-    return std::filesystem::canonical(self.dli_fname).replace_filename(file);
+    // In a static build the name is that of the program as it was called, which need not be a path.
+    std::error_code unresolved;
+    std::filesystem::path path = std::filesystem::canonical(self.dli_fname, unresolved);
+    return unresolved ? std::filesystem::path(file) : path.replace_filename(file);
 }
 
 #endif

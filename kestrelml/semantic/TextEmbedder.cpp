@@ -120,7 +120,7 @@ private:
         return detail::guarded(rule, &mCaller, mDebug, [&] {
             const auto bridge = KestrelMLCythonIF::get();
             if (bridge->isSetUp()) return step(*bridge);
-            detail::fail(&mCaller, "Setup failed", mDebug);
+            detail::fail(&mCaller, bridge->setUpFailure(), mDebug);
             return KsNN_SetupFailed;
         });
     }
@@ -151,6 +151,8 @@ public:
         if (values.size() < kDimension) return detail::fail(&mCaller, kNoEmbedding, mDebug);
         values.resize(kDimension);
         const float norm = std::sqrt(std::inner_product(values.begin(), values.end(), values.begin(), 0.0F));
+        // Zeros have no direction, and JSON has no way to write the NaN that scaling would make of them.
+        if (!std::isfinite(norm) || norm == 0.0F) return detail::fail(&mCaller, kNoEmbedding, mDebug);
         std::transform(values.begin(), values.end(), embedding.begin(),
                        [norm](float value) { return value / norm; });
         return KsNN_Success;

@@ -13,7 +13,7 @@
 
 namespace kestrelml::semantic {
 
-/// The models that somebody else keeps. Copies stand for the same models.
+/// Access to the models that a store owns. Copies refer to the same models.
 class TextModels {
 public:
     TextModels(std::shared_ptr<Ort::Session>& textModel, std::shared_ptr<Ort::Session>& tokenizer,

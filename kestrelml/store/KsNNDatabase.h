@@ -48,9 +48,9 @@ class Operation;
 /// **Results.** Every operation that sends requests returns
 /// - `KsNN_Success` when it did what was asked;
 /// - `KsNN_Error` when the service answered with a status or a content that the operation cannot use;
-/// - `KsNN_Exception` when no JSON object came as an answer (refused or lost connection, timeout of 10
-/// seconds,
-///   HTML), or the stored credentials cannot be decrypted.
+/// - `KsNN_Exception` when no JSON object came as an answer (connection refused or lost, timeout of
+///   10 seconds, HTML in place of JSON), or when the stored credentials cannot be decrypted with the
+///   stored key.
 ///
 /// After the last two `GetErrorStr` tells more. The comment of an operation names what it returns besides,
 /// and when. No exception leaves an operation unless its comment has `@throws`.
@@ -150,8 +150,8 @@ public:
     /// complete: add its transcript to another project with `AppendProjectToEntry`. A write whose answer was
     /// lost may have happened; writing again is safe.
     KsNN_ErrorCode WriteToDB(const KsNNDBEntryBase& base, const KsNNDBEntrySeg& seg, bool debug);
-    /// Writes one segment in schema version 1, for stores that have not been migrated. Looks neither at the
-    /// lock nor at completion.
+    /// Writes one segment in schema version 1, for stores that have not been migrated. Checks neither the
+    /// lock nor completion.
     KsNN_ErrorCode WriteToDBVer1(const KsNNDBEntryBase& base, const KsNNDBEntrySeg& seg, bool debug);
     /// @}
 
@@ -233,7 +233,7 @@ public:
     /// Self-test of phrase matching and alignment and, when both arguments are given, of the route
     /// `KsNNSemanticOnnx`; the models are forgotten afterwards.
     /// @returns `KsNN_Success`; `KsNN_Error` with the first check that failed.
-    /// @throws std::runtime_error as the operations that it tests.
+    /// @throws std::exception as the operations that it tests.
     KsNN_ErrorCode testInternals(std::string modelDir, std::string extensionLibrary);
     /// @}
 
@@ -247,13 +247,13 @@ public:
     /// @param segment -1 for the whole clip. 0 for segment 0 with both its lists, another number for the list
     ///                of identifiers of that segment alone.
     ///
-    /// Does not look whether the project is there: one that is appended twice is listed twice, until it is
+    /// Does not check whether the project is there: one that is appended twice is listed twice, until it is
     /// removed. When the second of its two updates fails, segment 0 names the project and the segments do not
     /// list it: remove the project, then append it again.
     KsNN_ErrorCode AppendProjectToEntry(const std::string& mediaGuid, const std::string& projectGuid,
                                         const std::string& projectName, const int& segment, bool debug);
     /// Removes a project from a stored clip, however often it is listed. Needs no lock; `KsNN_Error` when the
-    /// index is missing. Deletes nothing: a clip without any project stays (`DeleteEntry` looks after that).
+    /// index is missing. Deletes nothing: a clip without any project stays (`DeleteEntry` deletes it).
     /// When the second of its two updates fails, removing again completes it.
     KsNN_ErrorCode RemoveProjectFromEntry(const std::string& mediaGuid, const std::string& projectGuid,
                                           bool debug);
@@ -288,9 +288,9 @@ public:
 
     /// Removes clips from a project: one that no other project uses is deleted, another only leaves the
     /// project.
-    /// @param mediaGuid Clip; "ALL" for every clip of the project. Then documents of these clips are deleted
-    /// in
-    ///                  every index of the service.
+    /// @param mediaGuid Clip; "ALL" for every clip of the project. Then documents of these clips that
+    ///                  list the project are deleted in every index of the service, not only in the
+    ///                  transcript index.
     /// @param pageSize  Clips for each request, 1 to 10,000; less is `KsNN_Error`.
     /// @param progress  Called before each clip with its position on the page, twice, and an empty text. A
     ///                  result other than `KsNN_Success` ends the operation with that result.
@@ -380,7 +380,7 @@ public:
     /// @{
 
     /// Copies a store of schema version 1 into an index of version 2, makes that the transcript index, and
-    /// empties the old one. A store that has been migrated is a success.
+    /// empties the old one. An index of version 2 that exists counts as migrated: the old one is emptied.
     /// @param testMode  Migrate the debug installation's index instead.
     /// @param progress  Called before each document with its number, the number of documents, and an empty
     ///                  text. A result other than `KsNN_Success` ends the operation with that result.
@@ -407,15 +407,15 @@ public:
     /// @param projectGuid  Project that the clips of `mediaGuids` must belong to.
     /// @param path         File, UTF-8; replaced when it exists.
     /// @param counter      Advanced by the number of documents and, with `progress`, of requests.
-    /// @param progress     Called before each request with `counter`, the number of documents in the store,
-    /// and
-    ///                     an empty text. A result other than `KsNN_Success` ends the operation with it.
+    /// @param progress     Called before each request with `counter`, the number of documents in the
+    ///                     transcript index, and an empty text. A result other than `KsNN_Success` ends
+    ///                     the operation with that result.
     /// @param plainCopy    Also write the content unencrypted, to `path` followed by ".gtest".
     /// @param pageSize     Documents for each request, 1 to 10,000; less is `KsNN_Error`.
     ///
-    /// `KsNN_Error` also when the file cannot be written. A failure leaves what was there before. Without a
-    /// key
-    /// (`SetCredentials`) it is a success that writes an empty file and leaves a report.
+    /// `KsNN_Error` also when the file cannot be written. A failure leaves what was there before.
+    /// Without a key (`SetCredentials`) it is a success that writes an empty file and leaves a report in
+    /// the error text.
     KsNN_ErrorCode ExportDBContentsToKST(std::vector<std::string> mediaGuids, std::string projectGuid,
                                          std::vector<std::string> projectGuids, std::string path,
                                          int& counter, KsNNProgressCallback progress, bool debug,
@@ -425,9 +425,9 @@ public:
     /// @param projectGuid Project that imported clips may be filed under, beside those that the store has. A
     ///                    clip of none of them is filed under a placeholder.
     /// @param projectName Its name.
-    /// @param progress    Called with a rising number, the number at the end, and what is being done. A
-    /// result
-    ///                    other than `KsNN_Success` ends the operation with that result.
+    /// @param progress    Called with a rising number, the number at the end, and what is being done.
+    ///                    A result other than `KsNN_Success` ends the operation with that result; at
+    ///                    the last call, the clips that were to be replaced are deleted by then.
     ///
     /// The transcript index must exist (`CreateIndex`): the service would make it without the store's
     /// mapping. `KsNN_Error` also for a file that cannot be read, is damaged, encrypted under another key, or

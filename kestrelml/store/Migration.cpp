@@ -156,7 +156,7 @@ KsNN_ErrorCode KsNNDatabase::MigrateDatabaseVersion1to2(bool testMode, bool debu
         ClipAssembler assembler([&](KsNNDB_STTClipEntry& clip) { addToBulkCreateStream(clip, bulk, debug); });
         if (const auto code = readStore(operation, oldIndex, total, progress, batchSize, assembler))
             return code;
-        return bulk.str().empty() ? KsNN_Success : operation.createAll(newIndex, bulk);
+        return bulk.tellp() > 0 ? operation.createAll(newIndex, bulk) : KsNN_Success;
     };
     // An index that is left half filled would pass for a migrated store, and cost the old one.
     const auto dropCopy = [&] {

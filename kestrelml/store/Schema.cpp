@@ -195,7 +195,7 @@ bool isComplete(const Object& document) {
 }
 
 bool hasSpeakerLabel(const Object& document) {
-    return document.has(field::kSpeakerID);
+    return !document.isNull(field::kSpeakerID);
 }
 
 bool isVersion2(const Object& document) {
@@ -204,7 +204,7 @@ bool isVersion2(const Object& document) {
 }
 
 bool hasSpeaker(const Object& document) {
-    return document.has(field::kSpeakerGuid);
+    return !document.isNull(field::kSpeakerGuid);
 }
 
 std::string speakerGuidOf(const Object& document) {

@@ -11,7 +11,7 @@
 namespace kestrelml::detail::script {
 
 /// @name Projects of a segment 0, and of every segment
-/// Adding drops the placeholder of imported clips if it stands first, and does not look whether the project
+/// Adding drops the placeholder of imported clips if it stands first, and does not check whether the project
 /// is there already; removing removes it wherever it stands.
 /// @{
 Object::Ptr addProject(const std::string& projectGuid, const std::string& projectName);

@@ -55,7 +55,7 @@ void setTimes(KsNNPhraseHit& hit, const Object& document) {
 
 /// Sets what the document tells of the segment besides its text.
 void describeSegment(const Object& document, KsNNPhraseHit& hit) {
-    if (document.has(field::kSegment)) hit.segment = segmentOf(document);
+    if (!document.isNull(field::kSegment)) hit.segment = segmentOf(document);
     if (hasSpeakerLabel(document)) hit.speakerID = speakerLabelOf(document);
     if (hasSpeaker(document)) hit.speakerGuid = speakerGuidOf(document);
 }

@@ -16,7 +16,6 @@ using kestrelml::semantic::Embedding;
 
 namespace {
 
-constexpr const char* kFailed = "KsNNDatabase::WriteSemanticFrames err: ";
 constexpr int kPageSize = 200;
 constexpr std::size_t kFramesOfARequest = 100;
 
@@ -86,13 +85,13 @@ KsNN_ErrorCode KsNNDatabase::WriteSemanticFrames(const std::string& mediaGuid, c
                                                  KsNNDBSemanticSearchImpl route, int& written,
                                                  KsNNProgressCallback progress, bool debug) {
     written = 0;
+    Operation operation(*this, "KsNNDatabase::WriteSemanticFrames err: ", debug);
+    const auto embedder = createTextEmbedder(route, *this, textModels(), debug);
+    if (!embedder) return operation.failSaying("There is no route " + std::to_string(route) + ".");
     KsNNDB_STTClipEntry entry;
     if (const auto code = GetDBContents(mediaGuid, projectGuid, entry, debug, kVersion2)) return code;
     if (const auto code = CreateIndex(mSemanticIndex, debug)) return code;
-    Operation operation(*this, kFailed, debug);
     if (const auto code = operation.refresh(mSemanticIndex).code()) return code;
-    const auto embedder = createTextEmbedder(route, *this, textModels(), debug);
-    if (!embedder) return operation.failWith(std::string(kFailed) + "no such route");
 
     std::multimap<Spoken, std::string> stale;
     if (const auto code = readSpokenFrames(operation, mSemanticIndex, mediaGuid, stale)) return code;
@@ -118,7 +117,8 @@ KsNN_ErrorCode KsNNDatabase::WriteSemanticFrames(const std::string& mediaGuid, c
     if (flushed != KsNN_Success) return flushed;
     // Last, so that a clip whose transcript changed is never without frames.
     for (const auto& [spoken, id] : stale) {
-        if (const auto code = operation.ask("DELETE", documentPath(mSemanticIndex, id))) return code;
+        if (const auto code = operation.send("DELETE", documentPath(mSemanticIndex, id))) return code;
+        if (!operation.hasStatus({200, 404})) return operation.fail(); // another host may have been first
     }
     return KsNN_Success;
 }

@@ -30,8 +30,6 @@ KsNNSearchResults resultOf(const Object& hit) {
     KsNNSearchResults result;
     result.text = frame.description;
     result.mediaGuid = frame.mediaGuid;
-    result.projectGuid.clear();
-    result.detail.clear();
     const float cosine = memberOf(hit, "_score").convert<float>() - 1.0F;
     result.score = std::clamp(cosine * kSteepness, 0.0F, kMost);
     result.startMS = static_cast<float>(frame.positionMS);

@@ -42,9 +42,8 @@ public:
     /// at least and shorter than a chunk.
     /// @param chunkSamples   Samples that the model sees at once, 160000 for instance.
     /// @param overlapSamples Samples that consecutive chunks share, 3200 for instance.
-    /// @param batchCount     Chunks collected before the model runs. With a single one, the frames of the
-    /// last
-    ///                       overlap are decoded twice; take two or more.
+    /// @param batchCount     Chunks collected before the model runs. With a single one, the frames of
+    ///                       the last overlap are decoded twice; take two or more.
     /// @throws std::invalid_argument for sizes that are not so.
     /// @throws std::runtime_error when the language table cannot be read.
     KsNNSpeechToTextWav2Vec2ONNX(std::size_t chunkSamples, std::size_t overlapSamples,

@@ -40,7 +40,7 @@ struct PhraseMatcher::NormalWords {
 
 namespace {
 
-/// The result for two empty strings is not a number, and good enough for no threshold.
+/// For two empty strings the result is not a number, which reaches no threshold.
 float scoreOf(std::size_t distance, std::size_t length) {
     return std::clamp(1.0F - static_cast<float>(distance) / static_cast<float>(length), 0.0F, 1.0F);
 }
@@ -77,7 +77,7 @@ public:
     std::optional<float> score(std::size_t start, std::size_t end, GoodEnough goodEnough) const {
         const std::size_t length = std::max(end - start, mPhraseLength);
         const auto holds = [&](std::size_t distance) { return goodEnough(scoreOf(distance, length)); };
-        // Most pieces are far from the phrase wherever they begin, and need no look of their own.
+        // Most pieces are far from the phrase wherever they begin, and need no comparison.
         const std::size_t least = mLeast.empty() ? 0 : mLeast[end];
         if (!holds(least)) return std::nullopt;
         const std::size_t most = largestThatHolds(least, length, holds);

@@ -36,7 +36,7 @@ std::vector<WordSpan> splitBy(icu::BreakIterator& iterator, const icu::UnicodeSt
 class WordSplitter {
 public:
     explicit WordSplitter(const std::string& language) : mIterator(createWordIterator(language)) {
-        // Some languages have rules of their own for the signs inside words.
+        // Some languages have their own rules for punctuation inside words.
         const icu::UnicodeString probe(u"a.b a:b a,b a'b a\u00B7b a\u2019b 1.2 1:2 1,2 1;2 1'2 a.1 1.a");
         std::vector<WordSpan> words;
         mHasRootRules = appendSimpleWords(viewOf(probe), words) && words == splitBy(*mIterator, probe);

@@ -38,7 +38,8 @@ protected:
                 return ok(R"({"aggregations": {"projects": {"projectGuid": {"buckets": [
                     {"key": "q", "projectName": {"buckets": [{"key": "Q"}]}}]}}}})");
             if (asks("_bulk")) return ok(mBulkAnswer);
-            return ok(R"({"deleted": 3})");
+            if (asks("_delete_by_query")) return mDeletion;
+            return ok();
         });
     }
     KsNN_ErrorCode run(const KsNNProgressCallback& progress = nullptr) {
@@ -65,6 +66,7 @@ protected:
 
     std::string mExisting = R"({"_source": {"mediaGuid": "z"}}, {"_source": {"mediaGuid": "a"}})";
     std::string mBulkAnswer = R"({"errors": false, "items": []})";
+    Reply mDeletion = ok(R"({"deleted": 3})");
 };
 
 TEST_F(Import, ReplacesWhatIsThereAndFilesTheRest) {
@@ -111,6 +113,13 @@ TEST_F(Import, ADocumentThatTheServiceRefusesIsAFailure) {
                       "reason": "no room"}}}]})";
     EXPECT_EQ(run(), KsNN_Error);
     EXPECT_THAT(mStore->GetErrorStr(), HasSubstr("no room"));
+}
+
+TEST_F(Import, TellsThatClipsCouldNotBeReplaced) {
+    writePages({pageOf(document("a", 0, ""))});
+    mDeletion.status = 503;
+    EXPECT_EQ(run(), KsNN_Success);
+    EXPECT_THAT(mStore->GetErrorStr(), HasSubstr("KsNNDatabase::HardDeleteEntries err: "));
 }
 
 TEST_F(Import, AHostMayEndItBeforeAnythingIsChanged) {

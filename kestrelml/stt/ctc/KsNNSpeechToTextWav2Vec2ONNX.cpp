@@ -229,7 +229,9 @@ KsNN_ErrorCode KsNNSpeechToTextWav2Vec2ONNX::runBatch(std::size_t firstSlot, std
     for (std::size_t chunk = 0; chunk < count; ++chunk) {
         float* const audio = slot(firstSlot + chunk);
         if (debug) dumpSamples("KsNNCtcChunk-" + std::to_string(mDumpCounter++) + ".raw", audio, samples);
-        mModel->run(audio, samples, scoresOfFrame(chunk * mChunkFrames), frames, mVocabularySize);
+        // The samples of one frame are fewer than a model's first window, and give no scores.
+        if (frames > 0)
+            mModel->run(audio, samples, scoresOfFrame(chunk * mChunkFrames), frames, mVocabularySize);
     }
     const std::size_t emitted = frames == mChunkFrames ? frames - mOverlapFrames : frames;
     for (std::size_t chunk = 0; chunk < count; ++chunk) {
