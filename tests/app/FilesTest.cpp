@@ -62,25 +62,28 @@ TEST_F(FilesTest, AClipIsItsContentAndAProjectItsName) {
     EXPECT_EQ(projectIdentifier("Rivers").size(), 36U);
 }
 
-TEST_F(FilesTest, ClipsAreFoundByNameIdentifierAndFile) {
-    const Home home(mFolder);
+TEST_F(FilesTest, ClipsAreKnownByNameIdentifierAndFile) {
+    const Catalogue catalogue{Home(mFolder)};
     const fs::path file = write("a.mov", "abc");
     const std::string id = clipIdentifier(file);
-    const Catalogue catalogue(home);
     catalogue.add({id, "a.mov", file, "Rivers", "en"});
     catalogue.add({id, "a.mov", file, "Rivers", "fr"});
     ASSERT_EQ(catalogue.clips().size(), 1U);
-    for (const std::string& text : {std::string("a.mov"), id, id.substr(0, 6), file.string()})
-        EXPECT_EQ(findClip(home, text, "").language, "fr") << text;
-
+    for (const std::string& text : {std::string("a.mov"), id, id.substr(0, 6), file.string()}) {
+        ASSERT_EQ(catalogue.find(text, "").size(), 1U) << text;
+        EXPECT_EQ(catalogue.find(text, "").front().language, "fr") << text;
+    }
     const std::string other = id.substr(0, 10) + std::string(54, 'e');
     catalogue.add({other, "a.mov", "/elsewhere/a.mov", "Bridges", "en"});
-    EXPECT_EQ(findClip(home, "a.mov", "Bridges").id, other);
-    EXPECT_EQ(findClip(home, id.substr(0, 11), "").id, id);
-    for (const std::string& text :
-         {std::string("a.mov"), id.substr(0, 8), id.substr(0, 5), std::string("none")})
-        EXPECT_THROW(findClip(home, text, ""), Failure) << text;
-    EXPECT_EQ(findClip(home, std::string(64, 'f'), "Rivers").id, std::string(64, 'f'));
+    EXPECT_EQ(catalogue.find("a.mov", "Bridges").front().id, other);
+    EXPECT_EQ(catalogue.find(id.substr(0, 11), "").size(), 1U);
+    EXPECT_EQ(catalogue.find(id.substr(0, 8), "").size(), 2U);
+    EXPECT_EQ(catalogue.find(id.substr(0, 5), "").size(), 0U);
+
+    catalogue.remove(other, "Rivers");
+    EXPECT_EQ(catalogue.clips().size(), 2U);
+    catalogue.remove(other, "");
+    EXPECT_EQ(catalogue.clips().size(), 1U);
 
     write("catalogue.json", "{\"clips\": [{}]}");
     EXPECT_THROW(catalogue.clips(), Failure);

@@ -71,7 +71,7 @@ class Kestrel:
         request = urllib.request.Request(
             uri + path,
             method=method,
-            data=None if body is None else json.dumps(body).encode(),
+            data=None if body is None else (body if isinstance(body, str) else json.dumps(body)).encode(),
             headers={"Authorization": f"Basic {login}", "Content-Type": "application/json"},
         )
         trusting = ssl.create_default_context()

@@ -1,6 +1,8 @@
 #include "apps/kestrel/clips/ClipTranscriber.h"
 
 #include "apps/kestrel/clips/ClipWriter.h"
+#include "apps/kestrel/clips/Membership.h"
+#include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/home/Identity.h"
@@ -10,6 +12,7 @@
 #include <fmt/format.h>
 
 #include <numeric>
+#include <optional>
 #include <utility>
 
 namespace kestrel {
@@ -39,7 +42,7 @@ void describe(const KsNNDB_STTClipEntry& entry, const AudioReader& audio, FileOu
 ClipTranscriber::ClipTranscriber(TranscriptionSettings settings)
     : mSettings(std::move(settings)), mHome(Home::fromEnvironment()), mStore(openStore(mHome)),
       mTranscriber(makeTranscriber(mSettings.engine, mHome, mSettings.language)),
-      mProject(projectIdentifier(mSettings.project)) {
+      mProject(findProject(mStore, mSettings.project)) {
 }
 
 FileOutcome ClipTranscriber::transcribe(const fs::path& file, const Callbacks& callbacks) {
@@ -58,26 +61,34 @@ FileOutcome ClipTranscriber::transcribe(const fs::path& file, const Callbacks& c
 
 void ClipTranscriber::transcribeFile(FileOutcome& outcome, const Callbacks& callbacks) {
     outcome.clip = clipIdentifier(outcome.file, callbacks);
-    if (isAlreadyComplete(outcome)) return;
-    AudioReader audio(outcome.file); // before the lock: what is not media needs none
+    ClipState state = clipState(mStore, outcome.clip, mProject.projectGuid);
+    if (state == ClipState::Complete) return settle(outcome, FileStatus::AlreadyComplete);
+    std::optional<AudioReader> audio; // opened before the lock: what is not media needs none
+    if (state != ClipState::Elsewhere) audio.emplace(outcome.file);
     const ClipLock lock(mStore, mHome, outcome.clip, mSettings.takeOverLock);
-    // Another program may have completed the clip while we were on our way to the lock.
-    if (isAlreadyComplete(outcome)) return;
-    KsNNDB_STTClipEntry entry = mTranscriber->transcribe(audio, {outcome.clip, mProject}, callbacks);
-    entry.projectName = mSettings.project;
+    // Another program may have written or deleted the clip while we were on our way to the lock.
+    state = clipState(mStore, outcome.clip, mProject.projectGuid);
+    if (state == ClipState::Complete) return settle(outcome, FileStatus::AlreadyComplete);
+    if (state == ClipState::Elsewhere) {
+        joinLocked(mStore, outcome.clip, mProject);
+        return settle(outcome, FileStatus::Joined);
+    }
+    if (!audio) audio.emplace(outcome.file);
+    KsNNDB_STTClipEntry entry =
+        mTranscriber->transcribe(*audio, {outcome.clip, mProject.projectGuid}, callbacks);
+    entry.projectName = mProject.projectName;
     entry.clipName = outcome.file.filename().string();
     entry.clientApp = "kestrel";
-    writeClip(mStore, mHome, entry, outcome.clip, mProject, callbacks);
+    remember(outcome); // before the first segment, so that a clip that stays unfinished is known, too
+    writeClip(mStore, mHome, entry, outcome.clip, mProject.projectGuid, callbacks);
     outcome.status = FileStatus::Transcribed;
-    remember(outcome);
-    describe(entry, audio, outcome);
+    describe(entry, *audio, outcome);
 }
 
-bool ClipTranscriber::isAlreadyComplete(FileOutcome& outcome) {
-    if (clipState(mStore, outcome.clip, mProject) != ClipState::Complete) return false;
-    outcome.status = FileStatus::AlreadyComplete;
+/// The store has the whole transcript already.
+void ClipTranscriber::settle(FileOutcome& outcome, FileStatus status) const {
+    outcome.status = status;
     remember(outcome);
-    return true;
 }
 
 void ClipTranscriber::remember(const FileOutcome& outcome) const {

@@ -20,7 +20,13 @@ struct TranscriptionSettings {
     bool takeOverLock = false; ///< Write a clip even though another program left it locked.
 };
 
-enum class FileStatus { Transcribed, AlreadyComplete, Failed, Cancelled };
+enum class FileStatus {
+    Transcribed,
+    AlreadyComplete,
+    Joined, ///< The store had the transcript for another project, now it has it for this one, too.
+    Failed,
+    Cancelled
+};
 
 /// What became of one file.
 struct FileOutcome {
@@ -44,18 +50,18 @@ public:
     /// turn.
     FileOutcome transcribe(const std::filesystem::path& file, const Callbacks& callbacks);
 
-    const std::string& projectGuid() const { return mProject; }
+    const KsNNProject& project() const { return mProject; }
 
 private:
     void transcribeFile(FileOutcome& outcome, const Callbacks& callbacks);
-    bool isAlreadyComplete(FileOutcome& outcome);
+    void settle(FileOutcome& outcome, FileStatus status) const;
     void remember(const FileOutcome& outcome) const;
 
     TranscriptionSettings mSettings;
     Home mHome;
     KsNNDatabase mStore;
     std::unique_ptr<Transcriber> mTranscriber;
-    std::string mProject;
+    KsNNProject mProject;
 };
 
 } // namespace kestrel

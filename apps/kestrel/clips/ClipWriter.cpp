@@ -16,9 +16,13 @@ namespace {
 
 const char* const kHeldNote = "held\n";
 
+fs::path lockFile(const Home& home, const std::string& mediaGuid) {
+    return home.runFolder() / fmt::format("{}.lock", mediaGuid);
+}
+
 FileLock takeOurs(const Home& home, const std::string& mediaGuid) {
-    auto lock = FileLock::tryTake(home.runFolder() / fmt::format("{}.lock", mediaGuid));
-    if (!lock) throw Failure("another kestrel is writing this clip; try again when it is done");
+    auto lock = FileLock::tryTake(lockFile(home, mediaGuid));
+    if (!lock) throw ClipInUse("another kestrel is writing this clip; try again when it is done");
     return std::move(*lock);
 }
 
@@ -51,9 +55,9 @@ void ClipLock::lock(bool takeOver) {
         code = mStore.LockEntry(mMediaGuid, false);
     }
     if (code == KsNN_LockConflict)
-        throw Failure(
+        throw ClipInUse(
             "another program is writing this clip; try again when it is done, or, if it crashed and "
-            "left its lock behind, take it over with --take-over-lock");
+            "left its lock behind, release it with `kestrel unlock`");
     check(code, mStore, "the clip cannot be locked");
     mOurs.setNote(kHeldNote);
 }
@@ -64,6 +68,11 @@ ClipLock::~ClipLock() {
     if (code == KsNN_Success || code == KsNN_LockConflict) mOurs.removeFile();
 }
 
+bool ClipLock::isHeldHere(const Home& home, const std::string& mediaGuid) {
+    const fs::path file = lockFile(home, mediaGuid);
+    return fs::exists(file) && !FileLock::tryTake(file);
+}
+
 ClipState clipState(KsNNDatabase& store, const std::string& mediaGuid, const std::string& projectGuid) {
     const std::string failed = "the store cannot be asked for the clip";
     int ours = 0;
@@ -71,13 +80,13 @@ ClipState clipState(KsNNDatabase& store, const std::string& mediaGuid, const std
     check(store.GetSegmentCount(mediaGuid, projectGuid, ours, false, kSchemaVersion), store, failed);
     check(store.GetSegmentCount(mediaGuid, "ANY", all, false, kSchemaVersion), store, failed);
     if (all == 0) return ClipState::Absent;
-    if (ours == 0)
-        throw Failure(
-            "is in the store for another project already; that a clip joins a second project is not "
-            "possible yet");
     bool complete = false;
-    check(store.GetProgressComplete(mediaGuid, projectGuid, complete, false, kSchemaVersion), store, failed);
-    return complete ? ClipState::Complete : ClipState::Begun;
+    check(store.GetProgressComplete(mediaGuid, "ANY", complete, false, kSchemaVersion), store, failed);
+    if (ours > 0) return complete ? ClipState::Complete : ClipState::Begun;
+    if (!complete)
+        throw Failure("another project has begun this clip and not completed it: complete it there, or "
+                      "remove what there is with `kestrel delete --unfinished`");
+    return ClipState::Elsewhere;
 }
 
 void continueBehind(const KsNNDB_STTClipEntry& stored, KsNNDB_STTClipEntry& entry) {

@@ -9,6 +9,12 @@
 
 namespace kestrel {
 
+/// Somebody else is writing the clip.
+class ClipInUse : public Failure {
+public:
+    using Failure::Failure;
+};
+
 /// Holds a clip's lock in the store; gives it back when destroyed.
 ///
 /// A lock in the store has no owner and outlives a crash. So a file in our home says which locks are ours:
@@ -17,11 +23,14 @@ namespace kestrel {
 class ClipLock {
 public:
     /// @param takeOver Take the lock even when another program seems to hold it.
-    /// @throws Failure when another program writes the clip.
+    /// @throws ClipInUse when another program is writing the clip.
     ClipLock(KsNNDatabase& store, const Home& home, const std::string& mediaGuid, bool takeOver);
     ClipLock(const ClipLock&) = delete;
     ClipLock& operator=(const ClipLock&) = delete;
     ~ClipLock();
+
+    /// Whether a running kestrel of this home holds the clip's lock.
+    static bool isHeldHere(const Home& home, const std::string& mediaGuid);
 
 private:
     void lock(bool takeOver);
@@ -31,10 +40,15 @@ private:
     FileLock mOurs;
 };
 
-enum class ClipState { Absent, Begun, Complete };
+enum class ClipState {
+    Absent,
+    Begun,
+    Complete,
+    Elsewhere ///< Complete, in other projects only.
+};
 
 /// What the store holds of the clip for this project.
-/// @throws Failure when the clip is another project's.
+/// @throws Failure when another project has begun the clip.
 ClipState clipState(KsNNDatabase& store, const std::string& mediaGuid, const std::string& projectGuid);
 
 /// Writes the clip, whose lock is held, and marks it complete. Of a clip that was begun before, the segments

@@ -1,6 +1,8 @@
 #include "apps/kestrel/clips/PhraseSearch.h"
 
-#include "apps/kestrel/home/Identity.h"
+#include "apps/kestrel/clips/ClipFinder.h"
+#include "apps/kestrel/clips/ProjectSpeakers.h"
+#include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/services/Store.h"
 
 #include <algorithm>
@@ -14,14 +16,33 @@ namespace {
 /// show.
 constexpr int kSegmentsToLookAt = 1000;
 
+std::string withoutPrefix(const std::string& text, const std::string& prefix) {
+    return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
+}
+
+/// A speaker is meant by a name before a label: names are what people give.
+void restrictToSpeaker(KsNNDatabase& store, const KsNNProject& project, const std::string& speaker,
+                       KsNNPhraseQuery& asked) {
+    const std::vector<KsNNSpeakerKV> named = ProjectSpeakers(store, project).matching(speaker);
+    if (named.size() == 1)
+        asked.speakerGuid = named.front().speakerGuid;
+    else if (named.empty())
+        asked.speakerID = withoutPrefix(speaker, "Speaker ");
+    else // fails, and lists them
+        ProjectSpeakers(store, project).find(speaker);
+}
+
 } // namespace
 
-std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, const PhraseQuery& query) {
+std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, const Home& home, const PhraseQuery& query) {
+    const KsNNProject project = findProject(store, query.project);
     KsNNPhraseQuery asked;
     asked.text = query.phrase;
-    asked.projectGuid = projectIdentifier(query.project);
+    asked.projectGuid = project.projectGuid;
     asked.threshold = query.threshold;
     asked.maxSegments = std::max(kSegmentsToLookAt, query.maxResults);
+    if (!query.clip.empty()) asked.mediaGuid = findClip(store, home, query.clip, query.project).id;
+    if (!query.speaker.empty()) restrictToSpeaker(store, project, query.speaker, asked);
     std::vector<KsNNPhraseHit> hits;
     check(store.FindPhrase(asked, hits, false), store, "the search failed");
     std::stable_sort(hits.begin(), hits.end(), [](const auto& left, const auto& right) {

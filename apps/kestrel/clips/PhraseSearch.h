@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/kestrel/home/Home.h"
 #include "kestrelml/store/KsNNDatabase.h"
 
 #include <string>
@@ -11,12 +12,14 @@ namespace kestrel {
 struct PhraseQuery {
     std::string phrase;
     std::string project;
+    std::string clip;       ///< Only in this clip: name, file or identifier; empty: in all.
+    std::string speaker;    ///< Only said by this speaker: name, identifier or label; empty: by anyone.
     float threshold = 0.6F; ///< Lowest score of a hit, 0 to 1.
     int maxResults = 20;
 };
 
 /// Finds where the phrase is said, best first.
-/// @throws Failure when the store cannot be searched.
-std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, const PhraseQuery& query);
+/// @throws Failure when the store cannot be searched or has no such clip.
+std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, const Home& home, const PhraseQuery& query);
 
 } // namespace kestrel

@@ -1,7 +1,6 @@
 #include "apps/kestrel/clips/Transcript.h"
 
 #include "apps/kestrel/base/Failure.h"
-#include "apps/kestrel/home/Identity.h"
 #include "apps/kestrel/services/Store.h"
 
 #include <fmt/format.h>
@@ -20,15 +19,15 @@ std::size_t utf8Length(const icu::UnicodeString& text, int units) {
 
 } // namespace
 
-KsNNDB_STTClipEntry readClip(KsNNDatabase& store, const CatalogueClip& clip) {
+KsNNDB_STTClipEntry readClip(KsNNDatabase& store, const Clip& clip) {
     KsNNDB_STTClipEntry entry;
-    check(store.GetDBContents(clip.id, projectIdentifier(clip.project), entry, false, kSchemaVersion), store,
+    check(store.GetDBContents(clip.id, clip.project.projectGuid, entry, false, kSchemaVersion), store,
           fmt::format("the transcript of {} cannot be read", clip.name));
     if (entry.segments.empty())
         throw Failure(
             fmt::format("the store holds no transcript of {} for project \"{}\"; make one with `kestrel "
                         "transcribe`",
-                        clip.name, clip.project));
+                        clip.name, clip.project.projectName));
     return entry;
 }
 
@@ -49,6 +48,21 @@ std::optional<TextSpan> wordSpan(const std::string& text, const std::string& lan
     const auto begin = static_cast<std::size_t>(first);
     const std::size_t last = std::min(begin + static_cast<std::size_t>(count), ends.size()) - 1;
     return TextSpan{utf8Length(unicode, starts[begin]), utf8Length(unicode, ends[last])};
+}
+
+int wordOfNormalForm(const std::string& text, const std::string& language, int normalWord) {
+    const icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(text);
+    std::vector<int> starts;
+    std::vector<int> ends;
+    KsNNDatabase::get_word_indices_in_string(unicode, language, starts, ends);
+    for (std::size_t word = 0; word < ends.size(); ++word) {
+        icu::UnicodeString upToHere = unicode.tempSubStringBetween(0, ends[word]);
+        KsNNDatabase::normalizeForSearch(upToHere);
+        std::vector<icu::UnicodeString> normal;
+        KsNNDatabase::get_words_in_string(upToHere, "", normal);
+        if (static_cast<int>(normal.size()) > normalWord) return static_cast<int>(word);
+    }
+    return normalWord;
 }
 
 int countWords(const std::string& text, const std::string& language) {

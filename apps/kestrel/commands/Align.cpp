@@ -2,13 +2,12 @@
 #include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/base/Timecode.h"
-#include "apps/kestrel/clips/Speakers.h"
-#include "apps/kestrel/clips/Transcript.h"
+#include "apps/kestrel/clips/ClipFinder.h"
+#include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/FormRequest.h"
 #include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/forms/Sources.h"
-#include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/script/HtmlPage.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Output.h"
@@ -49,7 +48,7 @@ std::vector<ScriptLine> spokenLines(const AlignOptions& options) {
 }
 
 /// The part of the clip to align with; its times count from the start of the range.
-KsNNDB_STTClipEntry partOf(KsNNDB_STTClipEntry entry, const KsNNDatabase& store, const CatalogueClip& clip,
+KsNNDB_STTClipEntry partOf(KsNNDB_STTClipEntry entry, const KsNNDatabase& store, const Clip& clip,
                            std::int32_t startMs, std::int32_t endMs) {
     check(KsNNDatabase::sliceEntries(startMs, endMs, entry), store, "the range cannot be cut out");
     if (entry.segments.front().wordStartsMS.empty())
@@ -86,7 +85,7 @@ Poco::JSON::Object::Ptr toJson(const PlacedLine& line) {
     return object;
 }
 
-void printJson(const AlignOptions& options, const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry,
+void printJson(const AlignOptions& options, const Clip& clip, const KsNNDB_STTClipEntry& entry,
                const std::vector<PlacedLine>& lines) {
     auto document = jsonObject();
     document->set("script", options.script.string());
@@ -113,7 +112,7 @@ int align(const AlignOptions& options) {
     const Home home = Home::fromEnvironment();
     KsNNDatabase store = openStore(home);
     const std::vector<ScriptLine> script = spokenLines(options);
-    const CatalogueClip clip = findClip(home, options.clip, options.project);
+    const Clip clip = findClip(store, home, options.clip, options.project);
     const KsNNDB_STTClipEntry whole = readClip(store, clip);
     const KsNNDB_STTClipEntry entry =
         options.range.empty() ? whole : partOf(whole, store, clip, startMs, endMs);

@@ -36,6 +36,8 @@ const char* headingOf(CommandGroup group) {
         return "Services";
     case CommandGroup::Transcripts:
         return "Transcripts";
+    case CommandGroup::Catalogue:
+        return "Projects, clips and speakers";
     }
     return "";
 }

@@ -14,7 +14,7 @@ namespace kestrel {
 using Run = std::function<int()>;
 
 /// The headings under which the help lists the commands, in this order.
-enum class CommandGroup { Services, Transcripts };
+enum class CommandGroup { Services, Transcripts, Catalogue };
 
 /// A command, as its source file describes it to the command line.
 struct Command {

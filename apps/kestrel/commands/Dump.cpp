@@ -1,12 +1,11 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Files.h"
-#include "apps/kestrel/clips/Speakers.h"
-#include "apps/kestrel/clips/Transcript.h"
+#include "apps/kestrel/clips/ClipFinder.h"
+#include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/FormRequest.h"
 #include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/forms/Sources.h"
-#include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Output.h"
 
@@ -55,7 +54,7 @@ std::string dumped(KsNNDatabase& store, KsNNDB_STTClipEntry& entry, const ClipCl
 int dump(const DumpOptions& options) {
     const Home home = Home::fromEnvironment();
     KsNNDatabase store = openStore(home);
-    const CatalogueClip clip = findClip(home, options.clip, options.project);
+    const Clip clip = findClip(store, home, options.clip, options.project);
     KsNNDB_STTClipEntry entry = readClip(store, clip);
     const FormRequest& request = options.form;
     const FormClip described = describeClip(clip, entry, request);

@@ -1,7 +1,8 @@
 #include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/clips/ClipFinder.h"
+#include "apps/kestrel/clips/ClipList.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/Options.h"
-#include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/home/Credentials.h"
 #include "apps/kestrel/home/Identity.h"
 #include "apps/kestrel/services/Store.h"
@@ -22,7 +23,6 @@ namespace {
 
 /// Documents read by one request: what the export holds in memory at a time.
 constexpr int kPageSize = 1000;
-constexpr int kClipsOfPage = 10'000;
 /// Clips that one search can ask for by name.
 constexpr std::size_t kMostClips = 1000;
 
@@ -70,12 +70,6 @@ void requireComplete(KsNNDatabase& store, const std::vector<std::string>& projec
     }
 }
 
-std::vector<std::string> completeClips(KsNNDatabase& store, const std::string& project) {
-    std::vector<std::string> clips;
-    check(store.GetAllMediaGuids(project, clips, false, kClipsOfPage), store, "the clips cannot be listed");
-    return clips;
-}
-
 /// The clips that the user names, all complete and of one project.
 std::vector<std::string> findClips(const Home& home, KsNNDatabase& store, const ExportOptions& options,
                                    const std::string& project) {
@@ -87,7 +81,7 @@ std::vector<std::string> findClips(const Home& home, KsNNDatabase& store, const 
     const std::vector<std::string> complete = completeClips(store, project);
     std::vector<std::string> found;
     for (const std::string& text : options.clips) {
-        const CatalogueClip clip = findClip(home, text, options.projects.front());
+        const Clip clip = findClip(store, home, text, options.projects.front());
         if (std::find(complete.begin(), complete.end(), clip.id) == complete.end())
             throw Failure(fmt::format("the store holds no complete transcript of {} in project \"{}\"",
                                       clip.name, options.projects.front()));

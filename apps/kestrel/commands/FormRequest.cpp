@@ -71,8 +71,7 @@ void addFormOptions(CLI::App& app, FormRequest& request) {
     add("--record-start", request.options.recordStart, "Time code at which a string-out begins", kEditGroup);
 }
 
-FormClip describeClip(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry,
-                      const FormRequest& request) {
+FormClip describeClip(const Clip& clip, const KsNNDB_STTClipEntry& entry, const FormRequest& request) {
     FormClip described{clip.id, entry.clipName, entry.projectName, std::nullopt};
     std::error_code error;
     if (!clip.path.empty() && std::filesystem::is_regular_file(clip.path, error)) {

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/forms/Forms.h"
-#include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/media/ClipClock.h"
 
 #include <filesystem>
@@ -33,8 +33,7 @@ void addFormOptions(CLI::App& app, FormRequest& request);
 
 /// A clip with its clock, read from its media where that lies where it was transcribed, else made from the
 /// options. Without either, only forms for editing programs fail.
-FormClip describeClip(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry,
-                      const FormRequest& request);
+FormClip describeClip(const Clip& clip, const KsNNDB_STTClipEntry& entry, const FormRequest& request);
 
 /// Writes to the file asked for, or to standard output.
 void writeOut(const FormRequest& request, const std::string& text);

@@ -8,17 +8,27 @@
 /// Options that several commands share, so that they read alike everywhere.
 namespace kestrel {
 
+/// Refuses a name that is empty or blank.
+inline std::string requireName(const std::string& name) {
+    return name.find_first_not_of(" \t\r\n") == std::string::npos ? "a name must not be empty" : "";
+}
+
 inline CLI::Option* addProjectOption(CLI::App& app, std::string& project) {
-    return app.add_option("--project", project, "Name of the project");
+    return app.add_option("--project", project, "Name of the project")->check(requireName);
 }
 
 /// For commands that name a clip: clips of the same name may lie in several projects.
 inline CLI::Option* addAnyProjectOption(CLI::App& app, std::string& project) {
-    return app.add_option("--project", project, "Name of the project, when a clip name is used in several");
+    return app.add_option("--project", project, "Name of the project, when a clip name is used in several")
+        ->check(requireName);
 }
 
 inline constexpr const char* kClipHelp =
     "Name of the clip, its file, or its identifier (six digits or more will do)";
+
+inline CLI::Option* addYesFlag(CLI::App& app, bool& yes) {
+    return app.add_flag("--yes,-y", yes, "Do not ask");
+}
 
 inline CLI::Option* addJsonFlag(CLI::App& app, bool& json) {
     return app.add_flag("--json", json, "Write one JSON document");

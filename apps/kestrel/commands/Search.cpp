@@ -2,7 +2,8 @@
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/clips/PhraseSearch.h"
-#include "apps/kestrel/clips/Speakers.h"
+#include "apps/kestrel/clips/Projects.h"
+#include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/FormRequest.h"
@@ -38,7 +39,7 @@ std::string marked(const KsNNPhraseHit& hit) {
     return hit.text.substr(0, hit.matchBegin) + emphasised(matchOf(hit)) + hit.text.substr(hit.matchEnd);
 }
 
-Poco::JSON::Object::Ptr toJson(const KsNNPhraseHit& hit) {
+Poco::JSON::Object::Ptr toJson(const KsNNPhraseHit& hit, SpeakerLookup& names) {
     auto object = jsonObject();
     object->set("clip", hit.mediaGuid);
     object->set("clipName", hit.clipName);
@@ -47,20 +48,21 @@ Poco::JSON::Object::Ptr toJson(const KsNNPhraseHit& hit) {
     object->set("endMS", hit.endMS);
     object->set("segment", hit.segment);
     object->set("speaker", hit.speakerID);
+    object->set("speakerName", names.nameOf(hit.speakerGuid));
     object->set("score", roundedScore(hit.score));
     object->set("text", hit.text);
     object->set("match", matchOf(hit));
     return object;
 }
 
-void printJson(const PhraseQuery& query, const std::vector<KsNNPhraseHit>& hits) {
+void printJson(const PhraseQuery& query, const std::vector<KsNNPhraseHit>& hits, SpeakerLookup& names) {
     auto document = jsonObject();
     document->set("phrase", query.phrase);
     document->set("project", query.project);
     document->set("threshold", roundedScore(query.threshold));
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
     for (const KsNNPhraseHit& hit : hits)
-        list->add(toJson(hit));
+        list->add(toJson(hit, names));
     document->set("hits", list);
     printResult(document);
 }
@@ -80,7 +82,7 @@ void tellNothingFound(const Home& home, const PhraseQuery& query) {
 Selection selectionOf(const Home& home, KsNNDatabase& store, const SearchOptions& options,
                       const std::vector<KsNNPhraseHit>& hits) {
     const std::vector<CatalogueClip> catalogue = Catalogue(home).clips();
-    const std::string& project = options.query.project;
+    const KsNNProject project = findProject(store, options.query.project);
     Selection selection;
     selection.title = options.query.phrase;
     std::map<std::string, std::pair<std::size_t, std::vector<Passage>>> known;
@@ -90,11 +92,10 @@ Selection selectionOf(const Home& home, KsNNDatabase& store, const SearchOptions
         if (isNew) {
             const auto listed =
                 std::find_if(catalogue.begin(), catalogue.end(), [&](const CatalogueClip& clip) {
-                    return clip.id == hit.mediaGuid && clip.project == project;
+                    return clip.id == hit.mediaGuid && clip.project == project.projectName;
                 });
-            const CatalogueClip clip = listed == catalogue.end()
-                                           ? CatalogueClip{hit.mediaGuid, hit.clipName, "", project, ""}
-                                           : *listed;
+            const Clip clip{hit.mediaGuid, hit.clipName, listed == catalogue.end() ? "" : listed->path,
+                            project};
             const KsNNDB_STTClipEntry entry = readClip(store, clip);
             position = selection.clips.size();
             passages = passagesOf(entry, speakerNames(store));
@@ -111,9 +112,10 @@ int search(const SearchOptions& options) {
     KsNNDatabase store = openStore(home);
     if (countWords(query.phrase, "") == 0)
         throw UsageError(fmt::format("the phrase \"{}\" holds no word", query.phrase));
-    const std::vector<KsNNPhraseHit> hits = findPhrase(store, query);
+    const std::vector<KsNNPhraseHit> hits = findPhrase(store, home, query);
+    SpeakerLookup names(store);
     if (options.json) {
-        printJson(query, hits);
+        printJson(query, hits, names);
         return ExitFine;
     }
     if (!options.form.format.empty()) {
@@ -124,9 +126,11 @@ int search(const SearchOptions& options) {
         writeOut(options.form, selectionOf(home, store, options, hits));
         return ExitFine;
     }
-    for (const KsNNPhraseHit& hit : hits)
-        printResult(fmt::format("{}  {}  speaker {}  {:.2f}\n    {}\n", hit.clipName, timecode(hit.startMS),
-                                hit.speakerID, hit.score, marked(hit)));
+    for (const KsNNPhraseHit& hit : hits) {
+        const std::string name = names.nameOf(hit.speakerGuid);
+        printResult(fmt::format("{}  {}  {}  {:.2f}\n    {}\n", hit.clipName, timecode(hit.startMS),
+                                name.empty() ? "speaker " + hit.speakerID : name, hit.score, marked(hit)));
+    }
     if (hits.empty()) tellNothingFound(home, query);
     return ExitFine;
 }
@@ -142,6 +146,8 @@ Run setUp(CLI::App& app) {
     app.add_option("--max", query.maxResults, "Number of hits to show, best first")
         ->capture_default_str()
         ->check(CLI::Range(1, 10000));
+    app.add_option("--clip", query.clip, "Only in this clip: its name, its file or its identifier");
+    app.add_option("--speaker", query.speaker, "Only said by this speaker: a name, or a label such as 1");
     CLI::Option* json = addJsonFlag(app, options->json);
     std::set<std::string> names;
     for (const auto& form : forms())

@@ -1,10 +1,10 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/base/Timecode.h"
-#include "apps/kestrel/clips/Transcript.h"
+#include "apps/kestrel/clips/ClipFinder.h"
+#include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/Options.h"
-#include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Output.h"
 
@@ -29,7 +29,7 @@ Poco::JSON::Array::Ptr numbers(const std::vector<std::int32_t>& values) {
     return list;
 }
 
-void printJson(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry) {
+void printJson(const Clip& clip, const KsNNDB_STTClipEntry& entry, SpeakerLookup& names) {
     auto document = jsonObject();
     document->set("clip", clip.id);
     document->set("clipName", entry.clipName);
@@ -45,6 +45,7 @@ void printJson(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry) {
         object->set("startMS", startOf(segment));
         object->set("endMS", endOf(segment));
         object->set("speaker", segment.speakerID);
+        object->set("speakerName", names.nameOf(segment));
         object->set("language", segment.language);
         object->set("text", segment.transcript);
         object->set("wordStartsMS", numbers(segment.wordStartsMS));
@@ -55,13 +56,15 @@ void printJson(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry) {
     printResult(document);
 }
 
-void printText(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry) {
+void printText(const Clip& clip, const KsNNDB_STTClipEntry& entry, SpeakerLookup& names) {
     std::string text = fmt::format("{}\nproject {}, clip {}\n{}, {}\n", emphasised(entry.clipName),
                                    entry.projectName, clip.id.substr(0, 12), entry.audioTracks, entry.model);
     std::string speaker;
     for (const KsNNDBEntrySeg& segment : entry.segments) {
-        if (segment.speakerID != speaker) text += fmt::format("\nSpeaker {}\n", segment.speakerID);
-        speaker = segment.speakerID;
+        if (const std::string name = names.display(segment); name != speaker) {
+            speaker = name;
+            text += fmt::format("\n{}\n", speaker);
+        }
         text += fmt::format("{}  {}\n", timecode(startOf(segment)), segment.transcript);
     }
     printResult(text);
@@ -70,12 +73,13 @@ void printText(const CatalogueClip& clip, const KsNNDB_STTClipEntry& entry) {
 int show(const ShowOptions& options) {
     const Home home = Home::fromEnvironment();
     KsNNDatabase store = openStore(home);
-    const CatalogueClip clip = findClip(home, options.clip, options.project);
+    const Clip clip = findClip(store, home, options.clip, options.project);
     const KsNNDB_STTClipEntry entry = readClip(store, clip);
+    SpeakerLookup names(store);
     if (options.json)
-        printJson(clip, entry);
+        printJson(clip, entry, names);
     else
-        printText(clip, entry);
+        printText(clip, entry, names);
     if (!entry.progressComplete)
         tell("the transcript is not complete: run `kestrel transcribe` on the file again to complete it");
     return ExitFine;

@@ -27,7 +27,7 @@ struct Answer {
 Answer ask(Service service, const Home& home) {
     try {
         if (service == Service::Index) {
-            openStore(home);
+            openStoreOfAnyVersion(home);
         } else {
             const auto engine = makeEngine(EngineKind::Service, home);
             float progress = 0.0F;

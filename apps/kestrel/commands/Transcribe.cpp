@@ -30,6 +30,8 @@ const char* textOf(FileStatus status) {
         return "transcribed";
     case FileStatus::AlreadyComplete:
         return "already complete";
+    case FileStatus::Joined:
+        return "joined";
     case FileStatus::Failed:
         return "failed";
     case FileStatus::Cancelled:
@@ -61,6 +63,8 @@ std::string summaryOf(const FileOutcome& outcome) {
     }
     case FileStatus::AlreadyComplete:
         return "already complete, skipped";
+    case FileStatus::Joined:
+        return "transcribed for another project already; joined this one";
     case FileStatus::Failed:
         return "failed: " + outcome.error;
     case FileStatus::Cancelled:
@@ -87,8 +91,8 @@ int transcribe(const TranscribeOptions& options) {
     }
     if (options.json) {
         auto document = jsonObject();
-        document->set("project", options.settings.project);
-        document->set("projectId", transcriber.projectGuid());
+        document->set("project", transcriber.project().projectName);
+        document->set("projectId", transcriber.project().projectGuid);
         document->set("clips", clips);
         printResult(document);
     }

@@ -16,7 +16,6 @@ namespace kestrel {
 
 namespace {
 
-constexpr std::size_t kShortestPrefix = 6;
 constexpr std::size_t kIdentifierLength = 64;
 
 Poco::JSON::Object::Ptr toJson(const CatalogueClip& clip) {
@@ -50,28 +49,6 @@ std::vector<CatalogueClip> select(const std::vector<CatalogueClip>& clips, const
     return chosen;
 }
 
-[[noreturn]] void failAmbiguous(const std::string& text, const std::vector<CatalogueClip>& clips) {
-    std::string message =
-        fmt::format("\"{}\" may mean {} clips; name one by its identifier:", text, clips.size());
-    for (const CatalogueClip& clip : clips)
-        message += fmt::format("\n    {}  {}  (project \"{}\", {})", clip.id.substr(0, 12), clip.name,
-                               clip.project, clip.path);
-    throw Failure(message);
-}
-
-[[noreturn]] void failUnknown(const std::string& text, const std::string& project,
-                              const std::vector<CatalogueClip>& clips) {
-    std::string message = fmt::format("no clip \"{}\"{} has been transcribed", text,
-                                      project.empty() ? "" : fmt::format(" of project \"{}\"", project));
-    constexpr std::size_t shown = 10;
-    if (!clips.empty()) message += "; there are:";
-    for (std::size_t i = 0; i < std::min(shown, clips.size()); ++i)
-        message += fmt::format("\n    {}  {}  (project \"{}\")", clips[i].id.substr(0, 12), clips[i].name,
-                               clips[i].project);
-    if (clips.size() > shown) message += fmt::format("\n    and {} more", clips.size() - shown);
-    throw Failure(message);
-}
-
 } // namespace
 
 Catalogue::Catalogue(const Home& home) : mFile(home.catalogueFile()) {
@@ -90,12 +67,11 @@ std::vector<CatalogueClip> Catalogue::clips() const {
     return clips;
 }
 
-void Catalogue::add(const CatalogueClip& clip) const {
+template <typename Change>
+void Catalogue::change(Change change) const {
     const FileLock lock = FileLock::take(mFile.string() + ".lock");
     std::vector<CatalogueClip> all = clips();
-    std::erase_if(all,
-                  [&](const CatalogueClip& old) { return old.id == clip.id && old.project == clip.project; });
-    all.push_back(clip);
+    change(all);
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
     for (const CatalogueClip& one : all)
         list->add(toJson(one));
@@ -104,23 +80,33 @@ void Catalogue::add(const CatalogueClip& clip) const {
     replaceFile(mFile, toText(document), 0600);
 }
 
-CatalogueClip findClip(const Home& home, const std::string& text, const std::string& project) {
-    const std::vector<CatalogueClip> clips = Catalogue(home).clips();
-    auto found = select(clips, project, [&](const CatalogueClip& clip) { return clip.name == text; });
+void Catalogue::add(const CatalogueClip& clip) const {
+    change([&](std::vector<CatalogueClip>& all) {
+        std::erase_if(
+            all, [&](const CatalogueClip& old) { return old.id == clip.id && old.project == clip.project; });
+        all.push_back(clip);
+    });
+}
+
+void Catalogue::remove(const std::string& clip, const std::string& project) const {
+    change([&](std::vector<CatalogueClip>& all) {
+        std::erase_if(all, [&](const CatalogueClip& old) {
+            return old.id == clip && (project.empty() || old.project == project);
+        });
+    });
+}
+
+std::vector<CatalogueClip> Catalogue::find(const std::string& text, const std::string& project) const {
+    const std::vector<CatalogueClip> all = clips();
+    auto found = select(all, project, [&](const CatalogueClip& clip) { return clip.name == text; });
     if (found.empty() && isIdentifierPart(text))
-        found = select(clips, project, [&](const CatalogueClip& clip) { return clip.id.starts_with(text); });
-    std::string identifier = text.size() == kIdentifierLength && isIdentifierPart(text) ? text : "";
+        found = select(all, project, [&](const CatalogueClip& clip) { return clip.id.starts_with(text); });
     std::error_code error;
     if (found.empty() && fs::is_regular_file(text, error)) {
-        identifier = clipIdentifier(text);
-        found = select(clips, project, [&](const CatalogueClip& clip) { return clip.id == identifier; });
+        const std::string identifier = clipIdentifier(text);
+        found = select(all, project, [&](const CatalogueClip& clip) { return clip.id == identifier; });
     }
-    if (found.size() > 1) failAmbiguous(text, found);
-    if (found.size() == 1) return found.front();
-    // Another home may have written it: the store knows clips that this catalogue does not.
-    if (identifier.empty() || project.empty())
-        failUnknown(text, project, select(clips, project, [](const CatalogueClip&) { return true; }));
-    return {identifier, text, "", project, ""};
+    return found;
 }
 
 } // namespace kestrel

@@ -2,7 +2,6 @@
 
 #include "apps/kestrel/home/Home.h"
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,15 +23,23 @@ public:
 
     /// Adds the clip, or replaces what was known of it.
     void add(const CatalogueClip& clip) const;
+    /// Forgets the clip in a project; an empty project means in all.
+    void remove(const std::string& clip, const std::string& project) const;
     std::vector<CatalogueClip> clips() const;
 
+    /// The clips that the user may mean by `text`: the name of a clip, else an identifier or the beginning of
+    /// one (six digits at least), else a file, which is read for its identifier. An empty `project` means
+    /// any.
+    std::vector<CatalogueClip> find(const std::string& text, const std::string& project) const;
+
 private:
+    template <typename Change>
+    void change(Change change) const;
+
     std::filesystem::path mFile;
 };
 
-/// Finds the clip that the user means by `text`: an identifier or the beginning of one (six digits at least),
-/// the name of a clip, or a file. An empty `project` means any.
-/// @throws Failure that says what there is instead, or which clips could be meant.
-CatalogueClip findClip(const Home& home, const std::string& text, const std::string& project);
+/// Characters that the beginning of an identifier needs to stand for it.
+inline constexpr std::size_t kShortestPrefix = 6;
 
 } // namespace kestrel

@@ -19,11 +19,14 @@ PlacedLine place(const ScriptLine& line, const KsNNAlignmentItem& item, const Ks
                  std::int32_t offsetMs) {
     PlacedLine placed{.script = line, .score = item.score, .word = ""};
     if (!placed.isFound()) return placed;
-    placed.startMs = offsetMs + item.startMs;
     placed.segment = static_cast<std::size_t>(item.lineNumber);
-    placed.wordIndex = item.wordIndex;
     const KsNNDBEntrySeg& segment = entry.segments.at(placed.segment);
-    if (const auto span = wordSpan(segment.transcript, segment.language, item.wordIndex, 1))
+    // The store counts the words of the normal form, and takes the time of the stored word of that number.
+    placed.wordIndex = wordOfNormalForm(segment.transcript, segment.language, item.wordIndex);
+    const auto word = static_cast<std::size_t>(placed.wordIndex);
+    placed.startMs =
+        offsetMs + (word < segment.wordStartsMS.size() ? segment.wordStartsMS[word] : item.startMs);
+    if (const auto span = wordSpan(segment.transcript, segment.language, placed.wordIndex, 1))
         placed.word = segment.transcript.substr(span->begin, span->end - span->begin);
     return placed;
 }

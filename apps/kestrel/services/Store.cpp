@@ -30,7 +30,7 @@ bool acceptsCredentials(const Home& home, const std::string& uri) {
     return store.testDefault(false) == KsNN_Success;
 }
 
-KsNNDatabase openStore(const Home& home) {
+KsNNDatabase openStoreOfAnyVersion(const Home& home) {
     const RunningService service = require(home, Service::Index);
     applyCredentials(home);
     KsNNDatabase store(service.uri.c_str(), nullptr, nullptr, nullptr, false);
@@ -48,6 +48,33 @@ KsNNDatabase openStore(const Home& home) {
                         "up` to take it up anew",
                         service.uri));
     }
+}
+
+KsNNDatabase openStore(const Home& home) {
+    KsNNDatabase store = openStoreOfAnyVersion(home);
+    bool isCurrent = false;
+    check(store.CheckIndex(isCurrent, KsNNDatabase::getTranscriptIndex(), false), store,
+          "the store's indices cannot be listed");
+    // Writing would make the current index, and with both in place the old one can no longer be copied.
+    if (!isCurrent && documentCount(store, kOldTranscriptIndex) > 0)
+        throw Failure("the store holds transcripts of an earlier version: run `kestrel migrate` first");
+    return store;
+}
+
+TranscriptIndexSwitch::TranscriptIndexSwitch(const std::string& index)
+    : mBefore(KsNNDatabase::getTranscriptIndex()) {
+    KsNNDatabase::setTranscriptIndex(index);
+}
+
+TranscriptIndexSwitch::~TranscriptIndexSwitch() {
+    KsNNDatabase::setTranscriptIndex(mBefore);
+}
+
+int documentCount(KsNNDatabase& store, const std::string& index) {
+    const TranscriptIndexSwitch there(index);
+    int count = 0; // what it stays when there is no such index
+    check(store.GetTotalSegmentCount(count, false), store, fmt::format("{} cannot be counted", index));
+    return count;
 }
 
 std::string detailOf(const KsNNBase& object) {

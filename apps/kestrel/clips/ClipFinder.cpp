@@ -1,0 +1,133 @@
+#include "apps/kestrel/clips/ClipFinder.h"
+
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/clips/ClipList.h"
+#include "apps/kestrel/clips/Projects.h"
+#include "apps/kestrel/clips/Transcript.h"
+#include "apps/kestrel/home/Catalogue.h"
+#include "apps/kestrel/home/Identity.h"
+#include "apps/kestrel/services/Store.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <set>
+
+namespace kestrel {
+
+namespace {
+
+[[noreturn]] void failAmbiguous(const std::string& text, const std::vector<Clip>& clips) {
+    std::string message =
+        fmt::format("\"{}\" may mean {} clips; name one by its identifier:", text, clips.size());
+    for (const Clip& clip : clips)
+        message += fmt::format("\n    {}  {}  (project \"{}\"{})", clip.id.substr(0, 12), clip.name,
+                               clip.project.projectName, clip.path.empty() ? "" : ", " + clip.path);
+    throw Failure(message);
+}
+
+[[noreturn]] void failUnknown(const Home& home, const std::string& text, const std::string& project) {
+    std::string message = fmt::format("no clip \"{}\"{} has been transcribed", text,
+                                      project.empty() ? "" : fmt::format(" of project \"{}\"", project));
+    std::vector<CatalogueClip> known = Catalogue(home).clips();
+    std::erase_if(known, [&](const auto& clip) { return !project.empty() && clip.project != project; });
+    constexpr std::size_t kShown = 10;
+    if (!known.empty()) message += "; there are:";
+    for (std::size_t i = 0; i < std::min(kShown, known.size()); ++i)
+        message += fmt::format("\n    {}  {}  (project \"{}\")", known[i].id.substr(0, 12), known[i].name,
+                               known[i].project);
+    if (known.size() > kShown) message += fmt::format("\n    and {} more", known.size() - kShown);
+    throw Failure(message);
+}
+
+std::string nameOf(KsNNDatabase& store, const std::string& id, const KsNNProject& project) {
+    KsNNDB_STTClipEntry entry;
+    check(store.GetDBContents(id, project.projectGuid, entry, false, kSchemaVersion), store,
+          fmt::format("the clip {} cannot be read", id));
+    return entry.clipName;
+}
+
+int segmentCount(KsNNDatabase& store, const std::string& id, const KsNNProject& project) {
+    int segments = 0;
+    check(store.GetSegmentCount(id, project.projectGuid, segments, false, kSchemaVersion), store,
+          "the store cannot be asked for the clip");
+    return segments;
+}
+
+/// Looks through the store, where other homes may have put clips that our catalogue does not know.
+class StoreSearch {
+public:
+    StoreSearch(KsNNDatabase& store, std::vector<KsNNProject> projects)
+        : mStore(store), mProjects(std::move(projects)) {}
+
+    std::vector<Clip> byIdentifier(const std::string& identifier) {
+        std::vector<Clip> found;
+        for (const KsNNProject& project : mProjects) {
+            if (segmentCount(mStore, identifier, project) > 0) // of an unfinished clip, too
+                found.push_back({identifier, kestrel::nameOf(mStore, identifier, project), "", project});
+        }
+        return found;
+    }
+
+    std::vector<Clip> byPrefix(const std::string& prefix) {
+        return select([&](const std::string& id, const KsNNProject&) { return id.starts_with(prefix); });
+    }
+
+    std::vector<Clip> byName(const std::string& name) {
+        return select([&](const std::string& id, const KsNNProject& project) {
+            return kestrel::nameOf(mStore, id, project) == name;
+        });
+    }
+
+private:
+    template <typename Condition>
+    std::vector<Clip> select(Condition condition) {
+        std::vector<Clip> found;
+        std::set<std::string> seen;
+        for (const KsNNProject& project : mProjects) {
+            for (const std::string& id : completeClips(mStore, project.projectGuid)) {
+                if (seen.insert(id).second && condition(id, project))
+                    found.push_back({id, kestrel::nameOf(mStore, id, project), "", project});
+            }
+        }
+        return found;
+    }
+
+    KsNNDatabase& mStore;
+    std::vector<KsNNProject> mProjects;
+};
+
+std::vector<Clip> findInStore(KsNNDatabase& store, const std::string& text, const std::string& project) {
+    StoreSearch search(store,
+                       project.empty() ? storedProjects(store) : std::vector{requireProject(store, project)});
+    std::error_code error;
+    if (std::filesystem::is_regular_file(text, error)) {
+        if (auto found = search.byIdentifier(clipIdentifier(text)); !found.empty()) return found;
+    }
+    if (text.size() >= kShortestPrefix) {
+        if (auto found = search.byIdentifier(text); !found.empty()) return found;
+        if (auto found = search.byPrefix(text); !found.empty()) return found;
+    }
+    return search.byName(text);
+}
+
+} // namespace
+
+Clip findClip(KsNNDatabase& store, const Home& home, const std::string& text, const std::string& project) {
+    std::vector<Clip> found;
+    for (const CatalogueClip& clip : Catalogue(home).find(text, project)) {
+        const KsNNProject stored = findProject(store, clip.project);
+        // Another home may have deleted it.
+        if (segmentCount(store, clip.id, stored) > 0)
+            found.push_back({clip.id, clip.name, clip.path, stored});
+    }
+    if (found.empty()) found = findInStore(store, text, project);
+    if (found.empty()) failUnknown(home, text, project);
+    // In several projects a clip has one transcript.
+    const bool isOne = std::all_of(found.begin(), found.end(),
+                                   [&](const Clip& clip) { return clip.id == found.front().id; });
+    if (!isOne) failAmbiguous(text, found);
+    return found.front();
+}
+
+} // namespace kestrel

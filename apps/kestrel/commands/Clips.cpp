@@ -1,0 +1,106 @@
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/base/Timecode.h"
+#include "apps/kestrel/clips/ClipList.h"
+#include "apps/kestrel/commands/Command.h"
+#include "apps/kestrel/commands/Options.h"
+#include "apps/kestrel/services/Store.h"
+#include "apps/kestrel/terminal/Interrupt.h"
+#include "apps/kestrel/terminal/Output.h"
+#include "apps/kestrel/terminal/TerminalCallbacks.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <memory>
+
+namespace kestrel {
+
+namespace {
+
+struct ClipsOptions {
+    ClipFilter filter;
+    bool json = false;
+};
+
+template <typename Texts>
+Poco::JSON::Array::Ptr toArray(const Texts& texts) {
+    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
+    for (const std::string& text : texts)
+        list->add(text);
+    return list;
+}
+
+const char* stateOf(const ListedClip& clip) {
+    return clip.isComplete ? "complete" : "unfinished";
+}
+
+Poco::JSON::Object::Ptr toJson(const ListedClip& clip) {
+    auto object = jsonObject();
+    object->set("clip", clip.id);
+    object->set("clipName", clip.name);
+    if (!clip.path.empty()) object->set("path", clip.path);
+    object->set("projects", toArray(clip.projects));
+    object->set("state", stateOf(clip));
+    object->set("segments", clip.segments);
+    object->set("endMS", clip.endMs);
+    object->set("languages", toArray(clip.languages));
+    object->set("speakers", toArray(clip.speakers));
+    return object;
+}
+
+std::string toText(const ListedClip& clip) {
+    return fmt::format("{}  {:10}  {}  {:5}  {}  ({})\n", clip.id.substr(0, 12), stateOf(clip),
+                       timecode(clip.endMs), fmt::join(clip.languages, ","), clip.name,
+                       fmt::join(clip.speakers, ", "));
+}
+
+int clips(const ClipsOptions& options) {
+    catchInterrupts();
+    const Home home = Home::fromEnvironment();
+    KsNNDatabase store = openStore(home);
+    ClipListing listing;
+    {
+        ProgressLine line("clips");
+        listing = listClips(store, home, options.filter, terminalCallbacks(line));
+    }
+    if (options.json) {
+        Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
+        for (const ListedClip& clip : listing.clips)
+            list->add(toJson(clip));
+        auto document = jsonObject();
+        document->set("clips", list);
+        printResult(document);
+    } else {
+        std::string text;
+        for (const ListedClip& clip : listing.clips)
+            text += toText(clip);
+        printResult(text);
+        if (listing.clips.empty()) tell("no clip is like that");
+    }
+    if (listing.mayLackUnfinished)
+        tell("the store names ten unfinished clips of other programs at a time; there may be more");
+    return ExitFine;
+}
+
+Run setUp(CLI::App& app) {
+    auto options = std::make_shared<ClipsOptions>();
+    ClipFilter& filter = options->filter;
+    addProjectOption(app, filter.project);
+    app.add_option("--name", filter.name, "Only clips with this in their name");
+    app.add_option("--language", filter.language, "Only clips with segments in this language, such as en");
+    app.add_option("--speaker", filter.speaker, "Only clips in which this speaker, or label, speaks");
+    app.add_flag("--unfinished", filter.unfinishedOnly, "Only clips whose transcript is not complete");
+    addJsonFlag(app, options->json);
+    app.footer("Writes identifier, state, end of the last word, languages, name and speakers.\n\n"
+               "Examples:\n  kestrel clips --project Rivers\n"
+               "  kestrel clips --language fr --speaker Anna --json\n  kestrel clips --unfinished");
+    return [options] { return clips(*options); };
+}
+
+const CommandRegistration registration({CommandGroup::Catalogue, "clips",
+                                        "List clips with state, duration, language and speakers", setUp});
+
+} // namespace
+
+} // namespace kestrel

@@ -1,0 +1,238 @@
+"""What a team does with transcripts that exist: projects, listings, speakers, deletion, locks, old stores."""
+
+from __future__ import annotations
+
+import json
+import os
+import pty
+import re
+import subprocess
+import uuid
+from collections.abc import Iterable
+from typing import Any
+
+import pytest
+from app_under_test import BIN, TRANSCRIPTS, Kestrel
+
+OLD_INDEX = "transcript_index_rel"
+
+
+def project_id(name: str) -> str:
+    return str(uuid.uuid5(uuid.NAMESPACE_URL, f"kestrel:project:{name}"))
+
+
+def clip_id(name: str) -> str:
+    return uuid.uuid5(uuid.NAMESPACE_URL, name).hex * 2
+
+
+def segment(clip: str, number: int, text: str, label: str, language: str) -> dict[str, Any]:
+    starts = [number * 10_000 + 500 * word for word in range(len(text.split()))]
+    return {
+        "segment": number,
+        "mediaGuid": clip_id(clip),
+        "transcript": text,
+        "wordStartsMS": starts,
+        "wordEndsMS": [start + 400 for start in starts],
+        "language": language,
+        "speakerID": label,
+    }
+
+
+def documents(clip: str, projects: Iterable[str], complete: bool = True, language: str = "en") -> list[dict[str, Any]]:
+    """A clip of three segments, as another host writes it."""
+    texts = [("the old bridge is gone", "1"), ("who took it", "2"), ("nobody knows", "1")]
+    made = [segment(clip, number, text, label, language) for number, (text, label) in enumerate(texts)]
+    for document in made:
+        document["projectGuidList"] = [project_id(name) for name in projects]
+    made[0] |= {
+        "projectList": [{"projectGuid": project_id(name), "projectName": name} for name in projects],
+        "model": "m",
+        "clipName": clip,
+        "audioTracks": "1",
+        "progressComplete": complete,
+        "clientApp": "another host",
+        "schemaVersion": 2,
+    }
+    return made
+
+
+def store(kestrel: Kestrel, index: str, made: Iterable[dict[str, Any]]) -> None:
+    lines = [line for document in made for line in ('{"create":{}}', json.dumps(document))]
+    answer = kestrel.index("PUT", f"{index}/_bulk?refresh=true", "\n".join(lines) + "\n")
+    assert answer["errors"] is False
+
+
+@pytest.fixture
+def team(kestrel: Kestrel) -> Kestrel:
+    """A store with an index and nothing in it."""
+    kestrel.good("unlock", "--all", "--yes")
+    kestrel.index("POST", f"{TRANSCRIPTS}/_delete_by_query?refresh=true", {"query": {"match_all": {}}})
+    return kestrel
+
+
+def listed(kestrel: Kestrel, *arguments: object) -> list[Any]:
+    return list(kestrel.good("clips", *arguments, "--json").json()["clips"])
+
+
+def names(clips: Iterable[Any]) -> list[str]:
+    return [clip["clipName"] for clip in clips]
+
+
+def test_projects_share_clips(team: Kestrel) -> None:
+    store(team, TRANSCRIPTS, documents("a.mov", ["Rivers"]) + documents("b.mov", ["Rivers"], language="fr"))
+    store(team, TRANSCRIPTS, documents("c.mov", ["Bridges"], complete=False))
+
+    assert "a.mov is now in project" in team.good("join", "a.mov", "--project", "Bridges").err
+    assert team.good("join", "a.mov", "--project", "Bridges", "--json").json()["joined"] is False
+    unfinished = team.run("join", clip_id("c.mov"), "--project", "Rivers")
+    assert unfinished.code == 1 and "not complete" in unfinished.err
+
+    counted = team.good("projects", "--count", "--json").json()["projects"]
+    assert [(row["project"], row["clips"]) for row in counted] == [("Bridges", 1), ("Rivers", 2)]
+    assert team.good("projects").out.splitlines()[1].split("  ") == [project_id("Rivers"), "Rivers"]
+
+    assert names(listed(team)) == ["a.mov", "b.mov", "c.mov"]
+    assert names(listed(team, "--project", "Bridges")) == ["a.mov", "c.mov"]
+    assert names(listed(team, "--language", "fr")) == ["b.mov"]
+    assert names(listed(team, "--unfinished")) == names(listed(team, "--name", "C.m")) == ["c.mov"]
+    (shared,) = listed(team, "--name", "a.m")
+    assert sorted(shared["projects"]) == ["Bridges", "Rivers"]
+    assert (shared["state"], shared["segments"], shared["endMS"]) == ("complete", 3, 20_900)
+    assert shared["speakers"] == ["Speaker 1", "Speaker 2"]
+    assert re.search(r"^\w{12}  unfinished  00:00:20.900  en     c.mov", team.good("clips").out, re.MULTILINE)
+
+    hits = team.good("search", "old brige", "--project", "Bridges", "--json").json()["hits"]
+    assert names(hits) == ["a.mov", "c.mov"]
+    assert team.good("show", hits[0]["clipName"], "--json").json()["clip"] == clip_id("a.mov")
+
+    team.good("leave", "a.mov", "--project", "Rivers")
+    assert names(listed(team, "--project", "Rivers")) == ["b.mov"]
+    last = team.run("leave", "b.mov", "--project", "Rivers")
+    assert last.code == 1 and "kestrel delete" in last.err
+    unknown = team.run("clips", "--project", "Lakes")
+    assert unknown.code == 1 and "Bridges" in unknown.err
+
+
+def test_speakers_are_named_merged_and_cleared(team: Kestrel) -> None:
+    store(team, TRANSCRIPTS, documents("a.mov", ["Rivers"]) + documents("b.mov", ["Rivers"]))
+    project = ("--project", "Rivers")
+
+    def speakers() -> list[tuple[str, bool]]:
+        rows = team.good("speakers", "list", *project, "--json").json()["speakers"]
+        return [(row["speaker"], row["assigned"]) for row in rows]
+
+    def spoken(clip: str) -> list[str]:
+        return [part["speakerName"] for part in team.good("show", clip, "--json").json()["segments"]]
+
+    for name in ("Anna", "Ana", "Ben"):
+        team.good("speakers", "create", name, *project)
+    assert "already" in team.run("speakers", "create", "Anna", *project).err
+    team.good("speakers", "assign", "Anna", "a.mov", "--label", "1", *project)
+    team.good("speakers", "assign", "Ana", "b.mov", "--label", "1", *project)
+    team.good("speakers", "assign", "Ben", "a.mov", "--segment", 1, *project)
+    assert spoken("a.mov") == ["Anna", "Ben", "Anna"] and spoken("b.mov") == ["Ana", "", "Ana"]
+    nobody = team.run("speakers", "assign", "Anna", "a.mov", "--label", "7", *project)
+    assert nobody.code == 1 and "there are: 1, 2" in nobody.err
+    assert names(listed(team, "--speaker", "Ana")) == ["b.mov"]
+    assert "\nAnna\n00:00:00.000  the old bridge is gone" in team.good("show", "a.mov").out
+
+    refused = team.run("speakers", "merge", "Ana", "Anna", *project)
+    assert refused.code == 2 and "--yes" in refused.err and ("Ana", True) in speakers()
+    team.good("speakers", "merge", "Ana", "Anna", *project, "--yes")
+    assert speakers() == [("Anna", True), ("Ben", True)] and spoken("b.mov") == ["Anna", "", "Anna"]
+
+    team.good("speakers", "rename", "Anna", "Hannah", *project)
+    assert spoken("a.mov") == ["Hannah", "Ben", "Hannah"]
+    team.good("speakers", "clear", "Hannah", "--clip", "b.mov", *project, "--yes")
+    assert spoken("b.mov") == ["", "", ""]
+    held = team.run("speakers", "delete", "Ben", *project, "--yes")
+    assert held.code == 1 and "speakers clear" in held.err
+    team.good("speakers", "clear", "Ben", *project, "--yes")
+    team.good("speakers", "delete", "Ben", *project, "--yes")
+    assert speakers() == [("Hannah", True)]
+
+
+def test_deletion_spares_other_projects_and_asks(team: Kestrel) -> None:
+    store(team, TRANSCRIPTS, documents("a.mov", ["Rivers", "Bridges"]) + documents("b.mov", ["Rivers"]))
+    refused = team.run("delete", "b.mov", "--project", "Rivers")
+    assert refused.code == 2 and "--yes" in refused.err
+    assert answered(team, "n", "delete", "b.mov", "--project", "Rivers") == 1
+    assert names(listed(team)) == ["a.mov", "b.mov"]
+    assert answered(team, "y", "delete", "b.mov", "--project", "Rivers") == 0
+    assert names(listed(team)) == ["a.mov"]
+
+    both = team.good("delete", "a.mov", "--project", "Rivers", "--yes", "--json").json()["clips"]
+    assert [clip["deleted"] for clip in both] == [False]
+    assert names(listed(team, "--project", "Bridges")) == ["a.mov"]
+    team.good("delete", "a.mov", "--everywhere", "--yes")
+    assert listed(team) == []
+
+    store(team, TRANSCRIPTS, documents("c.mov", ["Rivers", "Bridges"]) + documents("d.mov", ["Rivers"]))
+    team.good("speakers", "create", "Zoe", "--project", "Rivers")
+    team.good("delete", "--whole-project", "--project", "Rivers", "--yes")
+    assert [clip["projects"] for clip in listed(team)] == [["Bridges"]]
+
+
+def answered(kestrel: Kestrel, answer: str, *arguments: str) -> int:
+    """Runs a command at a terminal and answers its question; returns the exit code."""
+    ours, theirs = pty.openpty()
+    process = subprocess.Popen(
+        [BIN / "kestrel", *arguments], stdin=theirs, stdout=theirs, stderr=theirs, env=kestrel.environment
+    )
+    os.close(theirs)
+    said = b""
+    while b"[y/N]" not in said:
+        said += os.read(ours, 1000)
+    os.write(ours, f"{answer}\n".encode())
+    code = process.wait(timeout=60)
+    os.close(ours)
+    return code
+
+
+def test_more_than_a_page_of_locks_and_unfinished_clips(team: Kestrel) -> None:
+    unfinished = [f"clip {number}.mov" for number in range(23)]
+    for name in unfinished:
+        store(team, TRANSCRIPTS, documents(name, ["Rivers"], complete=False))
+    store(team, TRANSCRIPTS, documents("whole.mov", ["Rivers"]))
+    kept = unfinished[0]
+    team.index("PUT", f"{TRANSCRIPTS}/_doc/{clip_id(kept)}?op_type=create", {"KSNNlock": True})
+    assert "there may be more" in team.good("clips", "--unfinished").err
+    assert team.good("delete", "--unfinished", "--yes", "--json").json()["deleted"] == 22
+    assert names(listed(team)) == [kept, "whole.mov"]
+
+    for name in unfinished[1:]:
+        team.index("PUT", f"{TRANSCRIPTS}/_doc/{clip_id(name)}?op_type=create", {"KSNNlock": True})
+    assert team.run("unlock", clip_id(kept)).code == 2
+    assert team.good("unlock", clip_id(kept), "--yes", "--json").json()["released"] == [clip_id(kept)]
+    assert len(team.good("unlock", "--all", "--yes", "--json").json()["released"]) == 22
+    assert "no lock" in team.good("unlock", "--all", "--yes").err
+
+
+def test_an_old_store_is_migrated_once_and_never_lost(fresh: Kestrel) -> None:
+    fresh.up()
+    old = []
+    for number in range(40):
+        for project in ("Rivers", "Bridges", "Lakes"):
+            for document in documents(f"old {number:02}.mov", []):
+                del document["projectGuidList"]
+                document["projectGuid"] = project_id(project)
+                if document["segment"] == 0:
+                    del document["projectList"], document["schemaVersion"]
+                    document["project"] = project
+                old.append(document)
+    store(fresh, OLD_INDEX, old)
+    early = fresh.run("clips")
+    assert early.code == 1 and "kestrel migrate" in early.err
+    refused = fresh.run("migrate")
+    assert refused.code == 2 and "360 documents" in refused.err
+    assert fresh.good("migrate", "--yes", "--json").json() == {"documents": 360}
+    clips = listed(fresh)
+    assert len(clips) == 40
+    assert all(sorted(clip["projects"]) == ["Bridges", "Lakes", "Rivers"] for clip in clips)
+    assert fresh.good("search", "old brige", "--project", "Lakes").out
+    assert "nothing of an earlier version" in fresh.good("migrate").err
+
+    store(fresh, OLD_INDEX, [document | {"mediaGuid": clip_id("late.mov")} for document in old[:3]])
+    late = fresh.run("migrate", "--yes")
+    assert late.code == 1 and clip_id("late.mov") in late.err
+    assert fresh.index("GET", f"{OLD_INDEX}/_count")["count"] == 3
