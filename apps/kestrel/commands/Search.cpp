@@ -1,12 +1,13 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Json.h"
-#include "apps/kestrel/base/Timecode.h"
+#include "apps/kestrel/clips/MeaningSearch.h"
 #include "apps/kestrel/clips/PhraseSearch.h"
 #include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/FormRequest.h"
+#include "apps/kestrel/commands/HitOutput.h"
 #include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/forms/Sources.h"
 #include "apps/kestrel/home/Catalogue.h"
@@ -27,43 +28,17 @@ namespace {
 
 struct SearchOptions {
     PhraseQuery query;
+    bool byMeaning = false;
     bool json = false;
     FormRequest form;
 };
-
-std::string matchOf(const KsNNPhraseHit& hit) {
-    return hit.text.substr(hit.matchBegin, hit.matchEnd - hit.matchBegin);
-}
-
-std::string marked(const KsNNPhraseHit& hit) {
-    return hit.text.substr(0, hit.matchBegin) + emphasised(matchOf(hit)) + hit.text.substr(hit.matchEnd);
-}
-
-Poco::JSON::Object::Ptr toJson(const KsNNPhraseHit& hit, SpeakerLookup& names) {
-    auto object = jsonObject();
-    object->set("clip", hit.mediaGuid);
-    object->set("clipName", hit.clipName);
-    object->set("timecode", timecode(hit.startMS));
-    object->set("startMS", hit.startMS);
-    object->set("endMS", hit.endMS);
-    object->set("segment", hit.segment);
-    object->set("speaker", hit.speakerID);
-    object->set("speakerName", names.nameOf(hit.speakerGuid));
-    object->set("score", roundedScore(hit.score));
-    object->set("text", hit.text);
-    object->set("match", matchOf(hit));
-    return object;
-}
 
 void printJson(const PhraseQuery& query, const std::vector<KsNNPhraseHit>& hits, SpeakerLookup& names) {
     auto document = jsonObject();
     document->set("phrase", query.phrase);
     document->set("project", query.project);
     document->set("threshold", roundedScore(query.threshold));
-    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-    for (const KsNNPhraseHit& hit : hits)
-        list->add(toJson(hit, names));
-    document->set("hits", list);
+    document->set("hits", toJson(hits, names));
     printResult(document);
 }
 
@@ -112,7 +87,12 @@ int search(const SearchOptions& options) {
     KsNNDatabase store = openStore(home);
     if (countWords(query.phrase, "") == 0)
         throw UsageError(fmt::format("the phrase \"{}\" holds no word", query.phrase));
-    const std::vector<KsNNPhraseHit> hits = findPhrase(store, home, query);
+    std::vector<KsNNPhraseHit> hits = findPhrase(store, home, query);
+    if (options.byMeaning) {
+        loadMeaningModels(store);
+        hits = mixByRank(hits, findMeaning(store, {query.phrase, query.project, query.maxResults}),
+                         static_cast<std::size_t>(query.maxResults));
+    }
     SpeakerLookup names(store);
     if (options.json) {
         printJson(query, hits, names);
@@ -126,11 +106,7 @@ int search(const SearchOptions& options) {
         writeOut(options.form, selectionOf(home, store, options, hits));
         return ExitFine;
     }
-    for (const KsNNPhraseHit& hit : hits) {
-        const std::string name = names.nameOf(hit.speakerGuid);
-        printResult(fmt::format("{}  {}  {}  {:.2f}\n    {}\n", hit.clipName, timecode(hit.startMS),
-                                name.empty() ? "speaker " + hit.speakerID : name, hit.score, marked(hit)));
-    }
+    printHits(hits, names);
     if (hits.empty()) tellNothingFound(home, query);
     return ExitFine;
 }
@@ -146,8 +122,13 @@ Run setUp(CLI::App& app) {
     app.add_option("--max", query.maxResults, "Number of hits to show, best first")
         ->capture_default_str()
         ->check(CLI::Range(1, 10000));
-    app.add_option("--clip", query.clip, "Only in this clip: its name, its file or its identifier");
-    app.add_option("--speaker", query.speaker, "Only said by this speaker: a name, or a label such as 1");
+    CLI::Option* meaning =
+        app.add_flag("--meaning", options->byMeaning,
+                     "Also what means the same, of what `kestrel semantic index` has indexed");
+    app.add_option("--clip", query.clip, "Only in this clip: its name, its file or its identifier")
+        ->excludes(meaning);
+    app.add_option("--speaker", query.speaker, "Only said by this speaker: a name, or a label such as 1")
+        ->excludes(meaning);
     CLI::Option* json = addJsonFlag(app, options->json);
     std::set<std::string> names;
     for (const auto& form : forms())

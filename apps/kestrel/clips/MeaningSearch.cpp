@@ -1,0 +1,163 @@
+#include "apps/kestrel/clips/MeaningSearch.h"
+
+#include "apps/kestrel/clips/ClipList.h"
+#include "apps/kestrel/clips/Projects.h"
+#include "apps/kestrel/clips/Transcript.h"
+#include "apps/kestrel/services/Store.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <utility>
+
+namespace kestrel {
+
+namespace {
+
+constexpr KsNNDBSemanticSearchImpl kRoute = KsNNSemanticOnnx;
+/// The most frames that the index gives.
+constexpr int kMostFrames = 10'000;
+
+/// Reads each clip once, and leaves out those of other projects.
+class FrameReader {
+public:
+    FrameReader(KsNNDatabase& store, const std::string& project)
+        : mStore(store), mProject(requireProject(store, project).projectGuid) {
+        const std::vector<std::string> clips = completeClips(store, mProject);
+        mClips.insert(clips.begin(), clips.end());
+    }
+
+    bool isWanted(const KsNNSearchResults& frame) const { return mClips.contains(frame.mediaGuid); }
+
+    KsNNPhraseHit describe(const KsNNSearchResults& frame) {
+        KsNNPhraseHit hit;
+        hit.mediaGuid = frame.mediaGuid;
+        hit.text = frame.text;
+        hit.score = frame.score;
+        hit.startMS = hit.endMS = hit.wordEndMS = static_cast<std::int32_t>(frame.startMS);
+        const KsNNDB_STTClipEntry& clip = read(frame.mediaGuid);
+        hit.clipName = clip.clipName;
+        const auto segment =
+            std::find_if(clip.segments.begin(), clip.segments.end(), [&](const KsNNDBEntrySeg& candidate) {
+                // A frame's time is a float: past four hours it is near the word's time.
+                return candidate.transcript == frame.text &&
+                       static_cast<float>(startOf(candidate)) == frame.startMS;
+            });
+        if (segment == clip.segments.end()) return hit;
+        hit.segment = segment->segment;
+        hit.language = segment->language;
+        hit.speakerID = segment->speakerID;
+        if (segment->speakerGuid != "Unk") hit.speakerGuid = segment->speakerGuid;
+        hit.startMS = startOf(*segment);
+        hit.endMS = endOf(*segment);
+        return hit;
+    }
+
+private:
+    const KsNNDB_STTClipEntry& read(const std::string& clip) {
+        const auto [found, isNew] = mRead.try_emplace(clip);
+        if (!isNew) return found->second;
+        check(mStore.GetDBContents(clip, mProject, found->second, false, kSchemaVersion), mStore,
+              "a clip cannot be read");
+        return found->second;
+    }
+
+    KsNNDatabase& mStore;
+    std::string mProject;
+    std::set<std::string> mClips;
+    std::map<std::string, KsNNDB_STTClipEntry> mRead;
+};
+
+} // namespace
+
+void loadMeaningModels(KsNNDatabase& store) {
+    const std::string folder = (modelFolder() / "semantic").string();
+    try {
+        check(store.LoadSemanticSearchModels(folder, "", kRoute, false), store,
+              "the models of search by meaning cannot be loaded");
+    } catch (const Failure&) {
+        throw;
+    } catch (const std::exception& e) {
+        throw Failure(
+            fmt::format("the models of search by meaning cannot be loaded from {}: {}", folder, e.what()));
+    }
+}
+
+std::vector<KsNNPhraseHit> findMeaning(KsNNDatabase& store, const MeaningQuery& query) {
+    FrameReader reader(store, query.project);
+    const auto most = static_cast<std::size_t>(query.maxResults);
+    // The index knows no projects: more is asked for until enough of the frames are of this one.
+    for (int asked = std::min(4 * query.maxResults, kMostFrames);; asked = std::min(4 * asked, kMostFrames)) {
+        std::vector<KsNNSearchResults> frames;
+        check(store.SemanticSearch(query.text, "", 0.0F, frames, asked, kRoute, false), store,
+              "the search by meaning failed");
+        const bool isAll = frames.size() < static_cast<std::size_t>(asked) || asked == kMostFrames;
+        std::erase_if(frames, [&](const KsNNSearchResults& frame) { return !reader.isWanted(frame); });
+        if (frames.size() < most && !isAll) continue;
+        frames.resize(std::min(frames.size(), most));
+        std::vector<KsNNPhraseHit> hits;
+        for (const KsNNSearchResults& frame : frames)
+            hits.push_back(reader.describe(frame));
+        return hits;
+    }
+}
+
+MeaningIndexing indexMeaning(KsNNDatabase& store, const std::string& project, const Callbacks& callbacks) {
+    const std::string guid = requireProject(store, project).projectGuid;
+    const std::vector<std::string> clips = completeClips(store, guid);
+    MeaningIndexing done;
+    for (const std::string& clip : clips) {
+        const auto progress = [&](int current, int total, const char* /*text*/) {
+            if (callbacks.isCancelled()) return KsNN_Error;
+            const double part = total == 0 ? 0.0 : static_cast<double>(current) / total;
+            callbacks.report("embedding",
+                             (static_cast<double>(done.clips) + part) / static_cast<double>(clips.size()));
+            return KsNN_Success;
+        };
+        int written = 0;
+        const KsNN_ErrorCode code = store.WriteSemanticFrames(clip, guid, kRoute, written, progress, false);
+        done.segments += written;
+        callbacks.throwIfCancelled();
+        check(code, store, fmt::format("clip {} cannot be indexed by meaning", clip));
+        ++done.clips;
+    }
+    return done;
+}
+
+std::vector<KsNNPhraseHit> mixByRank(const std::vector<KsNNPhraseHit>& byWords,
+                                     const std::vector<KsNNPhraseHit>& byMeaning, std::size_t most) {
+    constexpr double kDamping = 60.0; // keeps the first place of one list from outweighing both lists' second
+    struct Mixed {
+        KsNNPhraseHit hit;
+        double weight = 0.0;
+    };
+    std::vector<Mixed> mixed;
+    std::map<std::pair<std::string, int>, std::size_t> bySegment;
+    const auto add = [&](const std::vector<KsNNPhraseHit>& hits) {
+        for (std::size_t rank = 0; rank < hits.size(); ++rank) {
+            const KsNNPhraseHit& hit = hits[rank];
+            const double weight = 1.0 / (kDamping + static_cast<double>(rank) + 1.0);
+            const bool isSegment = hit.segment >= 0;
+            const auto known = isSegment ? bySegment.find({hit.mediaGuid, hit.segment}) : bySegment.end();
+            if (&hits == &byMeaning && known != bySegment.end()) {
+                mixed[known->second].weight += weight;
+                continue;
+            }
+            if (isSegment) bySegment.try_emplace({hit.mediaGuid, hit.segment}, mixed.size());
+            mixed.push_back({hit, weight});
+        }
+    };
+    add(byWords);
+    add(byMeaning);
+    std::stable_sort(mixed.begin(), mixed.end(),
+                     [](const Mixed& left, const Mixed& right) { return left.weight > right.weight; });
+    mixed.resize(std::min(mixed.size(), most));
+    std::vector<KsNNPhraseHit> hits;
+    for (Mixed& entry : mixed)
+        hits.push_back(std::move(entry.hit));
+    return hits;
+}
+
+} // namespace kestrel
