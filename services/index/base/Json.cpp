@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <optional>
+#include <memory>
 #include <unordered_map>
 #include <vector>
 
@@ -87,24 +87,27 @@ public:
     }
 
 private:
+    using Members = Json::object_t::Container;
     struct Level {
-        Json* container;
-        Json* next = nullptr; ///< object: where the value of the last key goes
-        std::unordered_map<std::string, std::size_t> places;
+        Json::array_t* elements; ///< of an array
+        Members* members;        ///< of an object
+        Json* next = nullptr;    ///< object: where the value of the last key goes
+        std::unique_ptr<std::unordered_map<std::string, std::size_t>> places = nullptr;
     };
 
     static Json& member(Level& level, std::string& name) {
-        using Members = Json::object_t::Container;
-        auto& members = static_cast<Members&>(level.container->get_ref<Json::object_t&>());
+        Members& members = *level.members;
         if (members.size() < kSearchedKeys) {
             const auto known = std::find_if(members.begin(), members.end(),
                                             [&](const auto& entry) { return entry.first == name; });
             if (known != members.end()) return known->second;
         } else {
-            if (level.places.empty())
+            if (!level.places) {
+                level.places = std::make_unique<std::unordered_map<std::string, std::size_t>>();
                 for (std::size_t i = 0; i < members.size(); ++i)
-                    level.places.emplace(members[i].first, i);
-            const auto [place, added] = level.places.emplace(name, members.size());
+                    level.places->emplace(members[i].first, i);
+            }
+            const auto [place, added] = level.places->emplace(name, members.size());
             if (!added) return members[place->second].second;
         }
         members.emplace_back(std::move(name), nullptr);
@@ -115,8 +118,7 @@ private:
         if (mLevels.empty()) return mRoot = std::move(given);
         Level& level = mLevels.back();
         if (level.next != nullptr) return *level.next = std::move(given);
-        auto& elements = level.container->get_ref<Json::array_t&>();
-        return elements.emplace_back(std::move(given));
+        return level.elements->emplace_back(std::move(given));
     }
     bool value(Json&& given) {
         place(std::move(given));
@@ -124,7 +126,10 @@ private:
     }
     bool open(Json&& container) {
         Json& placed = place(std::move(container));
-        mLevels.push_back({&placed, nullptr, {}});
+        if (placed.is_object())
+            mLevels.push_back({nullptr, &placed.get_ref<Json::object_t&>()});
+        else
+            mLevels.push_back({&placed.get_ref<Json::array_t&>(), nullptr});
         return true;
     }
     bool close() {
