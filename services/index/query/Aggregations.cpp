@@ -173,9 +173,12 @@ private:
         if (size > kMaximumBuckets) throw tooManyBuckets(size);
 
         const auto id = mView.mapping().idOf(path);
-        if (!id || mView.mapping().at(*id).space != space || mView.data(*id) == nullptr)
+        if (!id || mView.mapping().at(*id).space != space)
             return buckets<std::uint32_t>({}, size, {}, {}, {});
         const Field& field = mView.mapping().at(*id);
+        // Fields of types that cannot be counted are refused whether a document holds them now or not.
+        if (mView.data(*id) == nullptr && field.type != FieldType::text && field.type != FieldType::vector)
+            return buckets<std::uint32_t>({}, size, {}, {}, {});
         const auto innerOf = [&, this](const Bitmap& within) {
             return inner.empty() ? Json::object() : all(inner, space, within, depth + 1, true);
         };

@@ -250,7 +250,8 @@ QueryPtr QueryCompiler::fieldTerm(const std::string& path, const Json& value, Sp
         return std::make_unique<ConstantQuery>(std::move(documents), boost);
     }
     const auto id = mView.mapping().idOf(path);
-    if (!id || mView.mapping().at(*id).space != space || mView.data(*id) == nullptr) return matchNone();
+    if (!id || mView.mapping().at(*id).space != space) return matchNone();
+    // What a value is held to is the mapping's matter, whether a document holds the field now or not.
     switch (mView.mapping().at(*id).type) {
     case FieldType::text:
         return textTerm(*id, asText(value), space, boost);
@@ -266,6 +267,9 @@ QueryPtr QueryCompiler::fieldTerm(const std::string& path, const Json& value, Sp
     case FieldType::integer:
     case FieldType::floating:
         return numberTerms(*id, Json::array({value}), boost);
+    case FieldType::object:
+    case FieldType::nested:
+        return matchNone();
     default:
         throw illegalArgument(fmt::format("Field [{}] of type [{}] does not support term queries", path,
                                           mView.mapping().at(*id).typeName));
@@ -273,6 +277,7 @@ QueryPtr QueryCompiler::fieldTerm(const std::string& path, const Json& value, Sp
 }
 
 QueryPtr QueryCompiler::textTerm(FieldId field, const std::string& term, SpaceId space, float boost) const {
+    if (mView.data(field) == nullptr) return matchNone();
     const auto& data = *mView.data<TextData>(field);
     const std::uint32_t number = data.terms().find(term);
     if (number == StringTable::kAbsent || data.documentFrequency(number) == 0) return matchNone();
@@ -281,6 +286,7 @@ QueryPtr QueryCompiler::textTerm(FieldId field, const std::string& term, SpaceId
 }
 
 QueryPtr QueryCompiler::keywordTerm(FieldId field, const std::string& value, float boost) const {
+    if (mView.data(field) == nullptr) return matchNone();
     const auto& data = *mView.data<KeywordData>(field);
     const OrdinalSet* documents = data.find(value);
     if (documents == nullptr || documents->size() == 0) return matchNone();
@@ -290,11 +296,10 @@ QueryPtr QueryCompiler::keywordTerm(FieldId field, const std::string& value, flo
 }
 
 QueryPtr QueryCompiler::numberTerms(FieldId field, const Json& values, float boost) const {
-    if (mView.data(field) == nullptr) return matchNone();
     std::vector<SortableNumber> wanted;
     for (const Json& value : values)
         if (const auto number = wantedNumber(mView.mapping().at(field), value)) wanted.push_back(*number);
-    if (wanted.empty()) return matchNone();
+    if (wanted.empty() || mView.data(field) == nullptr) return matchNone();
     std::sort(wanted.begin(), wanted.end());
     return std::make_unique<NumberQuery>(*mView.data<NumberData>(field), field, std::move(wanted),
                                          numberReader(mView, mStore), boost);
@@ -413,7 +418,8 @@ QueryPtr QueryCompiler::scriptScore(const Json& body, SpaceId space, float boost
     const bool mapped =
         id && mView.mapping().at(*id).type == FieldType::vector && mView.mapping().at(*id).space == space;
     const VectorData* data = mapped ? mView.data<VectorData>(*id) : nullptr;
-    if (data != nullptr && data->dimensions() != vector.size())
+    const std::size_t dimensions = mapped ? mView.mapping().at(*id).dimensions : 0;
+    if (dimensions != 0 && dimensions != vector.size())
         throw ApiError(
             400, "script_exception", "runtime error",
             {{"lang", "painless"},
@@ -421,7 +427,7 @@ QueryPtr QueryCompiler::scriptScore(const Json& body, SpaceId space, float boost
               {{"type", "illegal_argument_exception"},
                {"reason", fmt::format("The query vector has a different number of dimensions [{}] than the "
                                       "document vectors [{}].",
-                                      vector.size(), data->dimensions())}}}});
+                                      vector.size(), dimensions)}}}});
     return std::make_unique<CosineQuery>(compile(body.at("query"), space, 1.0F, depth + 1), data,
                                          std::move(vector), 1.0F, boosted(boost, body));
 }
