@@ -6,6 +6,7 @@ import base64
 import http.client
 import json
 import os
+import select
 import signal
 import ssl
 import subprocess
@@ -78,6 +79,7 @@ class Client:
         content = json.dumps(body) if isinstance(body, dict) else body
         if isinstance(content, str):
             content = content.encode()
+        self._reopen_if_closed()
         try:
             self.connection.request(method, "/" + path, content, {**self.headers, **headers})
             response = self.connection.getresponse()
@@ -88,6 +90,12 @@ class Client:
 
     def close(self) -> None:
         self.connection.close()
+
+    def _reopen_if_closed(self) -> None:
+        """The service closes connections that were idle for long, and says so before anything is sent."""
+        socket = self.connection.sock
+        if socket is not None and select.select([socket], [], [], 0)[0]:
+            self.connection.close()
 
 
 class IndexProcess:
