@@ -3,9 +3,20 @@
 #include "kestrelml/core/Debug.h"
 
 #include <Poco/Exception.h>
+#include <unicode/unistr.h>
 
 #include <sstream>
 #include <stdexcept>
+
+namespace {
+
+/// A parser's exception quotes what it could not read, which need not be UTF-8.
+std::string asUtf8(const std::string& text) {
+    std::string result;
+    return icu::UnicodeString::fromUTF8(text).toUTF8String(result);
+}
+
+} // namespace
 
 void reportError(const Poco::Exception* caught, const char* message, unsigned location, KsNNBase* target,
                  bool debug) {
@@ -18,8 +29,9 @@ void reportError(const Poco::Exception* caught, const char* message, unsigned lo
                << "\tclassName = " << caught->className() << '\n';
     }
     if (message != nullptr) report << "KsNN Error: " << location << ", " << message << '\n';
-    if (target != nullptr) target->SetErrorStr(report.str());
-    kestrelml::detail::debugLine(debug, report.str());
+    const std::string text = asUtf8(report.str());
+    if (target != nullptr) target->SetErrorStr(text);
+    kestrelml::detail::debugLine(debug, text);
 }
 
 namespace kestrelml::detail {

@@ -49,6 +49,12 @@ TEST(Report, HasOneBlockForTheExceptionAndOneForTheMessage) {
     EXPECT_EQ(target.GetErrorStr(), "");
 }
 
+TEST(Report, IsUtf8WhateverAnExceptionQuotes) {
+    KsNNBase target("");
+    reportError(nullptr, "unexpected byte '\xC1', not 'é'", 8, &target, false);
+    EXPECT_EQ(target.GetErrorStr(), "KsNN Error: 8, unexpected byte '\uFFFD', not 'é'\n");
+}
+
 TEST(Report, IsPrintedForDebugEvenWithoutTarget) {
     testing::internal::CaptureStdout();
     reportError(nullptr, "shown", 1, nullptr, true);
