@@ -139,8 +139,7 @@ char16_t* fold(std::u16string_view text, char16_t* const out) {
     const Page* page = &pageAt(pageNumber);
     char16_t* end = out;
     char16_t last = u' '; // a space after a space is dropped, and so is one at the start
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char16_t unit = text[i];
+    for (const char16_t& unit : text) {
         if (unit / kPageSize != pageNumber) {
             pageNumber = unit / kPageSize;
             page = &pageAt(pageNumber);
@@ -156,7 +155,7 @@ char16_t* fold(std::u16string_view text, char16_t* const out) {
             *end++ = pair[1];
             last = pair[1];
         } else if (folded == kSigma) {
-            last = isFinal(text, i) ? kFinalSigma : kSmallSigma;
+            last = isFinal(text, static_cast<std::size_t>(&unit - text.data())) ? kFinalSigma : kSmallSigma;
             *end++ = last;
         } else if (folded == kNeedsContext) {
             return nullptr;
