@@ -24,7 +24,7 @@ using namespace kestrel::index;
 
 namespace {
 
-enum ExitCode { exitOk = 0, exitFailure = 1, exitDamage = 2, exitDataFolder = 3, exitAddress = 4 };
+enum ExitCode { ExitOk = 0, ExitFailure = 1, ExitDamage = 2, ExitDataFolder = 3, ExitAddress = 4 };
 
 struct Options {
     std::filesystem::path data;
@@ -85,7 +85,7 @@ int serve(Options options) {
     sigwait(&ending, &signal);
     spdlog::info("stopping");
     if (!options.readyFile.empty()) std::filesystem::remove(options.readyFile);
-    return exitOk;
+    return ExitOk;
 }
 
 /// Shows how far a command is, on a line of its own.
@@ -101,11 +101,11 @@ int runCheck(const std::filesystem::path& data) {
         fmt::print("{}\n", line);
     fmt::print("{} documents in {} indices: {}\n", report.documents, report.indices,
                report.findings == 0 ? "all is well" : fmt::format("{} findings", report.findings));
-    return report.findings == 0 ? exitOk : exitDamage;
+    return report.findings == 0 ? ExitOk : ExitDamage;
 }
 
 int runResetPassword(const std::filesystem::path& data, const std::string& name) {
-    const DataFolder folder(data, DataFolder::Absent::isRefused);
+    const DataFolder folder(data, DataFolder::Absent::IsRefused);
     DocumentStore store(folder.documents());
     Scrolls scrolls(store);
     WriteQueue writes(store, scrolls);
@@ -118,7 +118,7 @@ int runResetPassword(const std::filesystem::path& data, const std::string& name)
     } else {
         fmt::print("the new password of {} is {}\n", name, password);
     }
-    return exitOk;
+    return ExitOk;
 }
 
 /// Runs a command, and turns what it throws into a message and an exit code.
@@ -127,16 +127,16 @@ int run(Command&& command) try {
     return command();
 } catch (const DataFolderError& e) {
     spdlog::critical("{}", e.what());
-    return exitDataFolder;
+    return ExitDataFolder;
 } catch (const SqliteError& e) {
     spdlog::critical("the documents cannot be read: {}; nothing was changed", e.what());
-    return exitDataFolder;
+    return ExitDataFolder;
 } catch (const AddressError& e) {
     spdlog::critical("{}", e.what());
-    return exitAddress;
+    return ExitAddress;
 } catch (const std::exception& e) {
     spdlog::critical("{}", e.what());
-    return exitFailure;
+    return ExitFailure;
 }
 
 } // namespace
@@ -203,13 +203,13 @@ int main(int argc, char** argv) {
         return run([&] {
             backUp(data, other, &showProgress);
             fmt::print("{} holds a copy of {}\n", other.string(), data.string());
-            return exitOk;
+            return ExitOk;
         });
     if (app.got_subcommand(restoring))
         return run([&] {
             restore(other, data, &showProgress);
             fmt::print("{} can be served\n", data.string());
-            return exitOk;
+            return ExitOk;
         });
     if (app.got_subcommand(resetting)) return run([&] { return runResetPassword(data, user); });
     return run([&] { return serve(std::move(options)); });

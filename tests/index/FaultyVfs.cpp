@@ -53,14 +53,14 @@ int readFile(sqlite3_file* handle, void* data, int amount, sqlite3_int64 offset)
 int writeFile(sqlite3_file* handle, const void* data, int amount, sqlite3_int64 offset) {
     File& file = fileOf(handle);
     const std::lock_guard lock(file.vfs->mutex());
-    if (const int code = file.vfs->before(Operation::write)) return code;
+    if (const int code = file.vfs->before(Operation::Write)) return code;
     remember(file, offset, data, amount);
     return file.real->pMethods->xWrite(file.real, data, amount, offset);
 }
 int truncateFile(sqlite3_file* handle, sqlite3_int64 size) {
     File& file = fileOf(handle);
     const std::lock_guard lock(file.vfs->mutex());
-    if (const int code = file.vfs->before(Operation::truncate)) return code;
+    if (const int code = file.vfs->before(Operation::Truncate)) return code;
     remember(file, size, nullptr, 0);
     return file.real->pMethods->xTruncate(file.real, size);
 }
@@ -68,7 +68,7 @@ int syncFile(sqlite3_file* handle, int) {
     // The disk of the test is this object's memory: nothing needs to reach a real one.
     File& file = fileOf(handle);
     const std::lock_guard lock(file.vfs->mutex());
-    if (const int code = file.vfs->before(Operation::sync)) return code;
+    if (const int code = file.vfs->before(Operation::Sync)) return code;
     if (file.path != nullptr) {
         FaultyVfs::State& state = file.vfs->stateOf(*file.path);
         // The system file system synchronises the folder of a new file too.
@@ -138,7 +138,7 @@ int openFile(sqlite3_vfs* vfs, const char* name, sqlite3_file* handle, int flags
     File& file = fileOf(handle);
     file.base.pMethods = nullptr;
     const std::lock_guard lock(faulty.mutex());
-    if (const int code = faulty.before(Operation::open)) return code;
+    if (const int code = faulty.before(Operation::Open)) return code;
     const bool existed = name != nullptr && std::filesystem::exists(name);
     file.real = static_cast<sqlite3_file*>(std::calloc(1, static_cast<std::size_t>(faulty.base()->szOsFile)));
     const int code = faulty.base()->xOpen(faulty.base(), name, file.real, flags, outFlags);
@@ -158,7 +158,7 @@ int openFile(sqlite3_vfs* vfs, const char* name, sqlite3_file* handle, int flags
 int removeFile(sqlite3_vfs* vfs, const char* name, int syncFolder) {
     FaultyVfs& faulty = vfsOf(vfs);
     const std::lock_guard lock(faulty.mutex());
-    if (const int code = faulty.before(Operation::remove)) return code;
+    if (const int code = faulty.before(Operation::Remove)) return code;
     if (syncFolder == 0) faulty.removed(name);
     return faulty.base()->xDelete(faulty.base(), name, 0);
 }
@@ -228,13 +228,13 @@ int FaultyVfs::before(Operation operation) {
     if (operation != mFailing || --mCountdown != 0) return SQLITE_OK;
     mFailed = true;
     switch (operation) {
-    case Operation::open:
+    case Operation::Open:
         return SQLITE_CANTOPEN;
-    case Operation::write:
+    case Operation::Write:
         return SQLITE_IOERR_WRITE;
-    case Operation::sync:
+    case Operation::Sync:
         return SQLITE_IOERR_FSYNC;
-    case Operation::truncate:
+    case Operation::Truncate:
         return SQLITE_IOERR_TRUNCATE;
     default:
         return SQLITE_IOERR_DELETE;
@@ -269,7 +269,7 @@ void FaultyVfs::forgetUnsynchronised(std::mt19937& random) {
         std::filesystem::remove(path + "-shm");
     mFiles.clear();
     mRemoved.clear();
-    mFailing = Operation::none;
+    mFailing = Operation::None;
     mPower = true;
 }
 

@@ -17,7 +17,7 @@ namespace kestrel_test {
 /// synchronised, and removals.
 class FaultyVfs {
 public:
-    enum class Operation { open, write, sync, truncate, remove, none };
+    enum class Operation { Open, Write, Sync, Truncate, Remove, None };
 
     FaultyVfs();
     ~FaultyVfs();
@@ -57,7 +57,7 @@ private:
     std::map<std::string, State> mFiles;
     std::map<std::string, std::vector<char>>
         mRemoved; ///< content of files whose removal may not be on the disk
-    Operation mFailing = Operation::none;
+    Operation mFailing = Operation::None;
     int mCountdown = 0;
     bool mFailed = false;
     bool mPower = true;

@@ -195,7 +195,7 @@ TEST_F(StoreFaults, TheNthFailureLeavesWhatWasAcknowledged) {
     using Operation = FaultyVfs::Operation;
     int failures = 0;
     for (const Operation operation :
-         {Operation::write, Operation::sync, Operation::open, Operation::truncate, Operation::remove}) {
+         {Operation::Write, Operation::Sync, Operation::Open, Operation::Truncate, Operation::Remove}) {
         for (int n = 1; n <= rounds(12); ++n) {
             std::filesystem::remove_all(folder);
             std::filesystem::create_directories(folder);
@@ -213,7 +213,7 @@ TEST_F(StoreFaults, TheNthFailureLeavesWhatWasAcknowledged) {
                 history = writer.acknowledged;
                 // What is seen now is what was acknowledged; a write in doubt is not shown before it is
                 // certain.
-                vfs.failAt(Operation::none, 0);
+                vfs.failAt(Operation::None, 0);
                 EXPECT_EQ(service.contents(), present(history));
             }
             failures += vfs.hasFailed() ? 1 : 0;
@@ -232,7 +232,7 @@ TEST_F(StoreFaults, AfterAFailedSyncTheServiceIsReadOnlyAndSaysSo) {
     Writer writer(service, "w", 1);
     ASSERT_TRUE(writer.writeOnce());
     const auto before = service.contents();
-    vfs.failAt(FaultyVfs::Operation::sync, 1);
+    vfs.failAt(FaultyVfs::Operation::Sync, 1);
     EXPECT_FALSE(writer.writeOnce());
     try {
         service.writes.run([](WriteBatch&) { FAIL() << "no job runs any more"; });

@@ -34,71 +34,71 @@ void appendPoint(UChar32 c, std::string& utf8) {
 
 /// Word_Break classes, as far as the boundary rules tell them apart; the last four are words by themselves.
 enum class Kind : std::uint8_t {
-    other,
-    space,
-    extend,
-    letter,
-    hebrew,
-    numeric,
-    katakana,
-    joiner, ///< ExtendNumLet, such as "_"
-    midLetter,
-    midNumber,
-    midBoth,
-    singleQuote,
-    doubleQuote,
-    regional,
-    ideograph, ///< Han and hiragana: one term each
-    complex,   ///< scripts without spaces between words
-    emoji,
-    zeroWidthJoiner,
+    Other,
+    Space,
+    Extend,
+    Letter,
+    Hebrew,
+    Numeric,
+    Katakana,
+    Joiner, ///< ExtendNumLet, such as "_"
+    MidLetter,
+    MidNumber,
+    MidBoth,
+    SingleQuote,
+    DoubleQuote,
+    Regional,
+    Ideograph, ///< Han and hiragana: one term each
+    Complex,   ///< scripts without spaces between words
+    Emoji,
+    ZeroWidthJoiner,
 };
 
 Kind classify(char32_t point) {
     const auto c = static_cast<UChar32>(point);
     switch (static_cast<UWordBreakValues>(u_getIntPropertyValue(c, UCHAR_WORD_BREAK))) {
     case U_WB_ALETTER:
-        return Kind::letter;
+        return Kind::Letter;
     case U_WB_HEBREW_LETTER:
-        return Kind::hebrew;
+        return Kind::Hebrew;
     case U_WB_NUMERIC:
-        return Kind::numeric;
+        return Kind::Numeric;
     case U_WB_KATAKANA:
-        return Kind::katakana;
+        return Kind::Katakana;
     case U_WB_EXTENDNUMLET:
-        return Kind::joiner;
+        return Kind::Joiner;
     case U_WB_MIDLETTER:
-        return Kind::midLetter;
+        return Kind::MidLetter;
     case U_WB_MIDNUM:
-        return Kind::midNumber;
+        return Kind::MidNumber;
     case U_WB_MIDNUMLET:
-        return Kind::midBoth;
+        return Kind::MidBoth;
     case U_WB_SINGLE_QUOTE:
-        return Kind::singleQuote;
+        return Kind::SingleQuote;
     case U_WB_DOUBLE_QUOTE:
-        return Kind::doubleQuote;
+        return Kind::DoubleQuote;
     case U_WB_REGIONAL_INDICATOR:
-        return Kind::regional;
+        return Kind::Regional;
     case U_WB_ZWJ:
-        return Kind::zeroWidthJoiner;
+        return Kind::ZeroWidthJoiner;
     case U_WB_EXTEND:
     case U_WB_FORMAT:
-        return u_getIntPropertyValue(c, UCHAR_LINE_BREAK) == U_LB_COMPLEX_CONTEXT ? Kind::complex
-                                                                                  : Kind::extend;
+        return u_getIntPropertyValue(c, UCHAR_LINE_BREAK) == U_LB_COMPLEX_CONTEXT ? Kind::Complex
+                                                                                  : Kind::Extend;
     case U_WB_CR:
     case U_WB_LF:
     case U_WB_NEWLINE:
     case U_WB_WSEGSPACE:
-        return Kind::space;
+        return Kind::Space;
     default:
         break;
     }
-    if (u_getIntPropertyValue(c, UCHAR_LINE_BREAK) == U_LB_COMPLEX_CONTEXT) return Kind::complex;
+    if (u_getIntPropertyValue(c, UCHAR_LINE_BREAK) == U_LB_COMPLEX_CONTEXT) return Kind::Complex;
     UErrorCode status = U_ZERO_ERROR;
     const UScriptCode script = uscript_getScript(c, &status);
-    if (script == USCRIPT_HAN || script == USCRIPT_HIRAGANA) return Kind::ideograph;
-    if (u_hasBinaryProperty(c, UCHAR_EXTENDED_PICTOGRAPHIC) && c > 0xFF) return Kind::emoji;
-    return Kind::other;
+    if (script == USCRIPT_HAN || script == USCRIPT_HIRAGANA) return Kind::Ideograph;
+    if (u_hasBinaryProperty(c, UCHAR_EXTENDED_PICTOGRAPHIC) && c > 0xFF) return Kind::Emoji;
+    return Kind::Other;
 }
 
 Kind kindOf(char32_t point) {
@@ -112,19 +112,19 @@ Kind kindOf(char32_t point) {
 }
 
 bool isLetter(Kind kind) {
-    return kind == Kind::letter || kind == Kind::hebrew;
+    return kind == Kind::Letter || kind == Kind::Hebrew;
 }
 
 bool extends(Kind kind) {
-    return kind == Kind::extend || kind == Kind::zeroWidthJoiner;
+    return kind == Kind::Extend || kind == Kind::ZeroWidthJoiner;
 }
 
 bool joinsLetters(Kind kind) {
-    return kind == Kind::midLetter || kind == Kind::midBoth || kind == Kind::singleQuote;
+    return kind == Kind::MidLetter || kind == Kind::MidBoth || kind == Kind::SingleQuote;
 }
 
 bool joinsNumbers(Kind kind) {
-    return kind == Kind::midNumber || kind == Kind::midBoth || kind == Kind::singleQuote;
+    return kind == Kind::MidNumber || kind == Kind::MidBoth || kind == Kind::SingleQuote;
 }
 
 struct Symbol {
@@ -163,25 +163,25 @@ private:
         return i;
     }
 
-    Kind kindAt(std::size_t i) const { return i < mSymbols.size() ? mSymbols[i].kind : Kind::space; }
+    Kind kindAt(std::size_t i) const { return i < mSymbols.size() ? mSymbols[i].kind : Kind::Space; }
 
     std::size_t wordEnd(std::size_t i) const {
         switch (mSymbols[i].kind) {
-        case Kind::space:
+        case Kind::Space:
             return i + 1;
-        case Kind::complex:
+        case Kind::Complex:
             return complexEnd(i);
-        case Kind::emoji:
+        case Kind::Emoji:
             return emojiEnd(i);
-        case Kind::regional: {
+        case Kind::Regional: {
             const std::size_t second = afterMarks(i);
-            return kindAt(second) == Kind::regional ? afterMarks(second) : second;
+            return kindAt(second) == Kind::Regional ? afterMarks(second) : second;
         }
-        case Kind::letter:
-        case Kind::hebrew:
-        case Kind::numeric:
-        case Kind::katakana:
-        case Kind::joiner:
+        case Kind::Letter:
+        case Kind::Hebrew:
+        case Kind::Numeric:
+        case Kind::Katakana:
+        case Kind::Joiner:
             return runEnd(i);
         default:
             return afterMarks(i);
@@ -189,7 +189,7 @@ private:
     }
 
     std::size_t complexEnd(std::size_t i) const {
-        while (kindAt(i) == Kind::complex || (extends(kindAt(i)) && i < mSymbols.size()))
+        while (kindAt(i) == Kind::Complex || (extends(kindAt(i)) && i < mSymbols.size()))
             ++i;
         return i;
     }
@@ -197,7 +197,7 @@ private:
     std::size_t emojiEnd(std::size_t i) const {
         for (;;) {
             const std::size_t next = afterMarks(i);
-            if (mSymbols[next - 1].kind != Kind::zeroWidthJoiner || kindAt(next) != Kind::emoji) return next;
+            if (mSymbols[next - 1].kind != Kind::ZeroWidthJoiner || kindAt(next) != Kind::Emoji) return next;
             i = next;
         }
     }
@@ -218,39 +218,39 @@ private:
             const Kind after = kindAt(beyond);
             const bool bridged =
                 (isLetter(current) && joinsLetters(following) && isLetter(after)) ||
-                (current == Kind::numeric && joinsNumbers(following) && after == Kind::numeric) ||
-                (current == Kind::hebrew && following == Kind::doubleQuote && after == Kind::hebrew);
+                (current == Kind::Numeric && joinsNumbers(following) && after == Kind::Numeric) ||
+                (current == Kind::Hebrew && following == Kind::DoubleQuote && after == Kind::Hebrew);
             if (bridged) {
                 current = after;
                 next = afterMarks(beyond);
                 continue;
             }
-            return current == Kind::hebrew && following == Kind::singleQuote ? beyond : next;
+            return current == Kind::Hebrew && following == Kind::SingleQuote ? beyond : next;
         }
     }
 
     static bool continues(Kind current, Kind following) {
-        const bool letterOrNumber = isLetter(current) || current == Kind::numeric;
-        if (letterOrNumber && (isLetter(following) || following == Kind::numeric)) return true;
-        if (current == Kind::katakana && following == Kind::katakana) return true;
-        if (following == Kind::joiner)
-            return letterOrNumber || current == Kind::katakana || current == Kind::joiner;
-        return current == Kind::joiner &&
-               (isLetter(following) || following == Kind::numeric || following == Kind::katakana);
+        const bool letterOrNumber = isLetter(current) || current == Kind::Numeric;
+        if (letterOrNumber && (isLetter(following) || following == Kind::Numeric)) return true;
+        if (current == Kind::Katakana && following == Kind::Katakana) return true;
+        if (following == Kind::Joiner)
+            return letterOrNumber || current == Kind::Katakana || current == Kind::Joiner;
+        return current == Kind::Joiner &&
+               (isLetter(following) || following == Kind::Numeric || following == Kind::Katakana);
     }
 
     bool isTerm(std::size_t start, std::size_t end) const {
         for (std::size_t i = start; i < end; ++i) {
             switch (mSymbols[i].kind) {
-            case Kind::letter:
-            case Kind::hebrew:
-            case Kind::numeric:
-            case Kind::katakana:
-            case Kind::ideograph:
-            case Kind::complex:
-            case Kind::emoji:
+            case Kind::Letter:
+            case Kind::Hebrew:
+            case Kind::Numeric:
+            case Kind::Katakana:
+            case Kind::Ideograph:
+            case Kind::Complex:
+            case Kind::Emoji:
                 return true;
-            case Kind::regional:
+            case Kind::Regional:
                 return end - start > 1;
             default:
                 break;

@@ -30,10 +30,10 @@ bool looksLikeVector(const Json& array) {
 }
 
 FieldType dynamicType(const Json& value) {
-    if (value.is_boolean()) return FieldType::boolean;
-    if (value.is_number_float()) return FieldType::floating;
-    if (value.is_number() || isWideInteger(value)) return FieldType::integer;
-    return FieldType::text;
+    if (value.is_boolean()) return FieldType::Boolean;
+    if (value.is_number_float()) return FieldType::Floating;
+    if (value.is_number() || isWideInteger(value)) return FieldType::Integer;
+    return FieldType::Text;
 }
 
 } // namespace
@@ -88,12 +88,12 @@ private:
         if (value.is_null()) return;
         requireDepth(path, depth + 1);
         const std::string_view rest = name.substr(dot + 1);
-        const Field& outer = mParser.mMapping.at(mParser.resolve(path, FieldType::object, mSpace));
-        if (outer.type == FieldType::nested) {
+        const Field& outer = mParser.mMapping.at(mParser.resolve(path, FieldType::Object, mSpace));
+        if (outer.type == FieldType::Nested) {
             Collector child(mParser, outer.ownSpace);
             child.member(rest, value, path + ".", depth + 1, document);
             document.children.push_back({outer.ownSpace, child.take()});
-        } else if (outer.type == FieldType::object) {
+        } else if (outer.type == FieldType::Object) {
             member(rest, value, path + ".", depth + 1, document);
         } else {
             throw fail(path, outer.typeName, value,
@@ -106,7 +106,7 @@ private:
         if (value.is_array()) {
             array(value, path, depth, document);
         } else if (value.is_object()) {
-            const FieldId id = mParser.resolve(path, FieldType::object, mSpace);
+            const FieldId id = mParser.resolve(path, FieldType::Object, mSpace);
             inner(mParser.mMapping.at(id), value, path, depth, document);
         } else {
             scalar(entryFor(path, dynamicType(value)), value);
@@ -116,8 +116,8 @@ private:
     void array(const Json& values, const std::string& path, std::size_t depth, PreparedDocument& document) {
         if (depth > kMaximumObjectDepth) throw fail(path, "array", Json(), "arrays are nested too deeply");
         if (!values.empty() && values.front().is_number()) {
-            Entry& entry = entryFor(path, looksLikeVector(values) ? FieldType::vector : arrayType(values));
-            if (entry.field.type == FieldType::vector) {
+            Entry& entry = entryFor(path, looksLikeVector(values) ? FieldType::Vector : arrayType(values));
+            if (entry.field.type == FieldType::Vector) {
                 vector(entry, values);
                 return;
             }
@@ -134,14 +134,14 @@ private:
     static FieldType arrayType(const Json& values) {
         const bool decimal =
             std::any_of(values.begin(), values.end(), [](const Json& v) { return v.is_number_float(); });
-        return decimal ? FieldType::floating : FieldType::integer;
+        return decimal ? FieldType::Floating : FieldType::Integer;
     }
 
     void inner(const Field& field, const Json& value, const std::string& path, std::size_t depth,
                PreparedDocument& document) {
-        if (field.type == FieldType::object) {
+        if (field.type == FieldType::Object) {
             object(value, path + ".", depth + 1, document);
-        } else if (field.type == FieldType::nested) {
+        } else if (field.type == FieldType::Nested) {
             Collector child(mParser, field.ownSpace);
             child.object(value, path + ".", depth + 1, document);
             document.children.push_back({field.ownSpace, child.take()});
@@ -161,21 +161,21 @@ private:
 
     void scalar(Entry& entry, const Json& value) {
         switch (entry.field.type) {
-        case FieldType::text:
-        case FieldType::keyword:
+        case FieldType::Text:
+        case FieldType::Keyword:
             entry.texts.push_back(preview(value));
             break;
-        case FieldType::boolean:
+        case FieldType::Boolean:
             entry.numbers.push_back(boolean(entry, value) ? 1 : 0);
             break;
-        case FieldType::integer:
-        case FieldType::floating:
+        case FieldType::Integer:
+        case FieldType::Floating:
             entry.numbers.push_back(number(entry, value));
             break;
-        case FieldType::vector:
+        case FieldType::Vector:
             throw mismatch(entry, value);
-        case FieldType::object:
-        case FieldType::nested:
+        case FieldType::Object:
+        case FieldType::Nested:
             throw fail(
                 entry.field.path, entry.field.typeName, value,
                 fmt::format("object mapping for [{0}] tried to parse field [{0}] as object, but found a "
@@ -194,7 +194,7 @@ private:
 
     SortableNumber number(const Entry& entry, const Json& value) const {
         const NumberReading reading = readNumber(entry.field, value);
-        if (reading.kind == NumberReading::Kind::outOfRange) throw outOfRange(entry, value);
+        if (reading.kind == NumberReading::Kind::OutOfRange) throw outOfRange(entry, value);
         if (!reading.usable()) throw mismatch(entry, value);
         return reading.value;
     }
@@ -222,15 +222,15 @@ private:
 
     void finish(Entry& entry, std::vector<PreparedField>& prepared) {
         const Field& field = entry.field;
-        if (field.type == FieldType::text) {
+        if (field.type == FieldType::Text) {
             prepared.push_back({entry.id, textContent(entry.texts)});
             for (const FieldId sub : field.subFields)
                 keyword(sub, mParser.mMapping.at(sub), entry.texts, prepared);
-        } else if (field.type == FieldType::keyword) {
+        } else if (field.type == FieldType::Keyword) {
             keyword(entry.id, field, std::move(entry.texts), prepared);
-        } else if (field.type == FieldType::vector) {
+        } else if (field.type == FieldType::Vector) {
             prepared.push_back({entry.id, std::move(entry.vector)});
-        } else if (field.type == FieldType::boolean) {
+        } else if (field.type == FieldType::Boolean) {
             KeywordContent values;
             for (const SortableNumber value : entry.numbers)
                 values.emplace_back(value != 0 ? "true" : "false");

@@ -18,18 +18,18 @@ void growTo(std::vector<T>& column, Ordinal ordinal) {
 
 std::unique_ptr<FieldData> FieldData::make(const Field& field) {
     switch (field.type) {
-    case FieldType::text:
+    case FieldType::Text:
         return std::make_unique<TextData>();
-    case FieldType::keyword:
-    case FieldType::boolean:
+    case FieldType::Keyword:
+    case FieldType::Boolean:
         return std::make_unique<KeywordData>();
-    case FieldType::integer:
-    case FieldType::floating:
+    case FieldType::Integer:
+    case FieldType::Floating:
         return std::make_unique<NumberData>();
-    case FieldType::vector:
+    case FieldType::Vector:
         return std::make_unique<VectorData>();
-    case FieldType::object:
-    case FieldType::nested:
+    case FieldType::Object:
+    case FieldType::Nested:
         break;
     }
     return nullptr;

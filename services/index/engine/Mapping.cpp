@@ -18,19 +18,19 @@ constexpr std::size_t kDynamicIgnoreAbove = 256;
 constexpr std::size_t kMaximumFieldDepth = 20;
 
 constexpr std::array<std::pair<std::string_view, FieldType>, 13> kTypeNames{{
-    {"text", FieldType::text},
-    {"keyword", FieldType::keyword},
-    {"long", FieldType::integer},
-    {"integer", FieldType::integer},
-    {"short", FieldType::integer},
-    {"byte", FieldType::integer},
-    {"float", FieldType::floating},
-    {"double", FieldType::floating},
-    {"half_float", FieldType::floating},
-    {"boolean", FieldType::boolean},
-    {"dense_vector", FieldType::vector},
-    {"object", FieldType::object},
-    {"nested", FieldType::nested},
+    {"text", FieldType::Text},
+    {"keyword", FieldType::Keyword},
+    {"long", FieldType::Integer},
+    {"integer", FieldType::Integer},
+    {"short", FieldType::Integer},
+    {"byte", FieldType::Integer},
+    {"float", FieldType::Floating},
+    {"double", FieldType::Floating},
+    {"half_float", FieldType::Floating},
+    {"boolean", FieldType::Boolean},
+    {"dense_vector", FieldType::Vector},
+    {"object", FieldType::Object},
+    {"nested", FieldType::Nested},
 }};
 
 ApiError mapperError(const std::string& reason) {
@@ -45,15 +45,15 @@ FieldType typeOf(const std::string& path, const std::string& name) {
 
 std::string dynamicTypeName(FieldType type) {
     switch (type) {
-    case FieldType::text:
+    case FieldType::Text:
         return "text";
-    case FieldType::integer:
+    case FieldType::Integer:
         return "long";
-    case FieldType::floating:
+    case FieldType::Floating:
         return "float";
-    case FieldType::boolean:
+    case FieldType::Boolean:
         return "boolean";
-    case FieldType::vector:
+    case FieldType::Vector:
         return "dense_vector";
     default:
         return "object";
@@ -65,11 +65,11 @@ void checkParameters(const Field& field, const Json& property) {
         "type",  "properties", "fields",     "ignore_above",  "dims",
         "norms", "index",      "similarity", "index_options", "doc_values"};
     for (const auto& [key, value] : property.items()) {
-        const bool container = field.type == FieldType::object || field.type == FieldType::nested;
+        const bool container = field.type == FieldType::Object || field.type == FieldType::Nested;
         const bool fits = key == "properties"     ? container
-                          : key == "fields"       ? field.type == FieldType::text
-                          : key == "dims"         ? field.type == FieldType::vector
-                          : key == "ignore_above" ? field.type == FieldType::keyword
+                          : key == "fields"       ? field.type == FieldType::Text
+                          : key == "dims"         ? field.type == FieldType::Vector
+                          : key == "ignore_above" ? field.type == FieldType::Keyword
                                                   : true;
         if (!fits || std::find(kKnown.begin(), kKnown.end(), key) == kKnown.end())
             throw mapperError(fmt::format("unknown parameter [{}] on mapper [{}] of type [{}]", key,
@@ -86,7 +86,7 @@ std::size_t sizeParameter(const std::string& path, const Json& property, const c
 }
 
 bool isContainer(const Field& field) {
-    return field.type == FieldType::object || field.type == FieldType::nested;
+    return field.type == FieldType::Object || field.type == FieldType::Nested;
 }
 
 } // namespace
@@ -98,12 +98,12 @@ void checkFieldName(const std::string& prefix, const std::string& name) {
 }
 
 Mapping::Mapping(const Json& mappings) {
-    addRoot(mappings, Refused::fails);
+    addRoot(mappings, Refused::Fails);
 }
 
 Mapping Mapping::fromFirstFormat(const Json& mappings) {
     Mapping mapping;
-    mapping.addRoot(mappings, Refused::leftOut);
+    mapping.addRoot(mappings, Refused::LeftOut);
     return mapping;
 }
 
@@ -145,7 +145,7 @@ void Mapping::addRoot(const Json& mappings, Refused refused) {
     for (const auto& [key, value] : mappings.items()) {
         if (key == "properties")
             addProperties(value, "", 0, refused);
-        else if (refused == Refused::fails && (key != "dynamic" || (value != true && value != "true")))
+        else if (refused == Refused::Fails && (key != "dynamic" || (value != true && value != "true")))
             throw mapperError(fmt::format("Root mapping definition has unsupported parameters: [{} : {}]",
                                           key, value.dump()));
     }
@@ -187,7 +187,7 @@ void Mapping::addProperties(const Json& properties, const std::string& prefix, S
         try {
             addProperty(prefix, name, property, space, refused);
         } catch (const ApiError& e) {
-            if (refused == Refused::fails) throw;
+            if (refused == Refused::Fails) throw;
             spdlog::warn("a field of an earlier mapping is left out: {}", e.what());
         }
     }
@@ -199,9 +199,9 @@ SpaceId Mapping::enterObject(const std::string& path, SpaceId space) {
         if (!isContainer(field))
             throw mapperError(fmt::format("mapper [{}] cannot be changed from type [{}] to [object]", path,
                                           field.typeName));
-        return field.type == FieldType::nested ? field.ownSpace : field.space;
+        return field.type == FieldType::Nested ? field.ownSpace : field.space;
     }
-    add({.path = path, .type = FieldType::object, .typeName = "object", .space = space});
+    add({.path = path, .type = FieldType::Object, .typeName = "object", .space = space});
     return space;
 }
 
@@ -234,13 +234,13 @@ void Mapping::addProperty(const std::string& prefix, const std::string& name, co
                                           mFields[*known].typeName, field.typeName));
         field = mFields[*known];
     } else {
-        if (field.type == FieldType::nested) field.ownSpace = mSpaces++;
+        if (field.type == FieldType::Nested) field.ownSpace = mSpaces++;
         add(field);
     }
     const FieldId id = *idOf(path);
     if (property.contains("properties"))
         addProperties(property["properties"], path + ".",
-                      field.type == FieldType::nested ? field.ownSpace : space, refused);
+                      field.type == FieldType::Nested ? field.ownSpace : space, refused);
     if (!property.contains("fields")) return;
     if (!property["fields"].is_object())
         throw mapperError(fmt::format("[fields] of field [{}] must be an object", path));
@@ -256,7 +256,7 @@ void Mapping::addSubField(FieldId text, const std::string& name, const Json& pro
     if (!property.is_object() || property.value("type", Json()) != "keyword")
         throw mapperError(fmt::format("sub-field [{}] is not supported: only keywords below text are", path));
     Field field{.path = path,
-                .type = FieldType::keyword,
+                .type = FieldType::Keyword,
                 .typeName = "keyword",
                 .space = mFields[text].space,
                 .subField = true};
@@ -269,9 +269,9 @@ void Mapping::addSubField(FieldId text, const std::string& name, const Json& pro
 FieldId Mapping::addDynamic(const std::string& path, FieldType type, SpaceId space) {
     Field field{.path = path, .type = type, .typeName = dynamicTypeName(type), .space = space};
     const FieldId id = add(std::move(field));
-    if (type == FieldType::text) {
+    if (type == FieldType::Text) {
         const FieldId keyword = add({.path = path + ".keyword",
-                                     .type = FieldType::keyword,
+                                     .type = FieldType::Keyword,
                                      .typeName = "keyword",
                                      .space = space,
                                      .ignoreAbove = kDynamicIgnoreAbove,
@@ -296,7 +296,7 @@ Json Mapping::toJson() const {
     for (const Field& field : mFields) {
         if (field.subField) continue;
         Json& node = place(field.path);
-        if (field.type == FieldType::object) {
+        if (field.type == FieldType::Object) {
             if (!node.contains("properties")) node["type"] = "object";
             continue;
         }

@@ -13,7 +13,7 @@
 
 namespace kestrel::index {
 
-enum class FieldType : std::uint8_t { text, keyword, integer, floating, boolean, vector, object, nested };
+enum class FieldType : std::uint8_t { Text, Keyword, Integer, Floating, Boolean, Vector, Object, Nested };
 
 using FieldId = std::uint32_t;
 /// Where a field's documents are counted: 0 are the documents themselves, each nested path has its own.
@@ -32,7 +32,7 @@ struct Field {
     bool subField = false;               ///< lies below a text field and takes the same values
     std::vector<FieldId> subFields = {}; ///< text: its sub-fields for exact matches
 
-    bool isNumber() const { return type == FieldType::integer || type == FieldType::floating; }
+    bool isNumber() const { return type == FieldType::Integer || type == FieldType::Floating; }
 };
 
 /// Which fields an index has and how each is indexed. Fields are added, never changed or removed, and keep
@@ -65,7 +65,7 @@ public:
     Json toJson() const;
 
 private:
-    enum class Refused { fails, leftOut };
+    enum class Refused { Fails, LeftOut };
 
     void addRoot(const Json& mappings, Refused refused);
     void addProperties(const Json& properties, const std::string& prefix, SpaceId space, Refused refused);

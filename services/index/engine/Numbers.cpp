@@ -28,25 +28,25 @@ constexpr double kHalfFloatEnd = 65520.0;
 NumberReading inRange(const Field& field, std::int64_t number, Kind kind) {
     for (const IntegerRange& range : kIntegerRanges)
         if (range.type == field.typeName && (number < range.low || number > range.high))
-            return {Kind::outOfRange};
+            return {Kind::OutOfRange};
     return {kind, number};
 }
 
 NumberReading wholePart(const Field& field, double number) {
-    if (!std::isfinite(number)) return {Kind::notANumber};
-    if (number < -kLongEnd || number >= kLongEnd) return {Kind::outOfRange};
+    if (!std::isfinite(number)) return {Kind::NotANumber};
+    if (number < -kLongEnd || number >= kLongEnd) return {Kind::OutOfRange};
     return inRange(field, static_cast<std::int64_t>(number),
-                   number == std::floor(number) ? Kind::exact : Kind::cut);
+                   number == std::floor(number) ? Kind::Exact : Kind::Cut);
 }
 
 NumberReading decimal(const Field& field, double number) {
-    if (!std::isfinite(number)) return {Kind::notANumber};
-    if (field.typeName == "double") return {Kind::exact, sortable(number)};
+    if (!std::isfinite(number)) return {Kind::NotANumber};
+    if (field.typeName == "double") return {Kind::Exact, sortable(number)};
     const bool half = field.typeName == "half_float";
-    if (half && std::abs(number) >= kHalfFloatEnd) return {Kind::outOfRange};
+    if (half && std::abs(number) >= kHalfFloatEnd) return {Kind::OutOfRange};
     const auto single = static_cast<float>(number);
-    if (!std::isfinite(single)) return {Kind::outOfRange};
-    return {Kind::exact, sortable(static_cast<double>(single))};
+    if (!std::isfinite(single)) return {Kind::OutOfRange};
+    return {Kind::Exact, sortable(static_cast<double>(single))};
 }
 
 template <typename Number>
@@ -56,17 +56,17 @@ std::errc parse(std::string_view text, Number& number) {
 }
 
 NumberReading fromText(const Field& field, std::string_view text) {
-    if (field.type == FieldType::integer) {
+    if (field.type == FieldType::Integer) {
         std::int64_t number = 0;
         const std::errc error = parse(text, number);
-        if (error == std::errc()) return inRange(field, number, Kind::exact);
-        if (error == std::errc::result_out_of_range) return {Kind::outOfRange};
+        if (error == std::errc()) return inRange(field, number, Kind::Exact);
+        if (error == std::errc::result_out_of_range) return {Kind::OutOfRange};
     }
     double number = 0;
     const std::errc error = parse(text, number);
-    if (error == std::errc::result_out_of_range) return {Kind::outOfRange};
-    if (error != std::errc()) return {Kind::notANumber};
-    return field.type == FieldType::integer ? wholePart(field, number) : decimal(field, number);
+    if (error == std::errc::result_out_of_range) return {Kind::OutOfRange};
+    if (error != std::errc()) return {Kind::NotANumber};
+    return field.type == FieldType::Integer ? wholePart(field, number) : decimal(field, number);
 }
 
 void collect(const Json& value, std::string_view path, const Field& field, NumberContent& numbers) {
@@ -100,11 +100,11 @@ double fromSortable(SortableNumber value) {
 NumberReading readNumber(const Field& field, const Json& value) {
     if (isWideInteger(value)) return fromText(field, wideDigits(value));
     if (value.is_string()) return fromText(field, value.get_ref<const std::string&>());
-    if (!value.is_number()) return {Kind::notANumber};
-    if (field.type != FieldType::integer) return decimal(field, value.get<double>());
+    if (!value.is_number()) return {Kind::NotANumber};
+    if (field.type != FieldType::Integer) return decimal(field, value.get<double>());
     if (value.is_number_unsigned() && value.get<std::uint64_t>() > std::uint64_t{INT64_MAX})
-        return {Kind::outOfRange};
-    if (value.is_number_integer()) return inRange(field, value.get<std::int64_t>(), Kind::exact);
+        return {Kind::OutOfRange};
+    if (value.is_number_integer()) return inRange(field, value.get<std::int64_t>(), Kind::Exact);
     return wholePart(field, value.get<double>());
 }
 

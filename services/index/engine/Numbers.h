@@ -17,15 +17,15 @@ double fromSortable(SortableNumber value);
 /// What a JSON value is as a number of a field.
 struct NumberReading {
     enum class Kind {
-        exact,
-        cut, ///< an integer field keeps the whole part
-        outOfRange,
-        notANumber,
+        Exact,
+        Cut, ///< an integer field keeps the whole part
+        OutOfRange,
+        NotANumber,
     };
     Kind kind;
     SortableNumber value = 0; ///< exact and cut
 
-    bool usable() const { return kind == Kind::exact || kind == Kind::cut; }
+    bool usable() const { return kind == Kind::Exact || kind == Kind::Cut; }
 };
 
 /// Reads a number or a text that is one. Documents, queries and sorting all read numbers here.

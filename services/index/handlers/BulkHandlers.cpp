@@ -132,9 +132,9 @@ private:
     }
 
     void prepare(Action& action, std::string_view source) {
-        const Right right = action.kind == "delete"   ? rightDeleteDocument
-                            : action.kind == "create" ? rightCreateDocument
-                                                      : rightWriteDocument;
+        const Right right = action.kind == "delete"   ? RightDeleteDocument
+                            : action.kind == "create" ? RightCreateDocument
+                                                      : RightWriteDocument;
         mRequest.user->require(right, action.indexName, "indices:data/write/bulk[s]");
         if (action.id.empty()) {
             if (action.kind == "delete" || action.kind == "update")
@@ -145,7 +145,7 @@ private:
         checkDocumentId(action.id);
         action.index = mServices.catalogue.find(action.indexName);
         if (!action.index) {
-            mRequest.user->require(rightCreateIndex, action.indexName, "indices:admin/auto_create");
+            mRequest.user->require(RightCreateIndex, action.indexName, "indices:admin/auto_create");
             action.index = mServices.catalogue.getOrCreate(action.indexName);
         }
         if (action.kind == "update")

@@ -59,7 +59,7 @@ private:
 Answer updateByQuery(const Services& services, const Request& request, const std::string& expression) {
     const Stopwatch stopwatch;
     const std::vector<IndexPtr> indices = resolveIndices(
-        services, *request.user, expression, rightWriteDocument, "indices:data/write/update/byquery");
+        services, *request.user, expression, RightWriteDocument, "indices:data/write/update/byquery");
     const Json body = bodyWith(request, {"query", "script", "conflicts"});
     std::optional<UpdateScript> script;
     if (body.contains("script")) script.emplace(body.at("script"));
@@ -78,14 +78,14 @@ Answer updateByQuery(const Services& services, const Request& request, const std
                 }
             }
         },
-        WriteQueue::Sharing::alone);
+        WriteQueue::Sharing::Alone);
     return Answer::json(summary(stopwatch, total, "updated", 0));
 }
 
 Answer deleteByQuery(const Services& services, const Request& request, const std::string& expression) {
     const Stopwatch stopwatch;
     const std::vector<IndexPtr> indices = resolveIndices(
-        services, *request.user, expression, rightDeleteDocument, "indices:data/write/delete/byquery");
+        services, *request.user, expression, RightDeleteDocument, "indices:data/write/delete/byquery");
     const Json body = bodyWith(request, {"query", "conflicts"});
     if (!body.contains("query"))
         throw ApiError(400, "action_request_validation_exception", "Validation Failed: 1: query is missing;");
@@ -101,7 +101,7 @@ Answer deleteByQuery(const Services& services, const Request& request, const std
                 }
             }
         },
-        WriteQueue::Sharing::alone);
+        WriteQueue::Sharing::Alone);
     return Answer::json(summary(stopwatch, total, "deleted", 0));
 }
 

@@ -19,13 +19,13 @@ Answer answerOf(const WriteResult& result) {
 
 IndexPtr indexForWrite(const Services& services, const Principal& user, const std::string& name) {
     if (IndexPtr index = services.catalogue.find(name)) return index;
-    user.require(rightCreateIndex, name, "indices:admin/auto_create");
+    user.require(RightCreateIndex, name, "indices:admin/auto_create");
     return services.catalogue.getOrCreate(name);
 }
 
 Answer put(const Services& services, const Request& request, const std::string& name, const std::string& id,
            bool createOnly) {
-    request.user->require(createOnly ? rightCreateDocument : rightWriteDocument, name,
+    request.user->require(createOnly ? RightCreateDocument : RightWriteDocument, name,
                           "indices:data/write/index");
     checkDocumentId(id);
     const IndexPtr index = indexForWrite(services, *request.user, name);
@@ -68,7 +68,7 @@ std::optional<Current> readCurrent(const Services& services, const Index& index,
 }
 
 Answer get(const Services& services, const Request& request, const std::string& name, const std::string& id) {
-    request.user->require(rightRead, name, "indices:data/read/get");
+    request.user->require(RightRead, name, "indices:data/read/get");
     const IndexPtr index = services.catalogue.get(name);
     const auto found = readCurrent(services, *index, id);
     if (found)
@@ -84,7 +84,7 @@ Answer get(const Services& services, const Request& request, const std::string& 
 
 Answer remove(const Services& services, const Request& request, const std::string& name,
               const std::string& id) {
-    request.user->require(rightDeleteDocument, name, "indices:data/write/delete");
+    request.user->require(RightDeleteDocument, name, "indices:data/write/delete");
     const IndexPtr index = services.catalogue.get(name);
     WriteResult result;
     services.writes.run([&](WriteBatch& batch) { result = deleteDocument(batch, index, id); });
@@ -93,7 +93,7 @@ Answer remove(const Services& services, const Request& request, const std::strin
 
 Answer update(const Services& services, const Request& request, const std::string& name,
               const std::string& id) {
-    request.user->require(rightWriteDocument, name, "indices:data/write/update");
+    request.user->require(RightWriteDocument, name, "indices:data/write/update");
     checkDocumentId(id);
     const Update change(parseDocument(request.body));
     const IndexPtr index = services.catalogue.get(name);
@@ -109,7 +109,7 @@ void addDocumentHandlers(Router& router, Services services) {
     const std::vector<std::string> writing{"op_type", "refresh", "timeout", "wait_for_active_shards"};
     router.add({"POST"}, "{index}/_doc", writing, [=](const Request& request, const Params& params) {
         // An identifier that is made here is new, whatever op_type says.
-        request.user->require(rightCreateDocument, params.at("index"), "indices:data/write/index");
+        request.user->require(RightCreateDocument, params.at("index"), "indices:data/write/index");
         return put(services, request, params.at("index"), makeDocumentId(), true);
     });
     router.add({"POST", "PUT"}, "{index}/_doc/{id}", writing,

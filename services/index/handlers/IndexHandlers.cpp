@@ -57,7 +57,7 @@ Json describe(const Index& index) {
 }
 
 Answer create(const Services& services, const Request& request, const std::string& name) {
-    request.user->require(rightCreateIndex, name, "indices:admin/create");
+    request.user->require(RightCreateIndex, name, "indices:admin/create");
     const Json body = request.json();
     Json settings = Json::object();
     Json mappings = Json::object();
@@ -76,7 +76,7 @@ Answer create(const Services& services, const Request& request, const std::strin
 }
 
 Answer remove(const Services& services, const Request& request, const std::string& name) {
-    request.user->require(rightDeleteIndex, name, "indices:admin/delete");
+    request.user->require(RightDeleteIndex, name, "indices:admin/delete");
     if (name.find_first_of("*?,") != std::string::npos || name == "_all")
         throw illegalArgument("Wildcard expressions or all indices are not allowed");
     if (const IndexPtr removed = services.catalogue.remove(name)) services.scrolls.closeIndex(*removed);
@@ -86,7 +86,7 @@ Answer remove(const Services& services, const Request& request, const std::strin
 Answer refresh(const Services& services, const Request& request, const std::string& expression) {
     // Every acknowledged write is visible already: there is only the question whether the indices are there.
     const std::size_t count =
-        resolveIndices(services, *request.user, expression, rightMaintain, "indices:admin/refresh").size();
+        resolveIndices(services, *request.user, expression, RightMaintain, "indices:admin/refresh").size();
     return Answer::json({{"_shards", {{"total", count}, {"successful", count}, {"failed", 0}}}});
 }
 
@@ -99,7 +99,7 @@ void addIndexHandlers(Router& router, Services services) {
                [=](const Request& request, const Router::PathParams& params) {
                    Json shown = Json::object();
                    for (const IndexPtr& index : resolveIndices(services, *request.user, params.at("index"),
-                                                               rightViewMetadata, "indices:admin/get"))
+                                                               RightViewMetadata, "indices:admin/get"))
                        shown[index->name()] = describe(*index);
                    return Answer::json(shown);
                });
@@ -120,7 +120,7 @@ void addIndexHandlers(Router& router, Services services) {
                [=](const Request& request, const Router::PathParams& params) {
                    Json shown = Json::object();
                    for (const IndexPtr& index :
-                        resolveIndices(services, *request.user, params.at("index"), rightViewMetadata,
+                        resolveIndices(services, *request.user, params.at("index"), RightViewMetadata,
                                        "indices:admin/mappings/get"))
                        shown[index->name()] = {{"mappings", index->mapping()->toJson()}};
                    return Answer::json(shown);

@@ -8,7 +8,7 @@ namespace kestrel::index {
 
 void addRootHandlers(Router& router, Services) {
     router.add({"GET", "HEAD"}, "/", {}, [](const Request& request, const Router::PathParams&) {
-        request.user->requireCluster(rightMonitorService, "cluster:monitor/main");
+        request.user->requireCluster(RightMonitorService, "cluster:monitor/main");
         return Answer::json({{"name", "kestrel-index"},
                              {"cluster_name", "kestrel"},
                              {"version", {{"distribution", "kestrel-index"}, {"number", KESTREL_VERSION}}},

@@ -177,7 +177,7 @@ Answer openScroll(const Services& services, const Request& request, const std::v
 Answer searchIndices(const Services& services, const Request& request, const std::string& expression) {
     const Stopwatch stopwatch;
     const std::vector<IndexPtr> indices =
-        resolveIndices(services, *request.user, expression, rightRead, "indices:data/read/search");
+        resolveIndices(services, *request.user, expression, RightRead, "indices:data/read/search");
     SearchRequest search = SearchRequest::parse(request.json());
     for (const auto& [name, member] : {std::pair{"size", &search.size}, std::pair{"from", &search.from}}) {
         const std::string text = request.param(name);
@@ -242,7 +242,7 @@ Answer closeScrolls(const Services& services, const Request& request) {
 
 Answer countIndices(const Services& services, const Request& request, const std::string& expression) {
     const std::vector<IndexPtr> indices =
-        resolveIndices(services, *request.user, expression, rightRead, "indices:data/read/search");
+        resolveIndices(services, *request.user, expression, RightRead, "indices:data/read/search");
     const Json body = request.json();
     if (!body.is_null() && !body.is_object())
         throw parsingError("request does not support a body that is no object");

@@ -21,7 +21,7 @@ Answer listed(const std::vector<std::string>& names,
 }
 
 void requireManager(const Request& request, const std::string& action) {
-    request.user->requireCluster(rightManageSecurity, action);
+    request.user->requireCluster(RightManageSecurity, action);
 }
 
 } // namespace

@@ -8,16 +8,16 @@ namespace kestrel::index {
 Connections::Handle Connections::add(int socket) {
     const std::lock_guard lock(mMutex);
     const auto served = std::count_if(mEntries.begin(), mEntries.end(), [](const Entry& entry) {
-        return entry.state != State::refused && entry.state != State::leaving;
+        return entry.state != State::Refused && entry.state != State::Leaving;
     });
-    State state = State::anonymous;
+    State state = State::Anonymous;
     if (static_cast<std::size_t>(served) >= mLimit) {
-        Handle leaving = longestIn(State::anonymous);
-        if (leaving == mEntries.end()) leaving = longestIn(State::idle);
+        Handle leaving = longestIn(State::Anonymous);
+        if (leaving == mEntries.end()) leaving = longestIn(State::Idle);
         if (leaving == mEntries.end()) {
-            state = State::refused;
+            state = State::Refused;
         } else {
-            leaving->state = State::leaving;
+            leaving->state = State::Leaving;
             ::shutdown(leaving->socket, SHUT_RDWR);
         }
     }
@@ -41,7 +41,7 @@ void Connections::set(Handle handle, State state, std::chrono::seconds time) {
     const std::lock_guard lock(mMutex);
     const auto now = Clock::now();
     handle->deadline = now + time;
-    if (handle->state == state || handle->state == State::refused || handle->state == State::leaving) return;
+    if (handle->state == state || handle->state == State::Refused || handle->state == State::Leaving) return;
     handle->state = state;
     handle->since = now;
 }

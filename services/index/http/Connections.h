@@ -27,11 +27,11 @@ struct Limits {
 class Connections {
 public:
     enum class State {
-        anonymous, ///< nobody has said who it is: the first to give way
-        idle,      ///< between requests: gives way when there are no anonymous ones
-        working,
-        refused, ///< one too many: it is only told so
-        leaving, ///< has given way
+        Anonymous, ///< nobody has said who it is: the first to give way
+        Idle,      ///< between requests: gives way when there are no anonymous ones
+        Working,
+        Refused, ///< one too many: it is only told so
+        Leaving, ///< has given way
     };
 
     using Clock = std::chrono::steady_clock;

@@ -144,7 +144,7 @@ private:
                 if (mStopAccepting) return;
                 if (error) mStopping.wait_for(lock, kAcceptPause, [this] { return mStopAccepting; });
             }
-            if (error || mConnections.count(Connections::State::refused) >= kToldOfRefusal) continue;
+            if (error || mConnections.count(Connections::State::Refused) >= kToldOfRefusal) continue;
             serve(std::move(socket));
         }
     }

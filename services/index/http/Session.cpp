@@ -56,7 +56,7 @@ bool isMalformed(const beast::error_code& error) {
 Session::Session(asio::ip::tcp::socket socket, const SessionContext& context)
     : mContext(context), mStream(std::move(socket), context.tls),
       mHandle(context.connections.add(mStream.next_layer().native_handle())), mBuffer(kBufferBytes) {
-    set(State::anonymous, mContext.limits.handshake);
+    set(State::Anonymous, mContext.limits.handshake);
 }
 
 Session::~Session() {
@@ -75,7 +75,7 @@ void Session::run() {
         spdlog::debug("no TLS connection: {}", error.message());
         return;
     }
-    if (mContext.connections.state(mHandle) == State::refused) {
+    if (mContext.connections.state(mHandle) == State::Refused) {
         refuse({429, "es_rejected_execution_exception",
                 fmt::format("too many clients: at most [{}] are served at once", mContext.limits.clients)});
         return;
@@ -100,7 +100,7 @@ bool Session::serve() {
     const bool withBody = request.method != "HEAD";
     MemoryBudget::Lease memory(mContext.memory);
     try {
-        set(mKnown ? State::working : State::anonymous, mContext.limits.login);
+        set(mKnown ? State::Working : State::Anonymous, mContext.limits.login);
         mContext.handler.admit(request);
         mKnown = true;
         if (!readBody(parser, memory)) return false;
@@ -113,25 +113,25 @@ bool Session::serve() {
     }
     request.body = std::move(parser.get().body());
     if (request.body.starts_with(kByteOrderMark)) request.body.erase(0, kByteOrderMark.size());
-    set(State::working, std::chrono::hours(24));
+    set(State::Working, std::chrono::hours(24));
     return send(answer(request, memory), withBody, parser.get().keep_alive());
 }
 
 bool Session::readHeader(Parser& parser) {
     beast::error_code error;
     if (mKnown && mBuffer.size() == 0) {
-        set(State::idle, mContext.limits.idle);
+        set(State::Idle, mContext.limits.idle);
         mBuffer.commit(mStream.read_some(mBuffer.prepare(kReadBytes), error));
         if (error) return false;
     }
-    set(mKnown ? State::working : State::anonymous, mContext.limits.header);
+    set(mKnown ? State::Working : State::Anonymous, mContext.limits.header);
     http::read_header(mStream, mBuffer, parser, error);
     if (isMalformed(error)) refuse(malformed(error, mContext.limits.requestBytes));
     return !error;
 }
 
 bool Session::readBody(Parser& parser, MemoryBudget::Lease& memory) {
-    set(State::working, mContext.limits.body);
+    set(State::Working, mContext.limits.body);
     if (const auto length = parser.content_length()) memory.take(static_cast<std::size_t>(*length));
     beast::error_code error;
     if (!parser.is_done() && beast::iequals(parser.get()[http::field::expect], "100-continue"))
@@ -152,7 +152,7 @@ Answer Session::answer(const Request& request, MemoryBudget::Lease& memory) {
 }
 
 bool Session::send(Answer answer, bool withBody, bool keepAlive) {
-    set(State::working, mContext.limits.answer);
+    set(State::Working, mContext.limits.answer);
     http::response<http::string_body> response;
     response.version(11);
     response.result(static_cast<unsigned>(answer.status));
@@ -173,7 +173,7 @@ void Session::refuse(const ApiError& error, bool withBody) {
 }
 
 void Session::drain() {
-    set(mKnown ? State::idle : State::anonymous, kLingering);
+    set(mKnown ? State::Idle : State::Anonymous, kLingering);
     mBuffer.clear();
     beast::error_code error;
     for (std::size_t drained = 0; drained < kDrainedAtMost && !error;)

@@ -119,7 +119,7 @@ private:
         const Field* field = mView.mapping().find(path.get_ref<const std::string&>());
         Bitmap children;
         SpaceId childSpace = space;
-        if (field != nullptr && field->type == FieldType::nested && space == 0) {
+        if (field != nullptr && field->type == FieldType::Nested && space == 0) {
             childSpace = field->ownSpace;
             children =
                 insideBucket ? childrenOfFew(documents, childSpace) : childrenOf(documents, childSpace);
@@ -177,12 +177,12 @@ private:
             return buckets<std::uint32_t>({}, size, {}, {}, {});
         const Field& field = mView.mapping().at(*id);
         // Fields of types that cannot be counted are refused whether a document holds them now or not.
-        if (mView.data(*id) == nullptr && field.type != FieldType::text && field.type != FieldType::vector)
+        if (mView.data(*id) == nullptr && field.type != FieldType::Text && field.type != FieldType::Vector)
             return buckets<std::uint32_t>({}, size, {}, {}, {});
         const auto innerOf = [&, this](const Bitmap& within) {
             return inner.empty() ? Json::object() : all(inner, space, within, depth + 1, true);
         };
-        if (field.type == FieldType::keyword || field.type == FieldType::boolean) {
+        if (field.type == FieldType::Keyword || field.type == FieldType::Boolean) {
             const auto& data = *mView.data<KeywordData>(*id);
             return buckets<std::uint32_t>(
                 insideBucket ? countByDocument(data, *id, documents) : countByValue(data, documents), size,
@@ -193,7 +193,7 @@ private:
                                          : innerOf(data.documents(value).toBitmap() & documents);
                 });
         }
-        if (field.type == FieldType::integer || field.type == FieldType::floating) {
+        if (field.type == FieldType::Integer || field.type == FieldType::Floating) {
             const std::map<SortableNumber, Bitmap> byValue =
                 documentsByNumber(*mView.data<NumberData>(*id), field, documents);
             Counts<SortableNumber> counts;
@@ -203,11 +203,11 @@ private:
                 std::move(counts), size, std::less<>(),
                 [&](SortableNumber value) {
                     return Json{
-                        {"key", field.type == FieldType::integer ? Json(value) : Json(fromSortable(value))}};
+                        {"key", field.type == FieldType::Integer ? Json(value) : Json(fromSortable(value))}};
                 },
                 [&](SortableNumber value) { return innerOf(byValue.at(value)); });
         }
-        if (field.type == FieldType::text)
+        if (field.type == FieldType::Text)
             throw illegalArgument(
                 fmt::format("Fielddata is disabled on [{0}] in [{1}]. Text fields are not optimised "
                             "for operations that require per-document field data like aggregations "
@@ -247,7 +247,7 @@ private:
     }
 
     static Json keywordKey(const Field& field, const std::string& text) {
-        if (field.type == FieldType::boolean)
+        if (field.type == FieldType::Boolean)
             return {{"key", text == "true" ? 1 : 0}, {"key_as_string", text}};
         return {{"key", text}};
     }

@@ -114,7 +114,7 @@ std::vector<float> queryVector(const Json& params) {
 /// The number as the field keeps it; nothing when no number of its type equals it.
 std::optional<SortableNumber> wantedNumber(const Field& field, const Json& value) {
     const NumberReading wanted = readNumber(field, value);
-    if (wanted.kind == NumberReading::Kind::notANumber) {
+    if (wanted.kind == NumberReading::Kind::NotANumber) {
         const std::string text = asText(value);
         throw ApiError(400, "query_shard_exception",
                        fmt::format("failed to create query: For input string: \"{}\"", text),
@@ -122,7 +122,7 @@ std::optional<SortableNumber> wantedNumber(const Field& field, const Json& value
                          {{"type", "number_format_exception"},
                           {"reason", fmt::format("For input string: \"{}\"", text)}}}});
     }
-    return wanted.kind == NumberReading::Kind::exact ? std::optional(wanted.value) : std::nullopt;
+    return wanted.kind == NumberReading::Kind::Exact ? std::optional(wanted.value) : std::nullopt;
 }
 
 } // namespace
@@ -253,22 +253,22 @@ QueryPtr QueryCompiler::fieldTerm(const std::string& path, const Json& value, Sp
     if (!id || mView.mapping().at(*id).space != space) return matchNone();
     // What a value is held to is the mapping's matter, whether a document holds the field now or not.
     switch (mView.mapping().at(*id).type) {
-    case FieldType::text:
+    case FieldType::Text:
         return textTerm(*id, asText(value), space, boost);
-    case FieldType::keyword:
+    case FieldType::Keyword:
         return keywordTerm(*id, asText(value), boost);
-    case FieldType::boolean: {
+    case FieldType::Boolean: {
         const std::string text = asText(value);
         if (text != "true" && text != "false" && !text.empty())
             throw illegalArgument(
                 fmt::format("Can't parse boolean value [{}], expected [true] or [false]", text));
         return keywordTerm(*id, text.empty() ? "false" : text, boost);
     }
-    case FieldType::integer:
-    case FieldType::floating:
+    case FieldType::Integer:
+    case FieldType::Floating:
         return numberTerms(*id, Json::array({value}), boost);
-    case FieldType::object:
-    case FieldType::nested:
+    case FieldType::Object:
+    case FieldType::Nested:
         return matchNone();
     default:
         throw illegalArgument(fmt::format("Field [{}] of type [{}] does not support term queries", path,
@@ -324,7 +324,7 @@ QueryPtr QueryCompiler::match(const Json& body, SpaceId space, float boost) cons
     if (clause.value.is_array() || clause.value.is_object() || clause.value.is_null())
         throw parsingError("[match] unknown token after [query]");
     const auto id = mView.mapping().idOf(clause.path);
-    if (!id || mView.mapping().at(*id).type != FieldType::text)
+    if (!id || mView.mapping().at(*id).type != FieldType::Text)
         return fieldTerm(clause.path, clause.value, space, boost);
     if (mView.mapping().at(*id).space != space || mView.data(*id) == nullptr) return matchNone();
 
@@ -393,7 +393,7 @@ QueryPtr QueryCompiler::nested(const Json& body, SpaceId space, float boost, int
         throw illegalArgument("[nested] supports the score_mode [avg] only");
     const std::string path = body.at("path");
     const Field* field = mView.mapping().find(path);
-    if (field == nullptr || field->type != FieldType::nested) {
+    if (field == nullptr || field->type != FieldType::Nested) {
         if (body.value("ignore_unmapped", Json(false)) == true) return matchNone();
         throw ApiError(
             400, "query_shard_exception",
@@ -416,7 +416,7 @@ QueryPtr QueryCompiler::scriptScore(const Json& body, SpaceId space, float boost
     std::vector<float> vector = queryVector(script.value("params", Json()));
     const auto id = mView.mapping().idOf("semanticImageVector");
     const bool mapped =
-        id && mView.mapping().at(*id).type == FieldType::vector && mView.mapping().at(*id).space == space;
+        id && mView.mapping().at(*id).type == FieldType::Vector && mView.mapping().at(*id).space == space;
     const VectorData* data = mapped ? mView.data<VectorData>(*id) : nullptr;
     const std::size_t dimensions = mapped ? mView.mapping().at(*id).dimensions : 0;
     if (dimensions != 0 && dimensions != vector.size())

@@ -61,7 +61,7 @@ std::optional<SortColumn> SortColumn::make(const IndexView& view, DocumentStore&
     column.mKeys.assign(documents.size(), kMissing);
     if (spec.field == "_score" || spec.field == "_doc") {
         const bool score = spec.field == "_score";
-        column.mKind = score ? Kind::floating : Kind::document;
+        column.mKind = score ? Kind::Floating : Kind::Document;
         for (std::size_t i = 0; i < documents.size(); ++i)
             column.mKeys[i] = column.directed(score ? sortable(static_cast<double>(scores[i]))
                                                     : static_cast<std::int64_t>(documents[i]));
@@ -78,17 +78,17 @@ std::optional<SortColumn> SortColumn::make(const IndexView& view, DocumentStore&
     }
     const Field& field = view.mapping().at(*id);
     switch (field.type) {
-    case FieldType::integer:
-    case FieldType::floating:
-        column.mKind = field.type == FieldType::integer ? Kind::integer : Kind::floating;
+    case FieldType::Integer:
+    case FieldType::Floating:
+        column.mKind = field.type == FieldType::Integer ? Kind::Integer : Kind::Floating;
         column.fillNumbers(view, store, *id, spec, documents);
         return column;
-    case FieldType::keyword:
-    case FieldType::boolean:
-        column.mKind = Kind::text;
+    case FieldType::Keyword:
+    case FieldType::Boolean:
+        column.mKind = Kind::Text;
         if (view.data(*id) != nullptr) column.fillKeywords(*view.data<KeywordData>(*id), spec, documents);
         return column;
-    case FieldType::text:
+    case FieldType::Text:
         throw illegalArgument(
             fmt::format("Fielddata is disabled on [{0}] in [{1}]. Text fields are not optimised for "
                         "operations that require per-document field data like aggregations and "
@@ -159,13 +159,13 @@ void SortColumn::fillKeywords(const KeywordData& data, const SortSpec& spec,
 
 Json SortColumn::shown(std::int64_t key) const {
     if (key == kMissing) {
-        if (mKind == Kind::text) return nullptr;
-        if (mKind == Kind::floating) return mDescending ? "-Infinity" : "Infinity";
+        if (mKind == Kind::Text) return nullptr;
+        if (mKind == Kind::Floating) return mDescending ? "-Infinity" : "Infinity";
         return mDescending ? std::numeric_limits<std::int64_t>::min() : kMissing;
     }
     const std::int64_t value = directed(key);
-    if (mKind == Kind::text) return mTexts[static_cast<std::size_t>(value)];
-    if (mKind == Kind::floating) return fromSortable(value);
+    if (mKind == Kind::Text) return mTexts[static_cast<std::size_t>(value)];
+    if (mKind == Kind::Floating) return fromSortable(value);
     return value;
 }
 

@@ -37,7 +37,7 @@ public:
     std::size_t bytes() const;
 
 private:
-    enum class Kind { integer, floating, text, document };
+    enum class Kind { Integer, Floating, Text, Document };
 
     void fillNumbers(const IndexView& view, DocumentStore& store, FieldId field, const SortSpec& spec,
                      const std::vector<Ordinal>& documents);
@@ -45,7 +45,7 @@ private:
     /// Brings a value into the order asked for; a missing value sorts last either way.
     std::int64_t directed(std::int64_t value) const { return mDescending ? ~value : value; }
 
-    Kind mKind = Kind::integer;
+    Kind mKind = Kind::Integer;
     bool mDescending = false;
     std::vector<std::int64_t> mKeys;
     std::vector<std::string> mTexts; ///< keywords: by rank

@@ -16,21 +16,21 @@ namespace {
 
 using Named = std::pair<std::string_view, Rights>;
 
-constexpr Rights kWriteRights = rightCreateDocument | rightWriteDocument | rightDeleteDocument;
-constexpr Rights kManageRights = rightMaintain | rightViewMetadata | rightCreateIndex | rightDeleteIndex;
+constexpr Rights kWriteRights = RightCreateDocument | RightWriteDocument | RightDeleteDocument;
+constexpr Rights kManageRights = RightMaintain | RightViewMetadata | RightCreateIndex | RightDeleteIndex;
 
 constexpr std::array<Named, 14> kIndexPrivileges{{
     {"all", allRights},
-    {"read", rightRead},
+    {"read", RightRead},
     {"write", kWriteRights},
-    {"index", rightCreateDocument | rightWriteDocument},
-    {"create", rightCreateDocument},
-    {"create_doc", rightCreateDocument},
-    {"delete", rightDeleteDocument},
-    {"maintenance", rightMaintain},
-    {"view_index_metadata", rightViewMetadata},
-    {"create_index", rightCreateIndex},
-    {"delete_index", rightDeleteIndex},
+    {"index", RightCreateDocument | RightWriteDocument},
+    {"create", RightCreateDocument},
+    {"create_doc", RightCreateDocument},
+    {"delete", RightDeleteDocument},
+    {"maintenance", RightMaintain},
+    {"view_index_metadata", RightViewMetadata},
+    {"create_index", RightCreateIndex},
+    {"delete_index", RightDeleteIndex},
     {"manage", kManageRights},
     {"monitor", 0},
     {"none", 0},
@@ -38,9 +38,9 @@ constexpr std::array<Named, 14> kIndexPrivileges{{
 
 constexpr std::array<Named, 5> kClusterPrivileges{{
     {"all", allRights},
-    {"manage", rightMonitorService},
-    {"monitor", rightMonitorService},
-    {"manage_security", rightManageSecurity},
+    {"manage", RightMonitorService},
+    {"monitor", RightMonitorService},
+    {"manage_security", RightManageSecurity},
     {"none", 0},
 }};
 

@@ -10,16 +10,16 @@ namespace kestrel::index {
 
 /// What one may do to an index, or to the service as a whole; privileges of roles are sets of these.
 enum Right : std::uint32_t {
-    rightRead = 1U << 0U,
-    rightCreateDocument = 1U << 1U,
-    rightWriteDocument = 1U << 2U,
-    rightDeleteDocument = 1U << 3U,
-    rightMaintain = 1U << 4U,
-    rightViewMetadata = 1U << 5U,
-    rightCreateIndex = 1U << 6U,
-    rightDeleteIndex = 1U << 7U,
-    rightMonitorService = 1U << 8U,
-    rightManageSecurity = 1U << 9U,
+    RightRead = 1U << 0U,
+    RightCreateDocument = 1U << 1U,
+    RightWriteDocument = 1U << 2U,
+    RightDeleteDocument = 1U << 3U,
+    RightMaintain = 1U << 4U,
+    RightViewMetadata = 1U << 5U,
+    RightCreateIndex = 1U << 6U,
+    RightDeleteIndex = 1U << 7U,
+    RightMonitorService = 1U << 8U,
+    RightManageSecurity = 1U << 9U,
     allRights = UINT32_MAX,
 };
 using Rights = std::uint32_t;

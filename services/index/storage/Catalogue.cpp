@@ -278,7 +278,7 @@ IndexPtr Catalogue::create(const std::string& name, const Json& settings, const 
             created = std::make_shared<Index>(std::move(info), mapping, first);
             batch.afterCommit([this, created] { insert(created); });
         },
-        WriteQueue::Sharing::alone);
+        WriteQueue::Sharing::Alone);
     return created;
 }
 
@@ -313,7 +313,7 @@ IndexPtr Catalogue::remove(const std::string& name) {
                 mByName.erase(index->name());
             });
         },
-        WriteQueue::Sharing::alone);
+        WriteQueue::Sharing::Alone);
     mWrites.purgeSoon();
     return index;
 }

@@ -54,7 +54,7 @@ bool isKnownName(std::string_view name) {
 } // namespace
 
 DataFolder::DataFolder(std::filesystem::path path, Absent absent) : mPath(std::move(path)) {
-    if (!std::filesystem::exists(mPath) && absent == Absent::isRefused)
+    if (!std::filesystem::exists(mPath) && absent == Absent::IsRefused)
         throw DataFolderError(fmt::format("there is no data folder {}", mPath.string()));
     make();
     refuseForeignFiles();

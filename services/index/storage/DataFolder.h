@@ -16,11 +16,11 @@ public:
 /// process at a time.
 class DataFolder {
 public:
-    enum class Absent { isMade, isRefused };
+    enum class Absent { IsMade, IsRefused };
 
     /// Refuses a folder that another process holds, one that holds files of somebody else, and one whose
     /// documents are missing although its keys are there. Loose rights are tightened, with a message.
-    explicit DataFolder(std::filesystem::path path, Absent absent = Absent::isMade);
+    explicit DataFolder(std::filesystem::path path, Absent absent = Absent::IsMade);
     ~DataFolder();
     DataFolder(const DataFolder&) = delete;
     DataFolder& operator=(const DataFolder&) = delete;

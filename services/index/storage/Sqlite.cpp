@@ -71,7 +71,7 @@ SqliteConnection::SqliteConnection(const std::filesystem::path& file, Access acc
     sqlite3* handle = nullptr;
     // Each connection is used by one thread at a time, so that SQLite's own locking can be left out.
     const int mode =
-        access == Access::readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+        access == Access::ReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
     const int code =
         sqlite3_open_v2(file.c_str(), &handle, mode | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
     mHandle.reset(handle);

@@ -61,9 +61,9 @@ private:
 
 class SqliteConnection {
 public:
-    enum class Access { readWrite, readOnly };
+    enum class Access { ReadWrite, ReadOnly };
 
-    explicit SqliteConnection(const std::filesystem::path& file, Access access = Access::readWrite);
+    explicit SqliteConnection(const std::filesystem::path& file, Access access = Access::ReadWrite);
 
     void execute(const std::string& sql);
     std::int64_t pragma(const std::string& name);

@@ -263,7 +263,7 @@ std::vector<WriteQueue::EntryPtr> WriteQueue::next() {
     }
     std::vector<EntryPtr> group;
     while (!mWaiting.empty() && group.size() < kMaximumGroup) {
-        const bool alone = mWaiting.front()->sharing == Sharing::alone;
+        const bool alone = mWaiting.front()->sharing == Sharing::Alone;
         if (alone && !group.empty()) break;
         group.push_back(std::move(mWaiting.front()));
         mWaiting.pop_front();

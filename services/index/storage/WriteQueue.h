@@ -104,7 +104,7 @@ private:
 class WriteQueue {
 public:
     using Job = std::function<void(WriteBatch&)>;
-    enum class Sharing { shared, alone };
+    enum class Sharing { Shared, Alone };
 
     WriteQueue(DocumentStore& store, RetiredDocuments& retired);
     ~WriteQueue();
@@ -113,7 +113,7 @@ public:
 
     /// Returns when what the job wrote is on disk and visible; throws what it threw. A job may be run twice
     /// (when the transaction that it shared failed). A job alone sees every earlier write in the indices.
-    void run(Job job, Sharing sharing = Sharing::shared);
+    void run(Job job, Sharing sharing = Sharing::Shared);
 
     /// Has rows of removed indices removed, piece by piece between the writes.
     void purgeSoon();

@@ -38,7 +38,7 @@ std::string contentOf(const std::filesystem::path& file) {
 /// Copies one state of the database while others write to it.
 void copyDocuments(const std::filesystem::path& from, const std::filesystem::path& to,
                    const Progress& progress) {
-    SqliteConnection source(from, SqliteConnection::Access::readOnly);
+    SqliteConnection source(from, SqliteConnection::Access::ReadOnly);
     schema::isOutdated(source, from);
     // A transaction of its own keeps the copy at this state, whatever is written meanwhile.
     source.execute("BEGIN");

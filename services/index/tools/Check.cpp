@@ -22,7 +22,7 @@ constexpr std::size_t kProgressStep = 20'000;
 class Checker {
 public:
     Checker(const std::filesystem::path& documents, std::filesystem::path snapshots, const Progress& progress)
-        : mConnection(documents, SqliteConnection::Access::readOnly), mSnapshots(std::move(snapshots)),
+        : mConnection(documents, SqliteConnection::Access::ReadOnly), mSnapshots(std::move(snapshots)),
           mProgress(progress) {
         if (schema::isOutdated(mConnection, documents))
             throw DataFolderError(
@@ -176,24 +176,24 @@ private:
         if (data == nullptr) return {0};
         std::vector<std::uint64_t> sums{data->present().cardinality()};
         const FieldType type = view.mapping().at(id).type;
-        if (type == FieldType::text) {
+        if (type == FieldType::Text) {
             const auto& text = static_cast<const TextData&>(*data);
             sums.insert(sums.end(), {text.statistics().documents, text.statistics().terms, 0});
             for (std::uint32_t term = 0; term < text.terms().size(); ++term)
                 sums.back() +=
                     text.documentFrequency(term) * std::hash<std::string_view>{}(text.terms().at(term));
-        } else if (type == FieldType::keyword || type == FieldType::boolean) {
+        } else if (type == FieldType::Keyword || type == FieldType::Boolean) {
             const auto& keywords = static_cast<const KeywordData&>(*data);
             sums.push_back(0);
             for (std::uint32_t value = 0; value < keywords.values().size(); ++value)
                 sums.back() += keywords.documents(value).size() *
                                std::hash<std::string_view>{}(keywords.values().at(value));
-        } else if (type == FieldType::integer || type == FieldType::floating) {
+        } else if (type == FieldType::Integer || type == FieldType::Floating) {
             const auto& numbers = static_cast<const NumberData&>(*data);
             sums.insert(sums.end(), {numbers.several().cardinality(), 0});
             for (const Ordinal ordinal : numbers.present() - numbers.several())
                 sums.back() += static_cast<std::uint64_t>(numbers.single(ordinal)) * 0x9E3779B97F4A7C15ULL;
-        } else if (type == FieldType::vector) {
+        } else if (type == FieldType::Vector) {
             const auto& vectors = static_cast<const VectorData&>(*data);
             for (const Ordinal ordinal : vectors.present())
                 sums.push_back(static_cast<std::uint64_t>(vectors.magnitude(ordinal) * 1e6F));
