@@ -12,7 +12,7 @@
 
 namespace kestrelml::detail {
 
-/// A list of lines in normal form as one text, with the way back from an offset to its line and word.
+/// A list of lines in normal form as one text; maps an offset back to its line and word.
 class FlattenedText {
 public:
     struct Line {
@@ -26,7 +26,7 @@ public:
         std::size_t line;   ///< Position in `lines()`.
     };
 
-    /// Lines that are empty in normal form are left out; one space stands between the others.
+    /// Skips lines that are empty in normal form; joins the others with single spaces.
     /// @throws std::runtime_error as `normalizeForSearch` and `findWords` do.
     FlattenedText(const KsNNTextLines& lines, const icu::Transliterator* transliterator);
 

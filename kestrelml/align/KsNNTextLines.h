@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-/// Ordered list of text lines, each with a number of the caller's and a language. A plain value.
+/// Ordered list of text lines, each with a number that the caller chooses and a language. Copyable.
 class KSNN_API KsNNTextLines {
 public:
     /// Appends a line. Both strings are copied up to their NUL; two lines may carry the same number.

@@ -17,7 +17,7 @@ PositionMap comparePositions(const FlattenedText& script, const FlattenedText& t
 }
 
 /// Where word `number` begins. The phrase matcher counted words by the rules of a language, this counts them
-/// by the root rules, so there may be fewer; the end of the text serves as one word more.
+/// by the root rules, so there may be fewer; the end of the text counts as one more word.
 std::optional<std::int32_t> offsetOfWord(const icu::UnicodeString& text, std::size_t number) {
     if (number == 0) return 0;
     const std::vector<WordSpan> words = findWords(text, kRootLanguage);

@@ -15,14 +15,14 @@ namespace kestrelml::detail {
 /// unit, then to the word with the phrase matcher.
 class LineAligner {
 public:
-    /// One line's result and the excerpts that were compared, empty when the line was given up before.
+    /// One line's result and the excerpts that were compared; empty when the line was given up earlier.
     struct Result {
         KsNNAlignmentItem item{0, 0, 0.0F, 0};
         icu::UnicodeString scriptExcerpt;
         icu::UnicodeString transcriptExcerpt;
     };
 
-    /// All arguments are referred to, not copied.
+    /// Keeps references to all arguments.
     LineAligner(const FlattenedText& script, const FlattenedText& transcript,
                 const icu::Transliterator* transliterator);
 

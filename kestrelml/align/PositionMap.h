@@ -7,7 +7,7 @@
 
 namespace kestrelml::detail {
 
-/// For each offset of one text, roughly where it lies in the other.
+/// Maps each offset of one text to the approximate offset in the other.
 class PositionMap {
 public:
     static constexpr std::int32_t kNowhere = -1;

@@ -7,8 +7,8 @@ namespace kestrelml::detail {
 
 /// Appends the search normal form of `text` to `normal` if each of its UTF-16 units can be mapped by itself.
 ///
-/// Returns false, with `normal` as it was, for text that holds anything whose form depends on its neighbours:
-/// surrogates and whatever composes with the character before it.
+/// Returns false, leaving `normal` unchanged, for text that holds anything whose form depends on its
+/// neighbours: surrogates and whatever composes with the character before it.
 bool appendFolded(std::u16string_view text, std::u16string& normal);
 
 } // namespace kestrelml::detail

@@ -8,8 +8,8 @@ namespace kestrelml::detail {
 namespace {
 
 constexpr std::size_t kRows = 64;
-constexpr std::size_t kMostWholeBlocks = 3; // of longer phrases only a band of the table is computed
-constexpr std::size_t kFirstBand = 128;     // tried first; most texts that are compared are near
+constexpr std::size_t kMostWholeBlocks = 3; // for longer phrases only a band of the table is computed
+constexpr std::size_t kFirstBand = 128;     // tried first: most compared texts are close
 
 /// One column of 64 rows of the table, as differences: the bit of a row is set in `up` when the row is one
 /// more than the row before, in `down` when it is one less.
@@ -68,7 +68,7 @@ private:
     std::size_t mValue;
 };
 
-/// Calls `use` with blocks whose number is known to the compiler for phrases of usual length.
+/// Calls `use` with blocks whose number the compiler knows, for phrases of usual length.
 template <typename Use>
 auto withBlocks(std::size_t count, Use use) {
     const auto fixed = [&]<std::size_t Count>() {
@@ -143,8 +143,8 @@ std::size_t EditDistance::to(EncodedView text, std::size_t most) const {
     });
 }
 
-/// As `to`, with a look only at blocks that hold cells up to `most` off the diagonal (Ukkonen 1985): a way
-/// through other cells costs more. What lies outside is taken for as much as it can be.
+/// As `to`, but computes only blocks that hold cells up to `most` off the diagonal (Ukkonen 1985): a path
+/// through other cells costs more. Cells outside are taken to be as large as they can be.
 std::size_t EditDistance::inBand(EncodedView text, std::size_t most) const {
     if (text.size() + most < mLength || mLength + most < text.size()) return most + 1;
     const auto rowsOf = [&](std::size_t block) { return std::min(kRows, mLength - block * kRows); };

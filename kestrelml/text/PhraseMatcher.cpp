@@ -59,7 +59,7 @@ std::size_t largestThatHolds(std::size_t low, std::size_t high, Holds holds) {
     return low;
 }
 
-constexpr std::size_t kFewRuns = 2; // are compared one by one, without a look at the whole text first
+constexpr std::size_t kFewRuns = 2; // compared one by one, without searching the whole text first
 
 } // namespace
 
@@ -77,7 +77,7 @@ public:
     std::optional<float> score(std::size_t start, std::size_t end, GoodEnough goodEnough) const {
         const std::size_t length = std::max(end - start, mPhraseLength);
         const auto holds = [&](std::size_t distance) { return goodEnough(scoreOf(distance, length)); };
-        // Most pieces are far from the phrase wherever they begin, and need no comparison.
+        // Most pieces are far from the phrase, wherever they begin, and need no comparison.
         const std::size_t least = mLeast.empty() ? 0 : mLeast[end];
         if (!holds(least)) return std::nullopt;
         const std::size_t most = largestThatHolds(least, length, holds);

@@ -23,22 +23,22 @@ struct PhraseMatch {
     friend bool operator==(const PhraseMatch& x, const PhraseMatch& y) = default;
 };
 
-/// Finds where a phrase is spoken in texts, misspellings included. Prepared once for a phrase, asked for each
-/// text. May be used by several threads at once.
+/// Finds where a phrase is spoken in texts, misspellings included. Built once for a phrase and used for
+/// each text. May be used by several threads at once.
 ///
 /// Every run of as many words as the phrase has is compared with the phrase, both in normal form. Of runs
 /// that overlap the last one taken, only a strictly better one replaces it. A text with no more words than
 /// the phrase is compared as a whole. A phrase without words matches nothing.
 class PhraseMatcher {
 public:
-    /// @param transliterator Makes the normal form; referred to, not copied.
+    /// @param transliterator Makes the normal form; kept by reference.
     /// @param language       ICU locale identifier by whose rules phrase and texts are split into words.
     /// @throws std::runtime_error as `findWords` and `appendNormalized` do; so does `findIn`.
     PhraseMatcher(const icu::Transliterator* transliterator, const icu::UnicodeString& phrase,
                   std::string language);
 
-    /// Returns the matches that score at least `threshold`, in the order of the text. A higher threshold is
-    /// answered sooner.
+    /// Returns the matches that score at least `threshold`, in the order of the text. Higher thresholds
+    /// are faster.
     std::vector<PhraseMatch> findIn(const icu::UnicodeString& text, float threshold) const;
 
 private:

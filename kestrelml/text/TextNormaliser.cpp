@@ -33,7 +33,7 @@ icu::Transliterator* createSearchTransliterator() {
     auto* spaces =
         icu::Transliterator::createFromRules(kSpacesId, kSpacesRule, UTRANS_FORWARD, where, status);
     if (U_FAILURE(status) || spaces == nullptr) return nullptr;
-    icu::Transliterator::registerInstance(spaces); // takes it over
+    icu::Transliterator::registerInstance(spaces); // takes ownership
     return icu::Transliterator::createInstance(kSearchId, UTRANS_FORWARD, status);
 }
 

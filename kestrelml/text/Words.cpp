@@ -53,7 +53,7 @@ private:
     bool mHasRootRules;
 };
 
-/// Splitters of one thread, the last used first. Making one costs more than splitting a sentence with it.
+/// Splitters of one thread, most recently used first. Making one costs more than splitting a sentence.
 class WordSplitters {
 public:
     const WordSplitter& get(const std::string& language) {

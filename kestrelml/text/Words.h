@@ -21,7 +21,7 @@ struct WordSpan {
 
 /// Returns the words of `text` in order: numbers, letter words, kana and ideographs; no spaces or
 /// punctuation.
-/// @param language ICU locale identifier; one that ICU does not know has the root rules.
+/// @param language ICU locale identifier; the root rules apply to one that ICU does not know.
 /// @throws std::runtime_error "BreakIterator::createWordInstance failed".
 std::vector<WordSpan> findWords(const icu::UnicodeString& text, const std::string& language);
 

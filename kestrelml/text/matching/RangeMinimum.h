@@ -8,7 +8,7 @@ namespace kestrelml::detail {
 /// Finds where the smallest of consecutive values lies, for any range, in constant time.
 class RangeMinimum {
 public:
-    /// `values` is referred to, not copied.
+    /// Keeps a reference to `values`.
     explicit RangeMinimum(const std::vector<std::int32_t>& values);
 
     /// Returns an index from `first` to `last`, both included, with the smallest value there.

@@ -6,7 +6,7 @@
 namespace kestrelml::detail {
 namespace {
 
-constexpr std::int32_t kShortRange = 64; // looked through value by value
+constexpr std::int32_t kShortRange = 64; // scanned value by value
 
 } // namespace
 

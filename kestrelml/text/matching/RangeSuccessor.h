@@ -8,7 +8,7 @@ namespace kestrelml::detail {
 /// Finds the smallest value not below a bound in any range of a sequence (a wavelet matrix).
 class RangeSuccessor {
 public:
-    /// `values` is referred to, not copied. It is a permutation of 0, 1, 2 …
+    /// Keeps a reference to `values`, a permutation of 0, 1, 2 …
     explicit RangeSuccessor(const std::vector<std::int32_t>& values);
 
     /// Returns the smallest value not below `bound` at the indices from `first` to `last`, both included, or

@@ -9,14 +9,13 @@
 
 namespace kestrelml::detail {
 
-/// Finds the longest common block of a range, then of smaller and smaller ranges inside, without beginning
-/// anew.
+/// Finds the longest common block of a range, then of smaller and smaller ranges inside it, without starting
+/// over.
 ///
 /// The places of a range are linked in sorted order. The two places of the longest block, wherever the range
 /// ends, have at or above them in the tree the node between two neighbours of which one is in a and one in b.
-/// Such nodes are the candidates, kept in a heap with an upper bound on what they offer, which is looked into
-/// when a candidate comes to the top. Taking places out only joins neighbours, so it costs one candidate a
-/// place.
+/// Such nodes are the candidates, kept in a heap with an upper bound on what they offer, which is evaluated
+/// when a candidate reaches the top. Removing a place only joins its neighbours, so it adds one candidate.
 class RepeatSearch {
 public:
     /// A node that may give a block as long as `size`, beginning in a at `first` or later.
@@ -26,7 +25,7 @@ public:
         RepeatTree::Node node;
 
         friend bool operator==(const Candidate& x, const Candidate& y) = default;
-        /// True when `y` is to be looked into before `x`.
+        /// True when `y` is evaluated before `x`.
         friend bool operator<(const Candidate& x, const Candidate& y) {
             if (x.size != y.size) return x.size < y.size;
             if (x.first != y.first) return x.first > y.first;
@@ -41,9 +40,9 @@ public:
 
     explicit RepeatSearch(const RepeatTree& tree);
 
-    /// Costs n log n in the range.
+    /// Takes O(n log n) in the length of the range.
     Region open(const TextRange& range);
-    /// Reduces a region to a part of it. Costs what is cut off, not what is left.
+    /// Reduces a region to a part of it. The cost depends on what is cut off, not on what remains.
     void narrow(Region& region, const TextRange& part);
     /// The longest block; of these the first in `a`, then in `b`. Size 0 when there is none.
     MatchingBlock longest(Region& region) const;

@@ -12,7 +12,7 @@ namespace kestrelml::detail {
 /// Finds the longest common block of a small range by comparing every unit with every other.
 class RunLengthSearch {
 public:
-    /// As many pairs of units are compared sooner than a `RepeatSearch` is begun.
+    /// Up to so many pairs of units it is faster to compare them all than to set up a `RepeatSearch`.
     static constexpr std::int64_t kMostPairs = 192 * 192;
 
     RunLengthSearch(std::u16string_view a, std::u16string_view b) : mA(a), mB(b) {}

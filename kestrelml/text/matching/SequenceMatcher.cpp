@@ -11,8 +11,8 @@ namespace {
 
 /// Splits ranges at their longest blocks until nothing is left.
 ///
-/// Of the two parts of a range the larger inherits what the search knows, only the smaller is begun anew. So
-/// each unit is begun at most log n times, however lopsided the splits are.
+/// Of the two parts of a range the larger keeps the state of the search; only the smaller is searched afresh.
+/// So each unit is set up at most log n times, however lopsided the splits are.
 class BlockCollector {
 public:
     BlockCollector(std::u16string_view a, std::u16string_view b, std::int64_t mostPairs)

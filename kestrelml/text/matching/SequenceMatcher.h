@@ -33,15 +33,15 @@ struct Opcode {
 /// (length of a, length of b, 0).
 ///
 /// The longest common block (of these the one first in `a`, then first in `b`) is taken, then the same left
-/// of it and right of it. Time grows as n log^2 n or better on any input known to us, memory linearly.
+/// of it and right of it. Takes O(n log^2 n) time or less on every input tested, and linear memory.
 std::vector<MatchingBlock> findMatchingBlocks(std::u16string_view a, std::u16string_view b);
 
 /// The same with another limit on the number of pairs of units up to which a range is searched pair by pair.
-/// Tests set 0, to have the search for larger ranges do all the work.
+/// Tests set 0, so that the search for larger ranges does all the work.
 std::vector<MatchingBlock> findMatchingBlocks(std::u16string_view a, std::u16string_view b,
                                               std::int64_t mostPairs);
 
-/// Returns the steps from `a` to `b` that the blocks, sentinel included, leave.
+/// Returns the steps from `a` to `b` that follow from the blocks, sentinel included.
 std::vector<Opcode> toOpcodes(const std::vector<MatchingBlock>& blocks);
 
 } // namespace kestrelml::detail
