@@ -1,11 +1,9 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace kestrel_test {
 
@@ -38,21 +36,6 @@ public:
             if (damage == 1) result += unit;
             result += static_cast<char16_t>(u'a' + below(26));
         }
-        return result;
-    }
-
-    /// `text` with its lines in another order.
-    std::u16string shuffledLines(std::u16string_view text) {
-        std::vector<std::u16string_view> lines;
-        while (!text.empty()) {
-            const std::size_t end = std::min(text.find(u'\n'), text.size() - 1) + 1;
-            lines.push_back(text.substr(0, end));
-            text.remove_prefix(end);
-        }
-        std::shuffle(lines.begin(), lines.end(), mEngine);
-        std::u16string result;
-        for (const std::u16string_view line : lines)
-            result += line;
         return result;
     }
 

@@ -2,7 +2,6 @@
 
 #include "kestrelml/align/PositionMap.h"
 #include "oracles/Oracles.h"
-#include "tests/text/Prose.h"
 #include "tests/text/RandomText.h"
 
 #include <gmock/gmock.h>
@@ -13,7 +12,8 @@ namespace {
 using namespace kestrelml::detail;
 using testing::ElementsAre;
 
-/// Compares both searches, each alone and together, with the plain form.
+/// Compares both searches, each alone and together, with the plain form. Random texts and prose are compared
+/// with Python's difflib in test_difflib.py.
 void expectPlainBlocks(std::u16string_view a, std::u16string_view b) {
     const auto plain = plainMatchingBlocks(a, b);
     const auto shown = [&] {
@@ -55,34 +55,6 @@ TEST(SequenceMatcher, EqualLengthsGoToTheFirstInAThenInB) {
     EXPECT_THAT(findMatchingBlocks(u"ab", u"b-a-a"),
                 ElementsAre(MatchingBlock{0, 2, 1}, MatchingBlock{2, 5, 0}));
     expectPlainBlocks(u"ab", u"b-a-a");
-}
-
-TEST(SequenceMatcher, SmallAlphabets) {
-    RandomText random(1);
-    for (int i = 0; i < 3000; ++i) {
-        const auto alphabet = std::u16string_view(u"abcdef").substr(0, 1 + random.below(6));
-        expectPlainBlocks(random.of(alphabet, random.below(60)), random.of(alphabet, random.below(60)));
-        if (HasFailure()) return;
-    }
-}
-
-TEST(SequenceMatcher, OneTextMadeFromTheOther) {
-    RandomText random(2);
-    for (int i = 0; i < 200; ++i) {
-        const auto alphabet = std::u16string_view(u"ab cd").substr(0, 1 + random.below(5));
-        const std::u16string a = random.of(alphabet, 100 + random.below(300));
-        std::u16string b = random.noisy(a, random.below(30));
-        if (random.chance(40)) b = b.substr(b.size() / 3) + b.substr(0, b.size() / 3);
-        expectPlainBlocks(a, b);
-        if (HasFailure()) return;
-    }
-}
-
-TEST(SequenceMatcher, ProseWithNoise) {
-    RandomText random(3);
-    for (const std::size_t percent : {0U, 1U, 5U, 12U, 25U, 40U})
-        expectPlainBlocks(kProse, random.noisy(kProse, percent));
-    expectPlainBlocks(kProse, random.shuffledLines(kProse));
 }
 
 TEST(SequenceMatcher, SurrogatesMatchUnitByUnit) {
