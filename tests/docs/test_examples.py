@@ -5,16 +5,16 @@ from __future__ import annotations
 import os
 import subprocess
 import sys
-import time
 import wave
 from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "index"))
+sys.path[:0] = [str(Path(__file__).resolve().parents[1] / folder) for folder in ("index", "support")]
 
 from index_process import IndexProcess
+from speech_process import SpeechProcess
 
 BIN = Path(os.environ["KESTREL_BUILD_BIN"])
 DEPS = Path(os.environ["KESTREL_DEPS_DIR"])
@@ -35,15 +35,8 @@ def index(tmp_path: Path) -> Iterator[IndexProcess]:
 
 @pytest.fixture
 def speech_uri(tmp_path: Path) -> Iterator[str]:
-    ready = tmp_path / "speech.json"
-    process = subprocess.Popen([str(BIN / "kestrel-speech"), "--port", "0", "--ready-file", str(ready)])
-    deadline = time.monotonic() + 60
-    while not ready.exists():
-        assert process.poll() is None and time.monotonic() < deadline, "the speech service did not start"
-        time.sleep(0.05)
-    yield ready.read_text().split('"uri"')[1].split('"')[1]
-    process.terminate()
-    process.wait()
+    with SpeechProcess(tmp_path) as process:
+        yield process.uri
 
 
 def test_transcribe_and_find(index: IndexProcess, speech_uri: str, tmp_path: Path) -> None:

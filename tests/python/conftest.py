@@ -20,7 +20,7 @@ DEPS = Path(os.environ.get("KESTREL_DEPS_DIR", ROOT / ".deps"))
 MODULE_SOURCE = ROOT / "kestrelml" / "pySources" / "SpeechToText" / "WhisperTranscriptionImpl.py"
 RATE = 16000
 
-for folder in ("python", "services/speech", "kestrelml/pySources"):
+for folder in ("python", "services/speech", "kestrelml/pySources", "tests/support"):
     sys.path.insert(0, str(ROOT / folder))
 
 

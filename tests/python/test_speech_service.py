@@ -1,10 +1,8 @@
-"""The speech service as a process of its own, without models."""
+"""The speech service as a separate process, without models."""
 
 from __future__ import annotations
 
 import base64
-import http.client
-import json
 import os
 import signal
 import socket
@@ -16,28 +14,13 @@ from typing import Any
 import pytest
 import waitress
 from conftest import ROOT
-from speech_process import LAUNCHER, SpeechProcess
-
-JSON = {"Content-Type": "application/json"}
+from speech_process import JSON, LAUNCHER, SpeechProcess
 
 
 @pytest.fixture(scope="module")
 def service(tmp_path_factory: pytest.TempPathFactory) -> Any:
     with SpeechProcess(tmp_path_factory.mktemp("speech"), "--max-audio-hours", "0.01") as process:
         yield process
-
-
-def raw(
-    service: SpeechProcess, method: str, path: str, body: bytes = b"", headers: dict[str, str] = JSON
-) -> tuple[int, Any]:
-    connection = http.client.HTTPConnection("127.0.0.1", service.port, timeout=20)
-    try:
-        connection.request(method, path, body, headers)
-        response = connection.getresponse()
-        assert response.getheader("Content-Type") == "application/json"
-        return response.status, json.loads(response.read())
-    finally:
-        connection.close()
 
 
 def audio(samples: int, clip: str) -> dict[str, Any]:
@@ -105,18 +88,18 @@ def test_upload_limit_is_reported(service: SpeechProcess) -> None:
 def test_wrong_requests(
     service: SpeechProcess, method: str, path: str, body: bytes, headers: dict[str, str], status: int, error: str
 ) -> None:
-    answered, answer = raw(service, method, path, body, headers)
+    answered, answer = service.request(method, path, body, headers)
     assert (answered, answer["success"]) == (status, False) and error in answer["error"]
 
 
 @pytest.mark.parametrize("host", ["localhost", "LOCALHOST:80", "[::1]:5000", "127.0.0.1"])
 def test_loopback_names_are_accepted(service: SpeechProcess, host: str) -> None:
     headers = {"Content-Type": "application/json; charset=utf-8", "Host": host}
-    assert raw(service, "PUT", "/stt_progress", b"{}", headers)[0] == 200
+    assert service.request("PUT", "/stt_progress", b"{}", headers)[0] == 200
 
 
 def test_malformed_requests_get_json(service: SpeechProcess) -> None:
-    status, answer = raw(service, "PUT", "/stt_progress", b"", {**JSON, "Content-Length": str(1 << 40)})
+    status, answer = service.request("PUT", "/stt_progress", b"", {**JSON, "Content-Length": str(1 << 40)})
     assert status == 413 and "Too Large" in answer["error"]
 
 

@@ -15,6 +15,10 @@ import numpy as np
 import pytest
 
 ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests" / "support"))
+
+from speech_process import SpeechProcess
+
 BIN = Path(os.environ.get("KESTREL_BUILD_BIN", ROOT / "build" / "bin"))
 DEPS = Path(os.environ.get("KESTREL_DEPS_DIR", ROOT / ".deps"))
 MODELS = DEPS / "models" / "semantic"
@@ -39,22 +43,8 @@ TEXTS = [
 @pytest.fixture(scope="module")
 def speech_service(tmp_path_factory: pytest.TempPathFactory) -> Iterator[None]:
     """The local service at the one address that the library knows."""
-    folder = tmp_path_factory.mktemp("speech")
-    ready = folder / "ready.json"
-    with (folder / "log.txt").open("w") as log:
-        process = subprocess.Popen([BIN / "kestrel-speech", "--port", "5000", "--ready-file", ready], stdout=log,
-                                   stderr=subprocess.STDOUT)
-    try:
-        while not ready.exists():
-            assert process.poll() is None, (folder / "log.txt").read_text()
-            try:
-                process.wait(0.05)
-            except subprocess.TimeoutExpired:
-                pass
+    with SpeechProcess(tmp_path_factory.mktemp("speech"), port=5000):
         yield
-    finally:
-        process.terminate()
-        process.wait()
 
 
 def embed(route: int, texts: list[str], models: Path = MODELS, operators: Path = OPERATORS) -> tuple[Any, list[Any]]:
@@ -102,20 +92,14 @@ print(json.dumps(vectors))
 
 
 @pytest.mark.parametrize("damage", ["missing", "truncated", "wrong"])
-@pytest.mark.parametrize("route", [SERVICE, INTERPRETER])
-def test_bad_models_are_refused(route: int, damage: str, tmp_path: Path, speech_service: None) -> None:
+def test_bad_models_are_refused(damage: str, tmp_path: Path, speech_service: None) -> None:
     models = damaged_models(tmp_path, damage)
-    load, _ = embed(route, [], models)
-    assert load["load"] != 0
-    assert "KsNN Error" in load["error"]
-
-
-@pytest.mark.parametrize("damage", ["missing", "truncated", "wrong"])
-def test_bad_models_of_this_process_are_thrown(damage: str, tmp_path: Path) -> None:
-    host = subprocess.run([BIN / "kestrel_semantic_host", str(IN_PROCESS), damaged_models(tmp_path, damage), OPERATORS],
-                          input="[]", capture_output=True, text=True, check=False)
-    assert host.returncode == 1, "an exception, not a signal"
-    assert host.stderr
+    for route in (SERVICE, INTERPRETER):
+        load, _ = embed(route, [], models)
+        assert load["load"] != 0 and "KsNN Error" in load["error"]
+    host = subprocess.run([BIN / "kestrel_semantic_host", str(IN_PROCESS), models, OPERATORS], input="[]",
+                          capture_output=True, text=True, check=False)
+    assert host.returncode == 1 and host.stderr, "an exception, not a signal"
 
 
 def test_models_that_are_not_loaded_leave_the_vector() -> None:

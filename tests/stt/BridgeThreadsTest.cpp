@@ -41,7 +41,7 @@ std::vector<std::int16_t> twoSentences() {
     return samples;
 }
 
-/// Repeats a call on a thread of its own until destroyed.
+/// Repeats a call on another thread until destroyed.
 class Repeater {
 public:
     explicit Repeater(std::function<void()> call)

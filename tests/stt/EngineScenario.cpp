@@ -1,44 +1,23 @@
 // A host's main program in a shared library: runs the steps that its arguments name on one speech engine, and
-// prints each step's outcome as a line of JSON. Each test needs a process of its own, since an interpreter
-// starts but once.
+// prints each step's outcome as a line of JSON. Each test needs its own process, since an interpreter starts
+// only once.
 
 #include "kestrelml/stt/KsNNSpeechToTextCYTHON.h"
 #include "kestrelml/stt/KsNNSpeechToTextREST.h"
-
-#include <Poco/JSON/Array.h>
-#include <Poco/JSON/Object.h>
+#include "tests/stt/Scenario.h"
 
 #include <atomic>
 #include <chrono>
 #include <dlfcn.h>
-#include <fstream>
-#include <iostream>
-#include <iterator>
-#include <map>
 #include <memory>
 #include <thread>
 
 namespace {
 
+using kestrel_test::Arguments;
+using kestrel_test::toArray;
 using Poco::JSON::Array;
 using Poco::JSON::Object;
-using Arguments = std::vector<std::string>;
-
-std::vector<std::int16_t> readSamples(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    std::vector<std::int16_t> samples(bytes.size() / sizeof(std::int16_t));
-    bytes.copy(reinterpret_cast<char*>(samples.data()), samples.size() * sizeof(std::int16_t));
-    return samples;
-}
-
-template <typename Number>
-Array::Ptr toArray(const std::vector<Number>& numbers) {
-    Array::Ptr array = new Array;
-    for (const Number number : numbers)
-        array->add(number);
-    return array;
-}
 
 Array::Ptr toJson(const KsNNDB_STTClipEntry& entry) {
     Array::Ptr segments = new Array;
@@ -80,34 +59,30 @@ private:
     std::thread mThread;
 };
 
-class Scenario {
+class EngineScenario : public kestrel_test::Scenario {
 public:
-    Scenario(std::string engineKind, std::string modelDir, std::string logDir)
+    EngineScenario(std::string engineKind, std::string modelDir, std::string logDir)
         : mEngineKind(std::move(engineKind)), mModelDir(std::move(modelDir)), mLogDir(std::move(logDir)) {
         replaceEngine();
-    }
-
-    /// @param step Name and arguments, separated by "|".
-    void run(const std::string& step) {
-        Arguments arguments(1);
-        for (const char c : step) {
-            if (c == '|')
-                arguments.emplace_back();
-            else
-                arguments.back() += c;
-        }
-        const std::string name = arguments.front();
-        arguments.erase(arguments.begin());
-        mOutcome = new Object;
-        mOutcome->set("step", name);
-        try {
-            mOutcome->set("code", static_cast<int>(mSteps.at(name)(arguments)));
-            mOutcome->set("error", mEngine->GetErrorStr());
-        } catch (const char* raised) {
-            mOutcome->set("raised", raised);
-        }
-        mOutcome->stringify(std::cout);
-        std::cout << std::endl;
+        mSteps = {
+            {"engine", [this](const Arguments&) { return replaceEngine(); }},
+            {"shutdown", [](const Arguments&) { return shutdown(); }},
+            {"early-load",
+             [](const Arguments&) {
+                 return KsNNSpeechToTextCYTHON::EarlyLoadLibrary() ? KsNN_Success : KsNN_Error;
+             }},
+            {"set-model-dir", [this](const Arguments& a) { return mEngine->SetModelDir(a.at(0), false); }},
+            {"upload", [this](const Arguments& a) { return upload(a); }},
+            {"finalize", [this](const Arguments& a) { return finalize(a); }},
+            {"finalize-polled", [this](const Arguments& a) { return finalizePolled(a, false); }},
+            {"finalize-cancelled", [this](const Arguments& a) { return finalizePolled(a, true); }},
+            {"transcribe", [this](const Arguments& a) { return transcribe(a); }},
+            {"cancel", [this](const Arguments&) { return mEngine->Cancel(false); }},
+            {"progress", [this](const Arguments&) { return progress(); }},
+            {"languages", [this](const Arguments&) { return languages(); }},
+            {"python", [](const Arguments& a) { return python(a); }},
+            {"thread", [this](const Arguments& a) { return onAnotherThread(a); }},
+        };
     }
 
 private:
@@ -126,7 +101,7 @@ private:
 
     /// Arguments: file of raw samples, clip, project, optionally the first sample's position.
     KsNN_ErrorCode upload(const Arguments& a) {
-        const std::vector<std::int16_t> samples = readSamples(a.at(0));
+        const auto samples = kestrel_test::readSamples<std::int16_t>(a.at(0));
         const std::size_t start = a.size() > 3 ? std::stoul(a[3]) : 0;
         return mEngine->ProcessAudio(samples.data(), start, samples.size(), a.at(1), a.at(2), false);
     }
@@ -187,7 +162,7 @@ private:
         return ran ? KsNN_Success : KsNN_Error;
     }
 
-    /// Runs another step on a thread of its own.
+    /// Runs another step on another thread.
     KsNN_ErrorCode onAnotherThread(const Arguments& a) {
         KsNN_ErrorCode result = KsNN_Success;
         const char* raised = nullptr;
@@ -207,32 +182,12 @@ private:
         return KsNN_Success;
     }
 
-    using Step = std::function<KsNN_ErrorCode(const Arguments&)>;
-    const std::map<std::string, Step> mSteps{
-        {"engine", [this](const Arguments&) { return replaceEngine(); }},
-        {"shutdown", [](const Arguments&) { return shutdown(); }},
-        {"early-load",
-         [](const Arguments&) {
-             return KsNNSpeechToTextCYTHON::EarlyLoadLibrary() ? KsNN_Success : KsNN_Error;
-         }},
-        {"set-model-dir", [this](const Arguments& a) { return mEngine->SetModelDir(a.at(0), false); }},
-        {"upload", [this](const Arguments& a) { return upload(a); }},
-        {"finalize", [this](const Arguments& a) { return finalize(a); }},
-        {"finalize-polled", [this](const Arguments& a) { return finalizePolled(a, false); }},
-        {"finalize-cancelled", [this](const Arguments& a) { return finalizePolled(a, true); }},
-        {"transcribe", [this](const Arguments& a) { return transcribe(a); }},
-        {"cancel", [this](const Arguments&) { return mEngine->Cancel(false); }},
-        {"progress", [this](const Arguments&) { return progress(); }},
-        {"languages", [this](const Arguments&) { return languages(); }},
-        {"python", [](const Arguments& a) { return python(a); }},
-        {"thread", [this](const Arguments& a) { return onAnotherThread(a); }},
-    };
+    std::string errors() const override { return mEngine->GetErrorStr(); }
 
     std::string mEngineKind;
     std::string mModelDir;
     std::string mLogDir;
     std::unique_ptr<KsNNSpeechToTextInterface> mEngine;
-    Object::Ptr mOutcome;
 };
 
 } // namespace
@@ -240,7 +195,7 @@ private:
 /// Arguments: "embedded" or the address of a speech service, model folder, log folder, steps.
 extern "C" __attribute__((visibility("default"))) int runScenario(int count, char** arguments) {
     if (count < 4) return 2;
-    Scenario scenario(arguments[1], arguments[2], arguments[3]);
+    EngineScenario scenario(arguments[1], arguments[2], arguments[3]);
     for (int i = 4; i < count; ++i)
         scenario.run(arguments[i]);
     return 0;

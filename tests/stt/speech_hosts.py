@@ -5,12 +5,14 @@ from __future__ import annotations
 import json
 import os
 import subprocess
+import sys
 import wave
 from collections.abc import Mapping
 from pathlib import Path
 from typing import Any
 
 ROOT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests" / "support"))
 BIN = Path(os.environ.get("KESTREL_BUILD_BIN", ROOT / "build" / "bin"))
 DEPS = Path(os.environ.get("KESTREL_DEPS_DIR", ROOT / ".deps"))
 MODELS = DEPS / "models"
@@ -33,22 +35,11 @@ class Host:
         self.log_dir = log_dir
         self.executable = executable
 
-    def run(
-        self,
-        *steps: str,
-        engine: str = "embedded",
-        models: Path = MODELS,
-        cwd: Path | None = None,
-        environment: Mapping[str, str] | None = None,
-    ) -> list[Outcome]:
-        process = subprocess.run(
-            [str(self.executable), engine, str(models), str(self.log_dir), *steps],
-            cwd=cwd or self.log_dir,
-            env={**os.environ, **(environment or {})},
-            capture_output=True,
-            text=True,
-            timeout=280,
-        )
+    def run(self, *steps: str, engine: str = "embedded", models: Path = MODELS, cwd: Path | None = None,
+            environment: Mapping[str, str] | None = None) -> list[Outcome]:
+        process = subprocess.run([str(self.executable), engine, str(models), str(self.log_dir), *steps],
+                                 cwd=cwd or self.log_dir, env={**os.environ, **(environment or {})},
+                                 capture_output=True, text=True, timeout=280)
         assert process.returncode == 0, process.stderr
         outcomes = [json.loads(line) for line in process.stdout.splitlines() if line.startswith('{"')]
         assert len(outcomes) == len(steps), process.stdout

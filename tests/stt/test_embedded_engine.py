@@ -1,4 +1,4 @@
-"""The in-process engine, seen by its hosts. Each scenario is a process of its own: an interpreter starts but once."""
+"""The in-process engine in its hosts. Each scenario is a separate process: an interpreter starts only once."""
 
 from __future__ import annotations
 
@@ -13,7 +13,7 @@ from speech_hosts import BIN, MODELS, Host, Outcome
 
 
 def private_host(folder: Path, modules: list[Path], library: Path = BIN / "libkestrelml.so") -> Path:
-    """A host executable in a folder of its own, whose PythonModules holds the given entries only."""
+    """A host executable in its own folder, whose PythonModules holds the given entries only."""
     executable = folder / "bin" / "host"
     (executable.parent / "PythonModules").mkdir(parents=True)
     shutil.copy2(BIN / "kestrel_stt_linked_host", executable)

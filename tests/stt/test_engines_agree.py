@@ -2,30 +2,19 @@
 
 from __future__ import annotations
 
-import json
-import subprocess
-import time
 from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
-from speech_hosts import BIN, Host, raw_samples
+from speech_hosts import Host, raw_samples
+from speech_process import SpeechProcess
 
 
 @pytest.fixture(scope="module")
 def service(tmp_path_factory: pytest.TempPathFactory) -> Iterator[str]:
     """The address of a speech service of this test's own."""
-    ready = tmp_path_factory.mktemp("service") / "ready.json"
-    process = subprocess.Popen([str(BIN / "kestrel-speech"), "--port", "0", "--ready-file", str(ready)])
-    try:
-        deadline = time.monotonic() + 120
-        while not ready.exists() and process.poll() is None and time.monotonic() < deadline:
-            time.sleep(0.05)
-        assert ready.exists(), "the speech service did not start"
-        yield json.loads(ready.read_text())["uri"]
-    finally:
-        process.terminate()
-        process.wait(30)
+    with SpeechProcess(tmp_path_factory.mktemp("service")) as process:
+        yield process.uri
 
 
 @pytest.mark.parametrize("recording, language", [("conversation_en", "en"), ("spanish", "es")])

@@ -2,60 +2,29 @@
 // of JSON.
 
 #include "kestrelml/stt/KsNNSpeechToTextWav2Vec2ONNX.h"
+#include "tests/stt/Scenario.h"
 
-#include <Poco/JSON/Array.h>
-#include <Poco/JSON/Object.h>
-
-#include <fstream>
-#include <functional>
-#include <iostream>
-#include <iterator>
 #include <memory>
-#include <sstream>
 
 namespace {
 
 using Engine = KsNNSpeechToTextWav2Vec2ONNX;
-using Poco::JSON::Array;
-using Poco::JSON::Object;
-using Arguments = std::vector<std::string>;
+using kestrel_test::Arguments;
+using kestrel_test::toArray;
 
-template <typename Sample>
-std::vector<Sample> readSamples(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw std::runtime_error("no file " + path);
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    std::vector<Sample> samples(bytes.size() / sizeof(Sample));
-    bytes.copy(reinterpret_cast<char*>(samples.data()), samples.size() * sizeof(Sample));
-    return samples;
-}
-
-template <typename Value>
-Array::Ptr toArray(const std::vector<Value>& values) {
-    Array::Ptr array = new Array;
-    for (const Value& value : values)
-        array->add(value);
-    return array;
-}
-
-class Scenario {
+class CtcScenario : public kestrel_test::Scenario {
 public:
-    void run(const std::string& step) {
-        Arguments arguments;
-        std::istringstream parts(step);
-        for (std::string part; std::getline(parts, part, '|');)
-            arguments.push_back(part);
-        mOutcome = new Object;
-        mOutcome->set("step", arguments.front());
-        try {
-            const auto& action = mSteps.at(arguments.front());
-            arguments.erase(arguments.begin());
-            mOutcome->set("code", static_cast<int>(action(arguments)));
-        } catch (const std::exception& raised) {
-            mOutcome->set("raised", raised.what());
-        }
-        mOutcome->stringify(std::cout);
-        std::cout << std::endl;
+    CtcScenario() {
+        mSteps = {
+            {"engine", [this](const Arguments& a) { return create(a); }},
+            {"copy", [this](const Arguments&) { return copy(); }},
+            {"languages", [this](const Arguments&) { return languages(); }},
+            {"language", [this](const Arguments& a) { return mEngine->setLanguage(a.at(0)); }},
+            {"feed", [this](const Arguments& a) { return feed<short>(a); }},
+            {"feed-float", [this](const Arguments& a) { return feed<float>(a); }},
+            {"finalize", [this](const Arguments& a) { return finalize(a); }},
+            {"self-test", [this](const Arguments&) { return mEngine->debugInternals(); }},
+        };
     }
 
 private:
@@ -82,7 +51,7 @@ private:
     /// Arguments: file of raw samples; optionally how many to feed at once; optionally "debug".
     template <typename Sample>
     KsNN_ErrorCode feed(const Arguments& a) {
-        const std::vector<Sample> samples = readSamples<Sample>(a.at(0));
+        const std::vector<Sample> samples = kestrel_test::readSamples<Sample>(a.at(0));
         const std::size_t piece = a.size() > 1 ? std::stoul(a[1]) : samples.size();
         for (std::size_t begin = 0; begin < samples.size(); begin += piece) {
             const std::size_t count = std::min(piece, samples.size() - begin);
@@ -105,25 +74,14 @@ private:
         return code;
     }
 
-    const std::map<std::string, std::function<KsNN_ErrorCode(const Arguments&)>> mSteps{
-        {"engine", [this](const Arguments& a) { return create(a); }},
-        {"copy", [this](const Arguments&) { return copy(); }},
-        {"languages", [this](const Arguments&) { return languages(); }},
-        {"language", [this](const Arguments& a) { return mEngine->setLanguage(a.at(0)); }},
-        {"feed", [this](const Arguments& a) { return feed<short>(a); }},
-        {"feed-float", [this](const Arguments& a) { return feed<float>(a); }},
-        {"finalize", [this](const Arguments& a) { return finalize(a); }},
-        {"self-test", [this](const Arguments&) { return mEngine->debugInternals(); }},
-    };
     std::unique_ptr<Engine> mEngine;
-    Object::Ptr mOutcome;
 };
 
 } // namespace
 
 /// Each line of the standard input is a step: its name and arguments, separated by "|".
 int main() {
-    Scenario scenario;
+    CtcScenario scenario;
     for (std::string step; std::getline(std::cin, step);)
         scenario.run(step);
     return 0;

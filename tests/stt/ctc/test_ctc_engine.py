@@ -81,7 +81,7 @@ def test_tones_become_the_words_that_they_spell(models: Path, tmp_path: Path) ->
     assert transcript(outcomes[6]) == Transcript("ابت ث", [0, 460], [240])
     assert outcomes[7]["languages"] == ["before", "Arabic", "Tones"]
     assert outcomes[7]["language"] == "Arabic"
-    assert outcomes[8]["code"] == 1, "the names of languages are told apart by case"
+    assert outcomes[8]["code"] == 1, "names of languages are case-sensitive"
 
 
 def boundary_lengths(chunk: int, overlap: int, batch: int) -> list[int]:
