@@ -5,33 +5,6 @@
 
 namespace {
 
-TEST(Records, DefaultsAreTheOnesHostsRelyOn) {
-    const KsNNDBEntrySeg seg;
-    EXPECT_EQ(seg.segment, -1);
-    for (const auto* text : {&seg.mediaGuid, &seg.projectGuid, &seg.transcript, &seg.language, &seg.speakerID,
-                             &seg.speakerGuid}) {
-        EXPECT_EQ(*text, "Unk");
-    }
-    const KsNNDB_STTClipEntry entry;
-    for (const auto* text :
-         {&entry.projectName, &entry.model, &entry.clipName, &entry.audioTracks, &entry.clientApp}) {
-        EXPECT_EQ(*text, "Unk");
-    }
-    EXPECT_FALSE(entry.progressComplete);
-    EXPECT_TRUE(entry.projects.empty() && entry.segments.empty());
-}
-
-TEST(Base, GivesCopiesOfUriAndLastCall) {
-    KsNNBase base("http://a/");
-    base.SetLastRESTCall("curl");
-    std::string uri = base.GetURI();
-    std::string call = base.GetLastRESTCall();
-    uri += "x";
-    call += "x";
-    EXPECT_EQ(base.GetURI(), "http://a/");
-    EXPECT_EQ(base.GetLastRESTCall(), "curl");
-}
-
 TEST(Report, HasOneBlockForTheExceptionAndOneForTheMessage) {
     const Poco::TimeoutException caught("too slow");
     const std::string exceptionBlock = "KsNN Error: 7, \n\tTimeout: too slow\n\tmessage = too slow\n\tname = "
