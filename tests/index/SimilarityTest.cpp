@@ -2,9 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <cmath>
-#include <random>
-
 using kestrel::index::Bm25;
 using kestrel::index::decodeLength;
 using kestrel::index::encodeLength;
@@ -22,26 +19,6 @@ TEST(Lengths, AreExactWhileSmallAndLossyAbove) {
         ASSERT_LE(decodeLength(code), length);
         ASSERT_GE(decodeLength(code) + length / 8, length);
         last = code;
-    }
-}
-
-TEST(Bm25, IsTheFormula) {
-    std::mt19937 random(3);
-    std::uniform_int_distribution<std::uint32_t> any(1, 1000);
-    for (int round = 0; round < 1000; ++round) {
-        const std::uint32_t documents = any(random) + 1000;
-        const std::uint32_t documentFrequency = any(random);
-        const std::uint32_t terms = documents * any(random);
-        const std::uint32_t frequency = any(random) % 20 + 1;
-        const std::uint32_t length = decodeLength(encodeLength(any(random)));
-        const double idf = std::log(1 + (documents - documentFrequency + 0.5) / (documentFrequency + 0.5));
-        const double average = static_cast<double>(terms) / documents;
-        const double expected = 2.2 * idf * frequency / (frequency + 1.2 * (0.25 + 0.75 * length / average));
-
-        const Bm25 similarity({documents, terms});
-        const float score = similarity.score(similarity.weight(documentFrequency, 1.0F),
-                                             static_cast<float>(frequency), encodeLength(length));
-        ASSERT_NEAR(static_cast<double>(score), expected, expected * 1e-5);
     }
 }
 

@@ -1,26 +1,18 @@
 from __future__ import annotations
 
 import itertools
+import sys
 from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+
 from index_process import Client, IndexProcess
+from store_mapping import MAPPING
 
 _numbers = itertools.count()
-
-MAPPING = {
-    "settings": {"number_of_shards": 1},
-    "mappings": {
-        "properties": {
-            "projectList": {
-                "type": "nested",
-                "properties": {"projectGuid": {"type": "keyword"}, "projectName": {"type": "keyword"}},
-            }
-        }
-    },
-}
 
 
 @pytest.fixture(scope="session")

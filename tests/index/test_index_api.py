@@ -134,27 +134,12 @@ def test_update(client: Client, index: str) -> None:
 @pytest.mark.parametrize(
     ("query", "expected"),
     [
-        ({"match_all": {}}, {0, 1, 2, 3}),
-        ({"term": {"mediaGuid.keyword": "clip-1"}}, {0, 1, 2}),
-        ({"term": {"mediaGuid": "clip"}}, {0, 1, 2, 3}),
-        ({"term": {"absent": "x"}}, set()),
-        ({"term": {"segment": 1}}, {1}),
         ({"term": {"segment": {"value": "1"}}}, {1}),
-        ({"term": {"segment": 1.5}}, set()),
-        ({"term": {"wordStartsMS": 20}}, {0, 1, 2, 3}),
-        ({"term": {"progressComplete": False}}, {0}),
         ({"terms": {"projectGuidList.keyword": ["B", "C"]}}, {2, 3}),
-        ({"exists": {"field": "progressComplete"}}, {0}),
         ({"bool": {"must": {"term": {"segment": 0}}, "should": {"match": {"transcript": "nothing"}}}}, {0}),
-        ({"bool": {"should": [{"term": {"segment": 0}}, {"term": {"segment": 3}}], "minimum_should_match": 1}}, {0, 3}),
         ({"bool": {"should": [{"term": {"segment": 0}}, {"term": {"mediaGuid.keyword": "clip-1"}}],
                    "minimum_should_match": 2}}, {0}),
-        ({"bool": {"filter": [{"term": {"mediaGuid.keyword": "clip-1"}}], "must_not": [{"term": {"segment": 1}}]}}, {0, 2}),
-        ({"bool": {"must": [{"term": {"projectGuidList.keyword": "A"}},
-                            {"bool": {"should": [{"term": {"segment": 1}}, {"term": {"segment": 3}}]}}]}}, {1}),
-        ({"match": {"transcript": {"query": "nmuber 2", "fuzziness": "AUTO:4,6"}}}, {0, 1, 2, 3}),
         ({"match": {"transcript": {"query": "words 2", "operator": "and"}}}, {2}),
-        ({"nested": {"path": "projectList", "query": {"term": {"projectList.projectGuid": "A"}}}}, {0}),
         ({"term": {"projectList.projectGuid": "A"}}, set()),
     ],
 )
@@ -174,7 +159,6 @@ def test_queries(client: Client, index: str, query: Document, expected: set[int]
         ({"query": {"term": {"segment": "x"}}}, "query_shard_exception: failed to create query"),
         ({"query": {"nested": {"path": "absent", "query": {"match_all": {}}}}}, "query_shard_exception: failed"),
         ({"query": {"match": {"transcript": {"query": "a", "fuzziness": 3}}}}, "illegal_argument_exception: Valid edit"),
-        ({"sort": [{"transcript": "asc"}]}, "illegal_argument_exception: Fielddata is disabled on [transcript]"),
         ({"sort": [{"_id": "asc"}]}, "illegal_argument_exception: Fielddata access on the _id field"),
         ({"size": 10001}, "illegal_argument_exception: Result window is too large"),
         ({"size": -1}, "illegal_argument_exception: [size] parameter cannot be negative"),
@@ -369,8 +353,8 @@ def test_semantic_scores(client: Client, index: str) -> None:
 @pytest.mark.parametrize(
     ("method", "path", "status"),
     [
-        ("GET", "a/b/c", 400), ("PATCH", "x", 405), ("DELETE", "x/_search", 405), ("GET", "_cat/indices", 400),
-        ("GET", "x/_doc/1?routing=a", 400), ("DELETE", "*", 400), ("POST", "x/_doc/%zz", 400),
+        ("PATCH", "x", 405), ("DELETE", "x/_search", 405), ("GET", "_cat/indices", 400),
+        ("GET", "x/_doc/1?routing=a", 400), ("POST", "x/_doc/%zz", 400),
     ],
 )
 def test_unknown_requests(client: Client, method: str, path: str, status: int) -> None:

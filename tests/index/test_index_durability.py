@@ -11,7 +11,7 @@ import socket
 import sqlite3
 import threading
 import time
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from contextlib import closing
 from http.client import HTTPException
 from pathlib import Path
@@ -165,34 +165,24 @@ def filled(data: Path) -> Iterator[Path]:
     yield data
 
 
-def damage_header(file: Path) -> None:
-    content = bytearray(file.read_bytes())
-    content[:16] = b"not a database.."
-    file.write_bytes(content)
+def patched(file: Path, begin: int, end: int, content: bytes) -> None:
+    whole = bytearray(file.read_bytes())
+    whole[begin:end] = content
+    file.write_bytes(whole)
 
 
-def damage_pages(file: Path) -> None:
-    content = bytearray(file.read_bytes())
-    content[8192:-4096] = bytes(len(content) - 8192 - 4096)
-    file.write_bytes(content)
-
-
-def from_the_future(file: Path) -> None:
+def run_sql(file: Path, statement: str) -> None:
     with closing(sqlite3.connect(file, isolation_level=None)) as database:
-        database.execute("PRAGMA user_version = 99")
+        database.execute(statement)
 
 
-def another_programs(file: Path) -> None:
-    file.unlink()
-    with closing(sqlite3.connect(file, isolation_level=None)) as database:
-        database.execute("CREATE TABLE bookmarks (url TEXT)")
-
-
-@pytest.mark.parametrize(
-    "spoil", [damage_header, damage_pages, from_the_future, another_programs]
-)
-def test_damaged_folder_is_refused_and_left_alone(filled: Path, spoil: object) -> None:
-    assert callable(spoil)
+@pytest.mark.parametrize("spoil", [
+    lambda file: patched(file, 0, 16, b"not a database.."),
+    lambda file: patched(file, 8192, -4096, bytes(file.stat().st_size - 8192 - 4096)),
+    lambda file: run_sql(file, "PRAGMA user_version = 99"),
+    lambda file: (file.unlink(), run_sql(file, "CREATE TABLE bookmarks (url TEXT)")),
+], ids=["header", "pages", "from the future", "of another program"])
+def test_damaged_folder_is_refused_and_left_alone(filled: Path, spoil: Callable[[Path], object]) -> None:
     spoil(filled / "documents.db")
     before = (filled / "documents.db").read_bytes()
     code, message = refusal(filled)
@@ -221,9 +211,7 @@ def test_first_start_that_was_cut_short_is_taken_up(data: Path) -> None:
 
 def test_no_space_left(data: Path) -> None:
     limit = 2_000_000
-    service = IndexProcess(
-        data, prepare=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
-    ).wait_until_ready()
+    service = IndexProcess(data, prepare=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))).wait_until_ready()
     client = service.client()
     acknowledged = set()
     refused = 0

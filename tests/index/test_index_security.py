@@ -97,9 +97,3 @@ def test_scrolls_belong_to_their_user(client: Client, limited: Client) -> None:
 )
 def test_refused_users_and_roles(client: Client, path: str, body: dict[str, object]) -> None:
     assert client("PUT", f"_security/{path}", body).status == 400
-
-
-def test_absent_users_and_roles(client: Client) -> None:
-    for path in ("user/ghost", "role/ghost"):
-        answer = client("DELETE", f"_security/{path}")
-        assert (answer.status, answer.json) == (404, {"found": False})
