@@ -37,14 +37,8 @@ class Kestrel:
         self.environment = {**os.environ, "KESTREL_HOME": str(home)}
 
     def start(self, *arguments: object) -> subprocess.Popen[str]:
-        return subprocess.Popen(
-            [BIN / "kestrel", *map(str, arguments)],
-            stdout=subprocess.PIPE,
-            stderr=subprocess.PIPE,
-            stdin=subprocess.DEVNULL,
-            text=True,
-            env=self.environment,
-        )
+        return subprocess.Popen([BIN / "kestrel", *map(str, arguments)], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                stdin=subprocess.DEVNULL, text=True, env=self.environment)
 
     def run(self, *arguments: object) -> Result:
         process = self.start(*arguments)
@@ -64,26 +58,18 @@ class Kestrel:
         return {name: status[name]["pid"] for name in ("index", "speech") if status[name]["running"]}
 
     def index(self, method: str, path: str, body: Any = None) -> Any:
-        """Talks to the index service behind kestrel's back."""
+        """Sends a request straight to the index service."""
         account = json.loads((self.home / "index/administrator.json").read_text())
         uri = json.loads((self.home / "services.json").read_text())["index"]["uri"]
         login = base64.b64encode(f"{account['user']}:{account['password']}".encode()).decode()
-        request = urllib.request.Request(
-            uri + path,
-            method=method,
-            data=None if body is None else (body if isinstance(body, str) else json.dumps(body)).encode(),
-            headers={"Authorization": f"Basic {login}", "Content-Type": "application/json"},
-        )
-        trusting = ssl.create_default_context()
-        trusting.check_hostname = False
-        trusting.verify_mode = ssl.CERT_NONE
-        with urllib.request.urlopen(request, context=trusting, timeout=10) as answer:
+        data = None if body is None else (body if isinstance(body, str) else json.dumps(body)).encode()
+        headers = {"Authorization": f"Basic {login}", "Content-Type": "application/json"}
+        request = urllib.request.Request(uri + path, data, headers, method=method)
+        with urllib.request.urlopen(request, context=ssl._create_unverified_context(), timeout=10) as answer:
             return json.load(answer)
 
 
 def make_media(target: Path, *arguments: object) -> Path:
-    """Has ffmpeg make a file."""
+    """Makes a file with ffmpeg."""
     subprocess.run(["ffmpeg", "-v", "error", "-y", *map(str, arguments), str(target)], check=True)
     return target
-
-

@@ -4,24 +4,18 @@ from __future__ import annotations
 
 import hashlib
 import json
+import sys
 import uuid
+from collections.abc import Iterable
 from dataclasses import dataclass, field
 from pathlib import Path
 from typing import Any
 
 from app_under_test import TRANSCRIPTS, Kestrel
 
-MAPPING = {
-    "settings": {"number_of_shards": 1},
-    "mappings": {
-        "properties": {
-            "projectList": {
-                "type": "nested",
-                "properties": {"projectGuid": {"type": "keyword"}, "projectName": {"type": "keyword"}},
-            }
-        }
-    },
-}
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+
+from store_mapping import MAPPING
 
 
 def project_id(name: str) -> str:
@@ -47,6 +41,7 @@ class StoredClip:
     path: Path | None = None
     complete: bool = True
     extra: dict[str, Any] = field(default_factory=dict)
+    others: tuple[str, ...] = ()  # projects that have it too
 
     @property
     def id(self) -> str:
@@ -54,12 +49,13 @@ class StoredClip:
 
     def documents(self) -> list[dict[str, Any]]:
         result = []
+        projects = [self.project, *self.others]
         for number, line in enumerate(self.lines):
             starts = [line.start_ms + i * line.word_ms for i in range(len(line.text.split()))]
             document: dict[str, Any] = {
                 "segment": number,
                 "mediaGuid": self.id,
-                "projectGuidList": [project_id(self.project)],
+                "projectGuidList": [project_id(name) for name in projects],
                 "transcript": line.text,
                 "wordStartsMS": starts,
                 "wordEndsMS": [start + line.word_ms for start in starts],
@@ -68,7 +64,7 @@ class StoredClip:
             }
             if number == 0:
                 document |= {
-                    "projectList": [{"projectGuid": project_id(self.project), "projectName": self.project}],
+                    "projectList": [{"projectGuid": project_id(name), "projectName": name} for name in projects],
                     "model": "by hand",
                     "clipName": self.name,
                     "audioTracks": "1",
@@ -80,19 +76,19 @@ class StoredClip:
         return result
 
 
+def store(kestrel: Kestrel, index: str, made: Iterable[dict[str, Any]]) -> None:
+    lines = [line for document in made for line in ('{"create":{}}', json.dumps(document))]
+    answer = kestrel.index("PUT", f"{index}/_bulk?refresh=true", "\n".join(lines) + "\n")
+    assert answer["errors"] is False
+
+
 def put(kestrel: Kestrel, *clips: StoredClip) -> None:
     """Writes clips into the store, and into the catalogue if they have a file."""
-    indices = kestrel.index("GET", "*")
-    if TRANSCRIPTS not in indices:
+    if TRANSCRIPTS not in kestrel.index("GET", "*"):
         kestrel.index("PUT", TRANSCRIPTS, MAPPING)
-    listed = []
-    for clip in clips:
-        for document in clip.documents():
-            kestrel.index("POST", f"{TRANSCRIPTS}/_doc", document)
-        if clip.path is not None:
-            listed.append(
-                {"clip": clip.id, "name": clip.name, "path": str(clip.path), "project": clip.project, "language": "en"}
-            )
+    store(kestrel, TRANSCRIPTS, (document for clip in clips for document in clip.documents()))
+    listed = [{"clip": clip.id, "name": clip.name, "path": str(clip.path), "project": clip.project, "language": "en"}
+              for clip in clips if clip.path is not None]
     if listed:
         catalogue = kestrel.home / "catalogue.json"
         before = json.loads(catalogue.read_text())["clips"] if catalogue.exists() else []

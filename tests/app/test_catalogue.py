@@ -2,64 +2,29 @@
 
 from __future__ import annotations
 
-import json
 import os
 import pty
 import re
 import subprocess
-import uuid
 from collections.abc import Iterable
 from typing import Any
 
 import pytest
 from app_under_test import BIN, TRANSCRIPTS, Kestrel
+from stored_clips import Line, StoredClip, project_id, put, store
 
 OLD_INDEX = "transcript_index_rel"
 
 
-def project_id(name: str) -> str:
-    return str(uuid.uuid5(uuid.NAMESPACE_URL, f"kestrel:project:{name}"))
+def clip(name: str, *projects: str, complete: bool = True, language: str = "en") -> StoredClip:
+    """A clip of three segments, as another host writes it."""
+    lines = [Line("the old bridge is gone", 0, 450, "1", language), Line("who took it", 10_000, 450, "2", language),
+             Line("nobody knows", 20_000, 450, "1", language)]
+    return StoredClip(name, projects[0], lines, complete=complete, others=projects[1:])
 
 
 def clip_id(name: str) -> str:
-    return uuid.uuid5(uuid.NAMESPACE_URL, name).hex * 2
-
-
-def segment(clip: str, number: int, text: str, label: str, language: str) -> dict[str, Any]:
-    starts = [number * 10_000 + 500 * word for word in range(len(text.split()))]
-    return {
-        "segment": number,
-        "mediaGuid": clip_id(clip),
-        "transcript": text,
-        "wordStartsMS": starts,
-        "wordEndsMS": [start + 400 for start in starts],
-        "language": language,
-        "speakerID": label,
-    }
-
-
-def documents(clip: str, projects: Iterable[str], complete: bool = True, language: str = "en") -> list[dict[str, Any]]:
-    """A clip of three segments, as another host writes it."""
-    texts = [("the old bridge is gone", "1"), ("who took it", "2"), ("nobody knows", "1")]
-    made = [segment(clip, number, text, label, language) for number, (text, label) in enumerate(texts)]
-    for document in made:
-        document["projectGuidList"] = [project_id(name) for name in projects]
-    made[0] |= {
-        "projectList": [{"projectGuid": project_id(name), "projectName": name} for name in projects],
-        "model": "m",
-        "clipName": clip,
-        "audioTracks": "1",
-        "progressComplete": complete,
-        "clientApp": "another host",
-        "schemaVersion": 2,
-    }
-    return made
-
-
-def store(kestrel: Kestrel, index: str, made: Iterable[dict[str, Any]]) -> None:
-    lines = [line for document in made for line in ('{"create":{}}', json.dumps(document))]
-    answer = kestrel.index("PUT", f"{index}/_bulk?refresh=true", "\n".join(lines) + "\n")
-    assert answer["errors"] is False
+    return StoredClip(name, "", []).id
 
 
 @pytest.fixture
@@ -79,8 +44,7 @@ def names(clips: Iterable[Any]) -> list[str]:
 
 
 def test_projects_share_clips(team: Kestrel) -> None:
-    store(team, TRANSCRIPTS, documents("a.mov", ["Rivers"]) + documents("b.mov", ["Rivers"], language="fr"))
-    store(team, TRANSCRIPTS, documents("c.mov", ["Bridges"], complete=False))
+    put(team, clip("a.mov", "Rivers"), clip("b.mov", "Rivers", language="fr"), clip("c.mov", "Bridges", complete=False))
 
     assert "a.mov is now in project" in team.good("join", "a.mov", "--project", "Bridges").err
     assert team.good("join", "a.mov", "--project", "Bridges", "--json").json()["joined"] is False
@@ -114,7 +78,7 @@ def test_projects_share_clips(team: Kestrel) -> None:
 
 
 def test_speakers_are_named_merged_and_cleared(team: Kestrel) -> None:
-    store(team, TRANSCRIPTS, documents("a.mov", ["Rivers"]) + documents("b.mov", ["Rivers"]))
+    put(team, clip("a.mov", "Rivers"), clip("b.mov", "Rivers"))
     project = ("--project", "Rivers")
 
     def speakers() -> list[tuple[str, bool]]:
@@ -153,7 +117,7 @@ def test_speakers_are_named_merged_and_cleared(team: Kestrel) -> None:
 
 
 def test_deletion_spares_other_projects_and_asks(team: Kestrel) -> None:
-    store(team, TRANSCRIPTS, documents("a.mov", ["Rivers", "Bridges"]) + documents("b.mov", ["Rivers"]))
+    put(team, clip("a.mov", "Rivers", "Bridges"), clip("b.mov", "Rivers"))
     refused = team.run("delete", "b.mov", "--project", "Rivers")
     assert refused.code == 2 and "--yes" in refused.err
     assert answered(team, "n", "delete", "b.mov", "--project", "Rivers") == 1
@@ -167,7 +131,7 @@ def test_deletion_spares_other_projects_and_asks(team: Kestrel) -> None:
     team.good("delete", "a.mov", "--everywhere", "--yes")
     assert listed(team) == []
 
-    store(team, TRANSCRIPTS, documents("c.mov", ["Rivers", "Bridges"]) + documents("d.mov", ["Rivers"]))
+    put(team, clip("c.mov", "Rivers", "Bridges"), clip("d.mov", "Rivers"))
     team.good("speakers", "create", "Zoe", "--project", "Rivers")
     team.good("delete", "--whole-project", "--project", "Rivers", "--yes")
     assert [clip["projects"] for clip in listed(team)] == [["Bridges"]]
@@ -191,9 +155,7 @@ def answered(kestrel: Kestrel, answer: str, *arguments: str) -> int:
 
 def test_more_than_a_page_of_locks_and_unfinished_clips(team: Kestrel) -> None:
     unfinished = [f"clip {number}.mov" for number in range(23)]
-    for name in unfinished:
-        store(team, TRANSCRIPTS, documents(name, ["Rivers"], complete=False))
-    store(team, TRANSCRIPTS, documents("whole.mov", ["Rivers"]))
+    put(team, *(clip(name, "Rivers", complete=False) for name in unfinished), clip("whole.mov", "Rivers"))
     kept = unfinished[0]
     team.index("PUT", f"{TRANSCRIPTS}/_doc/{clip_id(kept)}?op_type=create", {"KSNNlock": True})
     assert "there may be more" in team.good("clips", "--unfinished").err
@@ -213,7 +175,7 @@ def test_an_old_store_is_migrated_once_and_never_lost(fresh: Kestrel) -> None:
     old = []
     for number in range(40):
         for project in ("Rivers", "Bridges", "Lakes"):
-            for document in documents(f"old {number:02}.mov", []):
+            for document in clip(f"old {number:02}.mov", project).documents():
                 del document["projectGuidList"]
                 document["projectGuid"] = project_id(project)
                 if document["segment"] == 0:

@@ -1,4 +1,4 @@
-"""The road of clips: transcribed, found, shown and lined up, on real speech."""
+"""Clips from transcription to search, display and alignment, on real speech."""
 
 from __future__ import annotations
 
@@ -46,7 +46,7 @@ def contents(kestrel: Kestrel, clip: object) -> Any:
 
 
 def variant(source: Path, target: Path) -> Path:
-    """The same sound in another file, which makes it another clip."""
+    """The same audio in another file, which makes it another clip."""
     return make_media(target, "-i", source, "-c", "copy", "-metadata", f"comment={target.name}")
 
 

@@ -1,4 +1,4 @@
-"""A project travels from one house to another in one encrypted file."""
+"""A project moves from one installation to another in one encrypted file."""
 
 from __future__ import annotations
 
@@ -25,7 +25,7 @@ SALT = b"p4tz7rm1q06vhe93"
 
 @pytest.fixture(scope="module")
 def house(kestrel: Kestrel) -> Kestrel:
-    """The house that sends, with two projects."""
+    """The installation that sends, with two projects."""
     kestrel.environment["KESTREL_PASS_PHRASE"] = PHRASE
     for number in range(3):
         lines = [Line(f"Segment {i} of clip {number}: \"naïve\" \\ and 日本語 😀\n\ttabs", 1000 * i) for i in range(40)]
@@ -37,7 +37,7 @@ def house(kestrel: Kestrel) -> Kestrel:
 
 @pytest.fixture
 def other(tmp_path: Path) -> Iterator[Kestrel]:
-    """The house that receives, empty."""
+    """The installation that receives, empty."""
     receiving = Kestrel(tmp_path / "other")
     receiving.environment["KESTREL_PASS_PHRASE"] = PHRASE
     receiving.up()
@@ -173,13 +173,8 @@ def test_exports_that_cannot_be(house: Kestrel, exchange_file: Path, tmp_path: P
     put(house, StoredClip("half.mov", "Half", [Line("half", 0)], complete=False))
     house.index("POST", f"{TRANSCRIPTS}/_refresh")
     assert "is not complete" in house.run("export", file, "--project", "Half").err
-    without = subprocess.run(
-        [BIN / "kestrel", "export", file, "--project", "Rivers"],
-        env={**house.environment, "KESTREL_PASS_PHRASE": ""},
-        stdin=subprocess.DEVNULL,
-        capture_output=True,
-        text=True,
-    )
+    without = subprocess.run([BIN / "kestrel", "export", file, "--project", "Rivers"], stdin=subprocess.DEVNULL, text=True,
+                             env={**house.environment, "KESTREL_PASS_PHRASE": ""}, capture_output=True)
     assert without.returncode == 1 and "pass phrase" in without.stderr
     assert not file.exists()
     one = StoredClip("river 1.mov", "Rivers", []).id
@@ -195,15 +190,8 @@ def test_a_full_disk_leaves_no_file_that_looks_whole(house: Kestrel, exchange_fi
         file = tmp_path / "full.kst"
         if before is not None:
             file.write_bytes(before)
-        result = subprocess.run(
-            [BIN / "kestrel", "export", file, "--project", "Rivers"],
-            env=house.environment,
-            preexec_fn=limit,
-            restore_signals=False,
-            stdin=subprocess.DEVNULL,
-            capture_output=True,
-            text=True,
-        )
+        result = subprocess.run([BIN / "kestrel", "export", file, "--project", "Rivers"], stdin=subprocess.DEVNULL, text=True,
+                                env=house.environment, preexec_fn=limit, restore_signals=False, capture_output=True)
         assert result.returncode == 1 and "full.kst cannot be exported" in result.stderr, result.stderr
         assert (file.read_bytes() if file.exists() else None) == before
         assert list(tmp_path.glob("*.part")) == []
