@@ -195,11 +195,6 @@ std::vector<std::string> ScriptedServer::conversation() const {
     return lines;
 }
 
-std::size_t ScriptedServer::unused() const {
-    const std::lock_guard lock(mState->mutex);
-    return mState->script.size();
-}
-
 void ScriptedServer::reset() {
     const std::lock_guard lock(mState->mutex);
     mState->script.clear();

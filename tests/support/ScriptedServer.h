@@ -67,8 +67,6 @@ public:
     std::vector<RecordedRequest> requests() const;
     /// `RecordedRequest::line` of each.
     std::vector<std::string> conversation() const;
-    /// Replies of the script that no request has taken yet.
-    std::size_t unused() const;
     /// Forgets requests and script.
     void reset();
 
