@@ -277,42 +277,6 @@ def test_bulk_items_fail_alone(client: Client, index: str) -> None:
     assert client("PUT", f"{index}/_bulk", '{"create": {}}\n').status == 400
 
 
-PROJECT = {"projectGuid": "N", "projectName": "New"}
-
-
-@pytest.mark.parametrize(
-    ("script", "params", "before", "after"),
-    [
-        ('if (ctx._source.projectList[0].projectGuid == "KST_Import_ProjectGuid") {ctx._source.projectList.remove(0);} '
-         "ctx._source.projectList.add(params.new_element); ", {"new_element": PROJECT},
-         {"projectList": [{"projectGuid": "KST_Import_ProjectGuid", "projectName": "x"}]}, {"projectList": [PROJECT]}),
-        ('if (ctx._source.projectGuidList[0] == "KST_Import_ProjectGuid") {ctx._source.projectGuidList.remove(0);} '
-         "ctx._source.projectGuidList.add(params.new_element);", {"new_element": "N"},
-         {"projectGuidList": ["A", "KST_Import_ProjectGuid"]}, {"projectGuidList": ["A", "KST_Import_ProjectGuid", "N"]}),
-        ("for (int i=ctx._source.projectList.length-1; i>=0; i--) {if (ctx._source.projectList[i].projectGuid == "
-         "params.element_to_remove) {ctx._source.projectList.remove(i);}}", {"element_to_remove": "N"},
-         {"projectList": [PROJECT, {"projectGuid": "M", "projectName": "m"}, PROJECT]},
-         {"projectList": [{"projectGuid": "M", "projectName": "m"}]}),
-        ("for (int i=ctx._source.projectGuidList.length-1; i>=0; i--) {if (ctx._source.projectGuidList[i] == "
-         "params.element_to_remove) {ctx._source.projectGuidList.remove(i);}}", {"element_to_remove": "A"},
-         {"projectGuidList": ["A", "B", "A"]}, {"projectGuidList": ["B"]}),
-        ("ctx._source.projectList.add(params.new_element)", {"new_element": PROJECT}, {"projectList": []},
-         {"projectList": [PROJECT]}),
-        ("ctx._source.projectList.removeIf(project -> project.projectGuid == params.guid_to_remove)",
-         {"guid_to_remove": "N"}, {"projectList": [PROJECT]}, {"projectList": []}),
-        ("ctx._source.remove('speakerGuid')", {}, {"speakerGuid": "s", "x": 1}, {"x": 1}),
-        ('if (ctx._source.containsKey("speakerGuid")) { ctx._source.remove("speakerGuid") }', {}, {"speakerGuid": "s"}, {}),
-        ("if (ctx._source.containsKey('speakerGuid')) { ctx._source.remove('speakerGuid') }", {}, {"x": 1}, {"x": 1}),
-    ],
-)
-def test_scripts(client: Client, index: str, script: str, params: Document, before: Document, after: Document) -> None:
-    for path, query in (("_update/1", {}), ("_update_by_query", {"query": {"term": {"_id": "1"}}})):
-        client("POST", f"{index}/_doc/1", before)
-        answer = client("POST", f"{index}/{path}", {"script": {"source": script, "params": params}, **query})
-        assert answer.status == 200, answer.text
-        assert client("GET", f"{index}/_doc/1").json["_source"] == after
-
-
 def test_script_that_fails_on_one_document_changes_none(client: Client, index: str) -> None:
     client("POST", f"{index}/_doc/1", {"projectGuidList": ["A"]})
     client("POST", f"{index}/_doc/2", {"projectGuidList": []})
