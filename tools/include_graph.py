@@ -59,6 +59,7 @@ APPLICATION = {
     "clips": "transcribe, write, read, search",
     "script": "script formats, placed lines, the page",
     "forms": "subtitles, tables, edits",
+    "desk": "the pages' server: who may ask, JSON, media, jobs",
     "terminal": "messages, progress, interruption, pass phrases",
     "commands": "one file per command",
 }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <tuple>
+#include <utility>
 
 namespace kestrel {
 
@@ -40,16 +41,20 @@ std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, const Home& home, con
     asked.text = query.phrase;
     asked.projectGuid = project.projectGuid;
     asked.threshold = query.threshold;
-    asked.maxSegments = std::max(kSegmentsToLookAt, query.maxResults);
     if (!query.clip.empty()) asked.mediaGuid = findClip(store, home, query.clip, query.project).id;
     if (!query.speaker.empty()) restrictToSpeaker(store, project, query.speaker, asked);
+    return findPhrase(store, std::move(asked), query.maxResults);
+}
+
+std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, KsNNPhraseQuery query, int maxResults) {
+    query.maxSegments = std::max(kSegmentsToLookAt, maxResults);
     std::vector<KsNNPhraseHit> hits;
-    check(store.FindPhrase(asked, hits, false), store, "the search failed");
+    check(store.FindPhrase(query, hits, false), store, "the search failed");
     std::stable_sort(hits.begin(), hits.end(), [](const auto& left, const auto& right) {
         return std::tie(right.score, left.mediaGuid, left.startMS) <
                std::tie(left.score, right.mediaGuid, right.startMS);
     });
-    hits.resize(std::min(hits.size(), static_cast<std::size_t>(query.maxResults)));
+    hits.resize(std::min(hits.size(), static_cast<std::size_t>(maxResults)));
     return hits;
 }
 

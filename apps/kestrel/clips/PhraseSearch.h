@@ -21,5 +21,7 @@ struct PhraseQuery {
 /// Finds where the phrase is said, best first.
 /// @throws Failure when the store cannot be searched or has no such clip.
 std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, const Home& home, const PhraseQuery& query);
+/// The same for a query by identifiers.
+std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, KsNNPhraseQuery query, int maxResults);
 
 } // namespace kestrel

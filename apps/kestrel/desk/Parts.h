@@ -1,0 +1,35 @@
+#pragma once
+
+#include "apps/kestrel/desk/Derived.h"
+#include "apps/kestrel/desk/Jobs.h"
+#include "apps/kestrel/desk/Media.h"
+#include "apps/kestrel/desk/Routes.h"
+#include "apps/kestrel/desk/Stores.h"
+#include "apps/kestrel/desk/Transcripts.h"
+
+#include <atomic>
+
+namespace kestrel::desk {
+
+/// What the functions that answer requests work with.
+struct Parts {
+    explicit Parts(const Home& home)
+        : stores(home), media(home), derived(home), transcripts(stores), jobs(stores) {}
+
+    Stores stores;
+    Media media;
+    Derived derived;
+    Transcripts transcripts;
+    Jobs jobs;
+    std::atomic<bool> isStopping = false; ///< Streams end.
+};
+
+/// Each adds the routes of one source file.
+void addSearchRoutes(Routes& routes, Parts& parts);
+void addClipRoutes(Routes& routes, Parts& parts);
+void addLibraryRoutes(Routes& routes, Parts& parts);
+void addJobRoutes(Routes& routes, Parts& parts);
+void addSpeakerRoutes(Routes& routes, Parts& parts);
+void addExportRoutes(Routes& routes, Parts& parts);
+
+} // namespace kestrel::desk

@@ -1,0 +1,82 @@
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/clips/ProjectSpeakers.h"
+#include "apps/kestrel/desk/Parts.h"
+
+#include <Poco/JSON/Array.h>
+
+namespace kestrel::desk {
+
+namespace {
+
+constexpr std::string_view kLabelPrefix = "Speaker ";
+
+/// The clip in the first of its projects: names of speakers belong to projects.
+Clip clipInProject(Parts& parts, const std::string& id) {
+    const Transcripts::Ptr transcript = parts.transcripts.recent(id);
+    if (transcript->entry.projects.empty())
+        throw Failure("the clip is in no project: its speakers cannot be named");
+    return {id, transcript->entry.clipName, "", transcript->entry.projects.front()};
+}
+
+void listSpeakers(Exchange& exchange, Parts& parts) {
+    const Clip clip = clipInProject(parts, exchange.path.at(2));
+    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
+    parts.stores.with([&](KsNNDatabase& store) {
+        for (const ListedSpeaker& speaker : ProjectSpeakers(store, clip.project).list())
+            list->add(speaker.name);
+    });
+    auto document = jsonObject();
+    document->set("speakers", list);
+    send(exchange, document);
+}
+
+/// Gives a voice of the clip a name: a label gets a speaker, a speaker another name, and two that come to
+/// have the same name become one.
+void nameSpeaker(Exchange& exchange, Parts& parts) {
+    const auto body = exchange.body();
+    const std::string shown = requiredText(*body, "speaker");
+    const std::string name = requiredText(*body, "name");
+    const Clip clip = clipInProject(parts, exchange.path.at(2));
+    parts.stores.with([&](KsNNDatabase& store) {
+        ProjectSpeakers speakers(store, clip.project);
+        const std::vector<KsNNSpeakerKV> named = speakers.matching(shown);
+        const std::vector<KsNNSpeakerKV> wanted = speakers.matching(name);
+        if (shown == name) return;
+        if (named.empty()) {
+            const std::string label =
+                shown.starts_with(kLabelPrefix) ? shown.substr(kLabelPrefix.size()) : shown;
+            speakers.assignLabel(clip, wanted.empty() ? speakers.create(name) : wanted.front(), label);
+        } else if (wanted.empty()) {
+            speakers.rename(named.front(), name);
+        } else {
+            speakers.merge(named.front(), wanted.front());
+        }
+    });
+    parts.transcripts.forget();
+    sendNothing(exchange);
+}
+
+void clearSpeaker(Exchange& exchange, Parts& parts) {
+    const std::string shown = requiredText(*exchange.body(), "speaker");
+    const Clip clip = clipInProject(parts, exchange.path.at(2));
+    parts.stores.with([&](KsNNDatabase& store) {
+        ProjectSpeakers speakers(store, clip.project);
+        speakers.clearClip(clip, speakers.find(shown));
+    });
+    parts.transcripts.forget();
+    sendNothing(exchange);
+}
+
+} // namespace
+
+void addSpeakerRoutes(Routes& routes, Parts& parts) {
+    const auto add = [&](const char* method, const char* pattern, void (*answer)(Exchange&, Parts&)) {
+        routes.add(method, pattern, [&parts, answer](Exchange& exchange) { answer(exchange, parts); });
+    };
+    add("GET", "/api/clips/*/speakers", listSpeakers);
+    add("POST", "/api/clips/*/speakers", nameSpeaker);
+    add("POST", "/api/clips/*/speakers/clear", clearSpeaker);
+}
+
+} // namespace kestrel::desk
