@@ -19,7 +19,9 @@ _SHORT_ANSWER = 1.5
 _NOISE_DB = -60.0
 _FRAME = SAMPLE_RATE // 100
 _PAUSE_FRAMES = 30
-_QUIET_DB = -40.0  # below the loudest frame of a turn
+_QUIET_DB = -30.0  # below the loud frames of a turn: softer ones are breath, room and the codec's noise
+_TELEPHONE_HZ = (300.0, 3400.0)
+_COMPANDING = 255.0
 
 
 @dataclass(frozen=True)
@@ -74,7 +76,7 @@ class Voice:
         return self._queue.pop()
 
 
-def converse(name: str, folders: Sequence[Path], seconds: float, seed: int) -> Conversation:
+def converse(name: str, folders: Sequence[Path], seconds: float, seed: int, by_telephone: bool = False) -> Conversation:
     """Everyone speaks at least thrice; a quarter of the turns are short answers; loudness and pauses vary."""
     chance = random.Random(seed)
     voices = [Voice(folder, chance) for folder in folders]
@@ -99,14 +101,27 @@ def converse(name: str, folders: Sequence[Path], seconds: float, seed: int) -> C
         position += len(spoken) + len(pause)
     audio = np.concatenate(pieces)
     noise = np.random.default_rng(seed).standard_normal(len(audio)) * 10 ** (_NOISE_DB / 20)
-    return Conversation(name, (audio + noise).astype(np.float32), turns, speech)
+    whole = (audio + noise).astype(np.float32)
+    return Conversation(name, telephone(whole) if by_telephone else whole, turns, speech)
+
+
+def telephone(audio: Audio) -> Audio:
+    """As a telephone line carries it: the voice band only, eight bits companded by the mu-law."""
+    spectrum = np.fft.rfft(audio)
+    hertz = np.fft.rfftfreq(len(audio), 1 / SAMPLE_RATE)
+    spectrum[(hertz < _TELEPHONE_HZ[0]) | (hertz > _TELEPHONE_HZ[1])] = 0
+    band = np.clip(np.fft.irfft(spectrum, len(audio)), -1, 1)
+    companded = np.round(np.sign(band) * np.log1p(_COMPANDING * np.abs(band)) / np.log1p(_COMPANDING) * 127) / 127
+    line: Audio = (np.sign(companded) * (np.power(1 + _COMPANDING, np.abs(companded)) - 1) / _COMPANDING).astype(np.float32)
+    return line
 
 
 def _between_pauses(spoken: Audio) -> list[tuple[int, int]]:
     """Sample ranges of the speech in a recording without noise."""
     frames = spoken[: len(spoken) // _FRAME * _FRAME].reshape(-1, _FRAME)
     level = np.sqrt(np.mean(frames**2, axis=1))
-    loud = np.flatnonzero(level > level.max() * 10 ** (_QUIET_DB / 20))
+    smooth = np.convolve(level, np.ones(5) / 5, mode="same")
+    loud = np.flatnonzero(smooth > np.percentile(smooth, 95) * 10 ** (_QUIET_DB / 20))
     cuts = np.flatnonzero(np.diff(loud) > _PAUSE_FRAMES)
     begins, ends = np.concatenate([loud[:1], loud[cuts + 1]]), np.concatenate([loud[cuts], loud[-1:]]) + 1
     return [(int(begin) * _FRAME, int(end) * _FRAME) for begin, end in zip(begins, ends)]

@@ -4,11 +4,13 @@ from __future__ import annotations
 
 import bisect
 from collections import defaultdict
-from collections.abc import Iterable, Mapping, MutableMapping, Sequence
+from collections.abc import Iterable, Mapping, MutableSequence, Sequence
 from typing import Any
 
+from diarize import voice_changes
+from diarize.voice_changes import Segment
+
 Turn = tuple[float, float, int]
-Segment = MutableMapping[str, Any]
 
 # Windows further apart than this belong to different turns, even when one voice speaks in both.
 _LONGEST_PAUSE = 0.5
@@ -40,15 +42,20 @@ def merge_segments(subseg_to_labels: Iterable[Turn]) -> list[Turn]:
     return turns
 
 
-def merge_outputs(merged: Sequence[Turn], segments: Sequence[Segment], success: bool) -> tuple[Sequence[Segment], bool]:
+def merge_outputs(
+    merged: Sequence[Turn], segments: MutableSequence[Segment], success: bool
+) -> tuple[MutableSequence[Segment], bool]:
     """Writes "speakerID" into the segments in place: "1", "2", … in order of appearance.
 
-    A segment belongs to the voice that covers most of its words; words that no turn covers count for the nearest one.
-    A segment without words continues the one before it.
+    Where the voice changes inside a segment, the segment is replaced by its pieces in the same list. A piece belongs
+    to the voice that covers most of its words; words that no turn covers count for the nearest one. A segment without
+    words continues the one before it.
     """
     names: dict[int, str] = {}
     timeline = _Timeline(merged)
     last: int | None = None
+    if merged:
+        segments[:] = [piece for segment in segments for piece in _one_voice_pieces(segment, timeline)]
     for segment in segments if merged else ():
         label = timeline.speaker_of(segment.get("words") or ())
         label = last if label is None else label
@@ -56,6 +63,15 @@ def merge_outputs(merged: Sequence[Turn], segments: Sequence[Segment], success: 
             segment["speakerID"] = names.setdefault(label, str(len(names) + 1))
         last = label
     return segments, success
+
+
+def _one_voice_pieces(segment: Segment, timeline: _Timeline) -> Sequence[Segment]:
+    words = segment.get("words") or ()
+    labels = [timeline.speaker_of([word]) or 0 for word in words]
+    if len(set(labels)) < 2 or "text" not in segment:
+        return [segment]
+    cuts = voice_changes.cut_positions(words, labels, segment["text"])
+    return voice_changes.split(segment, cuts) if cuts else [segment]
 
 
 class _Timeline:
