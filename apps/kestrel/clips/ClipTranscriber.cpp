@@ -1,16 +1,18 @@
 #include "apps/kestrel/clips/ClipTranscriber.h"
 
+#include "apps/kestrel/clips/ClipAudio.h"
 #include "apps/kestrel/clips/ClipWriter.h"
 #include "apps/kestrel/clips/Membership.h"
 #include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/home/Identity.h"
-#include "apps/kestrel/media/AudioReader.h"
+#include "apps/kestrel/home/Recognisers.h"
 #include "apps/kestrel/services/Store.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <numeric>
 #include <optional>
 #include <utility>
@@ -21,27 +23,44 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::size_t kMostPlaces = 3;
+
+/// As people note a place in a recording: "00:03:10".
+std::string wholeSeconds(std::int64_t ms) {
+    const std::int64_t seconds = ms / 1000;
+    return fmt::format("{:02}:{:02}:{:02}", seconds / 3600, seconds / 60 % 60, seconds % 60);
+}
+
 std::size_t wordCount(const KsNNDB_STTClipEntry& entry) {
     return std::accumulate(
         entry.segments.begin(), entry.segments.end(), std::size_t{0},
         [](std::size_t sum, const KsNNDBEntrySeg& segment) { return sum + segment.wordStartsMS.size(); });
 }
 
-void describe(const KsNNDB_STTClipEntry& entry, const AudioReader& audio, FileOutcome& outcome) {
-    outcome.segments = entry.segments.size();
-    outcome.words = wordCount(entry);
-    outcome.endMs = endOf(entry.segments.back());
-    if (outcome.words == 0) outcome.warnings.emplace_back("no speech was found");
-    if (audio.damagedPieces() > 0)
-        outcome.warnings.push_back(
-            fmt::format("{} damaged pieces of the file were left out", audio.damagedPieces()));
+std::string speechWithoutText(const KsNNDB_STTClipEntry& entry, const ClipAudio& audio) {
+    std::vector<std::pair<int, int>> words;
+    for (const KsNNDBEntrySeg& segment : entry.segments) {
+        for (std::size_t i = 0; i < segment.wordStartsMS.size(); ++i)
+            words.emplace_back(segment.wordStartsMS[i], segment.wordEndsMS[i]);
+    }
+    std::sort(words.begin(), words.end());
+    std::string text;
+    const std::vector<UnrecognisedSpeech> all = unrecognisedSpeech(audio.voiced(), words);
+    for (std::size_t i = 0; i < std::min(all.size(), kMostPlaces); ++i)
+        text += fmt::format("{}{:.0f} s of speech gave no text, from {}", text.empty() ? "" : ", ",
+                            static_cast<double>(all[i].spoken) / 1000, wholeSeconds(all[i].begin));
+    if (all.size() > kMostPlaces) text += fmt::format(", and {} more places", all.size() - kMostPlaces);
+    return text;
 }
 
 } // namespace
 
 ClipTranscriber::ClipTranscriber(TranscriptionSettings settings)
     : mSettings(std::move(settings)), mHome(Home::fromEnvironment()), mStore(openStore(mHome)),
-      mTranscriber(makeTranscriber(mSettings.engine, mHome, mSettings.language)),
+      mDetector(modelFolder() / "voices" / "detector.onnx"),
+      mTranscriber(
+          makeTranscriber(mSettings.engine, mHome, mSettings.language,
+                          {mSettings.model, recogniserTerms(mHome, mSettings.project, mSettings.terms)})),
       mProject(findProject(mStore, mSettings.project)) {
 }
 
@@ -63,8 +82,8 @@ void ClipTranscriber::transcribeFile(FileOutcome& outcome, const Callbacks& call
     outcome.clip = clipIdentifier(outcome.file, callbacks);
     ClipState state = clipState(mStore, outcome.clip, mProject.projectGuid);
     if (state == ClipState::Complete) return settle(outcome, FileStatus::AlreadyComplete);
-    std::optional<AudioReader> audio; // opened before the lock: what is not media needs none
-    if (state != ClipState::Elsewhere) audio.emplace(outcome.file);
+    std::optional<ClipAudio> audio; // opened before the lock: what is not media needs none
+    if (state != ClipState::Elsewhere) audio.emplace(outcome.file, mSettings.tracks, mDetector, callbacks);
     const ClipLock lock(mStore, mHome, outcome.clip, mSettings.takeOverLock);
     // Another program may have written or deleted the clip while we were on our way to the lock.
     state = clipState(mStore, outcome.clip, mProject.projectGuid);
@@ -73,16 +92,33 @@ void ClipTranscriber::transcribeFile(FileOutcome& outcome, const Callbacks& call
         joinLocked(mStore, outcome.clip, mProject);
         return settle(outcome, FileStatus::Joined);
     }
-    if (!audio) audio.emplace(outcome.file);
-    KsNNDB_STTClipEntry entry =
-        mTranscriber->transcribe(*audio, {outcome.clip, mProject.projectGuid}, callbacks);
-    entry.projectName = mProject.projectName;
-    entry.clipName = outcome.file.filename().string();
-    entry.clientApp = "kestrel";
-    remember(outcome); // before the first segment, so that a clip that stays unfinished is known, too
-    writeClip(mStore, mHome, entry, outcome.clip, mProject.projectGuid, callbacks);
-    outcome.status = FileStatus::Transcribed;
+    if (!audio) audio.emplace(outcome.file, mSettings.tracks, mDetector, callbacks);
+    const std::string clipName = outcome.file.filename().string();
+    const auto store = [&](KsNNDB_STTClipEntry part) {
+        part.projectName = mProject.projectName;
+        part.clipName = clipName;
+        part.clientApp = "kestrel";
+        remember(outcome); // before the first segment, so that a clip that stays unfinished is known, too
+        writeSegments(mStore, mHome, part);
+    };
+    const KsNNDB_STTClipEntry entry = mTranscriber->transcribe(
+        *audio, {outcome.clip, mProject.projectGuid},
+        storedSegments(mStore, outcome.clip, mProject.projectGuid), store, callbacks);
+    completeClip(mStore, mHome, outcome.clip, mProject.projectGuid);
     describe(entry, *audio, outcome);
+}
+
+void ClipTranscriber::describe(const KsNNDB_STTClipEntry& entry, const ClipAudio& audio,
+                               FileOutcome& outcome) const {
+    outcome.segments = entry.segments.size();
+    outcome.words = wordCount(entry);
+    outcome.endMs = endOf(entry.segments.back());
+    outcome.warnings = audio.warnings();
+    outcome.warnings.insert(outcome.warnings.end(), mTranscriber->warnings().begin(),
+                            mTranscriber->warnings().end());
+    const std::string lost = speechWithoutText(entry, audio);
+    if (!lost.empty()) outcome.warnings.push_back(lost);
+    outcome.status = outcome.words == 0 && lost.empty() ? FileStatus::NoSpeech : FileStatus::Transcribed;
 }
 
 /// The store has the whole transcript already.

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,13 +16,17 @@ namespace kestrel {
 /// What the files of one request have in common.
 struct TranscriptionSettings {
     std::string project;
-    std::string language;
+    std::string language;              ///< Empty: found from the speech.
+    std::optional<TrackChoice> tracks; ///< Without a value: the track in which somebody speaks.
     EngineKind engine = EngineKind::Service;
-    bool takeOverLock = false; ///< Write a clip even though another program left it locked.
+    std::string model;           ///< Recognition model; empty: the selected one.
+    std::filesystem::path terms; ///< File of names and terms for this run.
+    bool takeOverLock = false;   ///< Write a clip even though another program left it locked.
 };
 
 enum class FileStatus {
     Transcribed,
+    NoSpeech, ///< Stored, without a word: nobody speaks in it.
     AlreadyComplete,
     Joined, ///< The store had the transcript for another project, now it has it for this one, too.
     Failed,
@@ -54,12 +59,14 @@ public:
 
 private:
     void transcribeFile(FileOutcome& outcome, const Callbacks& callbacks);
+    void describe(const KsNNDB_STTClipEntry& entry, const ClipAudio& audio, FileOutcome& outcome) const;
     void settle(FileOutcome& outcome, FileStatus status) const;
     void remember(const FileOutcome& outcome) const;
 
     TranscriptionSettings mSettings;
     Home mHome;
     KsNNDatabase mStore;
+    SpeechDetector mDetector;
     std::unique_ptr<Transcriber> mTranscriber;
     KsNNProject mProject;
 };

@@ -5,7 +5,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <filesystem>
 
 namespace fs = std::filesystem;
@@ -89,34 +88,23 @@ ClipState clipState(KsNNDatabase& store, const std::string& mediaGuid, const std
     return ClipState::Elsewhere;
 }
 
-void continueBehind(const KsNNDB_STTClipEntry& stored, KsNNDB_STTClipEntry& entry) {
-    std::int32_t end = 0;
-    for (const KsNNDBEntrySeg& segment : stored.segments) {
-        if (!segment.wordEndsMS.empty()) end = std::max(end, segment.wordEndsMS.back());
-    }
-    std::erase_if(entry.segments, [&](const KsNNDBEntrySeg& segment) {
-        return segment.wordStartsMS.empty() || segment.wordStartsMS.front() < end;
-    });
-    entry.segments.insert(entry.segments.begin(), stored.segments.begin(), stored.segments.end());
-    std::int32_t number = 0;
-    for (KsNNDBEntrySeg& segment : entry.segments)
-        segment.segment = number++;
-}
-
-void writeClip(KsNNDatabase& store, const Home& home, KsNNDB_STTClipEntry entry, const std::string& mediaGuid,
-               const std::string& projectGuid, const Callbacks& callbacks) {
+std::vector<KsNNDBEntrySeg> storedSegments(KsNNDatabase& store, const std::string& mediaGuid,
+                                           const std::string& projectGuid) {
     KsNNDB_STTClipEntry stored;
     check(store.GetDBContents(mediaGuid, projectGuid, stored, false, kSchemaVersion), store,
           "the store cannot be asked for the clip");
-    if (!stored.segments.empty()) continueBehind(stored, entry);
-    const std::size_t count = entry.segments.size();
-    for (std::size_t i = stored.segments.size(); i < count; ++i) {
-        check(store.WriteToDB(entry, entry.segments[i], false), store,
-              fmt::format(
-                  "the store did not take segment {} of {}{}; run the same command again to write the rest",
-                  i + 1, count, spaceWarning(home)));
-        callbacks.report("storing", static_cast<double>(i + 1) / static_cast<double>(count));
-    }
+    return stored.segments;
+}
+
+void writeSegments(KsNNDatabase& store, const Home& home, const KsNNDB_STTClipEntry& entry) {
+    for (KsNNDBEntrySeg segment : entry.segments)
+        check(store.WriteToDB(entry, segment, false), store,
+              fmt::format("the store did not take segment {}{}; run the same command again to write the rest",
+                          segment.segment + 1, spaceWarning(home)));
+}
+
+void completeClip(KsNNDatabase& store, const Home& home, const std::string& mediaGuid,
+                  const std::string& projectGuid) {
     check(store.SetProgressComplete(mediaGuid, false, kSchemaVersion, projectGuid), store,
           "the clip cannot be marked complete" + spaceWarning(home));
 }

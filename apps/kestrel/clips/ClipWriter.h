@@ -6,6 +6,7 @@
 #include "kestrelml/store/KsNNDatabase.h"
 
 #include <string>
+#include <vector>
 
 namespace kestrel {
 
@@ -51,14 +52,14 @@ enum class ClipState {
 /// @throws Failure when another project has begun the clip.
 ClipState clipState(KsNNDatabase& store, const std::string& mediaGuid, const std::string& projectGuid);
 
-/// Writes the clip, whose lock is held, and marks it complete. Of a clip that was begun before, the segments
-/// that are stored stay, and the transcript goes on behind them.
+/// The segments of the clip that the store has for this project, in order.
+std::vector<KsNNDBEntrySeg> storedSegments(KsNNDatabase& store, const std::string& mediaGuid,
+                                           const std::string& projectGuid);
+/// Writes the segments of the entry. The clip's lock is held.
 /// @throws Failure when the store refuses something; what was stored before stays.
-void writeClip(KsNNDatabase& store, const Home& home, KsNNDB_STTClipEntry entry, const std::string& mediaGuid,
-               const std::string& projectGuid, const Callbacks& callbacks);
-
-/// Drops the beginning of `entry`, up to where `stored` ends, puts `stored` in its place and renumbers what
-/// follows.
-void continueBehind(const KsNNDB_STTClipEntry& stored, KsNNDB_STTClipEntry& entry);
+void writeSegments(KsNNDatabase& store, const Home& home, const KsNNDB_STTClipEntry& entry);
+/// Marks the clip complete: all of its segments are written.
+void completeClip(KsNNDatabase& store, const Home& home, const std::string& mediaGuid,
+                  const std::string& projectGuid);
 
 } // namespace kestrel

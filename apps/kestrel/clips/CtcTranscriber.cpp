@@ -1,10 +1,13 @@
 #include "apps/kestrel/clips/CtcTranscriber.h"
 
 #include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/clips/Transcript.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
+#include <optional>
 #include <sstream>
 
 namespace kestrel {
@@ -60,37 +63,68 @@ CtcTranscriber::CtcTranscriber(std::string language) : mEngine(makeCtcEngine()) 
                               fmt::join(names, "\", \"")));
 }
 
-KsNNDB_STTClipEntry CtcTranscriber::transcribe(AudioReader& audio, const ClipKey& key,
+KsNNDB_STTClipEntry CtcTranscriber::transcribe(ClipAudio& audio, const ClipKey& key,
+                                               const StoredBefore& stored, const PartSink& done,
                                                const Callbacks& callbacks) {
-    const double total = audio.claimedDuration() * kSampleRate;
-    KsNNSpeechToTextWav2Vec2ONNX engine = mEngine; // shares the model; a clip cut short leaves nothing behind
-    std::size_t heard = 0;
-    std::string text;
-    std::vector<int> starts;
-    std::vector<int> ends;
-    for (std::vector<std::int16_t> samples = audio.read(kReadSamples); !samples.empty();
-         samples = audio.read(kReadSamples)) {
-        callbacks.throwIfCancelled();
-        run([&] { return engine.ProcessAudio(samples.data(), samples.size(), false, false); });
-        heard += samples.size();
-        if (total > 0) callbacks.report("transcribing", static_cast<double>(heard) / total);
+    KsNNDB_STTClipEntry whole;
+    whole.model = "CTC";
+    whole.audioTracks = audio.reader().trackDescription();
+    whole.segments = stored;
+    const std::int32_t resumeAt = stored.empty() ? 0 : endOf(stored.back());
+    while (std::optional<AudioPart> part = audio.next(partSamples(), callbacks)) {
+        const auto startMs = static_cast<std::int32_t>(part->start * 1000 / kSampleRate);
+        const auto endMs = static_cast<std::int32_t>(part->end() * 1000 / kSampleRate);
+        if (endMs <= resumeAt) continue;
+        KsNNDB_STTClipEntry placed = whole;
+        placed.segments = segmentsOfPart(*part, audio, callbacks);
+        for (KsNNDBEntrySeg& segment : placed.segments) {
+            for (auto* const times : {&segment.wordStartsMS, &segment.wordEndsMS})
+                std::for_each(times->begin(), times->end(), [&](std::int32_t& time) { time += startMs; });
+        }
+        std::erase_if(placed.segments, [&](const KsNNDBEntrySeg& segment) {
+            return segment.wordStartsMS.empty() || startOf(segment) < resumeAt;
+        });
+        append(placed, whole, key);
+        if (!placed.segments.empty()) done(placed);
     }
-    if (heard == 0) throw Failure("has an audio track, but nothing in it could be decoded");
-    run([&] { return engine.FinalizeTranscript(text, starts, ends, kPaddingSamples, false); });
+    if (audio.position() == 0) throw Failure("has an audio track, but nothing in it could be decoded");
+    if (whole.segments.empty()) {
+        KsNNDB_STTClipEntry nothing = whole;
+        nothing.segments = segmentsOf("", {}, {}, 0);
+        append(nothing, whole, key);
+        done(nothing);
+    }
+    return whole;
+}
 
-    KsNNDB_STTClipEntry entry;
-    entry.model = "CTC";
-    entry.audioTracks = audio.trackDescription();
-    entry.segments = segmentsOf(text, starts, ends, static_cast<int>(heard * 1000 / kSampleRate));
-    std::int32_t number = 0;
-    for (KsNNDBEntrySeg& segment : entry.segments) {
-        segment.segment = number++;
+/// Numbers and names the segments, and appends them to the clip.
+void CtcTranscriber::append(KsNNDB_STTClipEntry& part, KsNNDB_STTClipEntry& whole, const ClipKey& key) const {
+    for (KsNNDBEntrySeg& segment : part.segments) {
+        segment.segment = static_cast<std::int32_t>(whole.segments.size());
         segment.mediaGuid = key.mediaGuid;
         segment.projectGuid = key.projectGuid;
         segment.language = mEngine.getLanguage();
         segment.speakerID = "1";
+        whole.segments.push_back(segment);
     }
-    return entry;
+}
+
+std::vector<KsNNDBEntrySeg> CtcTranscriber::segmentsOfPart(const AudioPart& part, const ClipAudio& audio,
+                                                           const Callbacks& callbacks) {
+    KsNNSpeechToTextWav2Vec2ONNX engine = mEngine; // shares the model; a part cut short leaves nothing behind
+    std::string text;
+    std::vector<int> starts;
+    std::vector<int> ends;
+    for (std::size_t begin = 0; begin < part.samples.size(); begin += kReadSamples) {
+        callbacks.throwIfCancelled();
+        const std::size_t count = std::min(kReadSamples, part.samples.size() - begin);
+        run([&] { return engine.ProcessAudio(part.samples.data() + begin, count, false, false); });
+        if (audio.claimedSamples() > 0)
+            callbacks.report("transcribing",
+                             static_cast<double>(part.start + begin + count) / audio.claimedSamples());
+    }
+    run([&] { return engine.FinalizeTranscript(text, starts, ends, kPaddingSamples, false); });
+    return segmentsOf(text, starts, ends, static_cast<int>(part.samples.size() * 1000 / kSampleRate));
 }
 
 std::vector<KsNNDBEntrySeg> segmentsOf(const std::string& text, const std::vector<int>& starts,

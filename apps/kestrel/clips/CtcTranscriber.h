@@ -12,10 +12,14 @@ public:
     /// @throws Failure when there is no such language or its model cannot be used.
     explicit CtcTranscriber(std::string language);
 
-    KsNNDB_STTClipEntry transcribe(AudioReader& audio, const ClipKey& key,
-                                   const Callbacks& callbacks) override;
+    KsNNDB_STTClipEntry transcribe(ClipAudio& audio, const ClipKey& key, const StoredBefore& stored,
+                                   const PartSink& done, const Callbacks& callbacks) override;
 
 private:
+    std::vector<KsNNDBEntrySeg> segmentsOfPart(const AudioPart& part, const ClipAudio& audio,
+                                               const Callbacks& callbacks);
+    void append(KsNNDB_STTClipEntry& part, KsNNDB_STTClipEntry& whole, const ClipKey& key) const;
+
     KsNNSpeechToTextWav2Vec2ONNX mEngine;
 };
 

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <charconv>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -28,6 +29,8 @@ const char* textOf(FileStatus status) {
     switch (status) {
     case FileStatus::Transcribed:
         return "transcribed";
+    case FileStatus::NoSpeech:
+        return "no speech";
     case FileStatus::AlreadyComplete:
         return "already complete";
     case FileStatus::Joined:
@@ -40,6 +43,13 @@ const char* textOf(FileStatus status) {
     return "";
 }
 
+Poco::JSON::Array::Ptr listOf(const std::vector<std::string>& texts) {
+    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
+    for (const std::string& text : texts)
+        list->add(text);
+    return list;
+}
+
 Poco::JSON::Object::Ptr toJson(const FileOutcome& outcome, double seconds) {
     auto object = jsonObject();
     object->set("file", outcome.file.string());
@@ -49,6 +59,7 @@ Poco::JSON::Object::Ptr toJson(const FileOutcome& outcome, double seconds) {
     object->set("segments", outcome.segments);
     object->set("seconds", seconds);
     if (!outcome.error.empty()) object->set("error", outcome.error);
+    if (!outcome.warnings.empty()) object->set("warnings", listOf(outcome.warnings));
     return object;
 }
 
@@ -57,10 +68,10 @@ std::string summaryOf(const FileOutcome& outcome) {
     case FileStatus::Transcribed: {
         std::string text = fmt::format("{} words in {} segments, {}", outcome.words, outcome.segments,
                                        timecode(outcome.endMs));
-        for (const std::string& warning : outcome.warnings)
-            text += "; " + warning;
         return text;
     }
+    case FileStatus::NoSpeech:
+        return "no speech was found";
     case FileStatus::AlreadyComplete:
         return "already complete, skipped";
     case FileStatus::Joined:
@@ -71,6 +82,18 @@ std::string summaryOf(const FileOutcome& outcome) {
         return "cancelled; run the same command again to resume";
     }
     return "";
+}
+
+bool parseTrack(const std::string& text, std::optional<TrackChoice>& tracks) {
+    if (text == "all") {
+        tracks = TrackChoice{TrackChoice::Kind::All, 0};
+        return true;
+    }
+    unsigned number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number == 0) return false;
+    tracks = TrackChoice{TrackChoice::Kind::One, number};
+    return true;
 }
 
 int transcribe(const TranscribeOptions& options) {
@@ -85,6 +108,8 @@ int transcribe(const TranscribeOptions& options) {
             fmt::format("[{}/{}] {}", i + 1, options.files.size(), options.files[i].filename().string()));
         const FileOutcome outcome = transcriber.transcribe(options.files[i], terminalCallbacks(line));
         line.done(summaryOf(outcome));
+        for (const std::string& warning : outcome.warnings)
+            tell("  " + warning);
         const auto taken = std::chrono::round<std::chrono::milliseconds>(Clock::now() - begin);
         clips->add(toJson(outcome, std::chrono::duration<double>(taken).count()));
         allFine = allFine && outcome.status != FileStatus::Failed;
@@ -107,24 +132,33 @@ Run setUp(CLI::App& app) {
     TranscriptionSettings& settings = options->settings;
     app.add_option("FILE", options->files, "Anything with audio that FFmpeg reads, video too")->required();
     addProjectOption(app, settings.project)->required();
+    app.add_option("--language", settings.language,
+                   "Code of the language spoken, such as en (default: auto, which finds it, also where it\n"
+                   "changes); for ctc its name, such as \"English (phonemes)\"");
     app.add_option(
-           "--language", settings.language,
-           "Code of the language spoken, such as en; for ctc its name, such as \"English (phonemes)\"")
-        ->required();
+           "--track",
+           [&settings](const CLI::results_t& texts) { return parseTrack(texts.front(), settings.tracks); },
+           "Audio track to transcribe: its number, or all, mixed (default: the one in which somebody speaks)")
+        ->type_name("N|all");
     app.add_option(
            "--engine", settings.engine,
            "Transcribe in the speech service, embedded in this process, or by an acoustic model alone,\n"
            "which is fast and writes what it hears, without sentences or speakers (default: service)")
         ->transform(CLI::CheckedTransformer(engines).description("{service,embedded,ctc}"));
+    app.add_option("--model", settings.model,
+                   "Recognition model for this run; `kestrel models` lists them (default: the one in use)");
+    app.add_option("--terms", settings.terms,
+                   "File of names and terms that are said, one a line, beside those of home and project")
+        ->check(CLI::ExistingFile);
     app.add_flag("--take-over-lock", settings.takeOverLock,
                  "Write a clip even though another program left it locked");
     addJsonFlag(app, options->json);
     app.footer(
         "A clip is known by its content: a file that is moved or renamed is not transcribed again. After an\n"
-        "interruption the same command resumes. Ctrl-C cancels.\n"
+        "interruption the same command continues behind what is stored. Ctrl-C cancels.\n"
         "The exit code is 0 when all went well, 1 when some files failed, 130 when cancelled.\n\n"
         "Examples:\n  kestrel transcribe interview.mov --project Rivers --language en\n"
-        "  kestrel transcribe takes/*.mxf --project Rivers --language fr --engine embedded --json");
+        "  kestrel transcribe takes/*.mxf --project Rivers --track all --engine embedded --json");
     return [options] { return transcribe(*options); };
 }
 

@@ -129,12 +129,12 @@ void Derived::makePeaks(const Work& work, const std::stop_token& stopping) {
     constexpr std::size_t kPerPeak = kSampleRate / kPeaksPerSecond;
     constexpr std::size_t kChunk = kPerPeak * 1000;
     while (!stopping.stop_requested()) {
-        const std::vector<std::int16_t> samples = audio.read(kChunk);
+        const std::vector<float> samples = audio.read(kChunk);
         for (std::size_t begin = 0; begin < samples.size(); begin += kPerPeak) {
-            int loudest = 0;
+            float loudest = 0.0F;
             for (std::size_t i = begin; i < std::min(begin + kPerPeak, samples.size()); ++i)
-                loudest = std::max(loudest, std::abs(static_cast<int>(samples[i])));
-            peaks += static_cast<char>(std::min(loudest >> 7, 255));
+                loudest = std::max(loudest, std::abs(samples[i]));
+            peaks += static_cast<char>(static_cast<unsigned char>(std::min(loudest, 1.0F) * 255.0F));
         }
         if (samples.size() < kChunk) break;
         if (audio.claimedDuration() > 0)

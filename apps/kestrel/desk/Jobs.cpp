@@ -20,6 +20,9 @@ std::string messageOf(const FileOutcome& outcome) {
     case FileStatus::Transcribed:
         text = fmt::format("{} words", outcome.words);
         break;
+    case FileStatus::NoSpeech:
+        text = "no speech was found";
+        break;
     case FileStatus::AlreadyComplete:
         return "was transcribed before";
     case FileStatus::Joined:

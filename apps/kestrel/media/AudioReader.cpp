@@ -1,47 +1,24 @@
 #include "apps/kestrel/media/AudioReader.h"
 
 #include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/media/Ffmpeg.h"
+#include "apps/kestrel/media/TrackDecoder.h"
 
 #include <fmt/format.h>
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/channel_layout.h>
-#include <libavutil/opt.h>
-#include <libswresample/swresample.h>
-}
+#include <fmt/ranges.h>
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <cstring>
 
 namespace kestrel {
 
 namespace {
 
-struct Deleter {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-    void operator()(SwrContext* context) const { swr_free(&context); }
-};
+using ffmpeg::errorText;
+using ffmpeg::Owned;
 
-template <typename Type>
-using Owned = std::unique_ptr<Type, Deleter>;
-
-/// Clocks in files jitter; only what can be heard as a gap is one.
-constexpr std::int64_t kSmallestGap = kSampleRate / 10;
-/// A longer one is a broken clock, as in streams that were cut together.
-constexpr std::int64_t kLongestGap = std::int64_t{600} * kSampleRate;
-
-std::string errorText(int error) {
-    std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
-    av_strerror(error, text.data(), text.size());
-    return text.data();
-}
+/// A track that lags so far behind another has nothing to say there.
+constexpr std::size_t kLargestLag = std::size_t{60} * kSampleRate;
 
 /// Finds out what the file is, and refuses what only seems to be media.
 const AVInputFormat* probe(const std::string& url) {
@@ -74,187 +51,173 @@ Owned<AVFormatContext> openMedia(const std::filesystem::path& file) {
     return media;
 }
 
-std::string describe(const AVFormatContext& media, const AVStream& stream) {
-    const AVCodecParameters& codec = *stream.codecpar;
-    unsigned tracks = 0;
-    unsigned number = 0;
+std::vector<const AVStream*> audioStreams(const AVFormatContext& media) {
+    std::vector<const AVStream*> streams;
     for (unsigned i = 0; i < media.nb_streams; ++i) {
-        tracks += media.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO ? 1U : 0U;
-        if (media.streams[i] == &stream) number = tracks;
+        if (media.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) streams.push_back(media.streams[i]);
     }
-    // Many files give only the number of channels; then they are named as is usual for that number.
-    AVChannelLayout usual{};
-    av_channel_layout_default(&usual, codec.ch_layout.nb_channels);
-    const bool isNamed = codec.ch_layout.order != AV_CHANNEL_ORDER_UNSPEC;
-    std::array<char, 64> layout{};
-    av_channel_layout_describe(isNamed ? &codec.ch_layout : &usual, layout.data(), layout.size());
-    const AVDictionaryEntry* language = av_dict_get(stream.metadata, "language", nullptr, 0);
-    return fmt::format("audio track {} of {}: {}, {} Hz, {}{}", number, tracks,
-                       avcodec_get_name(codec.codec_id), codec.sample_rate, layout.data(),
-                       language ? fmt::format(", {}", language->value) : "");
+    return streams;
+}
+
+std::vector<const AVStream*> chosenStreams(AVFormatContext& media, const TrackChoice& choice) {
+    const std::vector<const AVStream*> all = audioStreams(media);
+    if (all.empty()) throw Failure("holds no audio");
+    if (choice.kind == TrackChoice::Kind::All) return all;
+    if (choice.kind == TrackChoice::Kind::One) {
+        if (choice.number < 1 || choice.number > all.size())
+            throw Failure(fmt::format("has no audio track {}; it has {}", choice.number, all.size()));
+        return {all[choice.number - 1]};
+    }
+    const int best = av_find_best_stream(&media, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    if (best < 0) return {all.front()};
+    return {media.streams[best]};
+}
+
+double seconds(std::int64_t time, AVRational base) {
+    return static_cast<double>(time) * av_q2d(base);
 }
 
 } // namespace
 
-class AudioReader::Decoder {
+class AudioReader::Impl {
 public:
-    explicit Decoder(const std::filesystem::path& file)
-        : mMedia(openMedia(file)), mFrame(av_frame_alloc()), mPacket(av_packet_alloc()) {
-        const AVCodec* decoder = nullptr;
-        const int index = av_find_best_stream(mMedia.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &decoder, 0);
-        if (index == AVERROR_DECODER_NOT_FOUND)
-            throw Failure("holds sound in a coding that FFmpeg has no decoder for");
-        if (index < 0) throw Failure("holds no sound");
-        mStream = mMedia->streams[index];
-        mDescription = describe(*mMedia, *mStream);
-        mCodec.reset(avcodec_alloc_context3(decoder));
-        avcodec_parameters_to_context(mCodec.get(), mStream->codecpar);
-        mCodec->pkt_timebase = mStream->time_base;
-        if (const int result = avcodec_open2(mCodec.get(), decoder, nullptr); result < 0)
-            throw Failure(fmt::format("holds sound that cannot be decoded: {}", errorText(result)));
+    Impl(const std::filesystem::path& file, const TrackChoice& choice)
+        : mMedia(openMedia(file)), mPacket(av_packet_alloc()), mTracks(audioStreams(*mMedia).size()) {
+        for (const AVStream* stream : chosenStreams(*mMedia, choice))
+            mDecoders.push_back(std::make_unique<TrackDecoder>(*mMedia, *stream));
+        if (mDecoders.size() > 1) mMix.emplace(mDecoders.size());
+        mDescription = mDecoders.size() == 1 ? mDecoders.front()->description()
+                                             : fmt::format("all {} audio tracks, mixed", mDecoders.size());
     }
 
-    std::vector<std::int16_t> read(std::size_t count) {
-        while (!mEnded && mReady.size() < count)
-            decodeFrame();
-        const auto end = mReady.begin() + static_cast<std::ptrdiff_t>(std::min(count, mReady.size()));
-        std::vector<std::int16_t> samples(mReady.begin(), end);
-        mReady.erase(mReady.begin(), end);
-        return samples;
+    std::vector<float> read(std::size_t count) {
+        while (!mEnded && ready() < count)
+            feed();
+        if (mDecoders.size() == 1) return mDecoders.front()->take(count);
+        return mixed(count);
     }
 
     const std::string& description() const { return mDescription; }
-    std::size_t damagedPieces() const { return mDamaged; }
+    unsigned firstTrack() const { return mDecoders.front()->number(); }
+    unsigned tracks() const { return static_cast<unsigned>(mTracks); }
+    double readDuration() const { return mReadTo; }
     double claimedDuration() const {
         return mMedia->duration > 0 ? static_cast<double>(mMedia->duration) / AV_TIME_BASE : 0.0;
     }
-
-private:
-    void decodeFrame() {
-        const int result = avcodec_receive_frame(mCodec.get(), mFrame.get());
-        if (result == 0) {
-            append();
-        } else if (result == AVERROR_EOF) {
-            flushResampler();
-            mEnded = true;
-        } else {
-            mDamaged += result == AVERROR(EAGAIN) ? 0U : 1U;
-            feedDecoder();
-        }
+    std::size_t damagedPieces() const {
+        std::size_t damaged = mDamaged;
+        for (const auto& decoder : mDecoders)
+            damaged += decoder->damagedPieces();
+        return damaged;
     }
 
-    void feedDecoder() {
+private:
+    /// Samples that every track has ready.
+    std::size_t ready() const {
+        std::size_t least = mDecoders.front()->ready();
+        for (const auto& decoder : mDecoders)
+            least = std::min(least, decoder->ready());
+        return least;
+    }
+
+    std::size_t longest() const {
+        std::size_t most = 0;
+        for (const auto& decoder : mDecoders)
+            most = std::max(most, decoder->length());
+        return most;
+    }
+
+    void feed() {
         const int result = av_read_frame(mMedia.get(), mPacket.get());
         if (result == AVERROR(EAGAIN)) return;
         if (result < 0) {
             mDamaged += result == AVERROR_EOF ? 0U : 1U;
-            avcodec_send_packet(mCodec.get(), nullptr);
-            return;
+            for (const auto& decoder : mDecoders)
+                decoder->finish();
+            mEnded = true;
+        } else {
+            noteTime();
+            for (const auto& decoder : mDecoders)
+                decoder->decode(*mPacket);
+            av_packet_unref(mPacket.get());
         }
-        if (mPacket->stream_index == mStream->index && avcodec_send_packet(mCodec.get(), mPacket.get()) < 0)
-            ++mDamaged;
-        av_packet_unref(mPacket.get());
+        if (mDecoders.size() == 1) return;
+        const std::size_t most = longest();
+        const std::size_t least = mEnded ? most : most - std::min(most, kLargestLag);
+        for (const auto& decoder : mDecoders)
+            decoder->extendTo(least);
     }
 
-    void append() {
-        if (!matchesResampler()) makeResampler();
-        fillGap();
-        convert(const_cast<const std::uint8_t**>(mFrame->extended_data), mFrame->nb_samples);
-        av_frame_unref(mFrame.get());
+    void noteTime() {
+        const AVRational base = mMedia->streams[mPacket->stream_index]->time_base;
+        if (mPacket->pts == AV_NOPTS_VALUE) return;
+        const double start =
+            mMedia->start_time == AV_NOPTS_VALUE ? 0.0 : seconds(mMedia->start_time, AV_TIME_BASE_Q);
+        mReadTo = std::max(mReadTo, seconds(mPacket->pts + mPacket->duration, base) - start);
     }
 
-    bool matchesResampler() const {
-        return mResampler && mFrame->format == mFormat && mFrame->sample_rate == mRate &&
-               mFrame->ch_layout.nb_channels == mChannels;
-    }
-
-    void makeResampler() {
-        flushResampler();
-        AVChannelLayout from{};
-        if (mFrame->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC)
-            av_channel_layout_default(&from, mFrame->ch_layout.nb_channels);
-        else
-            av_channel_layout_copy(&from, &mFrame->ch_layout);
-        AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
-        SwrContext* context = nullptr;
-        const int made =
-            swr_alloc_set_opts2(&context, &mono, AV_SAMPLE_FMT_S16, kSampleRate, &from,
-                                static_cast<AVSampleFormat>(mFrame->format), mFrame->sample_rate, 0, nullptr);
-        av_channel_layout_uninit(&from);
-        mResampler.reset(context);
-        if (made < 0 || swr_init(mResampler.get()) < 0)
-            throw Failure("holds sound that cannot be converted to 16,000 samples a second");
-        mFormat = mFrame->format;
-        mRate = mFrame->sample_rate;
-        mChannels = mFrame->ch_layout.nb_channels;
-    }
-
-    void fillGap() {
-        if (mFrame->best_effort_timestamp == AV_NOPTS_VALUE) return;
-        const double start = mMedia->start_time == AV_NOPTS_VALUE
-                                 ? 0.0
-                                 : static_cast<double>(mMedia->start_time) / AV_TIME_BASE;
-        const double time =
-            static_cast<double>(mFrame->best_effort_timestamp) * av_q2d(mStream->time_base) - start;
-        const std::int64_t due = std::llround(time * kSampleRate);
-        const std::int64_t gap = due - mProduced - swr_get_delay(mResampler.get(), kSampleRate);
-        if (gap >= kSmallestGap && gap <= kLongestGap) {
-            mReady.insert(mReady.end(), static_cast<std::size_t>(gap), 0);
-            mProduced += gap;
+    std::vector<float> mixed(std::size_t count) {
+        while (mMixed.size() < count && ready() > 0) {
+            const std::size_t piece = std::min(ready(), count);
+            std::vector<std::vector<float>> tracks;
+            for (const auto& decoder : mDecoders)
+                tracks.push_back(decoder->take(piece));
+            mMix->add(tracks);
+            mMix->take(mMixed, mEnded && ready() == 0);
+            while (!mEnded && ready() == 0)
+                feed();
         }
-    }
-
-    void flushResampler() {
-        if (mResampler) convert(nullptr, 0);
-    }
-
-    void convert(const std::uint8_t** samples, int count) {
-        const int room = swr_get_out_samples(mResampler.get(), count);
-        const std::size_t before = mReady.size();
-        mReady.resize(before + static_cast<std::size_t>(std::max(room, 0)));
-        auto* target = reinterpret_cast<std::uint8_t*>(mReady.data() + before);
-        const int made = std::max(swr_convert(mResampler.get(), &target, room, samples, count), 0);
-        mReady.resize(before + static_cast<std::size_t>(made));
-        mProduced += made;
+        const auto end = mMixed.begin() + static_cast<std::ptrdiff_t>(std::min(count, mMixed.size()));
+        std::vector<float> samples(mMixed.begin(), end);
+        mMixed.erase(mMixed.begin(), end);
+        return samples;
     }
 
     Owned<AVFormatContext> mMedia;
-    Owned<AVFrame> mFrame;
     Owned<AVPacket> mPacket;
-    Owned<AVCodecContext> mCodec;
-    Owned<SwrContext> mResampler;
-    const AVStream* mStream = nullptr;
+    std::size_t mTracks;
+    std::vector<std::unique_ptr<TrackDecoder>> mDecoders;
+    std::optional<Downmix> mMix;
+    std::vector<float> mMixed;
     std::string mDescription;
-    int mFormat = -1;
-    int mRate = 0;
-    int mChannels = 0;
-    std::vector<std::int16_t> mReady;
-    std::int64_t mProduced = 0;
+    double mReadTo = 0.0;
     std::size_t mDamaged = 0;
     bool mEnded = false;
 };
 
-AudioReader::AudioReader(const std::filesystem::path& file) {
+AudioReader::AudioReader(const std::filesystem::path& file, TrackChoice tracks) {
     av_log_set_level(AV_LOG_QUIET);
-    mDecoder = std::make_unique<Decoder>(file);
+    mImpl = std::make_unique<Impl>(file, tracks);
 }
 
 AudioReader::~AudioReader() = default;
 
-std::vector<std::int16_t> AudioReader::read(std::size_t count) {
-    return mDecoder->read(count);
+std::vector<float> AudioReader::read(std::size_t count) {
+    return mImpl->read(count);
 }
 
 const std::string& AudioReader::trackDescription() const {
-    return mDecoder->description();
+    return mImpl->description();
+}
+
+unsigned AudioReader::trackCount() const {
+    return mImpl->tracks();
+}
+
+unsigned AudioReader::firstTrack() const {
+    return mImpl->firstTrack();
 }
 
 double AudioReader::claimedDuration() const {
-    return mDecoder->claimedDuration();
+    return mImpl->claimedDuration();
+}
+
+double AudioReader::readDuration() const {
+    return mImpl->readDuration();
 }
 
 std::size_t AudioReader::damagedPieces() const {
-    return mDecoder->damagedPieces();
+    return mImpl->damagedPieces();
 }
 
 } // namespace kestrel

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,29 +12,43 @@ namespace kestrel {
 
 inline constexpr int kSampleRate = 16000; ///< What the speech engines take.
 
-/// The sound of a media file as mono 16-bit samples at 16,000 per second, decoded as it is asked for.
+/// Which audio tracks of a file are read.
+struct TrackChoice {
+    enum class Kind { Best, One, All };
+    Kind kind = Kind::Best; ///< Best: the one that FFmpeg prefers. All: mixed to one.
+    unsigned number = 0;    ///< For One: among the audio tracks, from 1.
+};
+
+/// The audio of a media file as mono samples from -1 to 1, at 16,000 per second, decoded as it is asked for.
+/// A mix of several tracks may go beyond that range.
 ///
-/// Samples keep to the file's clock: where sound begins late or pauses, silence is put, so that the position
+/// Samples keep to the file's clock: where audio begins late or pauses, silence is put, so that the position
 /// of a sample is its time in the clip.
 class AudioReader {
 public:
-    /// Opens the best sound track of any file that FFmpeg reads.
-    /// @throws Failure when the file is not media or holds no sound.
-    explicit AudioReader(const std::filesystem::path& file);
+    /// Opens any file that FFmpeg reads.
+    /// @throws Failure when the file is not media or does not have the audio that is asked for.
+    explicit AudioReader(const std::filesystem::path& file, TrackChoice tracks = {});
     ~AudioReader();
 
     /// The next `count` samples; fewer only at the end, and then none.
-    std::vector<std::int16_t> read(std::size_t count);
-    /// Which track is read, for people.
+    std::vector<float> read(std::size_t count);
+    /// What is read, for people.
     const std::string& trackDescription() const;
+    /// Number of audio tracks in the file.
+    unsigned trackCount() const;
+    /// Number of the track that is read, or of the first one of several.
+    unsigned firstTrack() const;
     /// Length that the file claims, in seconds; 0 when it does not say.
     double claimedDuration() const;
+    /// How far the file could be read, in seconds, counting all its tracks, picture too.
+    double readDuration() const;
     /// Pieces of the file that could not be decoded so far.
     std::size_t damagedPieces() const;
 
 private:
-    class Decoder;
-    std::unique_ptr<Decoder> mDecoder;
+    class Impl;
+    std::unique_ptr<Impl> mImpl;
 };
 
 } // namespace kestrel

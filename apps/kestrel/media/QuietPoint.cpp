@@ -2,18 +2,18 @@
 
 #include "apps/kestrel/media/AudioReader.h"
 
-#include <cstdlib>
+#include <cmath>
 
 namespace kestrel {
 
-std::size_t quietestPoint(std::span<const std::int16_t> samples) {
+std::size_t quietestPoint(std::span<const float> samples) {
     constexpr std::size_t window = kSampleRate / 5;
     if (samples.size() <= window) return samples.size();
-    const auto loudness = [&](std::size_t i) { return static_cast<std::int64_t>(std::abs(samples[i])); };
-    std::int64_t sum = 0;
+    const auto loudness = [&](std::size_t i) { return static_cast<double>(std::abs(samples[i])); };
+    double sum = 0.0;
     for (std::size_t i = 0; i < window; ++i)
         sum += loudness(i);
-    std::int64_t lowest = sum;
+    double lowest = sum;
     std::size_t start = 0;
     for (std::size_t i = window; i < samples.size(); ++i) {
         sum += loudness(i) - loudness(i - window);

@@ -1,6 +1,7 @@
 #include "apps/kestrel/services/Engine.h"
 
 #include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/home/Recognisers.h"
 #include "apps/kestrel/services/Services.h"
 #include "apps/kestrel/services/Store.h"
 #include "kestrelml/stt/KsNNSpeechToTextCYTHON.h"
@@ -24,6 +25,7 @@ std::unique_ptr<KsNNSpeechToTextInterface> makeServiceEngine(const Home& home) {
 }
 
 std::unique_ptr<KsNNSpeechToTextInterface> makeEmbeddedEngine(const Home& home) {
+    RecogniserSettings::announce(RecogniserSettings::fileOfThisProcess(home));
     KsNNSpeechToTextCYTHON::EarlyLoadLibrary();
     return std::make_unique<KsNNSpeechToTextCYTHON>(0, 0, 0, false, modelFolder().string(),
                                                     home.logFolder().string());

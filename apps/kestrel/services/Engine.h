@@ -10,6 +10,9 @@ namespace kestrel {
 
 enum class EngineKind { Service, Embedded, Ctc };
 
+/// In place of a language's code: the recogniser finds the language.
+inline constexpr const char* kFoundLanguage = "auto";
+
 /// A new engine of the transcription module, in the service or embedded, ready for use. Engines of one kind
 /// share the running transcription's progress and cancellation.
 /// @throws Failure when the speech service is not running or the models are missing.

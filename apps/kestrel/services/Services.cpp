@@ -3,6 +3,7 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/home/Recognisers.h"
 
 #include <Poco/Exception.h>
 #include <fmt/format.h>
@@ -127,6 +128,7 @@ RunningService Services::spawn(Service service, int port) const {
         arguments.emplace_back("--data");
         arguments.push_back(mHome.indexData().string());
     }
+    if (service == Service::Speech) RecogniserSettings::announce(RecogniserSettings::fileOfService(mHome));
     return RunningService{"", startDetached(program, arguments, logFile(service))};
 }
 
