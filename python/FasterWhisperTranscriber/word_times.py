@@ -20,6 +20,7 @@ SPEECH_BELOW_PEAK_DB = 30.0
 SPEECH_ABOVE_FLOOR_DB = 8.0
 LEAST_RANGE_DB = 15.0  # with less between loud and soft, noise or music fills the pauses, too
 Samples = npt.NDArray[np.float32]
+LONGEST_TAIL = 0.6  # seconds that a segment's last word may last longer than the recogniser noticed
 PAUSE_MARKS = tuple(".,;:?!…。、，；：？！؟،؛।")
 
 
@@ -120,3 +121,14 @@ def fit_words(words: Sequence[TimedWord], sound: Sound) -> list[TimedWord]:
     for i in range(len(fitted) - 1):
         fitted[i], fitted[i + 1] = share_gap(fitted[i], fitted[i + 1], sound)
     return fitted
+
+
+def fit_last_word(word: TimedWord, following: Optional[TimedWord], sound: Sound) -> TimedWord:
+    """The last word of a segment, extended to where its sound ends; `following` is the next segment's first word."""
+    limit = word.end + LONGEST_TAIL
+    if following is not None:
+        limit = min(limit, following.start)
+    stretches = sound.stretches(word.end, limit)
+    if not stretches or stretches[0][0] - word.end >= FRAME_SECONDS:
+        return word
+    return word._replace(end=max(word.end, min(stretches[0][1], limit)))

@@ -140,7 +140,7 @@ def test_every_language_of_the_recogniser_is_named(tmp_path: Path) -> None:
     assert len(codes) == 99
     language_names.write_table(codes, tmp_path / "Languages.json")
     table = json.loads((tmp_path / "Languages.json").read_text(encoding="utf-8"))
-    assert sorted(table) == sorted(codes)
+    assert sorted(table) == sorted([*codes, "auto"])
     assert table["de"] == {"language": "German", "local": "Deutsch"}
     assert all(names["language"] and names["local"] for names in table.values())
     with pytest.raises(ValueError, match="xx"):

@@ -9,8 +9,9 @@ import numpy as np
 import pytest
 from FasterWhisperTranscriber import Transcriber
 from FasterWhisperTranscriber.model_folder import find_model_folder, model_size_of
+from FasterWhisperTranscriber.settings import read_settings
 from FasterWhisperTranscriber.short_window import trim_padding
-from FasterWhisperTranscriber.word_times import Sound, TimedWord, fit_words
+from FasterWhisperTranscriber.word_times import Sound, TimedWord, fit_last_word, fit_words
 
 RATE = 16000
 FILES = ("model.bin", "config.json", "tokenizer.json")
@@ -98,3 +99,26 @@ def test_even_noise_tells_nothing(seconds: float) -> None:
     words = [TimedWord(0.1, 0.4, " a", 0.5), TimedWord(0.4, 0.9, " b", 0.5)]
     assert fit_words(words, sound_of(seconds=seconds)) == words
     assert fit_words([], sound_of()) == []
+
+
+def test_a_last_word_ends_where_its_sound_ends() -> None:
+    samples = np.full(2 * RATE, 1e-4, np.float32)
+    samples[: int(0.8 * RATE)] = 0.3
+    samples[int(1.2 * RATE) :] = 0.3
+    sound = Sound(samples, RATE)
+    word = TimedWord(0.2, 0.5, "word", 0.9)
+    assert fit_last_word(word, None, sound).end == pytest.approx(0.8, abs=0.011)
+    assert fit_last_word(word, TimedWord(0.6, 0.7, "next", 0.9), sound).end == pytest.approx(0.6, abs=0.011)
+    assert fit_last_word(word._replace(end=0.9), None, sound).end == 0.9
+    assert fit_last_word(word._replace(start=1.2, end=1.3), None, sound).end == pytest.approx(1.9, abs=0.011)
+
+
+def test_the_settings_choose_the_model(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    settings = tmp_path / "settings.json"
+    monkeypatch.setenv("KESTREL_RECOGNISER_SETTINGS", str(settings))
+    assert read_settings() == (None, None)
+    settings.write_text('{"model": "/m", "terms": "Anna, Ben"}')
+    assert read_settings() == ("/m", "Anna, Ben")
+    settings.write_text("[]")
+    with pytest.raises(ValueError, match="settings.json' cannot be read"):
+        read_settings()
