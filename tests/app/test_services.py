@@ -230,7 +230,7 @@ def test_files_that_cannot_be_transcribed_are_told_one_by_one(kestrel: Kestrel, 
     assert [clip["file"] for clip in clips] == [str(file) for file in files]
     errors = [clip["error"] for clip in clips]
     assert all("is not a media file" in error for error in errors[:3]), errors
-    assert errors[3] == "holds no sound"
+    assert errors[3] == "holds no audio"
     assert "No such file" in errors[4] and "folder" in errors[5]
     for clip in clips:
         assert f"{clip['name']}  failed: {clip['error']}" in result.err

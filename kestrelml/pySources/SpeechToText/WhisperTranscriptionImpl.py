@@ -603,7 +603,8 @@ def spans_with_language(
 ) -> Iterable[tuple[Any, Any, Optional[str]]]:
     """Start, end and language of what is recognised in one go. When no language is selected, a recogniser that can
     tell where the language changes is asked."""
-    if selected_language in (None, detect_language) and hasattr(transcriber, "find_languages"):
+    can_find = hasattr(type(transcriber), "find_languages")
+    if can_find and selected_language in (None, detect_language):
         return transcriber.find_languages(audio, list(voiced_spans))  # type: ignore[no-any-return]
     return [(span["start"], span["end"], selected_language) for span in voiced_spans]
 
