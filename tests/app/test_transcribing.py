@@ -71,7 +71,7 @@ def test_languages_are_found_where_they_change(kestrel: Kestrel, tmp_path: Path)
 def test_a_long_clip_is_stored_part_by_part_and_continued(kestrel: Kestrel, tmp_path: Path) -> None:
     file = make_media(tmp_path / "long.wav", "-i", SPEECH / "conversation_en.wav")
     arguments = ("transcribe", file, "--project", PROJECT, "--language", "en")
-    kestrel.environment["KESTREL_PART_MINUTES"] = "0.35"
+    kestrel.environment["KESTREL_PART_MINUTES"] = "0.45"
     try:
         process = kestrel.start(*arguments)
         while not (stored := kestrel.run("show", file, "--project", PROJECT, "--json")).code == 0:
