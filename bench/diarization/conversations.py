@@ -51,7 +51,7 @@ class Voice:
     """The recordings of one voice, handed out in random order, each once before any comes again."""
 
     def __init__(self, folder: Path, chance: random.Random) -> None:
-        clips = [_read(path) for path in sorted(folder.glob("*.wav"))]
+        clips = [read_wav(path) for path in sorted(folder.glob("*.wav"))]
         self.name = folder.name
         self._clips = [clip for clip in clips if len(clip) >= _SHORT_ANSWER * SAMPLE_RATE]
         self._answers = [clip for clip in clips if len(clip) < _SHORT_ANSWER * SAMPLE_RATE]
@@ -127,7 +127,7 @@ def _between_pauses(spoken: Audio) -> list[tuple[int, int]]:
     return [(int(begin) * _FRAME, int(end) * _FRAME) for begin, end in zip(begins, ends)]
 
 
-def _read(path: Path) -> Audio:
+def read_wav(path: Path) -> Audio:
     with wave.open(str(path), "rb") as file:
         samples = np.frombuffer(file.readframes(file.getnframes()), "<i2")
     scaled: Audio = samples.astype(np.float32) / np.float32(32768)

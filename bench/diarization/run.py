@@ -35,11 +35,8 @@ from SpeechToText import WhisperTranscriptionImpl as speech
 
 from conversations import SAMPLE_RATE, Conversation, converse
 from scoring import Score, score
+from voice_sets import VOICES
 
-VOICES = {
-    "tuning": ("en_allison", "fr_june", "it_carlo", "es_colombia", "cs_small_fish", "cs_big_fish"),
-    "unseen": ("it_menardi", "ru_ivrvoice", "fr_armelle", "nl_small_fish", "nl_big_fish"),
-}
 # Two voices of one language, which is told to the recogniser: it cannot end a phrase where the language changes.
 PAIRS = (("es_allison", "es_colombia"), ("cs_small_fish", "cs_big_fish"), ("fr_june", "fr_armelle"),
          ("it_carlo", "it_menardi"), ("nl_small_fish", "nl_big_fish"), ("en_allison", "en_librivox"))

@@ -9,6 +9,7 @@ import numpy as np
 import onnxruntime
 
 from diarize.speech_islands import Audio, find_islands
+from diarize.telephone import without_line
 from diarize.utils import Range
 from diarize.voices import Labels, Vectors, group
 
@@ -65,7 +66,7 @@ def cluster(embeddings_list: Vectors, sparsity_threshold: float, max_num_spks: i
         raise ValueError(f"at least one speaker must be allowed, not {max_num_spks}")
     if not len(embeddings_list):
         return np.empty(0, np.int64)
-    return group(np.asarray(embeddings_list), sparsity_threshold, max_num_spks)
+    return group(without_line(np.asarray(embeddings_list)), sparsity_threshold, max_num_spks)
 
 
 def _cut_windows(island: Range, window: float, period: float) -> list[Range]:
