@@ -149,31 +149,28 @@ def test_searches(clients: list[Client], body: dict[str, Any], expected: str) ->
         assert ours == about(answer)
 
 
-@pytest.mark.parametrize(
-    ("method", "path", "body", "status", "error"),
-    [
-        ("GET", "absent_rel", None, 404, "index_not_found_exception"),
-        ("GET", "absent_rel/_count", None, 404, "index_not_found_exception"),
-        ("GET", f"{INDEX}/_doc/absent", None, 404, None), ("DELETE", f"{INDEX}/_doc/absent", None, 404, None),
-        ("POST", f"{INDEX}/_doc/d0000?op_type=create", {"KSNNlock": True}, 409, "version_conflict_engine_exception"),
-        ("POST", f"{INDEX}/_update/absent", {"doc": {"a": 1}}, 404, "document_missing_exception"),
-        ("PUT", INDEX, None, 400, "resource_already_exists_exception"),
-        ("PUT", "Upper", None, 400, "invalid_index_name_exception"),
-        ("GET", f"{INDEX}/_search", {"size": 10001}, 400, "search_phase_execution_exception"),
-        ("GET", f"{INDEX}/_search?scroll=1m", {"size": 10001}, 400, "search_phase_execution_exception"),
-        ("GET", f"{INDEX}/_search", {"query": {"foo": {}}}, 400, "parsing_exception"),
-        ("GET", f"{INDEX}/_search", {"sort": ["transcript"]}, 400, "search_phase_execution_exception"),
-        ("GET", f"{INDEX}/_search", {"query": term("segment", "x")}, 400, "search_phase_execution_exception"),
-        ("GET", "a/b/c", None, 400, None), ("PUT", f"{INDEX}/_search", None, 405, None),
-        ("GET", f"{INDEX}/_search?colour=1", None, 400, "illegal_argument_exception"),
-        ("DELETE", "*", None, 400, "illegal_argument_exception"),
-        ("DELETE", "_security/user/ghost", None, 404, None), ("DELETE", "_security/role/ghost", None, 404, None),
-        ("POST", f"{INDEX}/_doc", {"segment": "x"}, 400, "document_parsing_exception"),
-        ("POST", f"{INDEX}/_doc", None, 400, "parse_exception"),
-        ("PUT", f"{INDEX}/_bulk", "{}", 400, "illegal_argument_exception"),
-        ("POST", f"{INDEX}/_delete_by_query", {}, 400, "action_request_validation_exception"),
-    ],
-)
+@pytest.mark.parametrize(("method", "path", "body", "status", "error"), [
+    ("GET", "absent_rel", None, 404, "index_not_found_exception"),
+    ("GET", "absent_rel/_count", None, 404, "index_not_found_exception"),
+    ("GET", f"{INDEX}/_doc/absent", None, 404, None), ("DELETE", f"{INDEX}/_doc/absent", None, 404, None),
+    ("POST", f"{INDEX}/_doc/d0000?op_type=create", {"KSNNlock": True}, 409, "version_conflict_engine_exception"),
+    ("POST", f"{INDEX}/_update/absent", {"doc": {"a": 1}}, 404, "document_missing_exception"),
+    ("PUT", INDEX, None, 400, "resource_already_exists_exception"),
+    ("PUT", "Upper", None, 400, "invalid_index_name_exception"),
+    ("GET", f"{INDEX}/_search", {"size": 10001}, 400, "search_phase_execution_exception"),
+    ("GET", f"{INDEX}/_search?scroll=1m", {"size": 10001}, 400, "search_phase_execution_exception"),
+    ("GET", f"{INDEX}/_search", {"query": {"foo": {}}}, 400, "parsing_exception"),
+    ("GET", f"{INDEX}/_search", {"sort": ["transcript"]}, 400, "search_phase_execution_exception"),
+    ("GET", f"{INDEX}/_search", {"query": term("segment", "x")}, 400, "search_phase_execution_exception"),
+    ("GET", "a/b/c", None, 400, None), ("PUT", f"{INDEX}/_search", None, 405, None),
+    ("GET", f"{INDEX}/_search?colour=1", None, 400, "illegal_argument_exception"),
+    ("DELETE", "*", None, 400, "illegal_argument_exception"),
+    ("DELETE", "_security/user/ghost", None, 404, None), ("DELETE", "_security/role/ghost", None, 404, None),
+    ("POST", f"{INDEX}/_doc", {"segment": "x"}, 400, "document_parsing_exception"),
+    ("POST", f"{INDEX}/_doc", None, 400, "parse_exception"),
+    ("PUT", f"{INDEX}/_bulk", "{}", 400, "illegal_argument_exception"),
+    ("POST", f"{INDEX}/_delete_by_query", {}, 400, "action_request_validation_exception"),
+])
 def test_refusals(clients: list[Client], method: str, path: str, body: Any, status: int, error: str | None) -> None:
     def cause(answer: Answer) -> Any:
         """Type of the error and of its root, or the keys of an answer that has none."""

@@ -61,19 +61,16 @@ def test_index_life(client: Client) -> None:
     assert client("GET", "life_rel/_count").status == 404
 
 
-@pytest.mark.parametrize(
-    ("name", "body", "error"),
-    [
-        ("Upper_rel", None, "invalid_index_name_exception"),
-        ("bad%20name", None, "invalid_index_name_exception"),
-        ("x" * 256, None, "invalid_index_name_exception"),
-        ("odd_rel", '{"settings": {"number_of_shards": "many"}}', "illegal_argument_exception"),
-        ("odd_rel", '{"settings": {"colour": 1}}', "illegal_argument_exception"),
-        ("odd_rel", '{"mappings": {"properties": {"a": {"type": "shape"}}}}', "mapper_parsing_exception"),
-        ("odd_rel", '{"mappings": {"dynamic": "strict"}}', "mapper_parsing_exception"),
-        ("odd_rel", '{"mappings"', "x_content_parse_exception"),
-    ],
-)
+@pytest.mark.parametrize(("name", "body", "error"), [
+    ("Upper_rel", None, "invalid_index_name_exception"),
+    ("bad%20name", None, "invalid_index_name_exception"),
+    ("x" * 256, None, "invalid_index_name_exception"),
+    ("odd_rel", '{"settings": {"number_of_shards": "many"}}', "illegal_argument_exception"),
+    ("odd_rel", '{"settings": {"colour": 1}}', "illegal_argument_exception"),
+    ("odd_rel", '{"mappings": {"properties": {"a": {"type": "shape"}}}}', "mapper_parsing_exception"),
+    ("odd_rel", '{"mappings": {"dynamic": "strict"}}', "mapper_parsing_exception"),
+    ("odd_rel", '{"mappings"', "x_content_parse_exception"),
+])
 def test_index_refused(client: Client, name: str, body: str | None, error: str) -> None:
     answer = client("PUT", name, body)
     assert (answer.status, answer.error_type) == (400, error)
@@ -100,20 +97,17 @@ def test_document_without_identifier(client: Client, index: str) -> None:
     assert len(ids) == 3 and set(search(client, index, {"match_all": {}}).ids) == ids
 
 
-@pytest.mark.parametrize(
-    ("body", "status", "error"),
-    [
-        ("", 400, "parse_exception"),
-        ("[1]", 400, "document_parsing_exception"),
-        ('{"a": ', 400, "x_content_parse_exception"),
-        ('{"segment": "zero"}', 400, "document_parsing_exception"),
-        ('{"segment": 99999999999999999999}', 400, "document_parsing_exception"),
-        ('{"progressComplete": 1}', 400, "document_parsing_exception"),
-        ('{"transcript": {"text": "x"}}', 400, "document_parsing_exception"),
-        ('{"projectList": "A"}', 400, "document_parsing_exception"),
-        ('{"a":' * 25 + "1" + "}" * 25, 400, "document_parsing_exception"),
-    ],
-)
+@pytest.mark.parametrize(("body", "status", "error"), [
+    ("", 400, "parse_exception"),
+    ("[1]", 400, "document_parsing_exception"),
+    ('{"a": ', 400, "x_content_parse_exception"),
+    ('{"segment": "zero"}', 400, "document_parsing_exception"),
+    ('{"segment": 99999999999999999999}', 400, "document_parsing_exception"),
+    ('{"progressComplete": 1}', 400, "document_parsing_exception"),
+    ('{"transcript": {"text": "x"}}', 400, "document_parsing_exception"),
+    ('{"projectList": "A"}', 400, "document_parsing_exception"),
+    ('{"a":' * 25 + "1" + "}" * 25, 400, "document_parsing_exception"),
+])
 def test_document_refused(client: Client, index: str, body: str, status: int, error: str) -> None:
     write(client, index, segment(0))
     answer = client("POST", f"{index}/_doc/x", body)
@@ -131,18 +125,15 @@ def test_update(client: Client, index: str) -> None:
     assert client("POST", f"{index}/_update/1", {"doc": {}, "upsert": {}}).status == 400
 
 
-@pytest.mark.parametrize(
-    ("query", "expected"),
-    [
-        ({"term": {"segment": {"value": "1"}}}, {1}),
-        ({"terms": {"projectGuidList.keyword": ["B", "C"]}}, {2, 3}),
-        ({"bool": {"must": {"term": {"segment": 0}}, "should": {"match": {"transcript": "nothing"}}}}, {0}),
-        ({"bool": {"should": [{"term": {"segment": 0}}, {"term": {"mediaGuid.keyword": "clip-1"}}],
-                   "minimum_should_match": 2}}, {0}),
-        ({"match": {"transcript": {"query": "words 2", "operator": "and"}}}, {2}),
-        ({"term": {"projectList.projectGuid": "A"}}, set()),
-    ],
-)
+@pytest.mark.parametrize(("query", "expected"), [
+    ({"term": {"segment": {"value": "1"}}}, {1}),
+    ({"terms": {"projectGuidList.keyword": ["B", "C"]}}, {2, 3}),
+    ({"bool": {"must": {"term": {"segment": 0}}, "should": {"match": {"transcript": "nothing"}}}}, {0}),
+    ({"bool": {"should": [{"term": {"segment": 0}}, {"term": {"mediaGuid.keyword": "clip-1"}}],
+               "minimum_should_match": 2}}, {0}),
+    ({"match": {"transcript": {"query": "words 2", "operator": "and"}}}, {2}),
+    ({"term": {"projectList.projectGuid": "A"}}, set()),
+])
 def test_queries(client: Client, index: str, query: Document, expected: set[int]) -> None:
     write(client, index, segment(0), segment(1), segment(2, projects=("A", "B")), segment(3, "clip-2", ("C",)))
     answer = search(client, index, query)
@@ -151,23 +142,20 @@ def test_queries(client: Client, index: str, query: Document, expected: set[int]
     assert client("POST", f"{index}/_count", {"query": query}).json["count"] == len(expected)
 
 
-@pytest.mark.parametrize(
-    ("body", "cause"),
-    [
-        ({"query": {"match_phrase": {"a": "b"}}}, "parsing_exception: unknown query [match_phrase]"),
-        ({"query": {"term": {"a": 1, "b": 2}}}, "parsing_exception: [term] query doesn't support multiple fields"),
-        ({"query": {"term": {"segment": "x"}}}, "query_shard_exception: failed to create query"),
-        ({"query": {"nested": {"path": "absent", "query": {"match_all": {}}}}}, "query_shard_exception: failed"),
-        ({"query": {"match": {"transcript": {"query": "a", "fuzziness": 3}}}}, "illegal_argument_exception: Valid edit"),
-        ({"sort": [{"_id": "asc"}]}, "illegal_argument_exception: Fielddata access on the _id field"),
-        ({"size": 10001}, "illegal_argument_exception: Result window is too large"),
-        ({"size": -1}, "illegal_argument_exception: [size] parameter cannot be negative"),
-        ({"highlight": {}}, "parsing_exception: Unknown key for a START_OBJECT in [highlight]."),
-        ({"aggs": {"a": {"sum": {}}}}, "parsing_exception: Unknown aggregation type [sum]"),
-        ({"query": {"script_score": {"query": {"match_all": {}}, "script": {"source": "1"}}}},
-         "illegal_argument_exception: this service runs a fixed set of scripts"),
-    ],
-)
+@pytest.mark.parametrize(("body", "cause"), [
+    ({"query": {"match_phrase": {"a": "b"}}}, "parsing_exception: unknown query [match_phrase]"),
+    ({"query": {"term": {"a": 1, "b": 2}}}, "parsing_exception: [term] query doesn't support multiple fields"),
+    ({"query": {"term": {"segment": "x"}}}, "query_shard_exception: failed to create query"),
+    ({"query": {"nested": {"path": "absent", "query": {"match_all": {}}}}}, "query_shard_exception: failed"),
+    ({"query": {"match": {"transcript": {"query": "a", "fuzziness": 3}}}}, "illegal_argument_exception: Valid edit"),
+    ({"sort": [{"_id": "asc"}]}, "illegal_argument_exception: Fielddata access on the _id field"),
+    ({"size": 10001}, "illegal_argument_exception: Result window is too large"),
+    ({"size": -1}, "illegal_argument_exception: [size] parameter cannot be negative"),
+    ({"highlight": {}}, "parsing_exception: Unknown key for a START_OBJECT in [highlight]."),
+    ({"aggs": {"a": {"sum": {}}}}, "parsing_exception: Unknown aggregation type [sum]"),
+    ({"query": {"script_score": {"query": {"match_all": {}}, "script": {"source": "1"}}}},
+     "illegal_argument_exception: this service runs a fixed set of scripts"),
+])
 def test_search_refused(client: Client, index: str, body: Document, cause: str) -> None:
     write(client, index, segment(0))
     answer = client("GET", f"{index}/_search", body)
@@ -314,13 +302,10 @@ def test_semantic_scores(client: Client, index: str) -> None:
     assert "different number of dimensions" in client("POST", f"{index}/_doc", {"semanticImageVector": [0.5] * 200}).text
 
 
-@pytest.mark.parametrize(
-    ("method", "path", "status"),
-    [
-        ("PATCH", "x", 405), ("DELETE", "x/_search", 405), ("GET", "_cat/indices", 400),
-        ("GET", "x/_doc/1?routing=a", 400), ("POST", "x/_doc/%zz", 400),
-    ],
-)
+@pytest.mark.parametrize(("method", "path", "status"), [
+    ("PATCH", "x", 405), ("DELETE", "x/_search", 405), ("GET", "_cat/indices", 400),
+    ("GET", "x/_doc/1?routing=a", 400), ("POST", "x/_doc/%zz", 400),
+])
 def test_unknown_requests(client: Client, method: str, path: str, status: int) -> None:
     answer = client(method, path)
     assert answer.status == status and "error" in answer.json

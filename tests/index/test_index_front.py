@@ -75,15 +75,12 @@ def test_clients_at_work_do_not_give_way(small: IndexProcess) -> None:
     assert small.stop() == 0
 
 
-@pytest.mark.parametrize(
-    ("authorized", "lines", "status"),
-    [
-        (False, ["POST /x_rel/_doc HTTP/1.1", "Content-Length: 90000000"], b" 401 "),
-        (False, ["POST /x_rel/_doc HTTP/1.1", "Transfer-Encoding: chunked"], b" 401 "),
-        (True, ["POST /x_rel/_doc HTTP/1.1", "Content-Length: 104857601"], b" 413 "),
-        (True, ["POST /%ff/_doc HTTP/1.1", "Content-Length: 90000000"], b" 400 "),
-    ],
-)
+@pytest.mark.parametrize(("authorized", "lines", "status"), [
+    (False, ["POST /x_rel/_doc HTTP/1.1", "Content-Length: 90000000"], b" 401 "),
+    (False, ["POST /x_rel/_doc HTTP/1.1", "Transfer-Encoding: chunked"], b" 401 "),
+    (True, ["POST /x_rel/_doc HTTP/1.1", "Content-Length: 104857601"], b" 413 "),
+    (True, ["POST /%ff/_doc HTTP/1.1", "Content-Length: 90000000"], b" 400 "),
+])
 def test_refused_before_the_body_is_received(service: IndexProcess, authorized: bool, lines: list[str], status: bytes) -> None:
     with connect(service) as connection:
         connection.sendall(head(service, authorized, *lines))

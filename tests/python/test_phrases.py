@@ -51,17 +51,14 @@ def test_empty_segments_vanish_with_their_words(text_module: Any) -> None:
     assert [words(phrase) for phrase in phrases] == [["All", "is", "well."]]
 
 
-@pytest.mark.parametrize(
-    "text, recognised, expected",
-    [
-        ("New-York", [" New", "-York"], [("New", 0, 0.25), ("-York", 0.25, 0.5)]),
-        ("ice-cream", [" ice-cream"], [("ice", 0, 0.25), ("cream", 0, 0.25)]),
-        ("cannot go", [" can", "not", " go"], [("cannot", 0, 0.5), ("go", 0.5, 0.75)]),
-        ("3.5 dollars", [" 3", ".5", " dollars"], [("3.5", 0, 0.5), ("dollars", 0.5, 0.75)]),
-        ("uh ... yes", [" uh", " ...", " yes"], [("uh", 0, 0.25), ("...", 0.25, 0.5), ("yes", 0.5, 0.75)]),
-        ("cannot", [" can"], [("can", 0, 0.25)]),  # more text than records: what there is
-    ],
-)
+@pytest.mark.parametrize("text, recognised, expected", [
+    ("New-York", [" New", "-York"], [("New", 0, 0.25), ("-York", 0.25, 0.5)]),
+    ("ice-cream", [" ice-cream"], [("ice", 0, 0.25), ("cream", 0, 0.25)]),
+    ("cannot go", [" can", "not", " go"], [("cannot", 0, 0.5), ("go", 0.5, 0.75)]),
+    ("3.5 dollars", [" 3", ".5", " dollars"], [("3.5", 0, 0.5), ("dollars", 0.5, 0.75)]),
+    ("uh ... yes", [" uh", " ...", " yes"], [("uh", 0, 0.25), ("...", 0.25, 0.5), ("yes", 0.5, 0.75)]),
+    ("cannot", [" can"], [("can", 0, 0.25)]),  # more text than records: what there is
+])
 def test_words_get_the_times_of_their_letters(
     text_module: Any, text: str, recognised: list[str], expected: list[tuple[str, float, float]]
 ) -> None:

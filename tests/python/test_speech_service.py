@@ -67,24 +67,21 @@ def test_upload_limit_is_reported(service: SpeechProcess) -> None:
     assert refused["success"] is False and "the limit is 0.01 hours" in refused["error"]
 
 
-@pytest.mark.parametrize(
-    "method, path, body, headers, status, error",
-    [
-        ("PUT", "/stt_progress", b"{}", {**JSON, "Origin": "http://page.example"}, 403, "web pages"),
-        ("PUT", "/stt_progress", b"{}", {**JSON, "Host": "page.example"}, 403, "'page.example'"),
-        ("PUT", "/stt_progress", b"{}", {**JSON, "Host": "127.0.0.1.page.example:5000"}, 403, "loopback"),
-        ("PUT", "/stt_progress", b"{}", {**JSON, "Host": "[::1"}, 403, "loopback"),
-        ("PUT", "/stt_progress", b"{}", {"Content-Type": "text/plain"}, 415, "'text/plain'"),
-        ("PUT", "/stt_progress", b"{", JSON, 400, "not valid JSON"),
-        ("PUT", "/stt_progress", b"[" * 100_000, JSON, 400, "not valid JSON"),
-        ("PUT", "/stt_progress", b"\xff", JSON, 400, "not valid JSON"),
-        ("PUT", "/stt_progress", b"[]", JSON, 400, "JSON object"),
-        ("POST", "/stt_progress", b"{}", JSON, 405, "requires PUT"),
-        ("GET", "/stt_cancel", b"", JSON, 405, "requires PUT"),
-        ("GET", "/", b"", JSON, 404, "'/'"),
-        ("PUT", "/stt_progress/x", b"{}", JSON, 404, "'/stt_progress/x'"),
-    ],
-)
+@pytest.mark.parametrize("method, path, body, headers, status, error", [
+    ("PUT", "/stt_progress", b"{}", {**JSON, "Origin": "http://page.example"}, 403, "web pages"),
+    ("PUT", "/stt_progress", b"{}", {**JSON, "Host": "page.example"}, 403, "'page.example'"),
+    ("PUT", "/stt_progress", b"{}", {**JSON, "Host": "127.0.0.1.page.example:5000"}, 403, "loopback"),
+    ("PUT", "/stt_progress", b"{}", {**JSON, "Host": "[::1"}, 403, "loopback"),
+    ("PUT", "/stt_progress", b"{}", {"Content-Type": "text/plain"}, 415, "'text/plain'"),
+    ("PUT", "/stt_progress", b"{", JSON, 400, "not valid JSON"),
+    ("PUT", "/stt_progress", b"[" * 100_000, JSON, 400, "not valid JSON"),
+    ("PUT", "/stt_progress", b"\xff", JSON, 400, "not valid JSON"),
+    ("PUT", "/stt_progress", b"[]", JSON, 400, "JSON object"),
+    ("POST", "/stt_progress", b"{}", JSON, 405, "requires PUT"),
+    ("GET", "/stt_cancel", b"", JSON, 405, "requires PUT"),
+    ("GET", "/", b"", JSON, 404, "'/'"),
+    ("PUT", "/stt_progress/x", b"{}", JSON, 404, "'/stt_progress/x'"),
+])
 def test_wrong_requests(
     service: SpeechProcess, method: str, path: str, body: bytes, headers: dict[str, str], status: int, error: str
 ) -> None:
