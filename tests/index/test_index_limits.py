@@ -160,6 +160,19 @@ def test_scrolls_for_impossible_times(client: Client, index: str, time: str) -> 
     assert client("GET", f"{index}/_search?scroll={time}").status == 400
 
 
+def test_a_search_ends_with_what_it_has_when_its_time_is_up(client: Client, index: str) -> None:
+    client("POST", f"{index}/_doc", {"a": 1})
+    body = {"query": {"bool": {"should": [{"term": {"a": 1}}]}}, "aggs": {"all": {"terms": {"field": "a"}}}}
+    for path, more in ((f"{index}/_search?timeout=1nanos", {}), (f"{index}/_search", {"timeout": "1nanos"})):
+        answer = client("GET", path, {**body, **more})
+        assert answer.json["timed_out"] and answer.hits == [] and answer.json["aggregations"]["all"]["buckets"] == []
+    for time in ("1h", "9e99d", "-1"):
+        answer = client("GET", f"{index}/_search?timeout={time}", body)
+        assert not answer.json["timed_out"] and len(answer.hits) == 1
+    for time in ("1", "nan", "-1s", ""):
+        assert "failed to parse setting [timeout]" in client("GET", f"{index}/_search?timeout={time}", body).cause
+
+
 def test_longs_are_found_to_their_limits(client: Client, index: str) -> None:
     numbers = [2**63 - 1, -(2**63), 2**63 - 2, 2**53 + 1]
     for number in numbers:

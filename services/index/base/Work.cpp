@@ -16,12 +16,21 @@ Work*& Work::current() {
     return work;
 }
 
+Work::Until::Until(std::optional<Clock::time_point> end) : mWork(end ? current() : nullptr) {
+    if (mWork != nullptr) mWork->mUntil = *end;
+}
+
+Work::Until::~Until() {
+    if (mWork != nullptr) mWork->mUntil = Clock::time_point::max();
+}
+
 void checkStillWanted() {
     Work* const work = Work::current();
     if (work == nullptr) return;
     const auto now = Work::Clock::now();
     if (now >= work->mDeadline)
         throw ApiError(504, "search_timeout_exception", "Time exceeded: ask for less, or narrow the query");
+    if (now >= work->mUntil) throw TimedOut();
     if (now < work->mNextLook) return;
     work->mNextLook = now + kLookInterval;
     if (work->mAbandoned())

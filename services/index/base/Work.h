@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 
 namespace kestrel::index {
 
@@ -29,6 +30,19 @@ public:
         Work* mBefore;
     };
 
+    /// Has the current thread's work throw TimedOut from a moment on, for as long as this lives. Without a
+    /// moment, or work, it does nothing.
+    class Until {
+    public:
+        explicit Until(std::optional<Clock::time_point> end);
+        ~Until();
+        Until(const Until&) = delete;
+        Until& operator=(const Until&) = delete;
+
+    private:
+        Work* const mWork;
+    };
+
     /// The current thread's, or null.
     static Work*& current();
 
@@ -37,13 +51,17 @@ private:
     friend void takeMemory(std::size_t bytes);
 
     Clock::time_point mDeadline;
+    Clock::time_point mUntil = Clock::time_point::max();
     Clock::time_point mNextLook{};
     MemoryBudget::Lease& mMemory;
     std::function<bool()> mAbandoned;
 };
 
-/// Throws an ApiError once the current request's time is up (504) or its client is gone. Costs a look at the
-/// clock.
+/// The time that the client itself gave a part of the work is up.
+class TimedOut {};
+
+/// Throws an ApiError once the current request's time is up (504) or its client is gone, and TimedOut once
+/// the time that the client gave is. Costs a look at the clock.
 void checkStillWanted();
 
 /// Counts bytes of an answer against the memory that requests share. Throws an ApiError when it is used up

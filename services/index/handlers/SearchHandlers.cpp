@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <string_view>
 #include <utility>
 
 namespace kestrel::index {
@@ -16,28 +15,17 @@ namespace {
 constexpr int kOptimisticAttempts = 4;
 constexpr auto kLongestScroll = std::chrono::hours(24);
 
-std::string head(const Stopwatch& stopwatch, std::size_t indices) {
-    return fmt::format(R"("took":{},"timed_out":false,"_shards":{})", stopwatch.milliseconds(),
+std::string head(const Stopwatch& stopwatch, bool timedOut, std::size_t indices) {
+    return fmt::format(R"("took":{},"timed_out":{},"_shards":{})", stopwatch.milliseconds(), timedOut,
                        readShards(indices).dump());
 }
 
 std::chrono::seconds parseKeepAlive(const std::string& text) {
-    static constexpr std::pair<std::string_view, double> kUnits[] = {
-        {"ms", 0.001}, {"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}};
-    double amount = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), amount);
-    const std::string_view unit(end, static_cast<std::size_t>(text.data() + text.size() - end));
-    for (const auto& [name, factor] : kUnits) {
-        // Written so that it refuses "nan", which is neither above nor below anything.
-        if (error != std::errc() || unit != name || !(amount > 0)) continue;
-        if (amount * factor <= std::chrono::duration<double>(kLongestScroll).count())
-            return std::chrono::seconds(
-                std::max<std::int64_t>(1, static_cast<std::int64_t>(amount * factor)));
+    const auto time = parseTime(text, "scroll");
+    if (time > kLongestScroll)
         throw illegalArgument(
             fmt::format("Keep alive for request ({}) is too large. It must be less than ([1d]).", text));
-    }
-    throw illegalArgument(
-        fmt::format("failed to parse setting [scroll] with value [{}] as a time value", text));
+    return std::max(std::chrono::seconds(1), std::chrono::duration_cast<std::chrono::seconds>(time));
 }
 
 void checkWindow(const SearchRequest& request, const std::vector<IndexPtr>& indices, bool scroll) {
@@ -141,12 +129,14 @@ private:
     std::string body(const Stopwatch& stopwatch) const {
         std::uint64_t total = 0;
         std::optional<float> maximum;
+        bool timedOut = false;
         for (const Found& found : mFound) {
+            timedOut = timedOut || found.timedOut;
             total += found.total;
             if (found.maximumScore) maximum = std::max(maximum.value_or(0.0F), *found.maximumScore);
         }
-        std::string text =
-            "{" + head(stopwatch, mIndices.size()) + "," + renderHits(total, mRequest, maximum, mHits);
+        std::string text = "{" + head(stopwatch, timedOut, mIndices.size()) + "," +
+                           renderHits(total, mRequest, maximum, mHits);
         if (!mRequest.aggregations.is_null() && !mFound.empty())
             text += R"(,"aggregations":)" + mFound.front().aggregations.dump();
         return text + "}";
@@ -160,7 +150,7 @@ private:
 };
 
 std::string renderPage(const Scrolls::Page& page, const Stopwatch& stopwatch) {
-    return fmt::format(R"({{"_scroll_id":{},{},{}}})", jsonString(page.id), head(stopwatch, 1),
+    return fmt::format(R"({{"_scroll_id":{},{},{}}})", jsonString(page.id), head(stopwatch, page.timedOut, 1),
                        renderHits(page.total, page.request, page.maximumScore, page.hits));
 }
 
@@ -187,6 +177,7 @@ Answer searchIndices(const Services& services, const Request& request, const std
             throw illegalArgument(
                 fmt::format("Failed to parse int parameter [{}] with value [{}]", name, text));
     }
+    if (request.params.contains("timeout")) search.setTimeout(request.param("timeout"));
     const bool scroll = request.params.contains("scroll");
     checkWindow(search, indices, scroll);
     if (scroll) return openScroll(services, request, indices, search, stopwatch);

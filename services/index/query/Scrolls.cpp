@@ -121,13 +121,18 @@ Scrolls::Page Scrolls::next(const std::string& id, std::chrono::seconds keepAliv
 }
 
 Scrolls::Page Scrolls::readPage(const std::string& id, Context& context, WriteQueue& writes) {
-    Page page{id, {}, context.found.total, context.found.maximumScore, context.request};
+    Page page{
+        id, {}, context.found.total, context.found.maximumScore, context.found.timedOut, context.request};
     const std::size_t end = std::min(context.next + context.request.size, context.found.rows.size());
-    for (std::size_t position = context.next; position < end; ++position) {
+    const auto first = context.found.rows.begin();
+    const std::vector<StoredDocument> documents =
+        read(context,
+             {first + static_cast<std::ptrdiff_t>(context.next), first + static_cast<std::ptrdiff_t>(end)},
+             writes);
+    for (std::size_t i = 0; i < documents.size(); ++i) {
         checkStillWanted();
-        page.hits.push_back(renderHit(context.found, position,
-                                      read(context, context.found.rows[position], writes),
-                                      context.request.withSource));
+        page.hits.push_back(
+            renderHit(context.found, context.next + i, documents[i], context.request.withSource));
         takeMemory(page.hits.back().size());
     }
     const std::lock_guard lock(mMutex);
@@ -139,6 +144,7 @@ Scrolls::Page Scrolls::readPage(const std::string& id, Context& context, WriteQu
     ended.index = context.index;
     ended.total = context.found.total;
     ended.maximumScore = context.found.maximumScore;
+    ended.timedOut = context.found.timedOut;
     context.found = std::move(ended);
     context.bytes = 0;
     context.next = 0;
@@ -146,7 +152,22 @@ Scrolls::Page Scrolls::readPage(const std::string& id, Context& context, WriteQu
     return page;
 }
 
-StoredDocument Scrolls::read(const Context& context, RowId row, WriteQueue& writes) try {
+std::vector<StoredDocument> Scrolls::read(const Context& context, const std::vector<RowId>& rows,
+                                          WriteQueue& writes) try {
+    if (auto documents = mStore.read(rows)) return std::move(*documents);
+    std::vector<StoredDocument> documents;
+    for (const RowId row : rows) {
+        checkStillWanted();
+        documents.push_back(readOne(context, row, writes));
+        takeMemory(documents.back().source.size());
+    }
+    return documents;
+} catch (const DamagedRow& e) {
+    context.index->setAside(e.row());
+    throw ApiError(500, "i_o_exception", fmt::format("index [{}]: {}", context.index->name(), e.what()));
+}
+
+StoredDocument Scrolls::readOne(const Context& context, RowId row, WriteQueue& writes) {
     if (auto document = mStore.read(row)) return std::move(*document);
     if (auto kept = readKept(*context.index, row)) return std::move(*kept);
     {
@@ -157,9 +178,6 @@ StoredDocument Scrolls::read(const Context& context, RowId row, WriteQueue& writ
     throw ApiError(
         404, "search_context_missing_exception",
         "the index of the scroll was deleted, or its documents were changed beyond what is kept for scrolls");
-} catch (const DamagedRow& e) {
-    context.index->setAside(row);
-    throw ApiError(500, "i_o_exception", fmt::format("index [{}]: {}", context.index->name(), e.what()));
 }
 
 std::optional<StoredDocument> Scrolls::readKept(const Index& index, RowId row) {

@@ -28,6 +28,7 @@ public:
         std::vector<std::string> hits;
         std::uint64_t total = 0;
         std::optional<float> maximumScore;
+        bool timedOut = false;
         SearchRequest request;
     };
 
@@ -66,7 +67,9 @@ private:
     };
 
     Page readPage(const std::string& id, Context& context, WriteQueue& writes);
-    StoredDocument read(const Context& context, RowId row, WriteQueue& writes);
+    std::vector<StoredDocument> read(const Context& context, const std::vector<RowId>& rows,
+                                     WriteQueue& writes);
+    StoredDocument readOne(const Context& context, RowId row, WriteQueue& writes);
     std::optional<StoredDocument> readKept(const Index& index, RowId row);
     void sweep();
     void dropExpired();

@@ -6,11 +6,17 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <numeric>
+#include <string_view>
+#include <utility>
 
 namespace kestrel::index {
 
 namespace {
+
+/// Longer times are as good as none, and may be beyond what the clock can count.
+constexpr std::chrono::duration<double> kLongest = std::chrono::hours(24);
 
 std::size_t sizeMember(const std::string& key, const Json& value) {
     if (!value.is_number_integer()) throw parsingError(fmt::format("Unknown key for a VALUE in [{}].", key));
@@ -24,7 +30,17 @@ std::size_t sizeMember(const std::string& key, const Json& value) {
 
 /// The best limit of the scored documents, best first; equal scores in document order.
 std::vector<std::pair<Ordinal, float>> best(const Scored& scored, std::size_t limit) {
-    std::vector<std::pair<Ordinal, float>> ranked = scored.scores;
+    const auto before = [](const auto& a, const auto& b) {
+        return a.second != b.second ? a.second > b.second : a.first < b.first;
+    };
+    std::vector<std::pair<Ordinal, float>> ranked;
+    if (limit < scored.scores.size()) {
+        ranked.resize(limit);
+        std::partial_sort_copy(scored.scores.begin(), scored.scores.end(), ranked.begin(), ranked.end(),
+                               before);
+    } else {
+        ranked = scored.scores;
+    }
     // Among the documents with the base score only the first ones can be of use.
     auto own = scored.scores.begin();
     std::size_t added = 0;
@@ -35,11 +51,8 @@ std::vector<std::pair<Ordinal, float>> best(const Scored& scored, std::size_t li
         ranked.emplace_back(*it, scored.base);
         ++added;
     }
-    const auto kept = static_cast<std::ptrdiff_t>(std::min(limit, ranked.size()));
-    std::partial_sort(ranked.begin(), ranked.begin() + kept, ranked.end(), [](const auto& a, const auto& b) {
-        return a.second != b.second ? a.second > b.second : a.first < b.first;
-    });
-    ranked.resize(static_cast<std::size_t>(kept));
+    std::sort(ranked.begin(), ranked.end(), before);
+    ranked.resize(std::min(limit, ranked.size()));
     return ranked;
 }
 
@@ -107,6 +120,21 @@ bool rankByFields(const IndexView& view, DocumentStore& store, const SearchReque
     return true;
 }
 
+/// Gives the documents that the query finds, and brings the first of them in order.
+Bitmap rank(const IndexView& view, DocumentStore& store, const SearchRequest& request, std::size_t limit,
+            Found& found) {
+    const QueryPtr query = QueryCompiler(view, store).compile(request.query);
+    Bitmap documents;
+    if (request.sort.empty() && limit > 0) {
+        rankByScore(view, *query, limit, documents, found);
+        return documents;
+    }
+    documents = query->matches(view.live(0));
+    if (!request.sort.empty() && !rankByFields(view, store, request, *query, documents, limit, found))
+        return {};
+    return documents;
+}
+
 } // namespace
 
 SearchRequest SearchRequest::parse(const Json& body) {
@@ -124,6 +152,8 @@ SearchRequest SearchRequest::parse(const Json& body) {
             request.from = sizeMember(key, value);
         } else if (key == "size") {
             request.size = sizeMember(key, value);
+        } else if (key == "timeout" && value.is_string()) {
+            request.setTimeout(value);
         } else if (key == "_source" && value.is_boolean()) {
             request.withSource = value;
         } else if (key == "track_total_hits" && value.is_boolean()) {
@@ -144,23 +174,42 @@ SearchRequest SearchRequest::parse(const Json& body) {
     return request;
 }
 
+void SearchRequest::setTimeout(const std::string& text) {
+    if (text == "-1") return until.reset();
+    const auto time = parseTime(text, "timeout");
+    until = Work::Clock::now() + std::chrono::duration_cast<Work::Clock::duration>(std::min(time, kLongest));
+}
+
+std::chrono::duration<double> parseTime(const std::string& text, const std::string& setting) {
+    static constexpr std::pair<std::string_view, double> kUnits[] = {
+        {"nanos", 1e-9}, {"micros", 1e-6}, {"ms", 1e-3}, {"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}};
+    double amount = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), amount);
+    const std::string_view unit(end, static_cast<std::size_t>(text.data() + text.size() - end));
+    // Written so that it refuses "nan", which is neither above nor below anything.
+    if (error == std::errc() && amount > 0)
+        for (const auto& [name, factor] : kUnits)
+            if (unit == name) return std::chrono::duration<double>(amount * factor);
+    throw illegalArgument(
+        fmt::format("failed to parse setting [{}] with value [{}] as a time value", setting, text));
+}
+
 Found search(const IndexPtr& index, DocumentStore& store, const SearchRequest& request,
              std::size_t limit) try {
     Found found;
     found.index = index;
     const IndexView view(*index);
-    const QueryPtr query = QueryCompiler(view, store).compile(request.query);
-    Bitmap documents;
-    if (request.sort.empty() && limit > 0) {
-        rankByScore(view, *query, limit, documents, found);
-    } else {
-        documents = query->matches(view.live(0));
-        if (!request.sort.empty() && !rankByFields(view, store, request, *query, documents, limit, found))
-            documents = Bitmap();
+    try {
+        const Work::Until until(request.until);
+        const Bitmap documents = rank(view, store, request, limit, found);
+        found.total = documents.cardinality();
+        if (!request.aggregations.is_null())
+            found.aggregations = aggregate(view, request.aggregations, documents);
+    } catch (const TimedOut&) {
+        found.timedOut = true;
+        if (!request.aggregations.is_null())
+            found.aggregations = aggregate(view, request.aggregations, Bitmap());
     }
-    found.total = documents.cardinality();
-    if (!request.aggregations.is_null())
-        found.aggregations = aggregate(view, request.aggregations, documents);
     return found;
 } catch (const ApiError& e) {
     // What cannot be parsed fails before any index is asked.

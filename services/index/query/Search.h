@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Work.h"
 #include "query/Sort.h"
 #include "storage/WriteQueue.h"
 
@@ -20,6 +21,10 @@ struct SearchRequest {
     bool withSource = true;
     /// Up to how many hits the total is exact; SIZE_MAX for always, nothing for no total.
     std::optional<std::size_t> trackTotal = 10'000;
+    /// When the search ends with what it has found by then.
+    std::optional<Work::Clock::time_point> until;
+    /// Throws an ApiError when the text is no time.
+    void setTimeout(const std::string& text);
 
     static SearchRequest parse(const Json& body);
 };
@@ -34,7 +39,11 @@ struct Found {
     std::vector<SortColumn> columns;
     std::optional<float> maximumScore;
     Json aggregations;
+    bool timedOut = false; ///< the request's time was up: what is missing is not known
 };
+
+/// "1.5s": a positive time with its unit. Throws an ApiError that names the setting.
+std::chrono::duration<double> parseTime(const std::string& text, const std::string& setting);
 
 constexpr std::size_t kMaximumWindow = 10'000;
 
