@@ -67,6 +67,14 @@ Json hashPassword(const std::string& password) {
             {"hash", scrypt(password, salt, kCost, kBlockSize, kParallel)}};
 }
 
+Json unmatchedHash() {
+    return {{"salt", randomId(16)},
+            {"cost", kCost},
+            {"block_size", kBlockSize},
+            {"parallel", kParallel},
+            {"hash", std::string(2 * kHashBytes, '-')}};
+}
+
 bool passwordMatches(const Json& hash, const std::string& password) {
     const std::string expected = hash.at("hash");
     const std::string given =

@@ -88,7 +88,7 @@ std::string Users::resetPassword(const std::string& name) {
 }
 
 bool Users::verify(const std::string& name, const std::string& password) const {
-    static const Json nobody = hashPassword(randomId(16));
+    static const Json nobody = unmatchedHash();
     Json hash;
     {
         const std::shared_lock lock(mMutex);
