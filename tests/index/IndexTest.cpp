@@ -31,7 +31,8 @@ protected:
     std::shared_ptr<kestrel::index::Index> makeIndex() {
         const Json mappings = {
             {"properties",
-             {{"projects", {{"type", "nested"}, {"properties", {{"name", {{"type", "keyword"}}}}}}}}}};
+             {{"vector", {{"type", "dense_vector"}, {"dims", 3}, {"index", false}}},
+              {"projects", {{"type", "nested"}, {"properties", {{"name", {{"type", "keyword"}}}}}}}}}};
         const std::int64_t number = ++mIndices;
         return std::make_shared<kestrel::index::Index>(
             kestrel::index::IndexInfo{number, "test", "uuid", 0, Json::object()},
@@ -101,6 +102,7 @@ Json randomDocument(std::mt19937& random) {
     for (std::size_t i = random() % 50; i > 0; --i)
         text += words[random() % words.size()] + " ";
     Json document = {{"text", text}, {"n", random() % 4}, {"flag", random() % 2 == 0}};
+    if (random() % 3 != 0) document["vector"] = {random() % 9, random() % 9, 1};
     for (std::size_t i = random() % 3; i > 0; --i)
         document["projects"].push_back({{"name", words[random() % words.size()]}});
     return document;
@@ -158,6 +160,7 @@ TEST_F(IndexTest, ChangesLeaveNoTrace) {
                              kestrel::index::DocumentChange::State{row, prepare(*earlier, document, id)}}});
     }
     EXPECT_EQ(earlier->rows(), rowsNow);
+    earlier->requireIntact();
 
     const std::vector<const char*> queries{
         R"({"match_all": {}})",
@@ -168,7 +171,9 @@ TEST_F(IndexTest, ChangesLeaveNoTrace) {
         R"({"match": {"text": {"query": "stone rivr lihgt", "fuzziness": "AUTO:4,6"}}})",
         R"({"nested": {"path": "projects", "query": {"term": {"projects.name": "sea"}}}})",
         R"({"bool": {"must": {"term": {"flag": true}}, "should": {"match": {"text": "night sea"}}}})",
-        R"({"bool": {"should": [{"term": {"n": 1}}, {"term": {"flag": false}}], "minimum_should_match": 2}})"};
+        R"({"bool": {"should": [{"term": {"n": 1}}, {"term": {"flag": false}}], "minimum_should_match": 2}})",
+        R"({"script_score": {"query": {"exists": {"field": "vector"}}, "script": {"params": {"q": [1, 2, 0]},
+            "source": "cosineSimilarity(params.q,\"vector\")+1.0"}}})"};
     for (const char* query : queries) {
         const std::string expected = outcome(rebuilt, Json::parse(query));
         EXPECT_EQ(outcome(changed, Json::parse(query)), expected) << query;

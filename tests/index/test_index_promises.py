@@ -489,7 +489,8 @@ def states(served: Served) -> list[Any]:
     for query in (
         {"match_all": {}}, {"match": {"t": {"query": "wrds seven", "fuzziness": "AUTO:4,6"}}}, {"term": {"n": 5}},
         {"nested": {"path": "list", "query": {"term": {"list.tag": "b"}}}}, {"term": {"t.keyword": "words of seven"}},
-        {"exists": {"field": "v"}},
+        {"script_score": {"query": {"exists": {"field": "v"}}, "script": {
+            "source": 'cosineSimilarity(params.q,"v")+1.0', "params": {"q": [1.0, 0.0]}}}},
     ):
         answer = served("GET", "_search", {"query": query, "size": 10_000, "track_total_hits": True}).json["hits"]
         found.append((answer["total"], sorted((hit["_id"], hit["_score"], json.dumps(hit["_source"])) for hit in answer["hits"])))
@@ -497,7 +498,9 @@ def states(served: Served) -> list[Any]:
 
 
 def test_start_from_what_was_derived(served: Served) -> None:
-    served.client("PUT", INDEX, {"mappings": {"properties": {"list": {"type": "nested", "properties": {"tag": {"type": "keyword"}}}}}})
+    served.client("PUT", INDEX, {"mappings": {"properties": {
+        "v": {"type": "dense_vector", "dims": 2, "index": False},
+        "list": {"type": "nested", "properties": {"tag": {"type": "keyword"}}}}}})
     names = ["one", "two", "three", "seven"]
 
     def document(n: int) -> Document:
@@ -517,11 +520,13 @@ def test_start_from_what_was_derived(served: Served) -> None:
     served("POST", "_delete_by_query", {"query": {"term": {"n": 3}}})
     served("DELETE", "_doc/first")
     before = states(served)
-    for spoil in (None, "flip", "cut", "missing"):
+    for spoil in (None, "vectors", "flip", "cut", "missing"):
         served.process.kill()
         file = derived(served)[0]
+        if spoil == "vectors":
+            file = next(other for other in file.parent.iterdir() if other != file)
         content = bytearray(file.read_bytes())
-        if spoil == "flip":
+        if spoil in ("flip", "vectors"):
             content[len(content) // 2] ^= 4
         if spoil == "cut":
             del content[len(content) // 3 :]

@@ -108,18 +108,15 @@ void NumberData::removeContent(Ordinal ordinal, const PreparedField&) {
 
 void VectorData::addContent(Ordinal ordinal, const PreparedField& field) {
     const auto& vector = std::get<VectorContent>(field.content);
-    mDimensions = vector.size();
     growTo(mSlots, ordinal);
     if (mFreeSlots.empty()) {
-        mSlots[ordinal] = static_cast<std::uint32_t>(mMagnitudes.size());
+        mSlots[ordinal] = mVectors.add(vector);
         mMagnitudes.push_back(0);
-        mValues.resize(mValues.size() + mDimensions);
     } else {
         mSlots[ordinal] = mFreeSlots.back();
         mFreeSlots.pop_back();
+        mVectors.replace(mSlots[ordinal], vector);
     }
-    std::copy(vector.begin(), vector.end(),
-              mValues.begin() + static_cast<std::ptrdiff_t>(mSlots[ordinal] * mDimensions));
     float squares = 0;
     for (const float value : vector)
         squares += value * value;
@@ -242,19 +239,22 @@ void VectorData::forgetContent(const Bitmap& ordinals) {
 }
 
 void VectorData::saveContent(SnapshotWriter& writer) const {
-    writer.number<std::uint64_t>(mDimensions);
     writer.column(mSlots);
     writer.column(mFreeSlots);
-    writer.column(mValues);
+    mVectors.save(writer);
     writer.column(mMagnitudes);
 }
 
 void VectorData::loadContent(SnapshotReader& reader) {
-    mDimensions = reader.number<std::uint64_t>();
     reader.column(mSlots);
     reader.column(mFreeSlots);
-    reader.column(mValues);
+    mVectors.load(reader);
     reader.column(mMagnitudes);
+}
+
+void VectorData::requireIntact() const {
+    for (const Ordinal ordinal : present())
+        if (!mVectors.isIntact(mSlots[ordinal])) throw SnapshotError("a vector in a snapshot is damaged");
 }
 
 } // namespace kestrel::index

@@ -4,6 +4,7 @@
 #include "engine/PreparedDocument.h"
 #include "engine/Similarity.h"
 #include "engine/StringTable.h"
+#include "engine/VectorColumn.h"
 
 #include <cstdint>
 #include <memory>
@@ -35,8 +36,12 @@ public:
         mPresent -= ordinals;
     }
 
+    /// Writes a part of what is large; false when nothing of it is left for save.
+    virtual bool saveAhead(SnapshotWriter&) const { return false; }
     void save(SnapshotWriter& writer) const;
     void load(SnapshotReader& reader);
+    /// Throws SnapshotError when the content that load read, of the documents that are there, is damaged.
+    virtual void requireIntact() const {}
 
     static std::unique_ptr<FieldData> make(const Field& field);
 
@@ -148,12 +153,15 @@ private:
     Bitmap mSeveral;
 };
 
-/// Embeddings, back to back.
+/// Embeddings.
 class VectorData final : public FieldData {
 public:
-    std::size_t dimensions() const { return mDimensions; }
-    const float* vector(Ordinal ordinal) const { return mValues.data() + mSlots[ordinal] * mDimensions; }
+    std::size_t dimensions() const { return mVectors.dimensions(); }
+    const float* vector(Ordinal ordinal) const { return mVectors.at(mSlots[ordinal]); }
     float magnitude(Ordinal ordinal) const { return mMagnitudes[mSlots[ordinal]]; }
+
+    bool saveAhead(SnapshotWriter& writer) const override { return mVectors.saveAhead(writer); }
+    void requireIntact() const override;
 
 private:
     void addContent(Ordinal ordinal, const PreparedField& field) override;
@@ -162,11 +170,10 @@ private:
     void saveContent(SnapshotWriter& writer) const override;
     void loadContent(SnapshotReader& reader) override;
 
-    std::size_t mDimensions = 0;
-    std::vector<std::uint32_t> mSlots;
+    std::vector<std::uint32_t> mSlots; ///< by ordinal
     std::vector<std::uint32_t> mFreeSlots;
-    std::vector<float> mValues;
-    std::vector<float> mMagnitudes;
+    VectorColumn mVectors;
+    std::vector<float> mMagnitudes; ///< by slot
 };
 
 } // namespace kestrel::index

@@ -11,7 +11,7 @@ namespace kestrel::index {
 
 namespace {
 
-constexpr std::uint32_t kSnapshotFormat = 1;
+constexpr std::uint32_t kSnapshotFormat = 2;
 constexpr std::string_view kHashProbe = "kestrel";
 
 } // namespace
@@ -185,7 +185,22 @@ std::size_t Index::documentCount() const {
     return mSpaces[0].live.cardinality();
 }
 
+/// Holds the writer up for a moment only, each time.
+bool Index::saveAhead(SnapshotWriter& writer) const {
+    const std::shared_lock lock(mMutex);
+    return std::any_of(mData.begin(), mData.end(),
+                       [&](const auto& data) { return data && data->saveAhead(writer); });
+}
+
+void Index::requireIntact() const {
+    const std::shared_lock lock(mMutex);
+    for (const auto& data : mData)
+        if (data) data->requireIntact();
+}
+
 void Index::save(SnapshotWriter& writer) const {
+    while (saveAhead(writer)) {
+    }
     const std::shared_lock lock(mMutex);
     writer.number(kSnapshotFormat);
     // Tables keep the places that the hash gave their texts.

@@ -87,6 +87,8 @@ public:
     /// which hardly anything is alive; the index must be thrown away then. Returns the last row that is
     /// covered.
     RowId load(SnapshotReader& reader);
+    /// After documents that are gone were forgotten. Throws SnapshotError when what was loaded is damaged.
+    void requireIntact() const;
     /// The rows of all documents, ascending, those that are set aside included.
     std::vector<RowId> rows() const;
     /// Grows with every change.
@@ -112,6 +114,7 @@ private:
     void add(const std::string& id, const DocumentChange::State& state);
     void remove(const std::string& id, const PreparedDocument* content);
     void hide(Ordinal ordinal);
+    bool saveAhead(SnapshotWriter& writer) const;
     FieldData& dataOf(FieldId id);
 
     const IndexInfo mInfo;

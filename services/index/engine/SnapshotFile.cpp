@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <fcntl.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -19,7 +20,53 @@ constexpr std::size_t kBuffer = 1U << 20U;
     throw std::system_error(errno, std::generic_category(), "cannot write " + file.string());
 }
 
+std::filesystem::path companionOf(const std::filesystem::path& snapshot, const std::string& name) {
+    return snapshot.parent_path() / fmt::format("{}.{}", snapshot.stem().string(), name);
+}
+
 } // namespace
+
+CompanionFile::CompanionFile(std::filesystem::path file, Access access) : mFile(std::move(file)) {
+    const bool writing = access == Access::write;
+    mDescriptor =
+        ::open(mFile.c_str(), writing ? O_WRONLY | O_CREAT | O_CLOEXEC : O_RDONLY | O_CLOEXEC, 0600);
+    if (mDescriptor >= 0) return;
+    if (writing) throwSystemError(mFile);
+    throw SnapshotError(fmt::format("{} cannot be read", mFile.string()));
+}
+
+CompanionFile::~CompanionFile() {
+    if (mDescriptor >= 0) ::close(mDescriptor);
+}
+
+CompanionFile::CompanionFile(CompanionFile&& other) noexcept
+    : mFile(std::move(other.mFile)), mDescriptor(std::exchange(other.mDescriptor, -1)) {
+}
+
+void CompanionFile::write(std::size_t place, const void* data, std::size_t size) {
+    for (const char* bytes = static_cast<const char*>(data); size > 0;) {
+        const ssize_t written = ::pwrite(mDescriptor, bytes, size, static_cast<off_t>(place));
+        if (written < 0) throwSystemError(mFile);
+        bytes += written;
+        place += static_cast<std::size_t>(written);
+        size -= static_cast<std::size_t>(written);
+    }
+}
+
+bool CompanionFile::read(std::size_t place, void* data, std::size_t size) const {
+    for (char* bytes = static_cast<char*>(data); size > 0;) {
+        const ssize_t got = ::pread(mDescriptor, bytes, size, static_cast<off_t>(place));
+        if (got <= 0) return false;
+        bytes += got;
+        place += static_cast<std::size_t>(got);
+        size -= static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+void CompanionFile::sync() {
+    if (::fsync(mDescriptor) != 0) throwSystemError(mFile);
+}
 
 SnapshotWriter::SnapshotWriter(std::filesystem::path file) : mFile(std::move(file)) {
     mStream.reset(std::fopen(partial().c_str(), "wbe"));
@@ -51,7 +98,16 @@ void SnapshotWriter::bitmap(const Roaring& bitmap) {
     column(serialized);
 }
 
+CompanionFile& SnapshotWriter::companion(const std::string& name) {
+    const std::filesystem::path file = companionOf(mFile, name);
+    const auto known = mCompanions.find(file);
+    if (known != mCompanions.end()) return known->second;
+    return mCompanions.emplace(file, CompanionFile(file, CompanionFile::Access::write)).first->second;
+}
+
 void SnapshotWriter::finish() {
+    for (auto& [path, file] : mCompanions)
+        file.sync();
     const std::uint32_t checksum = mChecksum.value();
     if (std::fwrite(&checksum, 1, sizeof(checksum), mStream.get()) != sizeof(checksum) ||
         std::fflush(mStream.get()) != 0 || ::fsync(::fileno(mStream.get())) != 0)
@@ -59,6 +115,11 @@ void SnapshotWriter::finish() {
     std::filesystem::rename(partial(), mFile);
     mStream.reset();
     syncFolder(mFile.parent_path());
+    for (const auto& entry : std::filesystem::directory_iterator(mFile.parent_path())) {
+        const std::filesystem::path& other = entry.path();
+        if (other.stem() == mFile.stem() && other != mFile && !mCompanions.contains(other))
+            std::filesystem::remove(other);
+    }
 }
 
 SnapshotReader::SnapshotReader(const std::filesystem::path& file) : mFile(file) {
@@ -89,6 +150,10 @@ std::string SnapshotReader::text() {
     std::string text(size(1), '\0');
     bytes(text.data(), text.size());
     return text;
+}
+
+CompanionFile SnapshotReader::companion(const std::string& name) const {
+    return {companionOf(mFile, name), CompanionFile::Access::read};
 }
 
 Roaring SnapshotReader::bitmap() {

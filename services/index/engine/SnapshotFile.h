@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -22,6 +23,27 @@ namespace kestrel::index {
 class SnapshotError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
+};
+
+/// A file of vectors or the like beside a snapshot.
+class CompanionFile {
+public:
+    enum class Access { read, write };
+    /// Throws SnapshotError, or std::system_error when it is to be written.
+    CompanionFile(std::filesystem::path file, Access access);
+    ~CompanionFile();
+    CompanionFile(CompanionFile&& other) noexcept;
+    CompanionFile& operator=(CompanionFile&&) = delete;
+
+    void write(std::size_t place, const void* data, std::size_t size);
+    /// False when the file has less. From any thread.
+    bool read(std::size_t place, void* data, std::size_t size) const;
+    void sync();
+    std::uint64_t size() const { return std::filesystem::file_size(mFile); }
+
+private:
+    std::filesystem::path mFile;
+    int mDescriptor = -1;
 };
 
 /// Writes values of one machine's byte order, followed by their checksum. Nothing of it is there under the
@@ -46,7 +68,10 @@ public:
     }
     void text(std::string_view text);
     void bitmap(const Roaring& bitmap);
-    /// Brings the file to the disk and gives it its name.
+    /// A file that belongs to the snapshot, and may have belonged to earlier ones already.
+    CompanionFile& companion(const std::string& name);
+    /// Brings the files to the disk and gives the snapshot its name; companions of earlier snapshots only are
+    /// removed.
     void finish();
 
 private:
@@ -58,6 +83,7 @@ private:
 
     std::filesystem::path mFile;
     std::unique_ptr<std::FILE, Close> mStream;
+    std::map<std::filesystem::path, CompanionFile> mCompanions;
     Checksum mChecksum;
 };
 
@@ -82,6 +108,7 @@ public:
     }
     std::string text();
     Roaring bitmap();
+    CompanionFile companion(const std::string& name) const;
     /// A count of things of at least so many bytes each.
     std::size_t size(std::size_t bytesEach);
     void finish();

@@ -185,6 +185,7 @@ IndexPtr Catalogue::fromSnapshot(const DocumentStore::StoredIndex& stored, const
     std::vector<RowId> gone;
     std::set_difference(known.begin(), known.end(), present.begin(), present.end(), std::back_inserter(gone));
     if (!gone.empty()) index->forget(gone);
+    index->requireIntact();
     return index;
 } catch (const SnapshotError& e) {
     spdlog::warn("index [{}] is built from its documents: {}", stored.info.name, e.what());

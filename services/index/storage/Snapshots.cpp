@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 #include <spdlog/spdlog.h>
 
-#include <algorithm>
 #include <exception>
 #include <set>
 #include <system_error>
@@ -16,19 +15,19 @@ namespace {
 
 constexpr auto kLookPause = std::chrono::seconds(1);
 constexpr auto kQuiet = std::chrono::seconds(5);
-constexpr auto kSavePause = std::chrono::seconds(60);
 /// Fewer changes are read from the documents at once.
 constexpr std::uint64_t kFewChanges = 1000;
-/// Even under constant load a start shall not have to read more documents, nor a large part of all.
+/// Under constant load a start shall not have to read many more documents than these.
 constexpr std::uint64_t kManyChanges = 50'000;
-constexpr std::uint64_t kPartOfAll = 5;
+/// Saving takes one part in so many of the time at most.
+constexpr int kPartOfTime = 20;
 
 } // namespace
 
 Snapshots::Snapshots(const std::filesystem::path& folder, const Catalogue& catalogue)
     : mFolder(folder), mCatalogue(catalogue) {
     for (const IndexPtr& index : catalogue.all())
-        mSeen[index->info().uuid] = {0, index->changes(), Clock::now(), Clock::now() - kSavePause};
+        mSeen[index->info().uuid] = {0, index->changes(), Clock::now(), Clock::now()};
     mThread = std::thread([this] { watch(); });
 }
 
@@ -53,10 +52,10 @@ std::filesystem::path Snapshots::fileOf(const std::filesystem::path& folder, con
 void Snapshots::removeOthers(const std::filesystem::path& folder, const Catalogue& catalogue) {
     std::set<std::filesystem::path> wanted;
     for (const IndexPtr& index : catalogue.all())
-        wanted.insert(fileOf(folder, index->info()));
+        wanted.insert(fileOf(folder, index->info()).stem());
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator(folder, error))
-        if (!wanted.contains(entry.path())) std::filesystem::remove(entry.path(), error);
+        if (!wanted.contains(entry.path().stem())) std::filesystem::remove(entry.path(), error);
 }
 
 void Snapshots::watch() {
@@ -71,16 +70,14 @@ void Snapshots::watch() {
 void Snapshots::look() {
     const auto now = Clock::now();
     for (const IndexPtr& index : mCatalogue.all()) {
-        const auto [place, added] = mSeen.try_emplace(index->info().uuid, Seen{0, 0, now, now - kSavePause});
+        const auto [place, added] = mSeen.try_emplace(index->info().uuid, Seen{0, 0, now, now});
         Seen& seen = place->second;
         const std::uint64_t changes = index->changes();
         if (changes != seen.changes) seen.quietSince = now;
         seen.changes = changes;
         const std::uint64_t unsaved = changes - seen.saved;
-        const bool many = unsaved >= std::max(kManyChanges, index->documentCount() / kPartOfAll);
-        const bool calm =
-            unsaved >= kFewChanges && now - seen.quietSince >= kQuiet && now - seen.savedAt >= kSavePause;
-        if (many || calm) save(*index, seen);
+        const bool calm = unsaved >= kFewChanges && now - seen.quietSince >= kQuiet;
+        if (now >= seen.next && (calm || unsaved >= kManyChanges)) save(*index, seen);
     }
 }
 
@@ -92,9 +89,10 @@ void Snapshots::save(const Index& index, Seen& seen) try {
     index.save(writer);
     writer.finish();
     seen.saved = changes;
-    seen.savedAt = Clock::now();
+    const auto took = Clock::now() - started;
+    seen.next = Clock::now() + kPartOfTime * took;
     spdlog::debug("what is derived from index [{}] was written in {:.2f} s", index.name(),
-                  std::chrono::duration<double>(Clock::now() - started).count());
+                  std::chrono::duration<double>(took).count());
 } catch (const std::exception& e) {
     // Nothing depends on it; the next attempt comes with further changes.
     seen.saved = index.changes();

@@ -36,7 +36,7 @@ private:
         std::uint64_t saved = 0;   ///< changes that the file covers
         std::uint64_t changes = 0; ///< at the last look
         Clock::time_point quietSince;
-        Clock::time_point savedAt;
+        Clock::time_point next; ///< not before it, so that saving takes a small part of the time
     };
 
     void watch();

@@ -160,6 +160,7 @@ private:
                 found("index [{}]: {} lacks row {}", index.name(), file.filename().string(), later.front());
             // Only a state without later changes can be compared field by field.
             if (!gone.empty() || !later.empty()) return;
+            derived.requireIntact();
             const IndexView expected(index), stored(derived);
             for (FieldId id = 0; id < expected.mapping().size(); ++id)
                 if (fingerprint(expected, id) != fingerprint(stored, id))
