@@ -216,8 +216,8 @@ def restart(engine: Engine, binary: Path, data: Path, kill: bool) -> float:
 
 def row(name: str, unit: str, values: list[Optional[float]]) -> None:
     shown = "".join(f"{'-' if value is None else f'{value:.2f}':>14}" for value in values)
-    ratio = f"{values[0] / values[1]:>9.2f}" if len(values) > 1 and values[0] and values[1] else ""
-    print(f"{name + ', ' + unit:<40}{shown}{ratio}", flush=True)
+    ratios = "".join(f"{values[0] / other if values[0] and other else float('nan'):>16.2f}" for other in values[1:])
+    print(f"{name + ', ' + unit:<40}{shown}{ratios}", flush=True)
 
 
 def bench(segments: int, builds: dict[str, Path], repetitions: int) -> None:
@@ -229,8 +229,8 @@ def bench(segments: int, builds: dict[str, Path], repetitions: int) -> None:
         if uri := os.environ.get("KESTREL_ELASTICSEARCH_URI"):
             user, password = os.environ["KESTREL_ELASTICSEARCH_USER"], os.environ["KESTREL_ELASTICSEARCH_PASSWORD"]
             engines.append(Engine("elasticsearch", Client(uri, user, password)))
-        ratio = f"{'/ ' + engines[1].name:>9}" if len(engines) > 1 else ""
-        print(f"\n{f'{segments} segments':<40}" + "".join(f"{engine.name:>14}" for engine in engines) + ratio)
+        ratios = "".join(f"{'/ ' + engine.name:>16}" for engine in engines[1:])
+        print(f"\n{f'{segments} segments':<40}" + "".join(f"{engine.name:>14}" for engine in engines) + ratios)
         row("bulk load", "s", [load(engine, segments) for engine in engines])
         for name, request in requests(segments).items():
             median_ms(engines, request, 2)
@@ -238,8 +238,8 @@ def bench(segments: int, builds: dict[str, Path], repetitions: int) -> None:
         row("memory", "MiB", [engine.memory() for engine in engines])
         for kill in (False, True):
             times = [restart(engine, builds[engine.name], Path(folder) / engine.name, kill)
-                     for engine in engines if engine.process is not None]
-            row(f"start after {'a kill' if kill else 'a stop'}", "s", list(times))
+                     if engine.process is not None else None for engine in engines]
+            row(f"start after {'a kill' if kill else 'a stop'}", "s", times)
         row("memory after the start", "MiB", [engine.memory() for engine in engines])
         for engine in engines:
             if engine.process is not None:

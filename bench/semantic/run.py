@@ -3,7 +3,8 @@
     .deps/venv/bin/python bench/semantic/run.py --vectors 200000 [--before /path/to/earlier/kestrel-index]
 
 Checks that the first hits are exactly those of numpy's matrix product, then times queries: the engines and numpy take
-turns with every single query. An Elasticsearch takes part when KESTREL_ELASTICSEARCH_URI (with KESTREL_ELASTICSEARCH_USER
+turns with every single query, on all cores and then on one. A million vectors take long to load: with --data and
+--load-seconds that is done piece by piece. An Elasticsearch takes part when KESTREL_ELASTICSEARCH_URI (with KESTREL_ELASTICSEARCH_USER
 and _PASSWORD) names one.
 """
 
@@ -24,20 +25,21 @@ import numpy as np
 ROOT = Path(__file__).resolve().parents[2]
 os.environ.setdefault("KESTREL_BUILD_BIN", str(ROOT / "build/bin"))
 sys.path.insert(0, str(ROOT / "tests/index"))
-from index_process import Client, IndexProcess  # noqa: E402
+from index_process import BINARY, Client, IndexProcess  # noqa: E402
 
 INDEX = "bench_frames"
 DIMENSION = 512
 BULK = 500
 HITS = 10
+DIGITS = 5  # of the numbers in a document
 SCRIPT = 'cosineSimilarity(params.semanticVector,"semanticImageVector")+1.0'
 MAPPING = {"settings": {"number_of_shards": 1}, "mappings": {"properties": {
     "semanticImageVector": {"type": "dense_vector", "dims": DIMENSION, "index": False}}}}
 
 
 class Engine:
-    def __init__(self, name: str, client: Client, process: Optional[IndexProcess]) -> None:
-        self.name, self.client, self.process = name, client, process
+    def __init__(self, name: str, client: Client, process: Optional[IndexProcess], binary: Path = BINARY) -> None:
+        self.name, self.client, self.process, self.binary = name, client, process, binary
         self.times: list[float] = []
 
     def memory(self) -> float:
@@ -47,41 +49,108 @@ class Engine:
         status = Path(f"/proc/{self.process.process.pid}/status").read_text()
         return int(next(line for line in status.splitlines() if line.startswith("VmRSS")).split()[1]) / 1024
 
-    def load(self, vectors: Any) -> float:
-        self.client("DELETE", INDEX)
-        assert self.client("PUT", INDEX, MAPPING).status == 200
-        start = time.perf_counter()
-        for first in range(0, len(vectors), BULK):
+    def count(self) -> int:
+        answer = self.client("GET", f"{INDEX}/_count")
+        return int(answer.json["count"]) if answer.status == 200 else 0
+
+    def load(self, vectors: Any, until: float) -> bool:
+        """Adds what is missing; false when it stopped before, because of the time."""
+        if self.client("GET", INDEX).status == 404:
+            assert self.client("PUT", INDEX, MAPPING).status == 200
+        start, begin = time.perf_counter(), self.count()
+        for first in range(begin, len(vectors), BULK):
+            if time.monotonic() > until:
+                print(f"{self.name}: {first} vectors so far; run this again", flush=True)
+                return False
             lines = []
             for row, vector in enumerate(vectors[first:first + BULK], first):
                 frame = {"mediaGuid": f"clip {row // 700}", "framePositionMS": row % 700 * 4000,
-                         "semanticImageVector": vector.tolist()}
+                         "semanticImageVector": shown(vector)}
                 lines += [json.dumps({"index": {"_id": str(row)}}), json.dumps(frame)]
             answer = self.client("POST", f"{INDEX}/_bulk", "\n".join(lines) + "\n")
             assert answer.status == 200 and not answer.json["errors"], answer.text[:1000]
         seconds = time.perf_counter() - start
         assert self.client("POST", f"{INDEX}/_refresh").status == 200
-        return seconds
+        if begin < len(vectors):
+            print(f"{self.name}: {(len(vectors) - begin) / seconds:,.0f} vectors/s loaded", flush=True)
+        return True
+
+    def report_memory(self, vectors: Any) -> None:
+        if self.process is not None:
+            each = self.memory() * 2 ** 20 / len(vectors)
+            print(f"{self.name}: {self.memory():,.0f} MiB, {each:,.0f} bytes a vector of {DIMENSION * 4}", flush=True)
 
     def query(self, vector: Any) -> list[str]:
-        script = {"source": SCRIPT, "params": {"semanticVector": vector.tolist()}}
+        script = {"source": SCRIPT, "params": {"semanticVector": shown(vector)}}
         body = {"query": {"script_score": {"query": {"match_all": {}}, "script": script}}, "size": HITS}
         start = time.perf_counter()
         answer = self.client("GET", f"{INDEX}/_search", body)
         self.times.append(time.perf_counter() - start)
         return answer.ids
 
+    def restart(self, kill: bool = False, one_core: bool = False) -> None:
+        """Ends the service and prints how long the vectors take to be there again."""
+        process = self.process
+        assert process is not None
+        if kill:
+            process.kill()
+        else:
+            process.stop()
+        pin = (lambda: os.sched_setaffinity(0, {0})) if one_core else None
+        start = time.perf_counter()
+        self.process = IndexProcess(process.data, binary=self.binary, prepare=pin).wait_until_ready()
+        self.client = self.process.client()
+        print(f"{self.name}: start after a {'kill' if kill else 'stop'}{', one core' if one_core else ''}: "
+              f"{time.perf_counter() - start:.2f} s", flush=True)
+
+
+def shown(vector: Any) -> list[float]:
+    """The numbers as the documents have them."""
+    return [round(value, DIGITS) for value in vector.tolist()]
+
 
 def engines(before: Optional[Path], folder: Path) -> list[Engine]:
-    ours = IndexProcess(folder / "ours").wait_until_ready()
-    taking_part = [Engine("kestrel-index", ours.client(), ours)]
-    if before:
-        earlier = IndexProcess(folder / "before", binary=before).wait_until_ready()
-        taking_part.append(Engine("before", earlier.client(), earlier))
+    taking_part = []
+    builds = {"kestrel-index": BINARY} | ({"before": before} if before else {})
+    for name, binary in builds.items():
+        process = IndexProcess(folder / name, binary=binary).wait_until_ready()
+        taking_part.append(Engine(name, process.client(), process, binary))
     if uri := os.environ.get("KESTREL_ELASTICSEARCH_URI"):
         user, password = os.environ["KESTREL_ELASTICSEARCH_USER"], os.environ["KESTREL_ELASTICSEARCH_PASSWORD"]
         taking_part.append(Engine("Elasticsearch", Client(uri, user, password), None))
     return taking_part
+
+
+def table(vectors: Any, rows: list[tuple[str, list[float]]]) -> None:
+    gigabytes = vectors.nbytes / 1e9
+    for name, times in rows:
+        median = statistics.median(times)
+        print(f"{name:24} {median * 1000:8.1f} ms median {max(times) * 1000:8.1f} ms worst {gigabytes / median:6.1f} GB/s",
+              flush=True)
+
+
+def compare(vectors: Any, queries: Any, taking_part: list[Engine]) -> None:
+    """Everybody takes turns with every single query."""
+    reading: list[float] = []
+    product: list[float] = []
+    for engine in taking_part:
+        engine.client.close()  # idle while the others loaded, and closed by the service perhaps
+        engine.query(queries[0])
+        engine.times.clear()
+    for query in queries:
+        start = time.perf_counter()
+        scores = vectors @ query
+        product.append(time.perf_counter() - start)
+        best = np.argpartition(-scores, HITS)[:HITS]
+        exact = [str(row) for row in best[np.argsort(-scores[best])]]
+        start = time.perf_counter()
+        vectors.view(np.uint64).max()  # each byte once, hardly any computing: what the memory gives one core
+        reading.append(time.perf_counter() - start)
+        for engine in taking_part:
+            assert engine.query(query) == exact, f"{engine.name} finds other frames than numpy"
+    table(vectors, [("numpy product", product), ("reading once, one core", reading),
+                    *((engine.name, engine.times) for engine in taking_part)])
+    print(f"the first {HITS} hits of {len(queries)} queries are numpy's", flush=True)
 
 
 def main() -> None:
@@ -89,55 +158,32 @@ def main() -> None:
     parser.add_argument("--vectors", type=int, default=200_000)
     parser.add_argument("--queries", type=int, default=50)
     parser.add_argument("--before", type=Path, help="another kestrel-index to compare with")
+    parser.add_argument("--data", type=Path, help="folder that keeps what was loaded for the next run")
+    parser.add_argument("--load-seconds", type=float, default=float("inf"), help="load for so long at most, then end")
     options = parser.parse_args()
 
     rng = np.random.default_rng(1)
-    vectors = rng.normal(size=(options.vectors, DIMENSION)).astype(np.float32)
+    vectors = rng.standard_normal((options.vectors, DIMENSION), dtype=np.float32)
     vectors /= np.linalg.norm(vectors, axis=1, keepdims=True)
+    vectors = np.round(vectors, DIGITS)
     queries = vectors[rng.integers(0, len(vectors), options.queries)] + 0.05 * rng.normal(size=(options.queries, DIMENSION))
-    queries = queries.astype(np.float32)
-    reading: list[float] = []
-    product: list[float] = []
+    queries = np.round(queries, DIGITS).astype(np.float32)
 
     with tempfile.TemporaryDirectory() as folder:
-        taking_part = engines(options.before, Path(folder))
+        taking_part = engines(options.before, options.data or Path(folder))
+        until = time.monotonic() + options.load_seconds
+        if all(engine.load(vectors, until) for engine in taking_part) and options.queries > 0:
+            ours = taking_part[0]
+            ours.report_memory(vectors)
+            compare(vectors, queries, taking_part)
+            ours.restart()
+            ours.report_memory(vectors)
+            ours.restart(kill=True)
+            ours.restart(one_core=True)
+            compare(vectors, queries, taking_part[:1])
         for engine in taking_part:
-            seconds, empty = engine.load(vectors), engine.memory()
-            print(f"{engine.name}: {len(vectors) / seconds:,.0f} vectors/s loaded, {empty:,.0f} MiB, "
-                  f"{empty * 2 ** 20 / len(vectors) / DIMENSION / 4:.2f} of the vectors themselves")
-        for engine in taking_part:
-            engine.client.close()  # idle while the others loaded, and closed by the service perhaps
-        for query in queries:
-            start = time.perf_counter()
-            scores = vectors @ query
-            product.append(time.perf_counter() - start)
-            best = np.argpartition(-scores, HITS)[:HITS]
-            exact = [str(row) for row in best[np.argsort(-scores[best])]]
-            start = time.perf_counter()
-            vectors.view(np.uint64).max()  # each byte once, hardly any computing: what the memory gives one core
-            reading.append(time.perf_counter() - start)
-            for engine in taking_part:
-                assert engine.query(query) == exact, f"{engine.name} finds other frames than numpy"
-        gigabytes = vectors.nbytes / 1e9
-        rows = [("numpy product", product), ("reading once, one core", reading),
-                *((engine.name, engine.times) for engine in taking_part)]
-        for name, times in rows:
-            median = statistics.median(times)
-            print(f"{name:24} {median * 1000:8.1f} ms median {max(times) * 1000:8.1f} ms worst {gigabytes / median:6.1f} GB/s")
-        print(f"the first {HITS} hits of {options.queries} queries are numpy's")
-        restart(taking_part[0])
-
-
-def restart(engine: Engine) -> None:
-    """How long the vectors take to be there again."""
-    process = engine.process
-    assert process is not None
-    data = process.data
-    process.stop()
-    start = time.perf_counter()
-    again = IndexProcess(data).wait_until_ready()
-    print(f"start with the vectors: {time.perf_counter() - start:.2f} s")
-    again.stop()
+            if engine.process is not None:
+                engine.process.stop()
 
 
 if __name__ == "__main__":
