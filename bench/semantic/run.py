@@ -31,7 +31,8 @@ INDEX = "bench_frames"
 DIMENSION = 512
 BULK = 500
 HITS = 10
-DIGITS = 5  # of the numbers in a document
+SCALE = 100_000  # numbers in documents have five digits
+TEXTS = [f"{n / SCALE:.5f}" for n in [*range(SCALE + 1), *range(-SCALE, 0)]]  # by the number times the scale
 SCRIPT = 'cosineSimilarity(params.semanticVector,"semanticImageVector")+1.0'
 MAPPING = {"settings": {"number_of_shards": 1}, "mappings": {"properties": {
     "semanticImageVector": {"type": "dense_vector", "dims": DIMENSION, "index": False}}}}
@@ -64,9 +65,9 @@ class Engine:
                 return False
             lines = []
             for row, vector in enumerate(vectors[first:first + BULK], first):
-                frame = {"mediaGuid": f"clip {row // 700}", "framePositionMS": row % 700 * 4000,
-                         "semanticImageVector": shown(vector)}
-                lines += [json.dumps({"index": {"_id": str(row)}}), json.dumps(frame)]
+                lines += [json.dumps({"index": {"_id": str(row)}}),
+                          f'{{"mediaGuid": "clip {row // 700}", "framePositionMS": {row % 700 * 4000}, '
+                          f'"semanticImageVector": {text(vector)}}}']
             answer = self.client("POST", f"{INDEX}/_bulk", "\n".join(lines) + "\n")
             assert answer.status == 200 and not answer.json["errors"], answer.text[:1000]
         seconds = time.perf_counter() - start
@@ -81,7 +82,7 @@ class Engine:
             print(f"{self.name}: {self.memory():,.0f} MiB, {each:,.0f} bytes a vector of {DIMENSION * 4}", flush=True)
 
     def query(self, vector: Any) -> list[str]:
-        script = {"source": SCRIPT, "params": {"semanticVector": shown(vector)}}
+        script = {"source": SCRIPT, "params": {"semanticVector": [float(value) for value in vector]}}
         body = {"query": {"script_score": {"query": {"match_all": {}}, "script": script}}, "size": HITS}
         start = time.perf_counter()
         answer = self.client("GET", f"{INDEX}/_search", body)
@@ -104,9 +105,23 @@ class Engine:
               f"{time.perf_counter() - start:.2f} s", flush=True)
 
 
-def shown(vector: Any) -> list[float]:
-    """The numbers as the documents have them."""
-    return [round(value, DIGITS) for value in vector.tolist()]
+def rounded(vectors: Any) -> Any:
+    """To numbers that a document gives exactly."""
+    return (np.rint(vectors.astype(np.float64) * SCALE) / SCALE).astype(np.float32)
+
+
+def text(vector: Any) -> str:
+    """The rounded numbers as JSON; each is looked up, which takes a fifth of the time that json takes."""
+    return "[" + ",".join(map(TEXTS.__getitem__, np.rint(vector * SCALE).astype(np.int32).tolist())) + "]"
+
+
+def unit_vectors(count: int) -> Any:
+    rng = np.random.default_rng(1)
+    vectors = np.empty((count, DIMENSION), np.float32)
+    for first in range(0, count, 10_000):
+        part = rng.standard_normal((min(10_000, count - first), DIMENSION), dtype=np.float32)
+        vectors[first:first + len(part)] = rounded(part / np.linalg.norm(part, axis=1, keepdims=True))
+    return vectors
 
 
 def engines(before: Optional[Path], folder: Path) -> list[Engine]:
@@ -162,12 +177,10 @@ def main() -> None:
     parser.add_argument("--load-seconds", type=float, default=float("inf"), help="load for so long at most, then end")
     options = parser.parse_args()
 
-    rng = np.random.default_rng(1)
-    vectors = rng.standard_normal((options.vectors, DIMENSION), dtype=np.float32)
-    vectors /= np.linalg.norm(vectors, axis=1, keepdims=True)
-    vectors = np.round(vectors, DIGITS)
+    vectors = unit_vectors(options.vectors)
+    rng = np.random.default_rng(2)
     queries = vectors[rng.integers(0, len(vectors), options.queries)] + 0.05 * rng.normal(size=(options.queries, DIMENSION))
-    queries = np.round(queries, DIGITS).astype(np.float32)
+    queries = queries.astype(np.float32)
 
     with tempfile.TemporaryDirectory() as folder:
         taking_part = engines(options.before, options.data or Path(folder))
