@@ -9,6 +9,7 @@ engines take turns with every single request, so that whatever else the machine 
 from __future__ import annotations
 
 import argparse
+import itertools
 import json
 import os
 import random
@@ -34,21 +35,21 @@ ASCENDING = {"order": "asc", "mode": "min"}
 
 
 def vocabulary(rng: random.Random) -> tuple[list[str], list[float]]:
-    """Words as frequent as those of a language: the n-th has a share of 1/n."""
+    """Words as frequent as those of a language, the n-th with a share of 1/n, and the sums of these shares."""
     letters, weights = "etaoinshrdlcumwfgypbvk", [12, 9, 8, 8, 7, 7, 6, 6, 6, 4, 4, 3, 3, 2, 2, 2, 2, 2, 2, 1, 1, 1]
     words = list({"".join(rng.choices(letters, weights, k=rng.randint(2, 10))) for _ in range(30_000)})
-    return sorted(words), [1 / (n + 1) for n in range(len(words))]
+    return sorted(words), list(itertools.accumulate(1 / (n + 1) for n in range(len(words))))
 
 
 def documents(segments: int) -> Iterator[dict[str, Any]]:
     rng = random.Random(3)
-    words, weights = vocabulary(rng)
+    words, shares = vocabulary(rng)
     clips = max(1, segments // SEGMENTS_PER_CLIP)
     projects = max(1, clips // 20)
     for clip in range(clips):
         own = [f"project-{clip % projects:06}"] + ([f"project-{rng.randrange(projects):06}"] if rng.random() < 0.2 else [])
         for segment in range(SEGMENTS_PER_CLIP):
-            said = rng.choices(words, weights, k=12)
+            said = rng.choices(words, cum_weights=shares, k=12)
             document: dict[str, Any] = {
                 "mediaGuid": f"clip-{clip:06}", "projectGuidList": own, "segment": segment, "transcript": " ".join(said),
                 "wordStartsMS": list(range(segment * 4000, segment * 4000 + 12 * 300, 300)),
@@ -91,7 +92,7 @@ def term(field: str, value: Any) -> dict[str, Any]:
 
 def requests(segments: int) -> dict[str, Request]:
     """What the library sends, by the operation that sends it."""
-    words, weights = vocabulary(random.Random(3))
+    words, shares = vocabulary(random.Random(3))
     clips = max(1, segments // SEGMENTS_PER_CLIP)
     projects = max(1, clips // 20)
 
@@ -105,12 +106,12 @@ def requests(segments: int) -> dict[str, Request]:
         return check(client("GET", f"{INDEX}/_search", body))
 
     def phrase(client: Client, rng: random.Random) -> None:
-        match = {"query": " ".join(rng.choices(words, weights, k=4)), "fuzziness": "AUTO:4,6"}
+        match = {"query": " ".join(rng.choices(words, cum_weights=shares, k=4)), "fuzziness": "AUTO:4,6"}
         conditions = {"must": term("projectGuidList.keyword", project(rng)), "should": {"match": {"transcript": match}}}
         search(client, {"query": {"bool": conditions}, "size": 50})
 
     def phrase_everywhere(client: Client, rng: random.Random) -> None:
-        match = {"query": " ".join(rng.choices(words, weights, k=4)), "fuzziness": "AUTO:4,6"}
+        match = {"query": " ".join(rng.choices(words, cum_weights=shares, k=4)), "fuzziness": "AUTO:4,6"}
         search(client, {"query": {"match": {"transcript": match}}, "size": 50})
 
     def read_clip(client: Client, rng: random.Random) -> None:
@@ -139,7 +140,7 @@ def requests(segments: int) -> dict[str, Request]:
         check(client("GET", f"{INDEX}/_count", {"query": {"bool": {"must": conditions}}}))
 
     def write_segment(client: Client, rng: random.Random) -> None:
-        text = " ".join(rng.choices(words, weights, k=12))
+        text = " ".join(rng.choices(words, cum_weights=shares, k=12))
         body = {"mediaGuid": "written", "projectGuidList": ["written"], "segment": 1, "transcript": text, "language": "en"}
         check(client("POST", f"{INDEX}/_doc", body))
 
@@ -166,27 +167,20 @@ def requests(segments: int) -> dict[str, Request]:
     }
 
 
-def load(engine: Engine, segments: int) -> float:
-    engine.client("DELETE", INDEX)
-    check(engine.client("PUT", INDEX, MAPPING))
-    lines: list[str] = []
-    seconds = 0.0
-
-    def send() -> None:
-        nonlocal seconds
-        body = "".join(lines).encode()
-        started = time.monotonic()
-        assert not check(engine.client("PUT", f"{INDEX}/_bulk", body)).json["errors"]
-        seconds += time.monotonic() - started
-        lines.clear()
-
-    for document in documents(segments):
-        lines.append('{"create":{}}\n' + json.dumps(document) + "\n")
-        if len(lines) == BULK:
-            send()
-    if lines:
-        send()
-    check(engine.client("POST", f"{INDEX}/_refresh"))
+def load(engines: list[Engine], segments: int) -> list[float]:
+    """Seconds that each engine took for the documents of all bulk requests."""
+    for engine in engines:
+        engine.client("DELETE", INDEX)
+        check(engine.client("PUT", INDEX, MAPPING))
+    seconds = [0.0] * len(engines)
+    lines = ('{"create":{}}\n' + json.dumps(document) + "\n" for document in documents(segments))
+    while body := "".join(itertools.islice(lines, BULK)).encode():
+        for position, engine in enumerate(engines):
+            started = time.monotonic()
+            assert not check(engine.client("PUT", f"{INDEX}/_bulk", body)).json["errors"]
+            seconds[position] += time.monotonic() - started
+    for engine in engines:
+        check(engine.client("POST", f"{INDEX}/_refresh"))
     return seconds
 
 
@@ -231,7 +225,7 @@ def bench(segments: int, builds: dict[str, Path], repetitions: int) -> None:
             engines.append(Engine("elasticsearch", Client(uri, user, password)))
         ratios = "".join(f"{'/ ' + engine.name:>16}" for engine in engines[1:])
         print(f"\n{f'{segments} segments':<40}" + "".join(f"{engine.name:>14}" for engine in engines) + ratios)
-        row("bulk load", "s", [load(engine, segments) for engine in engines])
+        row("bulk load", "s", list(load(engines, segments)))
         for name, request in requests(segments).items():
             median_ms(engines, request, 2)
             row(name, "ms", list(median_ms(engines, request, repetitions)))
