@@ -3,7 +3,8 @@
     .deps/venv/bin/python bench/index/run.py --before /path/to/earlier/kestrel-index --segments 10000 100000 1000000
 
 An Elasticsearch takes part when KESTREL_ELASTICSEARCH_URI (with KESTREL_ELASTICSEARCH_USER and _PASSWORD) names one. The
-engines take turns with every single request, so that whatever else the machine does meets all of them.
+engines take turns with every single request, so that whatever else the machine does meets all of them. Of this service's
+processes the processor time is shown too, which on a busy machine says more.
 """
 
 from __future__ import annotations
@@ -76,6 +77,13 @@ class Engine:
             if line.startswith("VmRSS"):
                 return int(line.split()[1]) / 1024
         return None
+
+    def processor_ms(self) -> Optional[float]:
+        """That the process has used so far."""
+        if self.process is None:
+            return None
+        fields = Path(f"/proc/{self.process.process.pid}/stat").read_text().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) * 1000 / os.sysconf("SC_CLK_TCK")
 
 
 def check(answer: Answer) -> Answer:
@@ -184,15 +192,20 @@ def load(engines: list[Engine], segments: int) -> list[float]:
     return seconds
 
 
-def median_ms(engines: list[Engine], request: Request, repetitions: int) -> list[float]:
+def measure(engines: list[Engine], name: str, request: Request, repetitions: int) -> None:
+    """Prints the median time, and the mean processor time, of a request."""
     times: list[list[float]] = [[] for _ in engines]
+    before = [engine.processor_ms() for engine in engines]
     for repetition in range(repetitions):
         for position, engine in enumerate(engines):
             rng = random.Random(repetition)
             started = time.monotonic()
             request(engine.client, rng)
             times[position].append((time.monotonic() - started) * 1000)
-    return [statistics.median(own) for own in times]
+    row(name, "ms", [statistics.median(own) for own in times])
+    after = [engine.processor_ms() for engine in engines]
+    row("", "processor ms", [(new - old) / repetitions if new is not None and old is not None else None
+                             for old, new in zip(before, after)])
 
 
 def restart(engine: Engine, binary: Path, data: Path, kill: bool) -> float:
@@ -211,7 +224,7 @@ def restart(engine: Engine, binary: Path, data: Path, kill: bool) -> float:
 def row(name: str, unit: str, values: list[Optional[float]]) -> None:
     shown = "".join(f"{'-' if value is None else f'{value:.2f}':>14}" for value in values)
     ratios = "".join(f"{values[0] / other if values[0] and other else float('nan'):>16.2f}" for other in values[1:])
-    print(f"{name + ', ' + unit:<40}{shown}{ratios}", flush=True)
+    print(f"{f'{name}, {unit}' if name else f'    {unit}':<40}{shown}{ratios}", flush=True)
 
 
 def bench(segments: int, builds: dict[str, Path], repetitions: int) -> None:
@@ -225,10 +238,14 @@ def bench(segments: int, builds: dict[str, Path], repetitions: int) -> None:
             engines.append(Engine("elasticsearch", Client(uri, user, password)))
         ratios = "".join(f"{'/ ' + engine.name:>16}" for engine in engines[1:])
         print(f"\n{f'{segments} segments':<40}" + "".join(f"{engine.name:>14}" for engine in engines) + ratios)
+        before = [engine.processor_ms() for engine in engines]
         row("bulk load", "s", list(load(engines, segments)))
+        row("", "processor s", [None if old is None else ((engine.processor_ms() or 0) - old) / 1000
+                                for engine, old in zip(engines, before)])
         for name, request in requests(segments).items():
-            median_ms(engines, request, 2)
-            row(name, "ms", list(median_ms(engines, request, repetitions)))
+            for engine in engines:
+                request(engine.client, random.Random(0))
+            measure(engines, name, request, repetitions)
         row("memory", "MiB", [engine.memory() for engine in engines])
         for kill in (False, True):
             times = [restart(engine, builds[engine.name], Path(folder) / engine.name, kill)
@@ -247,7 +264,7 @@ def main() -> None:
     parser.add_argument("--binary", type=Path, default=ROOT / "build/bin/kestrel-index")
     parser.add_argument("--before", type=Path, help="an earlier build to compare with")
     parser.add_argument("--segments", type=int, nargs="+", default=[10_000, 100_000, 1_000_000])
-    parser.add_argument("--repetitions", type=int, default=21)
+    parser.add_argument("--repetitions", type=int, default=51)
     options = parser.parse_args()
     builds = {"now": options.binary} | ({"before": options.before} if options.before else {})
     for segments in options.segments:

@@ -31,7 +31,7 @@ protected:
     std::shared_ptr<kestrel::index::Index> makeIndex() {
         const Json mappings = {
             {"properties",
-             {{"vector", {{"type", "dense_vector"}, {"dims", 3}, {"index", false}}},
+             {{"semanticImageVector", {{"type", "dense_vector"}, {"dims", 3}, {"index", false}}},
               {"projects", {{"type", "nested"}, {"properties", {{"name", {{"type", "keyword"}}}}}}}}}};
         const std::int64_t number = ++mIndices;
         return std::make_shared<kestrel::index::Index>(
@@ -102,7 +102,7 @@ Json randomDocument(std::mt19937& random) {
     for (std::size_t i = random() % 50; i > 0; --i)
         text += words[random() % words.size()] + " ";
     Json document = {{"text", text}, {"n", random() % 4}, {"flag", random() % 2 == 0}};
-    if (random() % 3 != 0) document["vector"] = {random() % 9, random() % 9, 1};
+    if (random() % 3 != 0) document["semanticImageVector"] = {random() % 9, random() % 9, 1};
     for (std::size_t i = random() % 3; i > 0; --i)
         document["projects"].push_back({{"name", words[random() % words.size()]}});
     return document;
@@ -172,8 +172,9 @@ TEST_F(IndexTest, ChangesLeaveNoTrace) {
         R"({"nested": {"path": "projects", "query": {"term": {"projects.name": "sea"}}}})",
         R"({"bool": {"must": {"term": {"flag": true}}, "should": {"match": {"text": "night sea"}}}})",
         R"({"bool": {"should": [{"term": {"n": 1}}, {"term": {"flag": false}}], "minimum_should_match": 2}})",
-        R"({"script_score": {"query": {"exists": {"field": "vector"}}, "script": {"params": {"q": [1, 2, 0]},
-            "source": "cosineSimilarity(params.q,\"vector\")+1.0"}}})"};
+        R"({"script_score": {"query": {"exists": {"field": "semanticImageVector"}}, "script": {
+            "params": {"semanticVector": [1, 2, 0]},
+            "source": "cosineSimilarity(params.semanticVector,\"semanticImageVector\")+1.0"}}})"};
     for (const char* query : queries) {
         const std::string expected = outcome(rebuilt, Json::parse(query));
         EXPECT_EQ(outcome(changed, Json::parse(query)), expected) << query;

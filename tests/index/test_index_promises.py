@@ -479,6 +479,9 @@ def test_folder_of_the_first_format_is_brought_up_to_date(data: Path) -> None:
 # ---- what is derived
 
 
+VECTOR = "semanticImageVector"
+
+
 def derived(served: Served) -> list[Path]:
     return sorted((served.data / "derived").glob("*.snapshot"))
 
@@ -489,8 +492,8 @@ def states(served: Served) -> list[Any]:
     for query in (
         {"match_all": {}}, {"match": {"t": {"query": "wrds seven", "fuzziness": "AUTO:4,6"}}}, {"term": {"n": 5}},
         {"nested": {"path": "list", "query": {"term": {"list.tag": "b"}}}}, {"term": {"t.keyword": "words of seven"}},
-        {"script_score": {"query": {"exists": {"field": "v"}}, "script": {
-            "source": 'cosineSimilarity(params.q,"v")+1.0', "params": {"q": [1.0, 0.0]}}}},
+        {"script_score": {"query": {"exists": {"field": VECTOR}}, "script": {
+            "source": f'cosineSimilarity(params.semanticVector,"{VECTOR}")+1.0', "params": {"semanticVector": [1.0, 0.0]}}}},
     ):
         answer = served("GET", "_search", {"query": query, "size": 10_000, "track_total_hits": True}).json["hits"]
         found.append((answer["total"], sorted((hit["_id"], hit["_score"], json.dumps(hit["_source"])) for hit in answer["hits"])))
@@ -499,12 +502,12 @@ def states(served: Served) -> list[Any]:
 
 def test_start_from_what_was_derived(served: Served) -> None:
     served.client("PUT", INDEX, {"mappings": {"properties": {
-        "v": {"type": "dense_vector", "dims": 2, "index": False},
+        VECTOR: {"type": "dense_vector", "dims": 2, "index": False},
         "list": {"type": "nested", "properties": {"tag": {"type": "keyword"}}}}}})
     names = ["one", "two", "three", "seven"]
 
     def document(n: int) -> Document:
-        return {"t": f"words of {names[n % 4]}", "n": n % 9, "several": [1, n], "list": [{"tag": "ab"[n % 2]}, {"tag": "c"}], "v": [n / 7, 1.5]}
+        return {"t": f"words of {names[n % 4]}", "n": n % 9, "several": [1, n], "list": [{"tag": "ab"[n % 2]}, {"tag": "c"}], VECTOR: [n / 7, 1.5]}
 
     served.client("PUT", f"{INDEX}/_doc/first", document(1))
     bulk(served, [document(n) for n in range(4000)])
