@@ -59,7 +59,8 @@ void IndexService::start() {
     const std::string port = mUri.empty() ? "0" : std::to_string(Poco::URI(mUri).getPort());
     const std::string data = mFolder->path() + "/data";
     // Tests that crash or time out must not leave services behind.
-    const std::string program = Poco::Environment::get("KESTREL_BUILD_BIN", KESTREL_DEFAULT_BUILD_BIN) + "/kestrel-index";
+    const std::string program =
+        Poco::Environment::get("KESTREL_BUILD_BIN", KESTREL_DEFAULT_BUILD_BIN) + "/kestrel-index";
     mProcess = std::make_unique<Poco::ProcessHandle>(
         Poco::Process::launch("setpriv", {"--pdeathsig", "KILL", program, "--data", data, "--port", port,
                                           "--ready-file", readyFile}));
