@@ -3,7 +3,8 @@
     .deps/venv/bin/python bench/semantic/run.py --vectors 200000 [--before /path/to/earlier/kestrel-index]
 
 Checks that the first hits are exactly those of numpy's matrix product, then times queries: the engines and numpy take
-turns with every single query, on all cores and then on one. A million vectors take long to load: with --data and
+turns with every single query, on all cores and then on one. Of this service and of numpy the processor time is shown
+too, which on a busy machine says more. A million vectors take long to load: with --data and
 --load-seconds that is done piece by piece. An Elasticsearch takes part when KESTREL_ELASTICSEARCH_URI (with KESTREL_ELASTICSEARCH_USER
 and _PASSWORD) names one.
 """
@@ -41,7 +42,6 @@ MAPPING = {"settings": {"number_of_shards": 1}, "mappings": {"properties": {
 class Engine:
     def __init__(self, name: str, client: Client, process: Optional[IndexProcess], binary: Path = BINARY) -> None:
         self.name, self.client, self.process, self.binary = name, client, process, binary
-        self.times: list[float] = []
 
     def memory(self) -> float:
         """Resident MiB of a process of ours."""
@@ -49,6 +49,13 @@ class Engine:
             return float("nan")
         status = Path(f"/proc/{self.process.process.pid}/status").read_text()
         return int(next(line for line in status.splitlines() if line.startswith("VmRSS")).split()[1]) / 1024
+
+    def processor_seconds(self) -> float:
+        """That a process of ours has used so far."""
+        if self.process is None:
+            return float("nan")
+        fields = Path(f"/proc/{self.process.process.pid}/stat").read_text().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
     def count(self) -> int:
         answer = self.client("GET", f"{INDEX}/_count")
@@ -84,10 +91,7 @@ class Engine:
     def query(self, vector: Any) -> list[str]:
         script = {"source": SCRIPT, "params": {"semanticVector": [float(value) for value in vector]}}
         body = {"query": {"script_score": {"query": {"match_all": {}}, "script": script}}, "size": HITS}
-        start = time.perf_counter()
-        answer = self.client("GET", f"{INDEX}/_search", body)
-        self.times.append(time.perf_counter() - start)
-        return answer.ids
+        return self.client("GET", f"{INDEX}/_search", body).ids
 
     def restart(self, kill: bool = False, one_core: bool = False) -> None:
         """Ends the service and prints how long the vectors take to be there again."""
@@ -136,35 +140,50 @@ def engines(before: Optional[Path], folder: Path) -> list[Engine]:
     return taking_part
 
 
-def table(vectors: Any, rows: list[tuple[str, list[float]]]) -> None:
-    gigabytes = vectors.nbytes / 1e9
-    for name, times in rows:
-        median = statistics.median(times)
-        print(f"{name:24} {median * 1000:8.1f} ms median {max(times) * 1000:8.1f} ms worst {gigabytes / median:6.1f} GB/s",
-              flush=True)
+class Stopwatch:
+    """Times on the clock, and processor time, of one of those who take part."""
+
+    def __init__(self, name: str) -> None:
+        self.name = name
+        self.times: list[float] = []
+        self.processor = 0.0
+
+    def __enter__(self) -> None:
+        self.start, self.processor_start = time.perf_counter(), time.process_time()
+
+    def __exit__(self, *_: object) -> None:
+        self.times.append(time.perf_counter() - self.start)
+        self.processor += time.process_time() - self.processor_start
+
+    def show(self, vectors: Any) -> None:
+        median, processor, gigabytes = statistics.median(self.times), self.processor / len(self.times), vectors.nbytes / 1e9
+        print(f"{self.name:24} {median * 1000:8.1f} ms median {gigabytes / median:6.1f} GB/s"
+              f" {processor * 1000:8.1f} processor ms {gigabytes / processor if processor else 0:6.1f} GB/s", flush=True)
 
 
 def compare(vectors: Any, queries: Any, taking_part: list[Engine]) -> None:
     """Everybody takes turns with every single query."""
-    reading: list[float] = []
-    product: list[float] = []
+    product, reading = Stopwatch("numpy product"), Stopwatch("reading once, one core")
+    watches = [Stopwatch(engine.name) for engine in taking_part]
     for engine in taking_part:
         engine.client.close()  # idle while the others loaded, and closed by the service perhaps
         engine.query(queries[0])
-        engine.times.clear()
+    before = [engine.processor_seconds() for engine in taking_part]
     for query in queries:
-        start = time.perf_counter()
-        scores = vectors @ query
-        product.append(time.perf_counter() - start)
+        with product:
+            scores = vectors @ query
         best = np.argpartition(-scores, HITS)[:HITS]
         exact = [str(row) for row in best[np.argsort(-scores[best])]]
-        start = time.perf_counter()
-        vectors.view(np.uint64).max()  # each byte once, hardly any computing: what the memory gives one core
-        reading.append(time.perf_counter() - start)
-        for engine in taking_part:
-            assert engine.query(query) == exact, f"{engine.name} finds other frames than numpy"
-    table(vectors, [("numpy product", product), ("reading once, one core", reading),
-                    *((engine.name, engine.times) for engine in taking_part)])
+        with reading:  # each byte once, hardly any computing: what the memory gives one core
+            vectors.view(np.uint64).max()
+        for engine, watch in zip(taking_part, watches):
+            with watch:
+                found = engine.query(query)
+            assert found == exact, f"{engine.name} finds other frames than numpy"
+    for engine, watch, used in zip(taking_part, watches, before):
+        watch.processor = engine.processor_seconds() - used
+    for watch in (product, reading, *watches):
+        watch.show(vectors)
     print(f"the first {HITS} hits of {len(queries)} queries are numpy's", flush=True)
 
 
