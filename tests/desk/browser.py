@@ -59,7 +59,7 @@ class Browser:
         """A page of the desk by its hash, opened afresh."""
         self.driver.get("about:blank")
         self.driver.get(f"http://{self.desk.host}/{page}")
-        self.wait_for("main.search, main.clip, main.library")
+        self.wait_for("main > *")
 
     def js(self, script: str, *arguments: Any) -> Any:
         return self.driver.execute_script(script, *arguments)

@@ -97,6 +97,7 @@ public:
         addLibraryRoutes(mRoutes, mParts);
         addJobRoutes(mRoutes, mParts);
         addSpeakerRoutes(mRoutes, mParts);
+        addScriptRoutes(mRoutes, mParts);
         addExportRoutes(mRoutes, mParts);
         mServer.start();
     }

@@ -1,6 +1,6 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Json.h"
-#include "apps/kestrel/desk/Parts.h"
+#include "apps/kestrel/desk/Exports.h"
 #include "apps/kestrel/forms/Forms.h"
 #include "apps/kestrel/forms/Sources.h"
 
@@ -29,17 +29,6 @@ void listForms(Exchange& exchange, Parts& /*parts*/) {
     send(exchange, document);
 }
 
-/// A clip with its clock, when its media can be read; forms that need one fail without.
-FormClip describe(Parts& parts, const std::string& id, const KsNNDB_STTClipEntry& entry) {
-    FormClip clip{id, entry.clipName, entry.projects.empty() ? "" : entry.projects.front().projectName, {}};
-    try {
-        if (const auto file = parts.media.fileOf(id)) clip.clock = readClock(*file, {});
-    } catch (const Failure&) {
-        clip.clock.reset();
-    }
-    return clip;
-}
-
 KsNNPhraseHit hitOf(const Poco::JSON::Object& object) {
     KsNNPhraseHit hit;
     hit.mediaGuid = requiredText(object, "clip");
@@ -65,7 +54,7 @@ Selection hitSelection(Parts& parts, const Poco::JSON::Array& hits, const std::s
         if (isNew) {
             transcript = parts.transcripts.recent(hit.mediaGuid);
             position = selection.clips.size();
-            selection.clips.push_back(describe(parts, hit.mediaGuid, transcript->entry));
+            selection.clips.push_back(describeForm(parts, hit.mediaGuid, transcript->entry));
         }
         addHit(selection, position, transcript->passages, hit);
     }
@@ -86,11 +75,13 @@ void exportForm(Exchange& exchange, Parts& parts) {
         options.handleMs = body->optValue("handleMS", 0);
         if (const auto hits = body->getArray("hits")) {
             selection = hitSelection(parts, *hits, requiredText(*body, "title"));
+        } else if (body->has("script")) {
+            selection = scriptSelection(parts, *body);
         } else {
             const std::string clip = requiredText(*body, "clip");
             const Transcripts::Ptr transcript = parts.transcripts.read(clip);
-            selection = transcriptSelection(describe(parts, clip, transcript->entry), transcript->passages,
-                                            form->second.isEdit);
+            selection = transcriptSelection(describeForm(parts, clip, transcript->entry),
+                                            transcript->passages, form->second.isEdit);
         }
     } catch (const Poco::Exception& error) {
         throw HttpError(400, fmt::format("the request cannot be read: {}", error.displayText()));
@@ -104,6 +95,16 @@ void exportForm(Exchange& exchange, Parts& parts) {
 }
 
 } // namespace
+
+FormClip describeForm(Parts& parts, const std::string& id, const KsNNDB_STTClipEntry& entry) {
+    FormClip clip{id, entry.clipName, entry.projects.empty() ? "" : entry.projects.front().projectName, {}};
+    try {
+        if (const auto file = parts.media.fileOf(id)) clip.clock = readClock(*file, {});
+    } catch (const Failure&) {
+        clip.clock.reset();
+    }
+    return clip;
+}
 
 void addExportRoutes(Routes& routes, Parts& parts) {
     routes.add("GET", "/api/forms", [&](Exchange& exchange) { listForms(exchange, parts); });

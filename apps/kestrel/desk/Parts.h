@@ -30,6 +30,7 @@ void addClipRoutes(Routes& routes, Parts& parts);
 void addLibraryRoutes(Routes& routes, Parts& parts);
 void addJobRoutes(Routes& routes, Parts& parts);
 void addSpeakerRoutes(Routes& routes, Parts& parts);
+void addScriptRoutes(Routes& routes, Parts& parts);
 void addExportRoutes(Routes& routes, Parts& parts);
 
 } // namespace kestrel::desk

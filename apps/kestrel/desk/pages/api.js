@@ -57,6 +57,7 @@ export const api = {
   nameSpeaker: (clip, speaker, name) => json(clipPath(clip, "/speakers"), withBody("POST", { speaker, name })),
   clearSpeaker: (clip, speaker) => json(clipPath(clip, "/speakers/clear"), withBody("POST", { speaker })),
   forms: async () => (await json("/api/forms")).forms,
+  align: (request, signal) => json("/api/scripts", { ...withBody("POST", request), signal }),
   export: (request) => json("/api/exports", withBody("POST", request)),
   cancelJob: (job) => json(`/api/jobs/${job}/cancel`, { method: "POST" }),
   retryJob: (job) => json(`/api/jobs/${job}/retry`, { method: "POST" }),

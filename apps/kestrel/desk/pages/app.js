@@ -4,6 +4,7 @@ import { api } from "./api.js";
 import { clearAlerts, el } from "./dom.js";
 import { showClip } from "./clip.js";
 import { showLibrary } from "./library.js";
+import { showScripts } from "./scripts.js";
 import { showSearch } from "./search.js";
 
 const root = document.getElementById("view");
@@ -14,6 +15,7 @@ function pageOf(hash) {
   const [name, ...rest] = path.split("/");
   const parameters = new URLSearchParams(query);
   if (name === "clip") return ["clip", (view) => showClip(view, decodeURIComponent(rest.join("/")), parameters)];
+  if (name === "scripts") return ["scripts", (view) => showScripts(view)];
   if (name === "library") return ["library", (view) => showLibrary(view)];
   return ["search", (view) => showSearch(view, parameters)];
 }
