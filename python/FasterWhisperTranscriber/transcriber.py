@@ -76,11 +76,7 @@ class Transcriber:
         pieces = [Piece(int(span["start"]), int(span["end"])) for span in spans]
         if not self._model.model.is_multilingual:
             return [LanguageSpan(*piece, "en") for piece in pieces]
-        return find_languages(samples, pieces, SAMPLING_RATE, self._judge)
-
-    def _judge(self, samples: Samples) -> dict[str, float]:
-        _, _, probabilities = self._model.detect_language(samples)
-        return dict(probabilities)
+        return find_languages(samples, pieces, SAMPLING_RATE, self._model.language_probabilities)
 
     def _follow_settings(self) -> None:
         self._settings = read_settings()
