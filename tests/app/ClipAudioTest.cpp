@@ -141,7 +141,7 @@ TEST(VoiceReelTest, AVoiceKeepsItsLabelOverParts) {
 
     // The engine numbers as it hears them, and hears somebody new; the third voice it cannot know again.
     KsNNDB_STTClipEntry second;
-    second.segments = {said("2", 100, 8000), said("1", 11'100, 15'000), said("3", 18'500, 19'000),
+    second.segments = {said("2", 100, 8000), said("1", 10'900, 15'000), said("3", 18'500, 19'000),
                        said("1", 20'000, 22'000), said("2", 23'000, 24'000)};
     reel.relabel(second);
     ASSERT_EQ(second.segments.size(), 3U);

@@ -13,7 +13,7 @@ constexpr std::size_t kVoiceSamples = std::size_t{8} * kSampleRate;
 constexpr std::size_t kLeastSamples = std::size_t{2} * kSampleRate; ///< Less says too little about a voice.
 constexpr std::size_t kMostVoices = 8;
 /// Longer than the pauses that engines bridge, so that no phrase runs from one excerpt into the next.
-constexpr std::size_t kPauseSamples = std::size_t{3} * kSampleRate;
+constexpr std::int64_t kPauseSamples = std::int64_t{3} * kSampleRate;
 
 std::size_t toSample(std::int32_t ms, std::size_t limit) {
     return std::min(static_cast<std::size_t>(std::max(ms, 0)) * kSampleRate / 1000, limit);
@@ -49,9 +49,12 @@ std::map<std::string, std::string> VoiceReel::labelsFor(const KsNNDB_STTClipEntr
     for (const Excerpt& excerpt : mExcerpts) {
         std::map<std::string, std::int64_t> heard;
         for (const KsNNDBEntrySeg& segment : entry.segments) {
-            const std::size_t start = toSample(startOf(segment), mSamples.size());
-            if (!segment.wordStartsMS.empty() && start >= excerpt.begin &&
-                start < excerpt.end + kPauseSamples / 2)
+            if (segment.wordStartsMS.empty()) continue;
+            const auto middle =
+                static_cast<std::int64_t>(toSample((startOf(segment) + endOf(segment)) / 2, mSamples.size()));
+            // Engines hear a word begin a little before it does.
+            if (middle >= static_cast<std::int64_t>(excerpt.begin) - kPauseSamples / 2 &&
+                middle < static_cast<std::int64_t>(excerpt.end) + kPauseSamples / 2)
                 heard[segment.speakerID] += endOf(segment) - startOf(segment);
         }
         const auto most = std::max_element(heard.begin(), heard.end(),
@@ -95,7 +98,7 @@ void VoiceReel::build() {
     for (const auto& [speaker, voice] : voices) {
         mExcerpts.push_back({mSamples.size(), mSamples.size() + voice->size(), speaker});
         mSamples.insert(mSamples.end(), voice->begin(), voice->end());
-        mSamples.resize(mSamples.size() + kPauseSamples, 0);
+        mSamples.resize(mSamples.size() + static_cast<std::size_t>(kPauseSamples), 0);
     }
 }
 
