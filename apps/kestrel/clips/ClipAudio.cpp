@@ -112,7 +112,7 @@ std::vector<std::string> ClipAudio::warnings() const {
     if (!mTrackNote.empty()) all.push_back(mTrackNote);
     if (mRaised > 0.0) all.push_back(fmt::format("very quiet audio was raised by {:.0f} dB", mRaised));
     const double read = std::max(mReader.readDuration(), static_cast<double>(mPosition) / kSampleRate);
-    if (mReader.claimedDuration() - read > kMissingSeconds)
+    if (mReader.isDurationKnown() && mReader.claimedDuration() - read > kMissingSeconds)
         all.push_back(fmt::format("only {:.0f} of {:.0f} s could be read: the file is cut short or damaged",
                                   read, mReader.claimedDuration()));
     if (mReader.damagedPieces() > 0)

@@ -101,6 +101,9 @@ public:
     unsigned firstTrack() const { return mDecoders.front()->number(); }
     unsigned tracks() const { return static_cast<unsigned>(mTracks); }
     double readDuration() const { return mReadTo; }
+    bool isDurationKnown() const {
+        return mMedia->duration > 0 && mMedia->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
+    }
     double claimedDuration() const {
         return mMedia->duration > 0 ? static_cast<double>(mMedia->duration) / AV_TIME_BASE : 0.0;
     }
@@ -210,6 +213,10 @@ unsigned AudioReader::firstTrack() const {
 
 double AudioReader::claimedDuration() const {
     return mImpl->claimedDuration();
+}
+
+bool AudioReader::isDurationKnown() const {
+    return mImpl->isDurationKnown();
 }
 
 double AudioReader::readDuration() const {

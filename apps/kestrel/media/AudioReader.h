@@ -41,6 +41,8 @@ public:
     unsigned firstTrack() const;
     /// Length that the file claims, in seconds; 0 when it does not say.
     double claimedDuration() const;
+    /// Whether the claimed length is more than a guess from the bit rate.
+    bool isDurationKnown() const;
     /// How far the file could be read, in seconds, counting all its tracks, picture too.
     double readDuration() const;
     /// Pieces of the file that could not be decoded so far.
