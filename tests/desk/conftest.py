@@ -63,5 +63,5 @@ def browser(kestrel: Kestrel, tmp_path_factory: pytest.TempPathFactory) -> Itera
     with Desk(kestrel) as running, Browser(tmp_path_factory.mktemp("browser")) as opened:
         opened.desk = running
         opened.driver.get(running.address)
-        opened.wait_for("nav a")
+        opened.wait_for("#hits")
         yield opened

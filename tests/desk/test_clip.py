@@ -150,6 +150,12 @@ def test_a_voice_is_heard_named_and_cleared(browser: Browser, kestrel: Kestrel) 
     browser.press_button("Save")
     browser.wait_text(".lines", "<b>Anna</b>")
     assert "<b>Anna</b>" in kestrel.good("speakers", "list", "--project", "Voices").out
+    browser.press_button("Undo")
+    browser.wait(lambda: "Anna" not in browser.text(".lines"))
+    ask("Speaker 2")
+    browser.wait_for("dialog input").send_keys("<b>Anna</b>")
+    browser.press_button("Save")
+    browser.wait_text(".lines", "<b>Anna</b>")
     ask("Speaker 1")
     browser.wait_for("dialog input").send_keys("<b>Anna</b>")
     browser.press_button("Save")
@@ -157,6 +163,20 @@ def test_a_voice_is_heard_named_and_cleared(browser: Browser, kestrel: Kestrel) 
     ask("<b>Anna</b>")
     browser.press_button("Take the name away")
     browser.wait_text(".lines", "Speaker 2")
+
+
+def test_a_line_is_given_to_another_voice_and_back(browser: Browser, kestrel: Kestrel) -> None:
+    clip = StoredClip("lines.wav", "Lines", CLIPS[0].lines, SPEECH / "english_short.wav")
+    put(kestrel, clip)
+    open_clip(browser, clip)
+    browser.press(Keys.ARROW_DOWN, Keys.ARROW_DOWN, Keys.ARROW_DOWN, "v")
+    browser.wait_text("dialog", "Nobody but the ferryman")
+    browser.wait_for("dialog input").send_keys("Ferryman")
+    browser.press_button("Save")
+    browser.wait_text(".line:nth-child(3) .who", "Ferryman")
+    assert browser.text(".line:nth-child(1) .who") == "Speaker 1"
+    browser.press_button("Undo")
+    browser.wait_text(".line:nth-child(3) .who", "Speaker 1")
 
 
 def test_a_transcript_leaves_as_subtitles(browser: Browser) -> None:

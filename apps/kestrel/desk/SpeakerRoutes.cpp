@@ -57,12 +57,34 @@ void nameSpeaker(Exchange& exchange, Parts& parts) {
     sendNothing(exchange);
 }
 
-void clearSpeaker(Exchange& exchange, Parts& parts) {
-    const std::string shown = requiredText(*exchange.body(), "speaker");
+/// Gives one segment of the clip to a speaker of that name, who may be new.
+void assignSegment(Exchange& exchange, Parts& parts) {
+    const auto body = exchange.body();
+    const std::string name = requiredText(*body, "name");
+    const int segment = body->optValue("segment", -1);
     const Clip clip = clipInProject(parts, exchange.path.at(2));
     parts.stores.with([&](KsNNDatabase& store) {
         ProjectSpeakers speakers(store, clip.project);
-        speakers.clearClip(clip, speakers.find(shown));
+        const std::vector<KsNNSpeakerKV> wanted = speakers.matching(name);
+        speakers.assignSegment(clip, wanted.empty() ? speakers.create(name) : wanted.front(), segment);
+    });
+    parts.transcripts.forget();
+    sendNothing(exchange);
+}
+
+/// Takes a name away in the whole clip, or from one segment.
+void clearSpeaker(Exchange& exchange, Parts& parts) {
+    const auto body = exchange.body();
+    const std::string shown = requiredText(*body, "speaker");
+    const int segment = body->optValue("segment", -1);
+    const Clip clip = clipInProject(parts, exchange.path.at(2));
+    parts.stores.with([&](KsNNDatabase& store) {
+        ProjectSpeakers speakers(store, clip.project);
+        const KsNNSpeakerKV speaker = speakers.find(shown);
+        if (segment < 0)
+            speakers.clearClip(clip, speaker);
+        else
+            speakers.clearSegment(clip, speaker, segment);
     });
     parts.transcripts.forget();
     sendNothing(exchange);
@@ -76,6 +98,7 @@ void addSpeakerRoutes(Routes& routes, Parts& parts) {
     };
     add("GET", "/api/clips/*/speakers", listSpeakers);
     add("POST", "/api/clips/*/speakers", nameSpeaker);
+    add("POST", "/api/clips/*/speakers/segment", assignSegment);
     add("POST", "/api/clips/*/speakers/clear", clearSpeaker);
 }
 

@@ -1,7 +1,7 @@
 /** A clip: its media with the transcript in step. */
 
 import { api, clipPath } from "./api.js";
-import { alertFailure, announce, button, clock, counted, el, isTyping, languageName } from "./dom.js";
+import { alertFailure, announce, button, clock, counted, el, isTyping, languageName, offerUndo } from "./dom.js";
 import { askExport, makeDialog } from "./export.js";
 import { Player } from "./player.js";
 import { Transcript, highlight } from "./transcript.js";
@@ -48,7 +48,7 @@ class ClipPage {
         this.rangeText, this.copyButton),
       el("p", { class: "keys" }, el("kbd", {}, "Space"), " play ", el("kbd", {}, "J"), el("kbd", {}, "K"), el("kbd", {}, "L"),
         " back, stop, on ", el("kbd", {}, "←"), el("kbd", {}, "→"), " word ", el("kbd", {}, "↑"), el("kbd", {}, "↓"), " line ",
-        el("kbd", {}, "I"), el("kbd", {}, "O"), " in, out ", el("kbd", {}, "/"), " find"));
+        el("kbd", {}, "I"), el("kbd", {}, "O"), " in, out ", el("kbd", {}, "V"), " voice of the line ", el("kbd", {}, "/"), " find"));
     this.voices = el("ul", { class: "voices", "aria-label": "Voices" });
     this.dialog = makeDialog();
     this.stage.append(this.voices);
@@ -129,33 +129,74 @@ class ClipPage {
       }))));
   }
 
-  /** Three samples of a voice, and its name. */
-  async askName(speaker) {
-    const samples = this.transcript.segments.filter((segment) => segment.speaker === speaker)
-      .sort((a, b) => b.endMS - b.startMS - (a.endMS - a.startMS)).slice(0, SAMPLES).sort((a, b) => a.startMS - b.startMS);
-    const name = el("input", { type: "text", list: "names", autocomplete: "off", value: /^Speaker /.test(speaker) ? "" : speaker });
+  /** Asks for a name; `save` and `clear` return what takes them back, or nothing. */
+  async askWho(title, samples, { value, canClear, save, clear, hint }) {
+    const names = await api.speakers(this.clip).catch(() => []);
+    const name = el("input", { type: "text", list: "names", autocomplete: "off", value });
     const act = (label, action, properties) => button(label, async () => {
       this.dialog.close();
       try {
-        await action();
+        const wanted = name.value.trim();
+        const undo = await action(wanted, names);
         await this.load();
+        if (undo) offerUndo(undo.text, () => undo.action().then(() => this.load()));
       } catch (failure) {
         alertFailure(failure);
       }
     }, properties);
-    const names = await api.speakers(this.clip).catch(() => []);
     this.dialog.replaceChildren(
-      el("h2", { id: "dialog-title" }, `Who is ${speaker}?`),
+      el("h2", { id: "dialog-title" }, title),
       el("ul", { class: "members" }, ...samples.map((sample) =>
         el("li", {}, el("span", {}, sample.text), button("Play", () => this.playSample(sample), { "aria-label": `Play at ${clock(sample.startMS)}` })))),
       el("label", {}, el("span", {}, "Name"), name, el("datalist", { id: "names" }, ...names.map((one) => el("option", { value: one })))),
-      el("p", { class: "hint" }, "A name that another voice has makes the two one."),
+      el("p", { class: "hint" }, hint),
       el("div", { class: "row end" },
-        names.includes(speaker) ? act("Take the name away", () => api.clearSpeaker(this.clip, speaker)) : null,
-        button("Cancel", () => this.dialog.close()),
-        act("Save", () => api.nameSpeaker(this.clip, speaker, name.value.trim()), { class: "primary" })));
+        canClear(names) ? act("Take the name away", clear) : null,
+        button("Cancel", () => this.dialog.close()), act("Save", save, { class: "primary" })));
     this.dialog.showModal();
     name.focus();
+  }
+
+  /** Three samples of a voice, and its name. */
+  askName(speaker) {
+    const samples = this.transcript.segments.filter((segment) => segment.speaker === speaker)
+      .sort((a, b) => b.endMS - b.startMS - (a.endMS - a.startMS)).slice(0, SAMPLES).sort((a, b) => a.startMS - b.startMS);
+    return this.askWho(`Who is ${speaker}?`, samples, {
+      value: /^Speaker /.test(speaker) ? "" : speaker,
+      hint: "A name that another voice has makes the two one.",
+      canClear: (names) => names.includes(speaker),
+      clear: () => api.clearSpeaker(this.clip, speaker),
+      save: async (name, names) => {
+        await api.nameSpeaker(this.clip, speaker, name);
+        if (names.includes(name)) return null; // two voices that have become one cannot be told apart again
+        return {
+          text: `${speaker} is now ${name}.`,
+          action: () => (names.includes(speaker) ? api.nameSpeaker(this.clip, name, speaker) : api.clearSpeaker(this.clip, name)),
+        };
+      },
+    });
+  }
+
+  /** Gives the line that is spoken to another voice. */
+  askLine(line) {
+    const segment = this.transcript.segments[line];
+    if (!segment) return;
+    const before = segment.speaker;
+    this.askWho("Who says this line?", [segment], {
+      value: "",
+      hint: `It is ${before}'s now. Other lines keep their voices.`,
+      canClear: (names) => names.includes(before),
+      clear: () => api.clearSpeaker(this.clip, before, segment.segment),
+      save: async (name, names) => {
+        await api.assignSegment(this.clip, segment.segment, name);
+        return {
+          text: `The line is now ${name}'s.`,
+          action: () => (names.includes(before)
+            ? api.assignSegment(this.clip, segment.segment, before)
+            : api.clearSpeaker(this.clip, name, segment.segment)),
+        };
+      },
+    });
   }
 
   playSample({ startMS, endMS }) {
@@ -282,6 +323,7 @@ class ClipPage {
       j: () => this.player.reverse(),
       i: () => this.setIn(),
       o: () => this.setOut(),
+      v: () => this.askLine(this.transcript.lineOf[this.transcript.wordAt(this.player.ms)]),
       "/": () => this.findField.focus(),
       ArrowLeft: () => this.stepWord(-1),
       ArrowRight: () => this.stepWord(1),

@@ -43,6 +43,23 @@ export function alertFailure(failure) {
   document.getElementById("alerts").replaceChildren(note);
 }
 
+/** Says what was done, and takes it back on demand. */
+export function offerUndo(text, undo) {
+  const note = el("p", { class: "alert done" }, el("span", {}, text));
+  note.append(
+    button("Undo", async () => {
+      note.remove();
+      try {
+        await undo();
+      } catch (failure) {
+        alertFailure(failure);
+      }
+    }),
+    button("Dismiss", () => note.remove()),
+  );
+  document.getElementById("alerts").replaceChildren(note);
+}
+
 export function clearAlerts() {
   document.getElementById("alerts").replaceChildren();
 }
