@@ -12,14 +12,14 @@
 namespace kestrel {
 namespace {
 
-constexpr std::chrono::seconds patience{10};
+constexpr std::chrono::seconds kPatience{10};
 
 TEST(Process, IsKnownByItsStartTime) {
     const std::optional<Process> self = findProcess(::getpid());
     ASSERT_TRUE(self.has_value());
     EXPECT_TRUE(self->isRunning());
     EXPECT_FALSE((Process{self->pid, self->startTime + 1}).isRunning());
-    stop(Process{self->pid, self->startTime + 1}, patience); // somebody else's number: we live on
+    stop(Process{self->pid, self->startTime + 1}, kPatience); // somebody else's number: we live on
 }
 
 TEST(Process, StartsInItsOwnSessionAndWritesItsLog) {
@@ -29,7 +29,7 @@ TEST(Process, StartsInItsOwnSessionAndWritesItsLog) {
     EXPECT_EQ(::getsid(started.pid), started.pid);
     while (readFile(log.path()) != "said\n")
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    stop(started, patience);
+    stop(started, kPatience);
     EXPECT_FALSE(started.isRunning());
 }
 

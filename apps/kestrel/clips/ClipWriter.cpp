@@ -26,10 +26,10 @@ FileLock takeOurs(const Home& home, const std::string& mediaGuid) {
 }
 
 std::string spaceWarning(const Home& home) {
-    constexpr std::uintmax_t little = std::uintmax_t{16} << 20;
+    constexpr std::uintmax_t kLittle = std::uintmax_t{16} << 20;
     std::error_code error;
     const fs::space_info space = fs::space(home.root(), error);
-    return !error && space.available < little
+    return !error && space.available < kLittle
                ? fmt::format(" (no space left on the disk of {})", home.root().string())
                : "";
 }

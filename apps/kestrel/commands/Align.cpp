@@ -164,8 +164,8 @@ Run setUp(CLI::App& app) {
     return [options] { return align(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Transcripts, "align",
-                                        "Find where each line of a script begins in a clip", setUp});
+const CommandRegistration kRegistration({CommandGroup::Transcripts, "align",
+                                         "Find where each line of a script begins in a clip", setUp});
 
 } // namespace
 

@@ -98,8 +98,8 @@ Run setUp(CLI::App& app) {
     return [options] { return clips(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Catalogue, "clips",
-                                        "List clips with state, duration, language and speakers", setUp});
+const CommandRegistration kRegistration({CommandGroup::Catalogue, "clips",
+                                         "List clips with state, duration, language and speakers", setUp});
 
 } // namespace
 

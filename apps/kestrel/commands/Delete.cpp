@@ -145,9 +145,9 @@ Run setUp(CLI::App& app) {
     return [options] { return remove(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Catalogue, "delete",
-                                        "Delete transcripts: clips, a project, or what was never completed",
-                                        setUp});
+const CommandRegistration kRegistration({CommandGroup::Catalogue, "delete",
+                                         "Delete transcripts: clips, a project, or what was never completed",
+                                         setUp});
 
 } // namespace
 

@@ -68,8 +68,8 @@ Run setUp(CLI::App& app) {
     return [options] { return runDesk(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Transcripts, "desk",
-                                        "Search, play and transcribe in the browser", setUp});
+const CommandRegistration kRegistration({CommandGroup::Transcripts, "desk",
+                                         "Search, play and transcribe in the browser", setUp});
 
 } // namespace
 

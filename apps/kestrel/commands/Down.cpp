@@ -25,8 +25,8 @@ Run setUp(CLI::App& app) {
     return down;
 }
 
-const CommandRegistration registration({CommandGroup::Services, "down", "Stop what `kestrel up` started",
-                                        setUp});
+const CommandRegistration kRegistration({CommandGroup::Services, "down", "Stop what `kestrel up` started",
+                                         setUp});
 
 } // namespace
 

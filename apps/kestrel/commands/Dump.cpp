@@ -100,9 +100,9 @@ Run setUp(CLI::App& app) {
     return [options] { return dump(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Transcripts, "dump",
-                                        "Write a clip's transcript as subtitles, text, a table or markers",
-                                        setUp});
+const CommandRegistration kRegistration({CommandGroup::Transcripts, "dump",
+                                         "Write a clip's transcript as subtitles, text, a table or markers",
+                                         setUp});
 
 } // namespace
 

@@ -147,9 +147,9 @@ Run setUp(CLI::App& app) {
     return [options] { return exportClips(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Transcripts, "export",
-                                        "Write transcripts into an encrypted file for another installation",
-                                        setUp});
+const CommandRegistration kRegistration({CommandGroup::Transcripts, "export",
+                                         "Write transcripts into an encrypted file for another installation",
+                                         setUp});
 
 } // namespace
 

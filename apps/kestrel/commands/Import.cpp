@@ -215,8 +215,8 @@ Run setUp(CLI::App& app) {
     return [options] { return importFile(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Transcripts, "import",
-                                        "Take over the transcripts of an exchange file", setUp});
+const CommandRegistration kRegistration({CommandGroup::Transcripts, "import",
+                                         "Take over the transcripts of an exchange file", setUp});
 
 } // namespace
 

@@ -57,8 +57,8 @@ Run setUp(CLI::App& app) {
     return [options] { return join(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Catalogue, "join", "Add a clip to another project",
-                                        setUp});
+const CommandRegistration kRegistration({CommandGroup::Catalogue, "join", "Add a clip to another project",
+                                         setUp});
 
 } // namespace
 

@@ -48,8 +48,8 @@ Run setUp(CLI::App& app) {
     return [options] { return leave(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Catalogue, "leave",
-                                        "Take a clip out of one of its projects", setUp});
+const CommandRegistration kRegistration({CommandGroup::Catalogue, "leave",
+                                         "Take a clip out of one of its projects", setUp});
 
 } // namespace
 

@@ -54,8 +54,8 @@ Run setUp(CLI::App& app) {
     return [options] { return migrate(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Catalogue, "migrate",
-                                        "Bring a store of an earlier version up to date", setUp});
+const CommandRegistration kRegistration({CommandGroup::Catalogue, "migrate",
+                                         "Bring a store of an earlier version up to date", setUp});
 
 } // namespace
 

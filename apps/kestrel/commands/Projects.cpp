@@ -59,8 +59,8 @@ Run setUp(CLI::App& app) {
     return [options] { return projects(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Catalogue, "projects",
-                                        "List the projects that have clips", setUp});
+const CommandRegistration kRegistration({CommandGroup::Catalogue, "projects",
+                                         "List the projects that have clips", setUp});
 
 } // namespace
 

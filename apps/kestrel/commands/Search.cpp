@@ -145,8 +145,8 @@ Run setUp(CLI::App& app) {
     return [options] { return search(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Transcripts, "search",
-                                        "Find where a phrase is said, misspellings forgiven", setUp});
+const CommandRegistration kRegistration({CommandGroup::Transcripts, "search",
+                                         "Find where a phrase is said, misspellings forgiven", setUp});
 
 } // namespace
 

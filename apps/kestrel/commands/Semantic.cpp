@@ -88,8 +88,8 @@ Run setUp(CLI::App& app) {
     };
 }
 
-const CommandRegistration registration({CommandGroup::Transcripts, "semantic",
-                                        "Find what was meant, in whatever words and language", setUp});
+const CommandRegistration kRegistration({CommandGroup::Transcripts, "semantic",
+                                         "Find what was meant, in whatever words and language", setUp});
 
 } // namespace
 

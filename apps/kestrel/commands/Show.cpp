@@ -94,8 +94,8 @@ Run setUp(CLI::App& app) {
     return [options] { return show(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Transcripts, "show",
-                                        "Show a clip's transcript with times and speakers", setUp});
+const CommandRegistration kRegistration({CommandGroup::Transcripts, "show",
+                                         "Show a clip's transcript with times and speakers", setUp});
 
 } // namespace
 

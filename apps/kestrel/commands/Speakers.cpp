@@ -204,9 +204,9 @@ Run setUp(CLI::App& app) {
     };
 }
 
-const CommandRegistration registration({CommandGroup::Catalogue, "speakers",
-                                        "List, create, assign, rename, merge, clear and delete speakers",
-                                        setUp});
+const CommandRegistration kRegistration({CommandGroup::Catalogue, "speakers",
+                                         "List, create, assign, rename, merge, clear and delete speakers",
+                                         setUp});
 
 } // namespace
 

@@ -81,8 +81,8 @@ Run setUp(CLI::App& app) {
     return [options] { return status(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Services, "status",
-                                        "Show whether the services run and answer", setUp});
+const CommandRegistration kRegistration({CommandGroup::Services, "status",
+                                         "Show whether the services run and answer", setUp});
 
 } // namespace
 

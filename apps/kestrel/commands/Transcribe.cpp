@@ -162,8 +162,8 @@ Run setUp(CLI::App& app) {
     return [options] { return transcribe(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Transcripts, "transcribe",
-                                        "Make transcripts of media files and store them", setUp});
+const CommandRegistration kRegistration({CommandGroup::Transcripts, "transcribe",
+                                         "Make transcripts of media files and store them", setUp});
 
 } // namespace
 

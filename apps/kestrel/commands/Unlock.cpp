@@ -78,8 +78,8 @@ Run setUp(CLI::App& app) {
     return [options] { return unlock(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Catalogue, "unlock",
-                                        "Release locks that programs left behind", setUp});
+const CommandRegistration kRegistration({CommandGroup::Catalogue, "unlock",
+                                         "Release locks that programs left behind", setUp});
 
 } // namespace
 

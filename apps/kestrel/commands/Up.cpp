@@ -43,8 +43,8 @@ Run setUp(CLI::App& app) {
     return [options] { return up(*options); };
 }
 
-const CommandRegistration registration({CommandGroup::Services, "up",
-                                        "Start the index service and the speech service", setUp});
+const CommandRegistration kRegistration({CommandGroup::Services, "up",
+                                         "Start the index service and the speech service", setUp});
 
 } // namespace
 

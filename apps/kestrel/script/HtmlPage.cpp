@@ -14,7 +14,7 @@ namespace kestrel {
 
 namespace {
 
-const char* const style = R"css(
+const char* const kStyle = R"css(
 :root { color-scheme: light dark; --ink: #1c1f24; --paper: #fbfaf7; --soft: #5b626d; --line: #d9d6ce;
   --lost: #b3261e; --lost-paper: #fdecea; --mark: #fff1b8; --shade: 92%; --edge: 38%; }
 @media (prefers-color-scheme: dark) { :root { --ink: #e9e7e1; --paper: #16181c; --soft: #a3abb8; --line: #343942;
@@ -164,7 +164,7 @@ std::string alignmentPage(const std::string& scriptName, const std::vector<Place
         "lang=\"en\">Script</h2>\n<ol>\n{6}</ol></section>\n"
         "<section tabindex=\"0\" aria-labelledby=\"transcript\"><h2 id=\"transcript\" "
         "lang=\"en\">Transcript</h2>\n<ol>\n{7}</ol></section>\n</main>\n</body>\n</html>\n",
-        escaped(language), escaped(scriptName), escaped(transcript.clipName), style, found, lines.size(),
+        escaped(language), escaped(scriptName), escaped(transcript.clipName), kStyle, found, lines.size(),
         script, transcriptItems(lines, transcript, offsetMs));
 }
 

@@ -56,12 +56,12 @@ bool isPageNumber(const std::string& line) {
 
 /// "ANNA", "ANNA (V.O.)", "ÉLODIE ^", "@McAvoy". Letters beyond ASCII may stand in a name.
 bool isCharacterName(const std::string& line) {
-    constexpr std::size_t longest = 40;
+    constexpr std::size_t kLongest = 40;
     if (line.starts_with("@")) return true;
     const std::string name = line.substr(0, line.find('('));
     const auto lower = [](unsigned char c) { return std::islower(c) != 0; };
     const auto upper = [](unsigned char c) { return std::isupper(c) != 0 || c >= 0x80; };
-    return line.size() <= longest && std::none_of(name.begin(), name.end(), lower) &&
+    return line.size() <= kLongest && std::none_of(name.begin(), name.end(), lower) &&
            std::any_of(name.begin(), name.end(), upper) && name.find_first_of(":.!?;>") == std::string::npos;
 }
 
