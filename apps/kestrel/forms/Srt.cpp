@@ -1,3 +1,4 @@
+#include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/forms/Forms.h"
 
 #include <fmt/format.h>
@@ -7,8 +8,9 @@ namespace kestrel {
 namespace {
 
 std::string srtTime(std::int64_t ms) {
-    return fmt::format("{:02}:{:02}:{:02},{:03}", ms / 3'600'000, ms / 60'000 % 60, ms / 1000 % 60,
-                       ms % 1000);
+    std::string time = timecode(ms);
+    time[time.rfind('.')] = ',';
+    return time;
 }
 
 /// SubRip has no way to write a "<" that players do not take for a tag, whose text they would hide.

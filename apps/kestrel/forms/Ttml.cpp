@@ -1,16 +1,10 @@
+#include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/forms/Forms.h"
 #include "apps/kestrel/forms/XmlText.h"
-
-#include <fmt/format.h>
 
 namespace kestrel {
 
 namespace {
-
-std::string ttmlTime(std::int64_t ms) {
-    return fmt::format("{:02}:{:02}:{:02}.{:03}", ms / 3'600'000, ms / 60'000 % 60, ms / 1000 % 60,
-                       ms % 1000);
-}
 
 void writeHead(XmlText& document, const std::string& title) {
     const XmlText::Element head(document, "head");
@@ -57,7 +51,7 @@ Written writeTtml(const Selection& selection, const FormOptions& options) {
         const XmlText::Element division(document, "div");
         for (const Cue& cue : subtitles.cues) {
             const XmlText::Element paragraph(
-                document, "p", {{"begin", ttmlTime(cue.startMs)}, {"end", ttmlTime(cue.endMs)}});
+                document, "p", {{"begin", timecode(cue.startMs)}, {"end", timecode(cue.endMs)}});
             for (std::size_t i = 0; i < cue.lines.size(); ++i) {
                 if (i > 0) document.empty("br");
                 document.characters(cue.lines[i]);

@@ -1,3 +1,4 @@
+#include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/forms/Forms.h"
 
 #include <fmt/format.h>
@@ -5,11 +6,6 @@
 namespace kestrel {
 
 namespace {
-
-std::string vttTime(std::int64_t ms) {
-    return fmt::format("{:02}:{:02}:{:02}.{:03}", ms / 3'600'000, ms / 60'000 % 60, ms / 1000 % 60,
-                       ms % 1000);
-}
 
 /// Text of a cue knows three characters that it cannot hold as they are; they also stand for themselves in
 /// "-->", which may not occur.
@@ -39,7 +35,7 @@ Written writeVtt(const Selection& selection, const FormOptions& options) {
     const Subtitles subtitles = subtitlesOf(selection, options, SpeakerNames::Apart);
     std::string text = "WEBVTT\n\n";
     for (const Cue& cue : subtitles.cues) {
-        text += fmt::format("{} --> {}\n", vttTime(cue.startMs), vttTime(cue.endMs));
+        text += fmt::format("{} --> {}\n", timecode(cue.startMs), timecode(cue.endMs));
         if (!cue.speaker.empty()) text += fmt::format("<v {}>", escaped(cue.speaker));
         text += escaped(fmt::format("{}", fmt::join(cue.lines, "\n"))) + "\n\n";
     }
