@@ -9,21 +9,22 @@
 
 using namespace kestrelml::detail;
 
-namespace kestrelml::detail {
+namespace {
 
-std::unique_ptr<TranscriptLayout> createLayout(KsNNFileExportType type) {
+/// Null when there is no such layout: hosts give any number.
+TranscriptLayout layoutOf(KsNNFileExportType type) {
     switch (type) {
     case KsNNExportStatusLine:
-        return checkListing();
+        return writeCheckListing;
     case KsNNExportText:
-        return readableScript();
+        return writeReadableScript;
     case KsNNExportSubtitles:
-        return subtitleScript();
+        return writeSubtitleScript;
     }
     return nullptr;
 }
 
-} // namespace kestrelml::detail
+} // namespace
 
 KsNN_ErrorCode KsNNDatabase::DumpDBContentsToFile(KsNNDB_STTClipEntry& entry, std::string& path,
                                                   KsNNFileExportType layout, std::vector<KsNNTC>& timecodes,
@@ -32,8 +33,8 @@ KsNN_ErrorCode KsNNDatabase::DumpDBContentsToFile(KsNNDB_STTClipEntry& entry, st
     if (timecodes.size() != entry.segments.size()) return operation.fail();
     std::ofstream file(kestrelml::platform::pathFromUtf8(path), std::ios::binary | std::ios::trunc);
     if (!file.is_open()) return operation.fail();
-    const std::unique_ptr<TranscriptLayout> writer = createLayout(layout);
-    if (!writer) return operation.fail();
+    const TranscriptLayout write = layoutOf(layout);
+    if (!write) return operation.fail();
 
     const auto nameSpeaker = [&](const KsNNDBEntrySeg& seg, std::string& label) {
         if (seg.speakerGuid.empty() || seg.speakerGuid == "Unk") return KsNN_Success;
@@ -50,8 +51,7 @@ KsNN_ErrorCode KsNNDatabase::DumpDBContentsToFile(KsNNDB_STTClipEntry& entry, st
     };
     const std::string& project = projectName.empty() ? entry.projectName : projectName;
     errno = 0;
-    const KsNN_ErrorCode code =
-        writer->write({entry, project, timecodes, nameSpeaker, normalWords, debug}, file);
+    const KsNN_ErrorCode code = write({entry, project, timecodes, nameSpeaker, normalWords, debug}, file);
     file.flush();
     if (code == KsNN_Success && !file.good())
         return operation.failSaying(std::generic_category().message(errno == 0 ? EIO : errno));

@@ -1,12 +1,11 @@
 #pragma once
 
 /// @file
-/// The layouts of a transcript dump: one source file each. Internal.
+/// The layouts of a transcript dump. Internal.
 
 #include "kestrelml/core/KsNNBase.h"
 
 #include <functional>
-#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -25,23 +24,16 @@ struct DumpSource {
     bool debug; ///< Some layouts repeat lines on standard output.
 };
 
-/// A way of writing a transcript down.
-class TranscriptLayout {
-public:
-    TranscriptLayout() = default;
-    TranscriptLayout(const TranscriptLayout&) = delete;
-    TranscriptLayout& operator=(const TranscriptLayout&) = delete;
-    virtual ~TranscriptLayout() = default;
+/// Writes a transcript down; ends with the first result of `DumpSource::nameSpeaker` that is not
+/// KsNN_Success.
+using TranscriptLayout = KsNN_ErrorCode (*)(const DumpSource& source, std::ostream& out);
 
-    /// Ends with the first result of `DumpSource::nameSpeaker` that is not KsNN_Success.
-    virtual KsNN_ErrorCode write(const DumpSource& source, std::ostream& out) const = 0;
-};
-
-std::unique_ptr<TranscriptLayout> checkListing();
-std::unique_ptr<TranscriptLayout> readableScript();
-std::unique_ptr<TranscriptLayout> subtitleScript();
-/// Null when there is no such layout.
-std::unique_ptr<TranscriptLayout> createLayout(KsNNFileExportType type);
+/// Every word with its times, to check a transcript by.
+KsNN_ErrorCode writeCheckListing(const DumpSource& source, std::ostream& out);
+/// Text to read, with speakers and time codes.
+KsNN_ErrorCode writeReadableScript(const DumpSource& source, std::ostream& out);
+/// The script that subtitling programs take.
+KsNN_ErrorCode writeSubtitleScript(const DumpSource& source, std::ostream& out);
 
 /// Speaker, time codes and text of every segment, which two layouts share.
 KsNN_ErrorCode writeSpeakerBlocks(const DumpSource& source, std::ostream& out);
