@@ -4,19 +4,14 @@
 /// From a text to a vector that stands for its meaning, by one of three routes. Internal.
 
 #include "kestrelml/core/KsNNBase.h"
+#include "kestrelml/semantic/Embedding.h"
 
-#include <array>
-#include <cstddef>
 #include <memory>
 #include <string>
 
 namespace kestrelml::semantic {
 
 class TextModels;
-
-/// Numbers of an embedding.
-inline constexpr std::size_t kDimension = 512;
-using Embedding = std::array<float, kDimension>;
 
 /// One route. Results are codes with a report in the caller, unless said otherwise.
 class TextEmbedder {

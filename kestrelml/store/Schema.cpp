@@ -266,7 +266,7 @@ Frame frameOf(const Object& hit) {
             textOf(*document, field::kImageDescription)};
 }
 
-void appendBulkCreate(const Frame& frame, int segment, const std::array<float, 512>& vector,
+void appendBulkCreate(const Frame& frame, int segment, const semantic::Embedding& vector,
                       std::ostream& bulk) {
     bulk << "{ \"create\" : {} }\n";
     object({{field::kMediaGuid, frame.mediaGuid},

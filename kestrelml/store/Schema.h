@@ -7,9 +7,9 @@
 /// Readers throw a Poco exception that names the field when one is missing or of another kind.
 
 #include "kestrelml/core/KsNNBase.h"
+#include "kestrelml/semantic/Embedding.h"
 #include "kestrelml/store/Query.h"
 
-#include <array>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -165,8 +165,7 @@ struct Frame {
 };
 Frame frameOf(const Object& hit);
 /// Appends the two lines of a bulk request that create the frame of a transcript's segment.
-void appendBulkCreate(const Frame& frame, int segment, const std::array<float, 512>& vector,
-                      std::ostream& bulk);
+void appendBulkCreate(const Frame& frame, int segment, const semantic::Embedding& vector, std::ostream& bulk);
 
 /// Makes a speaker from a hit of the speaker index; the project fields stay empty.
 KsNNSpeakerKV speakerOf(const Object& hit);

@@ -125,7 +125,7 @@ KsNN_ErrorCode KsNNDatabase::testEmbedding(const std::string& modelDir, const st
     };
     if (LoadSemanticSearchModels(modelDir, extensionLibrary, KsNNSemanticOnnx, false) != KsNN_Success)
         return fail("LoadSemanticSearchModels()");
-    std::array<float, kestrelml::semantic::kDimension> embedding{};
+    kestrelml::semantic::Embedding embedding{};
     if (GetVectorEmbedding("Woman talking", embedding.data(), KsNNSemanticOnnx, false) != KsNN_Success)
         return fail("GetVectorEmbedding()");
     std::ifstream expected(kExpectedEmbedding);
