@@ -26,12 +26,12 @@ Object::Ptr everyDocumentInOrder() {
 
 /// Makes clips of version 2 from documents of version 1 in that order. Version 1 has a clip once for each of
 /// its projects: the segments of the first project stay, of the others only the names.
-class ClipAssembler {
+class ClipUpgrade {
 public:
     using TakeClip = std::function<void(KsNNDB_STTClipEntry&)>;
 
     /// @param take Receives each clip when it is whole.
-    explicit ClipAssembler(TakeClip take) : mTake(std::move(take)) {}
+    explicit ClipUpgrade(TakeClip take) : mTake(std::move(take)) {}
 
     /// Returns false for a document whose words have not as many ends as starts.
     [[nodiscard]] bool add(const Object& document) {
@@ -76,13 +76,13 @@ private:
     TakeClip mTake;
     KsNNDB_STTClipEntry mClip;
     std::vector<std::string> mProjectGuids;
-    std::optional<std::string> mMediaGuid; ///< of the clip being assembled
+    std::optional<std::string> mMediaGuid; ///< of the clip at hand
     std::string mProjectGuid;
 };
 
-/// Gives the assembler every document of the index.
+/// Gives the upgrade every document of the index.
 KsNN_ErrorCode readStore(Operation& operation, const std::string& index, int total,
-                         const KsNNProgressCallback& progress, int batchSize, ClipAssembler& assembler) {
+                         const KsNNProgressCallback& progress, int batchSize, ClipUpgrade& upgrade) {
     Scroll scroll(operation, index, everyDocumentInOrder(), batchSize, Scroll::Continues::FromLastPage,
                   "KsNNDatabase::UpdateDatabaseVersion err: ");
     int processed = 0;
@@ -93,13 +93,13 @@ KsNN_ErrorCode readStore(Operation& operation, const std::string& index, int tot
                 if (const auto cancelled = operation.tell(progress, processed++, total)) return cancelled;
                 const Object::Ptr document = sourceOf(*hit);
                 if (isLockDocument(*document)) continue; // a lock that was never released
-                if (!assembler.add(*document)) return operation.fail();
+                if (!upgrade.add(*document)) return operation.fail();
             }
             return KsNN_Success;
         });
         if (code != KsNN_Success) return code;
     }
-    assembler.finish();
+    upgrade.finish();
     return KsNN_Success;
 }
 
@@ -140,9 +140,12 @@ KsNN_ErrorCode KsNNDatabase::MigrateDatabaseVersion1to2(bool testMode, bool debu
     Operation operation(*this, "KsNNDatabase::MigrateDatabaseVersion1to2 err: ", debug);
     const std::string oldIndex = testMode ? kDebugIndexVersion1 : kIndexVersion1;
     const std::string newIndex = std::string(kDefaultTranscriptIndex) + (testMode ? "_gtest_dbg" : "_rel");
-    mTranscriptIndex = oldIndex;
+    const std::string indexBefore = std::exchange(mTranscriptIndex, oldIndex);
     int total = 0;
-    if (const auto code = GetTotalSegmentCount(total, debug)) return code;
+    if (const auto code = GetTotalSegmentCount(total, debug)) {
+        mTranscriptIndex = indexBefore; // which of the two holds the data is unknown
+        return code;
+    }
     if (total == 0) {
         mTranscriptIndex = newIndex;
         return KsNN_Success;
@@ -153,8 +156,8 @@ KsNN_ErrorCode KsNNDatabase::MigrateDatabaseVersion1to2(bool testMode, bool debu
     const auto copyStore = [&] {
         if (const auto code = CreateIndex(newIndex, debug)) return code;
         std::stringstream bulk;
-        ClipAssembler assembler([&](KsNNDB_STTClipEntry& clip) { addToBulkCreateStream(clip, bulk, debug); });
-        if (const auto code = readStore(operation, oldIndex, total, progress, batchSize, assembler))
+        ClipUpgrade upgrade([&](KsNNDB_STTClipEntry& clip) { addToBulkCreateStream(clip, bulk, debug); });
+        if (const auto code = readStore(operation, oldIndex, total, progress, batchSize, upgrade))
             return code;
         return bulk.tellp() > 0 ? operation.createAll(newIndex, bulk) : KsNN_Success;
     };

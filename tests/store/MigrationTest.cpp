@@ -156,7 +156,9 @@ TEST_F(Migration, LosesNothingWhenOneOfItsRequestsFails) {
             dropIndices();
             writeOldStore(3, {"a"});
             proxy.failAt(position, fault);
+            KsNNDatabase::setTranscriptIndex("index of the host");
             migrateBehindProxy();
+            if (position == 0) EXPECT_EQ(KsNNDatabase::getTranscriptIndex(), "index of the host");
             EXPECT_TRUE(documentsIn(kDebugIndexVersion1) == total || documentsIn(kNewIndex) == total);
             proxy.pass();
             EXPECT_EQ(migrateBehindProxy(), KsNN_Success) << behindProxy.GetErrorStr();
