@@ -19,7 +19,7 @@ KsNN_ErrorCode fail(KsNNBase* target, const std::string& message, bool debug,
 /// What becomes of an exception that an operation meets.
 struct OnException {
     /// Message of the report when the exception is not Poco's. Poco's exceptions speak for themselves.
-    const char* message;
+    const char* message = "";
     KsNN_ErrorCode code = KsNN_Error;
     /// Message that follows the details of Poco's exceptions; null for none.
     const char* afterDetails = nullptr;

@@ -15,8 +15,7 @@ struct KsNNPhraseQuery {
     std::string speakerID;   ///< Search segments with this speaker label only.
     std::string speakerGuid; ///< Search segments that are assigned to this speaker only.
     float threshold = 0.6F;  ///< Lowest score of a hit, 0 to 1; 1 finds what is equal in normal form only.
-    int maxSegments =
-        0; ///< Number of segments to look at, best first; 0 or less leaves it to the index (10).
+    int maxSegments = 0;     ///< Segments to look at, best first; 0 or less: the index's default, 10.
 };
 
 /// A place where a phrase is spoken.
