@@ -54,11 +54,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                                   [&](const Object& document) { return assembler.add(document); });
         });
         assembler.finish();
-    } catch (const Poco::Exception&) { // what it is for
+    } catch (const Poco::Exception&) { // says what is wrong with the file
     }
     try {
         readExchange(encrypted, "pass phrase", [](const std::string&) { return KsNN_Success; });
-    } catch (const Poco::Exception&) { // likewise
+    } catch (const Poco::Exception&) { // as above
     }
     return 0;
 }

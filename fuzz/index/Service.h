@@ -88,8 +88,8 @@ private:
     kestrel::index::Router mRouter;
     const std::shared_ptr<const kestrel::index::Principal> mAdministrator =
         std::make_shared<const kestrel::index::Principal>(
-            "fuzzer", std::vector<std::string>{}, kestrel::index::allRights,
-            std::vector<kestrel::index::Principal::Grant>{{{"*"}, kestrel::index::allRights}});
+            "fuzzer", std::vector<std::string>{}, kestrel::index::AllRights,
+            std::vector<kestrel::index::Principal::Grant>{{{"*"}, kestrel::index::AllRights}});
 };
 
 inline std::string_view text(const std::uint8_t* data, std::size_t size) {

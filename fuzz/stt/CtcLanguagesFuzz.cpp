@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             if (id != next++ || vocabulary.ids.at(token) != id) std::abort();
         if (vocabulary.ids.size() != vocabulary.tokens.size() || vocabulary.ids.count(delimiter) == 0)
             std::abort();
-    } catch (const std::exception&) { // what bad files are answered with
+    } catch (const std::exception&) { // how bad files are refused
     }
     return 0;
 }

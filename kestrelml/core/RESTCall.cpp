@@ -109,14 +109,14 @@ KsNN_ErrorCode RESTCall(const std::string& method, const std::string& path, unsi
 
 KsNN_ErrorCode GetQueryResultCount(std::string method, std::string path, const Poco::JSON::Object::Ptr& query,
                                    KsNNBase* caller, int& count, bool debug) {
-    constexpr const char* failure = "KsNNDatabase::GetQueryResultCount err: ";
+    constexpr const char* kFailure = "KsNNDatabase::GetQueryResultCount err: ";
     Poco::JSON::Object::Ptr response;
     unsigned status = 0;
     const KsNN_ErrorCode code = RESTCall(method, path, detail::kIndexTimeoutSeconds, query, response, status,
                                          caller, true, true, debug);
     if (code != KsNN_Success) return code;
-    if (status != HTTPResponse::HTTP_OK) return detail::fail(caller, failure, debug);
-    return detail::guarded({failure, KsNN_Error, failure}, caller, debug, [&] {
+    if (status != HTTPResponse::HTTP_OK) return detail::fail(caller, kFailure, debug);
+    return detail::guarded({kFailure, KsNN_Error, kFailure}, caller, debug, [&] {
         count = response->get("count").convert<Poco::Int32>();
         detail::debugLine(debug, "KsNNDatabase::GetQueryResultCount: count ", count);
         return KsNN_Success;

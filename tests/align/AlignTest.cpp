@@ -20,7 +20,9 @@ MATCHER_P4(IsItem, lineNumber, wordIndex, score, startMs, "") {
     return arg.lineNumber == lineNumber && arg.wordIndex == wordIndex &&
            std::abs(arg.score - score) < 0.00005F && arg.startMs == startMs;
 }
-const auto isNotFound = [](int startMs = 0) { return IsItem(0, 0, 0.0F, startMs); };
+auto isNotFound(int startMs = 0) {
+    return IsItem(0, 0, 0.0F, startMs);
+}
 
 /// Numbers the lines from 0, and takes English for their language.
 KsNNTextLines linesOf(const std::vector<std::string>& texts) {

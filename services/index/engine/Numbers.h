@@ -22,7 +22,7 @@ struct NumberReading {
         OutOfRange,
         NotANumber,
     };
-    Kind kind;
+    Kind kind = Kind::Exact;
     SortableNumber value = 0; ///< exact and cut
 
     bool usable() const { return kind == Kind::Exact || kind == Kind::Cut; }

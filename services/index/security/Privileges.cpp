@@ -20,7 +20,7 @@ constexpr Rights kWriteRights = RightCreateDocument | RightWriteDocument | Right
 constexpr Rights kManageRights = RightMaintain | RightViewMetadata | RightCreateIndex | RightDeleteIndex;
 
 constexpr std::array<Named, 14> kIndexPrivileges{{
-    {"all", allRights},
+    {"all", AllRights},
     {"read", RightRead},
     {"write", kWriteRights},
     {"index", RightCreateDocument | RightWriteDocument},
@@ -37,7 +37,7 @@ constexpr std::array<Named, 14> kIndexPrivileges{{
 }};
 
 constexpr std::array<Named, 5> kClusterPrivileges{{
-    {"all", allRights},
+    {"all", AllRights},
     {"manage", RightMonitorService},
     {"monitor", RightMonitorService},
     {"manage_security", RightManageSecurity},

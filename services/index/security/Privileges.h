@@ -20,7 +20,7 @@ enum Right : std::uint32_t {
     RightDeleteIndex = 1U << 7U,
     RightMonitorService = 1U << 8U,
     RightManageSecurity = 1U << 9U,
-    allRights = UINT32_MAX,
+    AllRights = UINT32_MAX,
 };
 using Rights = std::uint32_t;
 

@@ -107,8 +107,8 @@ std::shared_ptr<const Principal> Users::principal(const std::string& name) const
     const std::vector<std::string> names = strings("roles", user->second.at("roles"));
     for (const std::string& roleName : names) {
         if (roleName == kSuperuser) {
-            cluster = allRights;
-            grants.push_back({{"*"}, allRights});
+            cluster = AllRights;
+            grants.push_back({{"*"}, AllRights});
         }
         const auto found = mRoles.find(roleName);
         if (found == mRoles.end()) continue;
