@@ -18,9 +18,11 @@ function(kestrel_target target)
   cmake_parse_arguments(ARG "" "" "PCH" ${ARGN})
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -fno-omit-frame-pointer)
+  # Lets ccache see through precompiled headers.
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # -fpch-preprocess lets ccache see through precompiled headers.
     target_compile_options(${target} PRIVATE -fpch-preprocess)
+  else()
+    target_compile_options(${target} PRIVATE -Xclang -fno-pch-timestamp)
   endif()
   target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}")
   if(KESTREL_SANITIZE)

@@ -156,9 +156,7 @@ TEST_F(Migration, LosesNothingWhenOneOfItsRequestsFails) {
             dropIndices();
             writeOldStore(3, {"a"});
             proxy.failAt(position, fault);
-            KsNNDatabase::setTranscriptIndex("index of the host");
             migrateBehindProxy();
-            if (position == 0) EXPECT_EQ(KsNNDatabase::getTranscriptIndex(), "index of the host");
             EXPECT_TRUE(documentsIn(kDebugIndexVersion1) == total || documentsIn(kNewIndex) == total);
             proxy.pass();
             EXPECT_EQ(migrateBehindProxy(), KsNN_Success) << behindProxy.GetErrorStr();
@@ -166,6 +164,13 @@ TEST_F(Migration, LosesNothingWhenOneOfItsRequestsFails) {
             EXPECT_EQ(documentsIn(kDebugIndexVersion1), 0);
         }
     }
+}
+
+TEST_F(Migration, ThatCannotCountKeepsTheNameOfTheIndex) {
+    KsNNDatabase unreachable("https://127.0.0.1:1/", nullptr, nullptr, nullptr, false);
+    KsNNDatabase::setTranscriptIndex("index of the host");
+    EXPECT_NE(unreachable.MigrateDatabaseVersion1to2(true, false, {}, 7), KsNN_Success);
+    EXPECT_EQ(KsNNDatabase::getTranscriptIndex(), "index of the host");
 }
 
 TEST_F(Migration, OfAThousandClipsInThreeProjects) {
