@@ -109,8 +109,10 @@ std::vector<PhraseMatch> PhraseMatcher::findIn(const icu::UnicodeString& text, f
     if (mWordCount == 0) return {};
     const NormalWords normal(mTransliterator, text, mLanguage);
     if (normal.words.empty()) {
-        // The empty text is as unlike the phrase as can be.
-        return 0.0F >= threshold ? std::vector<PhraseMatch>{{0, 0, 0.0F, 0, 0}} : std::vector<PhraseMatch>{};
+        // The empty text is as unlike the phrase as can be, unless nothing is left of the phrase either.
+        const float score = scoreOf(mLength, mLength);
+        return score >= threshold ? std::vector<PhraseMatch>{{0, 0, score, 0, 0}}
+                                  : std::vector<PhraseMatch>{};
     }
     const std::size_t count = std::min(mWordCount, normal.words.size());
     const std::size_t runs = normal.words.size() - count + 1;
