@@ -31,16 +31,13 @@ struct Action {
     std::optional<ApiError> error;
     WriteResult result;
 
-    Json item() const {
-        if (error)
-            return {{kind,
-                     {{"_index", indexName},
-                      {"_id", id},
-                      {"status", error->status()},
-                      {"error", error->cause()}}}};
-        Json shown = result.toJson();
-        shown["status"] = result.status();
-        return {{kind, std::move(shown)}};
+    std::string item() const {
+        if (!error)
+            return fmt::format(R"({{"{}":{{{},"status":{}}}}})", kind, result.members(), result.status());
+        const Json shown = {
+            {kind,
+             {{"_index", indexName}, {"_id", id}, {"status", error->status()}, {"error", error->cause()}}}};
+        return shown.dump(-1, ' ', false, Json::error_handler_t::replace);
     }
 };
 
@@ -70,13 +67,16 @@ public:
             }
         }
         bool errors = false;
-        Json items = Json::array();
+        std::string items;
         for (const Action& action : mActions) {
             errors = errors || action.error;
-            items.push_back(action.item());
+            if (!items.empty()) items += ',';
+            items += action.item();
         }
-        return Answer::json(
-            {{"errors", errors}, {"took", stopwatch.milliseconds()}, {"items", std::move(items)}});
+        return {
+            200,
+            fmt::format(R"({{"errors":{},"took":{},"items":[{}]}})", errors, stopwatch.milliseconds(), items),
+            {}};
     }
 
 private:

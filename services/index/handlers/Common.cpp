@@ -37,8 +37,4 @@ Json readShards(std::size_t indices) {
     return {{"total", indices}, {"successful", indices}, {"skipped", 0}, {"failed", 0}};
 }
 
-Json writeShards() {
-    return {{"total", 1}, {"successful", 1}, {"failed", 0}};
-}
-
 } // namespace kestrel::index

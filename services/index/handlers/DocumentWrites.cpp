@@ -84,15 +84,13 @@ std::string_view trimmed(std::string_view text) {
 
 } // namespace
 
-Json WriteResult::toJson() const {
-    return {
-        {"_index", index},
-        {"_id", id},
-        {"_version", version},
-        {"result", result},
-        {"_shards", result == "noop" ? Json{{"total", 0}, {"successful", 0}, {"failed", 0}} : writeShards()},
-        {"_seq_no", sequenceOf(row)},
-        {"_primary_term", 1}};
+std::string WriteResult::members() const {
+    // Put together as text: a bulk request is answered with thousands of these.
+    const int shards = result == "noop" ? 0 : 1;
+    return fmt::format(
+        R"("_index":{},"_id":{},"_version":{},"result":"{}","_shards":{{"total":{},"successful":{},"failed":0}},)"
+        R"("_seq_no":{},"_primary_term":1)",
+        jsonString(index), jsonString(id), version, result, shards, shards, sequenceOf(row));
 }
 
 NewDocument NewDocument::parse(const Index& index, std::string id, std::string_view source) {

@@ -17,7 +17,8 @@ struct WriteResult {
     std::int64_t version = 1;
     RowId row = 0;
 
-    Json toJson() const;
+    /// The members of the JSON object that tells of it.
+    std::string members() const;
     int status() const { return result == "created" ? 201 : result == "not_found" ? 404 : 200; }
 };
 

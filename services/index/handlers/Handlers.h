@@ -50,8 +50,7 @@ private:
 /// The answer about a document that cannot be read.
 ApiError damaged(const Index& index, const DamagedRow& row);
 
-/// "_shards" of reads and of writes.
+/// "_shards" of reads.
 Json readShards(std::size_t indices);
-Json writeShards();
 
 } // namespace kestrel::index
