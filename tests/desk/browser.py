@@ -3,14 +3,12 @@
 from __future__ import annotations
 
 import os
-import zipfile
-from functools import cache
 from pathlib import Path
 from types import TracebackType
 from typing import Any
 
+import axe
 from desk_process import Desk
-from pinned_packages import Package, fetch
 from selenium import webdriver
 from selenium.common.exceptions import StaleElementReferenceException
 from selenium.webdriver.common.by import By
@@ -20,16 +18,6 @@ from selenium.webdriver.support.ui import WebDriverWait
 
 PATIENCE_S = 60
 DEPS = Path(os.environ["KESTREL_DEPS_DIR"])
-
-# A wheel that carries axe-core, the accessibility checker; only that file is used.
-AXE = Package("axe-playwright-python", "0.1.8", "axe_playwright_python-0.1.8-py3-none-any.whl",
-              "fdd263c998388f1a8e67cad02677e612d946248bd44d163be5e8650ea31f95f8")
-
-
-@cache
-def axe_source() -> str:
-    with zipfile.ZipFile(fetch(AXE, DEPS / "packages")) as wheel:
-        return wheel.read("axe_playwright_python/axe.min.js").decode()
 
 
 class Browser:
@@ -114,7 +102,7 @@ class Browser:
     def violations(self) -> list[str]:
         """What axe-core finds on the page as it is."""
         if not self.js("return 'axe' in window"):
-            self.js(axe_source())
+            self.js(axe.source(DEPS))
         found = self.driver.execute_async_script(
             "const done = arguments[0]; axe.run(document, {resultTypes: ['violations']}).then((r) => done(r.violations),"
             "(e) => done([{id: String(e), nodes: []}]))")

@@ -38,9 +38,8 @@ fs::path receive(Exchange& exchange, const fs::path& folder, const std::string& 
 
 void addUpload(Exchange& exchange, Parts& parts) {
     const std::string project = exchange.parameter("project");
-    const std::string language = exchange.parameter("language");
+    const std::string language = exchange.parameter("language"); // empty: found from the speech
     if (project.find_first_not_of(" \t\r\n") == std::string::npos) throw HttpError(400, "name a project");
-    if (language.empty()) throw HttpError(400, "choose a language");
     const fs::path file =
         receive(exchange, parts.stores.home().root() / "desk" / "media", exchange.parameter("name"));
     auto document = jsonObject();

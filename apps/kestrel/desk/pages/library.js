@@ -87,8 +87,8 @@ class Library {
   async loadLanguages() {
     try {
       const languages = await api.languages();
-      setOptions(this.language, languages.map(({ language, name }) => [language, name]));
-      this.language.value = memory.get("language", navigator.language.slice(0, 2));
+      setOptions(this.language, [["", "Found from the speech"], ...languages.map(({ language, name }) => [language, name])]);
+      this.language.value = memory.get("language");
       if (this.language.selectedIndex < 0) this.language.selectedIndex = 0;
     } catch (failure) {
       alertFailure(failure);
