@@ -8,6 +8,7 @@ from types import TracebackType
 from typing import Any
 
 import axe
+from app_under_test import BIN
 from desk_process import Desk
 from selenium import webdriver
 from selenium.common.exceptions import StaleElementReferenceException
@@ -129,9 +130,11 @@ class Browser:
         self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
                                     {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": False})
 
-    def picture(self, file: Path) -> None:
-        file.parent.mkdir(parents=True, exist_ok=True)
-        self.driver.save_screenshot(str(file))
+    def picture(self, name: str) -> None:
+        """For the documents: kept beside the test results."""
+        folder = BIN.parent / "test-results" / "pictures"
+        folder.mkdir(parents=True, exist_ok=True)
+        self.driver.save_screenshot(str(folder / name))
 
     def complaints(self) -> list[str]:
         """What the browser's console says of failures and refusals."""

@@ -190,4 +190,6 @@ def test_a_transcript_leaves_as_subtitles(browser: Browser) -> None:
 
 def test_axe_finds_nothing(browser: Browser) -> None:
     open_clip(browser)
+    browser.press(Keys.ARROW_DOWN, "i", Keys.ARROW_DOWN, Keys.ARROW_DOWN, "o")
     assert browser.violations_everywhere() == []
+    browser.picture("desk-clip.png")

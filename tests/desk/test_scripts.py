@@ -39,6 +39,7 @@ def test_the_best_take_of_each_line_is_played_and_exported(browser: Browser, tak
     assert browser.violations_everywhere() == []
     browser.all(".best")[1].send_keys(Keys.ENTER)
     browser.wait_playing(5.0)
+    browser.picture("desk-scripts.png")
     browser.press_button("Export the best takes…")
     browser.wait_for("dialog select").send_keys("edl")
     browser.wait_for("dialog input[type=checkbox]").send_keys(" ")

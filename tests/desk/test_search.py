@@ -118,5 +118,6 @@ def test_another_page_in_the_same_browser_gets_nothing(browser: Browser) -> None
 
 
 def test_axe_finds_nothing(browser: Browser) -> None:
-    search(browser, "bridge")
+    search(browser, "old brige")
     assert browser.violations_everywhere() == []
+    browser.picture("desk-search.png")
