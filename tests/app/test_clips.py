@@ -249,7 +249,7 @@ def test_conversation_has_its_two_voices(kestrel: Kestrel) -> None:
 
 
 def test_sound_beyond_one_part_keeps_its_time(kestrel: Kestrel, tmp_path: Path) -> None:
-    """Speech, forty minutes of silence, and speech: the engine gets two parts."""
+    """Speech, forty minutes of silence, and speech: the engine gets five parts."""
     join = "[0]apad=whole_dur=2430[first];[first][1]concat=n=2:v=0:a=1"
     sources = ("-i", SPEECH / "librivox_5.wav", "-i", SPEECH / "librivox_2.wav")
     file = make_media(tmp_path / "long.flac", *sources, "-filter_complex", join)
