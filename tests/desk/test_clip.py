@@ -161,7 +161,7 @@ def test_a_voice_is_heard_named_and_cleared(browser: Browser, kestrel: Kestrel) 
     browser.press_button("Save")
     browser.wait(lambda: len(browser.all(".voices button")) == 1, "the two are one")
     ask("<b>Anna</b>")
-    browser.press_button("Take the name away")
+    browser.press_button("Remove the name")
     browser.wait_text(".lines", "Speaker 2")
 
 

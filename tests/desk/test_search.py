@@ -72,7 +72,7 @@ def test_chosen_hits_leave_as_a_string_out(browser: Browser) -> None:
 def test_what_is_not_said_is_not_found(browser: Browser) -> None:
     browser.open("#/")
     browser.type("xylophone quagmire")
-    browser.wait_text(".count", "Nothing like that is said")
+    browser.wait_text(".count", "Nothing found")
     assert hits(browser) == []
 
 

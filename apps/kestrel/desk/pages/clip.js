@@ -47,8 +47,8 @@ class ClipPage {
         button("Set in", () => this.setIn(), { title: "I" }), button("Set out", () => this.setOut(), { title: "O" }),
         this.rangeText, this.copyButton),
       el("p", { class: "keys" }, el("kbd", {}, "Space"), " play ", el("kbd", {}, "J"), el("kbd", {}, "K"), el("kbd", {}, "L"),
-        " back, stop, on ", el("kbd", {}, "←"), el("kbd", {}, "→"), " word ", el("kbd", {}, "↑"), el("kbd", {}, "↓"), " line ",
-        el("kbd", {}, "I"), el("kbd", {}, "O"), " in, out ", el("kbd", {}, "V"), " voice of the line ", el("kbd", {}, "/"), " find"));
+        " back, stop, forward ", el("kbd", {}, "←"), el("kbd", {}, "→"), " word ", el("kbd", {}, "↑"), el("kbd", {}, "↓"), " line ",
+        el("kbd", {}, "I"), el("kbd", {}, "O"), " in, out ", el("kbd", {}, "V"), " change the line's voice ", el("kbd", {}, "/"), " find"));
     this.voices = el("ul", { class: "voices", "aria-label": "Voices" });
     this.dialog = makeDialog();
     this.stage.append(this.voices);
@@ -151,7 +151,7 @@ class ClipPage {
       el("label", {}, el("span", {}, "Name"), name, el("datalist", { id: "names" }, ...names.map((one) => el("option", { value: one })))),
       el("p", { class: "hint" }, hint),
       el("div", { class: "row end" },
-        canClear(names) ? act("Take the name away", clear) : null,
+        canClear(names) ? act("Remove the name", clear) : null,
         button("Cancel", () => this.dialog.close()), act("Save", save, { class: "primary" })));
     this.dialog.showModal();
     name.focus();
@@ -163,7 +163,7 @@ class ClipPage {
       .sort((a, b) => b.endMS - b.startMS - (a.endMS - a.startMS)).slice(0, SAMPLES).sort((a, b) => a.startMS - b.startMS);
     return this.askWho(`Who is ${speaker}?`, samples, {
       value: /^Speaker /.test(speaker) ? "" : speaker,
-      hint: "A name that another voice has makes the two one.",
+      hint: "A name that is already in use merges the two voices.",
       canClear: (names) => names.includes(speaker),
       clear: () => api.clearSpeaker(this.clip, speaker),
       save: async (name, names) => {

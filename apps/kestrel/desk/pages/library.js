@@ -54,7 +54,7 @@ class Library {
       el("label", {}, el("span", {}, "Project"), this.projectName, this.projectList),
       el("label", {}, el("span", {}, "Language spoken"), this.language),
       this.files, button("Choose files…", () => this.choose(), { class: "primary" }),
-      el("p", { class: "hint" }, "or drop them here. The desk keeps a copy of what it transcribes."));
+      el("p", { class: "hint" }, "or drop them here. Kestrel transcribes a copy and keeps it."));
     this.jobList = el("ul", { class: "jobs", "aria-label": "Transcriptions" });
     this.nameFilter = el("input", { type: "search", placeholder: "Filter by name", "aria-label": "Filter by name", on: { input: () => this.filter() } });
     const select = (label, all) => {
@@ -87,7 +87,7 @@ class Library {
   async loadLanguages() {
     try {
       const languages = await api.languages();
-      setOptions(this.language, [["", "Found from the speech"], ...languages.map(({ language, name }) => [language, name])]);
+      setOptions(this.language, [["", "Detect automatically"], ...languages.map(({ language, name }) => [language, name])]);
       this.language.value = memory.get("language");
       if (this.language.selectedIndex < 0) this.language.selectedIndex = 0;
     } catch (failure) {
@@ -119,7 +119,7 @@ class Library {
     this.list.replaceChildren(...shown.map((clip) => this.clipItem(clip)));
     this.count.textContent = this.clips.length
       ? `${counted(shown.length, "clip")}${shown.length < this.clips.length ? ` of ${this.clips.length}` : ""}`
-      : "Nothing is transcribed yet: choose files above.";
+      : "Nothing has been transcribed yet: choose files above.";
   }
 
   clipItem(clip) {
@@ -181,7 +181,7 @@ class Library {
 
   add(files) {
     if (!this.projectName.value.trim()) {
-      this.projectName.setCustomValidity("Say which project the files belong to");
+      this.projectName.setCustomValidity("Name the project that the files belong to");
       this.projectName.reportValidity();
       this.projectName.setCustomValidity("");
       return;

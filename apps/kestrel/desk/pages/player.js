@@ -129,7 +129,7 @@ export class Player {
     const wasPlaying = this.isPlaying;
     const signal = this.aborter.signal;
     const tell = (fraction) => {
-      this.note.textContent = `Your browser cannot play this file. Making a preview: ${Math.round(fraction * 100)} %`;
+      this.note.textContent = `This browser cannot play the file. Making a preview: ${Math.round(fraction * 100)} %`;
     };
     tell(0);
     try {

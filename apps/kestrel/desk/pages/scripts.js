@@ -22,7 +22,7 @@ class Scripts {
       on: { change: () => this.open(this.file.files[0]) },
     });
     this.format = el("select", { on: { change: () => this.align() } },
-      el("option", { value: "auto" }, "Recognised by itself"), el("option", { value: "plain" }, "Plain text"),
+      el("option", { value: "auto" }, "Detect automatically"), el("option", { value: "plain" }, "Plain text"),
       el("option", { value: "screenplay" }, "Screenplay, Fountain"));
     this.name = el("p", { class: "hint" }, "or drop it here.");
     this.drop = el("section", {
@@ -119,8 +119,8 @@ class Scripts {
   tell() {
     const found = this.lines.filter((line) => line.takes.length).length;
     if (this.lines.length) this.count.textContent = `${found} of ${counted(this.lines.length, "line")} found`;
-    else if (!this.script) this.count.textContent = "Choose a script and the takes in which it is spoken.";
-    else this.count.textContent = "Choose the takes in which it is spoken.";
+    else if (!this.script) this.count.textContent = "Choose a script and the takes to search.";
+    else this.count.textContent = "Choose the takes to search.";
   }
 
   show(lines) {

@@ -43,7 +43,7 @@ class Search {
     this.speaker = filter("Speaker", "Anyone", () => this.filter());
     this.language = filter("Language", "All languages", () => this.filter());
     this.exact = el("select", { on: { change: () => this.search() } },
-      el("option", { value: "60" }, "Misspellings forgiven"), el("option", { value: "100" }, "As spelt"));
+      el("option", { value: "60" }, "Tolerate misspellings"), el("option", { value: "100" }, "Exact spelling"));
     this.filters.append(el("label", {}, el("span", {}, "Match"), this.exact));
 
     this.count = el("p", { class: "count" });
@@ -66,7 +66,7 @@ class Search {
       el("div", { class: "columns" },
         el("section", { class: "results", "aria-label": "Results" },
           el("div", { class: "results-head" }, this.count,
-            el("p", { class: "keys" }, el("kbd", {}, "↑"), el("kbd", {}, "↓"), " walk ", el("kbd", {}, "Enter"), " play ",
+            el("p", { class: "keys" }, el("kbd", {}, "↑"), el("kbd", {}, "↓"), " move ", el("kbd", {}, "Enter"), " play ",
               el("kbd", {}, "Ctrl Enter"), " open the clip ", el("kbd", {}, "Ctrl Space"), " choose")),
           this.list),
         this.panel),
@@ -80,7 +80,7 @@ class Search {
       setOptions(this.project, [["", "All projects"], ...projects.map(({ projectId, project }) => [projectId, project])]);
       this.project.value = memory.get("project");
       if (this.project.selectedIndex < 0) this.project.value = "";
-      if (!projects.length) this.showEmpty("Nothing is transcribed yet", "Add media in the Library.");
+      if (!projects.length) this.showEmpty("Nothing has been transcribed yet", "Add media in the Library.");
     } catch (failure) {
       alertFailure(failure);
     }
@@ -147,7 +147,7 @@ class Search {
     this.field.removeAttribute("aria-activedescendant");
     this.count.textContent = "";
     if (!this.field.value.trim()) return;
-    this.count.textContent = this.hits.length ? "The filters leave no hit" : "Nothing like that is said";
+    this.count.textContent = this.hits.length ? "No hit matches the filters" : "Nothing found";
     announce(this.count.textContent);
   }
 
