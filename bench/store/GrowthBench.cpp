@@ -146,6 +146,18 @@ const std::vector<Measured>& operations() {
              std::vector<std::string> clips;
              return store.GetAllMediaGuids("ALL", clips, false, 1000);
          }},
+        {"FindClips",
+         [](auto& store, int) {
+             std::vector<KsNNClipSummary> clips;
+             return store.FindClips({}, clips, false);
+         }},
+        {"FindClips, with contents",
+         [](auto& store, int) {
+             KsNNClipQuery query;
+             query.withContents = true;
+             std::vector<KsNNClipSummary> clips;
+             return store.FindClips(query, clips, false);
+         }},
         {"GetAllInprogressEntries",
          [](auto& store, int) {
              std::vector<KsNNSearchResults> rows;
@@ -155,6 +167,29 @@ const std::vector<Measured>& operations() {
          [](auto& store, int) {
              std::vector<std::string> clips;
              return store.FindAllLockedMediaGuids(clips, false);
+         }},
+        {"SpeakerCreateNew",
+         [](auto& store, int call) {
+             KsNNSpeakerKV speaker;
+             speaker.speakerName = "speaker " + std::to_string(call);
+             speaker.projectGuid = speaker.projectName = "shared";
+             return store.SpeakerCreateNew(speaker, false);
+         }},
+        {"GetAllSpeakersInProject",
+         [](auto& store, int) {
+             std::vector<KsNNSpeakerKV> speakers;
+             return store.GetAllSpeakersInProject("shared", speakers, false);
+         }},
+        {"SpeakerSetSegName",
+         [](auto& store, int call) {
+             std::vector<KsNNSpeakerKV> speakers;
+             require(store.GetAllSpeakersInProject("shared", speakers, false), store);
+             return store.SpeakerSetSegName(clipName(call), "shared", speakers.at(0), 7, false);
+         }},
+        {"SpeakerGetList",
+         [](auto& store, int) {
+             std::vector<KsNNSpeakerKV> speakers;
+             return store.SpeakerGetList("shared", speakers, false);
          }},
         {"LockEntry",
          [](auto& store, int call) { return store.LockEntry("new " + std::to_string(call), false); }},

@@ -92,6 +92,10 @@ std::string keyOf(const Object& bucket) {
     return textOf(bucket, "key");
 }
 
+int countOf(const Object& bucket) {
+    return integerOf(bucket, "doc_count");
+}
+
 std::string deletedOf(const Object& answer) {
     return Var::toString(answer.get("deleted"));
 }

@@ -67,9 +67,10 @@ std::string scrollIdOf(const Poco::JSON::Object& answer);
 
 /// The aggregation `name` of an answer.
 Poco::JSON::Object::Ptr aggregationOf(const Poco::JSON::Object& answer, const std::string& name);
-/// The buckets of an aggregation, and the value that one of them counts.
+/// The buckets of an aggregation; the value that one of them counts, and how often there is one.
 Poco::JSON::Array::Ptr bucketsOf(const Poco::JSON::Object& aggregation);
 std::string keyOf(const Poco::JSON::Object& bucket);
+int countOf(const Poco::JSON::Object& bucket);
 
 /// How many documents a deletion by query deleted, for printing.
 std::string deletedOf(const Poco::JSON::Object& answer);

@@ -6,6 +6,7 @@
 
 #include "kestrelml/core/Export.h"
 #include "kestrelml/core/KsNNBase.h"
+#include "kestrelml/store/KsNNClipSearch.h"
 #include "kestrelml/store/KsNNPhraseSearch.h"
 
 #include <unicode/unistr.h>
@@ -281,6 +282,10 @@ public:
     /// Appends clip, project and text of segments 0 whose clip is not complete, one for each of its projects.
     /// Looks at one page (ten) of them.
     KsNN_ErrorCode GetAllInprogressEntries(std::vector<KsNNSearchResults>& results, bool debug);
+    /// Appends the clips that meet the query, complete or not, in no particular order, and what is known of
+    /// each. Reads no transcripts: what a clip contains is counted by the service. A failure leaves the clips
+    /// before it, the last thousand of them without their contents.
+    KsNN_ErrorCode FindClips(const KsNNClipQuery& query, std::vector<KsNNClipSummary>& clips, bool debug);
     /// @}
 
     /// @name Deletion
@@ -327,6 +332,10 @@ public:
     /// empty.
     KsNN_ErrorCode GetAllSpeakersInProject(const std::string& projectGuid,
                                            std::vector<KsNNSpeakerKV>& speakers, bool debug);
+    /// Makes every speaker of a clip known to a project, those that it knows already as before.
+    /// `AddNewProjectToProjectList` does it for ten. Calling again after a failure does what is left.
+    KsNN_ErrorCode ShareSpeakers(const std::string& mediaGuid, const std::string& projectGuid,
+                                 const std::string& projectName, bool debug);
     /// Tells whether a segment of the project is assigned to the speaker. A missing index leaves `found` as
     /// it is.
     KsNN_ErrorCode FindReferencesOfSpeaker(const std::string& speakerGuid, const std::string& projectGuid,
@@ -490,6 +499,9 @@ public:
     KsNN_ErrorCode WriteSemanticFrames(const std::string& mediaGuid, const std::string& projectGuid,
                                        KsNNDBSemanticSearchImpl route, int& written,
                                        KsNNProgressCallback progress, bool debug);
+    /// Deletes the frames that `WriteSemanticFrames` wrote for these clips; frames of pictures stay. For
+    /// clips that leave the store: their frames would be found without them.
+    KsNN_ErrorCode DeleteSemanticFrames(const std::vector<std::string>& mediaGuids, bool debug);
     /// @}
 
     /// @name Script alignment

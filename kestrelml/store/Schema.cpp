@@ -70,6 +70,10 @@ Object::Ptr ofClip(const std::string& mediaGuid) {
     return term(exact(field::kMediaGuid), mediaGuid);
 }
 
+Object::Ptr ofClipName(const std::string& clipName) {
+    return term(exact(field::kClipName), clipName);
+}
+
 Object::Ptr ofProject(const std::string& projectGuid, int version) {
     return term(exact(version == kVersion1 ? field::kProjectGuid : field::kProjectGuidList), projectGuid);
 }

@@ -92,6 +92,7 @@ Object::Ptr indexDefinition();
 /// @name Conditions on segments
 /// @{
 Object::Ptr ofClip(const std::string& mediaGuid);
+Object::Ptr ofClipName(const std::string& clipName);
 Object::Ptr ofProject(const std::string& projectGuid, int version = kVersion2);
 Object::Ptr ofSegment(int segment);
 Object::Ptr ofSpeaker(const std::string& speakerGuid);

@@ -81,6 +81,14 @@ private:
 
 } // namespace
 
+KsNN_ErrorCode KsNNDatabase::DeleteSemanticFrames(const std::vector<std::string>& mediaGuids, bool debug) {
+    Operation operation(*this, "KsNNDatabase::DeleteSemanticFrames err: ", debug);
+    if (mediaGuids.empty()) return KsNN_Success;
+    if (const auto index = operation.refresh(mSemanticIndex); !index.isReady()) return index.code();
+    return operation.ask("POST", deleteByQueryPath(mSemanticIndex),
+                         searchFor(allOf({ofAnyClip(mediaGuids), exists(field::kSegment)})));
+}
+
 KsNN_ErrorCode KsNNDatabase::WriteSemanticFrames(const std::string& mediaGuid, const std::string& projectGuid,
                                                  KsNNDBSemanticSearchImpl route, int& written,
                                                  KsNNProgressCallback progress, bool debug) {

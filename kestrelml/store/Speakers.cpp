@@ -10,12 +10,20 @@ namespace {
 
 constexpr const char* kUniqueSpeakers = "unique_speaker_guids";
 
-/// Counts the segments of a project by the speaker that they are assigned to, as far as the service lists
-/// them.
-Object::Ptr speakersQuery(const std::string& projectGuid) {
-    return object({{"query", terms(exact(field::kProjectGuidList), std::vector{projectGuid})},
-                   {"aggs", object(kUniqueSpeakers, bucketsBy(exact(field::kSpeakerGuid)))},
+/// Counts segments by the speaker that they are assigned to.
+/// @param most Number of speakers; 0 leaves it to the service (10).
+Object::Ptr speakersQuery(const Object::Ptr& segments, int most) {
+    return object({{"query", segments},
+                   {"aggs", object(kUniqueSpeakers, bucketsBy(exact(field::kSpeakerGuid), most))},
                    {"size", 0}});
+}
+
+KsNN_ErrorCode readSpeakerGuids(const Operation& operation, std::vector<std::string>& guids) {
+    return operation.read([&](const Object& answer) {
+        for (const Object::Ptr& bucket : ObjectsOf(bucketsOf(*aggregationOf(answer, kUniqueSpeakers))))
+            guids.push_back(keyOf(*bucket));
+        return KsNN_Success;
+    });
 }
 
 KsNN_ErrorCode appendSpeakers(const Operation& operation, std::vector<KsNNSpeakerKV>& speakers) {
@@ -44,16 +52,12 @@ KsNN_ErrorCode KsNNDatabase::SpeakerGetList(const std::string& projectGuid,
     if (const auto index = operation.refresh(mSpeakerIndex); !index.isReady()) return index.code();
     if (const auto index = operation.refresh(mTranscriptIndex); !index.isReady()) return index.code();
     const KsNN_ErrorCode asked =
-        operation.ask("GET", searchPath(mTranscriptIndex), speakersQuery(projectGuid),
+        operation.ask("GET", searchPath(mTranscriptIndex),
+                      speakersQuery(terms(exact(field::kProjectGuidList), std::vector{projectGuid}), 0),
                       "KsNNDatabase::SpeakerGetList err: Failed to retrieve speaker GUIDs err: ");
     if (asked != KsNN_Success) return asked;
     std::vector<std::string> guids;
-    const KsNN_ErrorCode listed = operation.read([&](const Object& answer) {
-        for (const Object::Ptr& bucket : ObjectsOf(bucketsOf(*aggregationOf(answer, kUniqueSpeakers))))
-            guids.push_back(keyOf(*bucket));
-        return KsNN_Success;
-    });
-    if (listed != KsNN_Success) return listed;
+    if (const auto code = readSpeakerGuids(operation, guids)) return code;
 
     const KsNN_ErrorCode named =
         operation.ask("GET", searchPath(mSpeakerIndex), searchFor(terms(field::kId, guids)),
@@ -109,6 +113,23 @@ KsNN_ErrorCode KsNNDatabase::GetAllSpeakersInProject(const std::string& projectG
                       "speakers GUIDs of a specific project err: ");
     if (asked != KsNN_Success) return asked;
     return appendSpeakers(operation, speakers);
+}
+
+KsNN_ErrorCode KsNNDatabase::ShareSpeakers(const std::string& mediaGuid, const std::string& projectGuid,
+                                           const std::string& projectName, bool debug) {
+    Operation operation(*this, "KsNNDatabase::ShareSpeakers err: ", debug);
+    if (const auto index = operation.refresh(mSpeakerIndex); !index.isReady()) return index.code();
+    if (const auto index = operation.refresh(mTranscriptIndex); !index.isReady()) return index.code();
+    const KsNN_ErrorCode asked =
+        operation.ask("GET", searchPath(mTranscriptIndex), speakersQuery(ofClip(mediaGuid), kMaximumHits));
+    if (asked != KsNN_Success) return asked;
+    std::vector<std::string> guids;
+    if (const auto code = readSpeakerGuids(operation, guids)) return code;
+    if (guids.empty()) return KsNN_Success;
+    const Object::Ptr strangers = allOf({terms(field::kId, guids)});
+    strangers->getObject("bool")->set("must_not", speakerOfProject(projectGuid));
+    return operation.updateWhere(mSpeakerIndex, script::addProjectToSpeaker(projectGuid, projectName),
+                                 strangers);
 }
 
 KsNN_ErrorCode KsNNDatabase::FindReferencesOfSpeaker(const std::string& speakerGuid,

@@ -1,167 +1,12 @@
-// Every operation on a real service that fails at each of the operation's requests in turn. Which requests
-// these are is learnt from the operation itself.
+// Every operation on a real service that fails at each of the operation's requests in turn.
 
-#include "tests/store/RealStore.h"
-#include "tests/support/FaultProxy.h"
+#include "tests/store/FaultyStore.h"
 
-#include <Poco/JSON/Parser.h>
-#include <gmock/gmock.h>
-
-#include <set>
+#include <Poco/File.h>
+#include <Poco/TemporaryFile.h>
 
 namespace kestrel_test {
 namespace {
-
-struct Subject {
-    const char* name;
-    std::function<KsNN_ErrorCode(KsNNDatabase&)> run;
-    /// Calling again after a fault leaves the store as one undisturbed call does.
-    bool isRepeatable = true;
-    /// What calling again may return, besides success: the first call did the work and its answer was lost.
-    KsNN_ErrorCode whenDoneAlready = KsNN_Success;
-    /// Passes over some failures.
-    bool goesOn = false;
-    /// Some failures come without a report.
-    bool mayBeSilent = false;
-};
-
-class Faults : public RealStore {
-protected:
-    Faults() : mProxy(*sService), mStoreBehindProxy(mProxy.uri().c_str(), nullptr, nullptr, nullptr, false) {
-        restore();
-    }
-    ~Faults() override {
-        remove(mOtherIndex);
-        remove(KsNNDatabase::getSpeakerIndex());
-    }
-
-    void expectCleanFailures(const Subject& subject) {
-        const Stored before = stored();
-        const auto [code, requests] = call(subject);
-        ASSERT_EQ(code, KsNN_Success) << mStoreBehindProxy.GetErrorStr();
-        const Stored after = stored();
-        const bool onlyReads = before == after;
-        for (std::size_t position = 0; position < requests.size(); ++position) {
-            for (const Fault& fault : faults()) {
-                SCOPED_TRACE(std::string(fault.name) + " at " + requests[position] + ", number " +
-                             std::to_string(position));
-                if (!onlyReads) restore();
-                mProxy.failAt(position, fault);
-                expectCleanFailure(subject, position);
-                if (onlyReads || !subject.isRepeatable) continue;
-                EXPECT_THAT(call(subject).first, testing::AnyOf(KsNN_Success, subject.whenDoneAlready));
-                EXPECT_EQ(stored(), after);
-            }
-        }
-        if (!onlyReads) restore();
-    }
-
-    std::string mIndex = KsNNDatabase::getTranscriptIndex();
-    std::string mOtherIndex = mIndex + "_other";
-
-private:
-    /// The documents of the transcript and the speaker index, without identifiers; nothing for no index.
-    using Stored = std::multiset<std::string>;
-
-    std::pair<KsNN_ErrorCode, std::vector<std::string>> call(const Subject& subject) {
-        mProxy.pass();
-        const KsNN_ErrorCode code = subject.run(mStoreBehindProxy);
-        return {code, mProxy.conversation()};
-    }
-
-    void expectCleanFailure(const Subject& subject, std::size_t position) {
-        mStoreBehindProxy.ResetErrorStr();
-        const KsNN_ErrorCode code = subject.run(mStoreBehindProxy);
-        const std::string report = mStoreBehindProxy.GetErrorStr();
-        if (subject.goesOn) return;
-        EXPECT_THAT(code, testing::AnyOf(KsNN_Error, KsNN_Exception));
-        const bool isSilent = report.empty() && code == KsNN_Error && subject.mayBeSilent;
-        if (!isSilent) {
-            EXPECT_THAT(report, testing::StartsWith("KsNN Error: "));
-        }
-        EXPECT_EQ(mProxy.conversation().size(), position + 1) << "goes on after a failure";
-    }
-
-    bool remove(const std::string& index) {
-        try {
-            mProxy.ask("DELETE", "/" + index);
-            return true;
-        } catch (const std::runtime_error&) {
-            return false; // it was not there
-        }
-    }
-
-    void createIndex(const std::string& index) {
-        remove(index);
-        mProxy.ask("PUT", "/" + index,
-                   R"({"mappings": {"properties": {"projectList": {"type": "nested", "properties":
-                   {"projectGuid": {"type": "keyword"}, "projectName": {"type": "keyword"}}}}}})");
-    }
-
-    /// Two complete clips of project p, one of them of q also; one clip under way; a lock; two speakers.
-    void restore() {
-        remove(mOtherIndex);
-        createIndex(mIndex);
-        createIndex(KsNNDatabase::getSpeakerIndex());
-        std::string bulk;
-        for (const std::string clip : {"own", "shared", "under way"}) {
-            const bool isShared = clip == "shared";
-            const std::string common = R"("mediaGuid": ")" + clip + R"(", "projectGuidList": ["p")" +
-                                       (isShared ? R"(, "q")" : "") +
-                                       R"(], "transcript": "some words", "language": "en", "speakerID": "S0",
-                                       "wordStartsMS": [0, 10], "wordEndsMS": [9, 19]})";
-            const std::string projects =
-                std::string(R"({"projectGuid": "p", "projectName": "Film"})") +
-                (isShared ? R"(, {"projectGuid": "q", "projectName": "Other"})" : "");
-            bulk += line("create", mIndex) + flat(R"({"segment": 0, "schemaVersion": 2, "model": "m",
-                "clipName": "c", "audioTracks": "1", "clientApp": "a", "progressComplete": )" +
-                                                  std::string(clip == "under way" ? "false" : "true") +
-                                                  R"(, "projectList": [)" + projects + "], " + common);
-            bulk += line("create", mIndex) + flat(R"({"segment": 1, "speakerGuid": "ann", )" + common);
-        }
-        bulk += line("create", mIndex, "own") + R"({"KSNNlock": true})" + "\n";
-        bulk += line("create", mIndex, "new") + R"({"KSNNlock": true})" + "\n";
-        for (const std::string speaker : {"ann", "bob"}) {
-            bulk += line("create", KsNNDatabase::getSpeakerIndex(), speaker) +
-                    flat(R"({"speakerName": ")" + speaker +
-                         R"(", "projectList": [{"projectGuid": "p", "projectName": "Film"}]})");
-        }
-        ASSERT_THAT(mProxy.ask("PUT", "/_bulk", bulk), testing::HasSubstr(R"("errors":false)"));
-    }
-
-    static std::string line(const std::string& action, const std::string& index, const std::string& id = "") {
-        return R"({")" + action + R"(": {"_index": ")" + index + "\"" +
-               (id.empty() ? "" : R"(, "_id": ")" + id + "\"") + "}}\n";
-    }
-
-    static std::string flat(const std::string& json) {
-        std::ostringstream line;
-        Poco::JSON::Parser().parse(json).extract<Poco::JSON::Object::Ptr>()->stringify(line);
-        return line.str() + "\n";
-    }
-
-    Stored stored() {
-        Stored documents;
-        for (const std::string& index : {mIndex, KsNNDatabase::getSpeakerIndex(), mOtherIndex}) {
-            try {
-                mProxy.ask("POST", "/" + index + "/_refresh");
-            } catch (const std::runtime_error&) {
-                continue; // there is no such index
-            }
-            documents.insert(index);
-            const auto answer = Poco::JSON::Parser()
-                                    .parse(mProxy.ask("GET", "/" + index + "/_search", R"({"size": 100})"))
-                                    .extract<Poco::JSON::Object::Ptr>();
-            for (const auto& hit : *answer->getObject("hits")->getArray("hits"))
-                documents.insert(Poco::Dynamic::Var::toString(
-                    hit.extract<Poco::JSON::Object::Ptr>()->getObject("_source")));
-        }
-        return documents;
-    }
-
-    FaultProxy mProxy;
-    KsNNDatabase mStoreBehindProxy;
-};
 
 KsNNDBEntrySeg newSegment() {
     KsNNDBEntrySeg seg;
@@ -184,7 +29,7 @@ TEST_F(Faults, Indices) {
              // Whether the index is gone is asked once more, and no answer is taken for yes.
              Subject{.name = "DeleteIndex",
              .run = [this](KsNNDatabase& store) { return store.DeleteIndex(mIndex, false); },
-             .goesOn = true},
+             .passesOver = ""},
          }) {
         SCOPED_TRACE(subject.name);
         expectCleanFailures(subject);
@@ -272,6 +117,13 @@ TEST_F(Faults, Reading) {
                          std::vector<std::string> clips;
                          return store.GetAllMediaGuids("ALL", clips, false, 1);
                      }},
+             Subject{"FindClips",
+                     [](KsNNDatabase& store) {
+                         KsNNClipQuery query;
+                         query.withContents = true;
+                         std::vector<KsNNClipSummary> clips;
+                         return store.FindClips(query, clips, false);
+                     }},
              Subject{"GetAllInprogressEntries",
                      [](KsNNDatabase& store) {
                          std::vector<KsNNSearchResults> results;
@@ -312,7 +164,7 @@ TEST_F(Faults, ProjectsAndDeletion) {
              // A service that does not answer the probe may be starting, and is asked again.
              Subject{.name = "DeleteAllInProgressEntries",
              .run = [](KsNNDatabase& store) { return store.DeleteAllInProgressEntries(false); },
-             .goesOn = true},
+             .passesOver = ""},
          }) {
         SCOPED_TRACE(subject.name);
         expectCleanFailures(subject);
@@ -357,6 +209,13 @@ TEST_F(Faults, Speakers) {
                      [](KsNNDatabase& store) {
                          std::vector<KsNNSpeakerKV> speakers;
                          return store.GetAllSpeakersInProject("p", speakers, false);
+                     }},
+             Subject{"ShareSpeakers",
+                     [](KsNNDatabase& store) { return store.ShareSpeakers("own", "r", "Third", false); }},
+             Subject{"FindReferencesOfSpeaker",
+                     [](KsNNDatabase& store) {
+                         bool found = false;
+                         return store.FindReferencesOfSpeaker("ann", "p", found, false);
                      }},
              // A speaker that is gone cannot be deleted again.
              Subject{.name = "SpeakerDelete",
@@ -405,6 +264,60 @@ TEST_F(Faults, SpeakersOfSegments) {
         SCOPED_TRACE(subject.name);
         expectCleanFailures(subject);
     }
+}
+
+TEST_F(Faults, Users) {
+    mUsers = Users::Absent;
+    restore();
+    expectCleanFailures({"UpdateDBUsersVersion1to2", [this](KsNNDatabase& store) {
+                             KsNNDatabase::setTranscriptIndex("none");
+                             bool updated = false;
+                             const KsNN_ErrorCode code = store.UpdateDBUsersVersion1to2(updated, false);
+                             KsNNDatabase::setTranscriptIndex(mIndex);
+                             return code;
+                         }});
+    mUsers = Users::Present;
+    restore();
+    // It stops at the first role that is not there, which may be the one that it removed before.
+    expectCleanFailures({.name = "DowngradeDBUsersVersion2to1",
+                         .run = [](KsNNDatabase& store) { return store.DowngradeDBUsersVersion2to1(false); },
+                         .isRepeatable = false});
+}
+
+TEST_F(Faults, Exchange) {
+    const Poco::TemporaryFile file;
+    const Poco::TemporaryFile failed;
+    const auto exportTo = [](KsNNDatabase& store, const std::string& path) {
+        int counter = 0;
+        return store.ExportDBContentsToKST({"own", "shared"}, "p", {}, path, counter, nullptr, false, false,
+                                           2);
+    };
+    ASSERT_EQ(mStore.CorrectSpeakerID("own", "p", "S7", 1, false), KsNN_Success) << mStore.GetErrorStr();
+    ASSERT_EQ(exportTo(mStore, file.path()), KsNN_Success) << mStore.GetErrorStr();
+    restore(); // to something else than what is in the file
+
+    expectCleanFailures({"ExportDBContentsToKST", [&](KsNNDatabase& store) {
+                             const KsNN_ErrorCode code = exportTo(store, failed.path());
+                             EXPECT_EQ(Poco::File(failed.path()).exists(), code == KsNN_Success);
+                             if (code == KsNN_Success) Poco::File(failed.path()).remove();
+                             return code;
+                         }});
+    // Clips that could not be deleted are in the store twice, which the error text says.
+    expectCleanFailures({.name = "ImportDBContentsFromKST",
+                         .run =
+                             [&](KsNNDatabase& store) {
+                                 return store.ImportDBContentsFromKST(file.path(), "p", "Film", nullptr,
+                                                                      false);
+                             },
+                         .passesOver = "_delete_by_query"});
+    std::string path = failed.path();
+    KsNNDB_STTClipEntry entry;
+    ASSERT_EQ(mStore.GetDBContents("own", "p", entry, false, 2), KsNN_Success);
+    std::vector<KsNNTC> timecodes(entry.segments.size());
+    expectCleanFailures({"DumpDBContentsToFile", [&](KsNNDatabase& store) {
+                             return store.DumpDBContentsToFile(entry, path, KsNNExportText, timecodes, false,
+                                                               "");
+                         }});
 }
 
 } // namespace

@@ -29,7 +29,7 @@ std::string clipOf(int clip) {
     return "clip " + std::to_string(clip);
 }
 
-class Migration : public RealStore {
+class Migration : public StoreOnEachEngine {
 protected:
     Migration() { dropIndices(); }
     ~Migration() override { dropIndices(); }
@@ -109,13 +109,15 @@ protected:
     }
 };
 
-TEST_F(Migration, OfNothingOnlySwitchesTheStore) {
+KESTREL_ON_EACH_ENGINE(Migration);
+
+TEST_P(Migration, OfNothingOnlySwitchesTheStore) {
     ASSERT_EQ(migrate(), KsNN_Success) << mStore.GetErrorStr();
     EXPECT_EQ(KsNNDatabase::getTranscriptIndex(), kNewIndex);
     EXPECT_FALSE(exists(kNewIndex));
 }
 
-TEST_F(Migration, CancelledAtAnyDocumentLeavesTheOldStoreWhole) {
+TEST_P(Migration, CancelledAtAnyDocumentLeavesTheOldStoreWhole) {
     const std::vector<std::string> projects = {"a", "b"};
     const int total = writeOldStore(5, projects);
     for (int last = 0; last < total; ++last) {
@@ -140,8 +142,8 @@ TEST_F(Migration, CancelledAtAnyDocumentLeavesTheOldStoreWhole) {
     }
 }
 
-TEST_F(Migration, LosesNothingWhenOneOfItsRequestsFails) {
-    FaultProxy proxy(*sService);
+TEST_P(Migration, LosesNothingWhenOneOfItsRequestsFails) {
+    FaultProxy proxy(service());
     KsNNDatabase behindProxy(proxy.uri().c_str(), nullptr, nullptr, nullptr, false);
     const auto migrateBehindProxy = [&] {
         return behindProxy.MigrateDatabaseVersion1to2(true, false, {}, 7);
@@ -166,14 +168,14 @@ TEST_F(Migration, LosesNothingWhenOneOfItsRequestsFails) {
     }
 }
 
-TEST_F(Migration, ThatCannotCountKeepsTheNameOfTheIndex) {
+TEST_P(Migration, ThatCannotCountKeepsTheNameOfTheIndex) {
     KsNNDatabase unreachable("https://127.0.0.1:1/", nullptr, nullptr, nullptr, false);
     KsNNDatabase::setTranscriptIndex("index of the host");
     EXPECT_NE(unreachable.MigrateDatabaseVersion1to2(true, false, {}, 7), KsNN_Success);
     EXPECT_EQ(KsNNDatabase::getTranscriptIndex(), "index of the host");
 }
 
-TEST_F(Migration, OfAThousandClipsInThreeProjects) {
+TEST_P(Migration, OfAThousandClipsInThreeProjects) {
     constexpr int kClips = 1000;
     const std::vector<std::string> projects = {"a", "b", "c"};
     const int total = writeOldStore(kClips, projects);
@@ -183,7 +185,7 @@ TEST_F(Migration, OfAThousandClipsInThreeProjects) {
         expectMigrated(clip, projects);
 }
 
-TEST_F(Migration, LocksThatWereNeverReleasedStayBehind) {
+TEST_P(Migration, LocksThatWereNeverReleasedStayBehind) {
     writeOldStore(1, {"a"});
     KsNNDatabase::setTranscriptIndex(kDebugIndexVersion1);
     ASSERT_EQ(mStore.LockEntry(clipOf(0), false), KsNN_Success);
@@ -192,7 +194,7 @@ TEST_F(Migration, LocksThatWereNeverReleasedStayBehind) {
     EXPECT_EQ(documentsIn(kNewIndex), 1);
 }
 
-TEST_F(Migration, ThatWasInterruptedWhileItEmptiedTheOldIndexIsCompleted) {
+TEST_P(Migration, ThatWasInterruptedWhileItEmptiedTheOldIndexIsCompleted) {
     writeOldStore(2, {"a"});
     ASSERT_EQ(migrate(), KsNN_Success);
     const int documents = writeOldStore(2, {"a"}); // as if they had never been deleted
@@ -202,7 +204,7 @@ TEST_F(Migration, ThatWasInterruptedWhileItEmptiedTheOldIndexIsCompleted) {
     EXPECT_EQ(documentsIn(kNewIndex), documents);
 }
 
-TEST_F(Migration, BrokenDocumentsAndPageSizesAreRefused) {
+TEST_P(Migration, BrokenDocumentsAndPageSizesAreRefused) {
     const int documents = writeOldStore(2, {"a"});
     EXPECT_EQ(migrate({}, 0), KsNN_Error);
     EXPECT_THAT(mStore.GetErrorStr(), HasSubstr("The page size is 0"));
@@ -218,7 +220,7 @@ TEST_F(Migration, BrokenDocumentsAndPageSizesAreRefused) {
     EXPECT_EQ(documentsIn(kDebugIndexVersion1), documents + 1);
 }
 
-TEST_F(Migration, UsersSeeTheIndicesOfTheirSuffixOnly) {
+TEST_P(Migration, UsersSeeTheIndicesOfTheirSuffixOnly) {
     bool updated = true;
     KsNNDatabase::setTranscriptIndex("some_index");
     ASSERT_EQ(mStore.CreateIndex("some_index", false), KsNN_Success);
@@ -236,7 +238,7 @@ TEST_F(Migration, UsersSeeTheIndicesOfTheirSuffixOnly) {
     }
     for (const char* forbidden : {"clips_rel", "transcript_index_rel", "_security/user/transcript_user_dbg"})
         EXPECT_EQ(send("GET", forbidden), 403U) << forbidden;
-    sService->giveCredentialsToLibrary();
+    useCredentials();
     KsNNDatabase::setTranscriptIndex("some_index");
 
     ASSERT_EQ(mStore.DowngradeDBUsersVersion2to1(false), KsNN_Success) << mStore.GetErrorStr();

@@ -35,7 +35,7 @@ protected:
         seg.projectGuid = "project one";
         seg.transcript = text;
         seg.language = "en";
-        const auto words = 1 + std::count(text.begin(), text.end(), ' ');
+        const auto words = text.empty() ? 0 : 1 + std::count(text.begin(), text.end(), ' ');
         for (int w = 0; w < words; ++w) {
             seg.wordStartsMS.push_back(startMS + 100 * w);
             seg.wordEndsMS.push_back(startMS + 100 * w + 90);
@@ -65,5 +65,40 @@ protected:
     inline static std::optional<IndexService> sService;
     KsNNDatabase mStore = connect();
 };
+
+enum class Engine { KestrelIndex, Elasticsearch };
+
+inline void PrintTo(Engine engine, std::ostream* out) {
+    *out << (engine == Engine::KestrelIndex ? "KestrelIndex" : "Elasticsearch");
+}
+
+/// A store on the engine of storage that is the parameter. Skips a genuine Elasticsearch when there is none.
+class StoreOnEachEngine : public RealStore, public testing::WithParamInterface<Engine> {
+protected:
+    StoreOnEachEngine() {
+        if (GetParam() == Engine::Elasticsearch) mElasticsearch = IndexService::elasticsearch();
+        useCredentials();
+        mStore = KsNNDatabase(service().uri().c_str(), nullptr, nullptr, nullptr, false);
+    }
+    void SetUp() override {
+        if (GetParam() == Engine::Elasticsearch && mElasticsearch == nullptr)
+            GTEST_SKIP() << "KESTREL_ELASTICSEARCH_URI names no Elasticsearch";
+    }
+
+    const IndexService& service() const { return mElasticsearch == nullptr ? *sService : *mElasticsearch; }
+    /// Gives the library the engine's credentials, and takes care that these do not rename the test's index.
+    void useCredentials() const {
+        const std::string index = KsNNDatabase::getTranscriptIndex();
+        service().giveCredentialsToLibrary();
+        KsNNDatabase::setTranscriptIndex(index);
+    }
+
+private:
+    std::unique_ptr<IndexService> mElasticsearch;
+};
+
+#define KESTREL_ON_EACH_ENGINE(Suite)                                                                        \
+    INSTANTIATE_TEST_SUITE_P(On, Suite, testing::Values(Engine::KestrelIndex, Engine::Elasticsearch),        \
+                             testing::PrintToStringParamName())
 
 } // namespace kestrel_test

@@ -17,7 +17,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
-class Speakers : public RealStore {
+class Speakers : public StoreOnEachEngine {
 protected:
     Speakers() {
         mStore.DeleteIndex(KsNNDatabase::getSpeakerIndex(), false);
@@ -73,7 +73,9 @@ protected:
     }
 };
 
-TEST_F(Speakers, AreListedByProject) {
+KESTREL_ON_EACH_ENGINE(Speakers);
+
+TEST_P(Speakers, AreListedByProject) {
     const KsNNSpeakerKV anna = create("Anna");
     for (int i = 0; i < 11; ++i)
         create("Extra " + std::to_string(i));
@@ -93,7 +95,7 @@ TEST_F(Speakers, AreListedByProject) {
     EXPECT_EQ(name, "Anna");
 }
 
-TEST_F(Speakers, OfSegmentsAreListedUpToTen) {
+TEST_P(Speakers, OfSegmentsAreListedUpToTen) {
     writeLabelled("clip", std::vector<std::string>(12, "A"));
     std::vector<KsNNSpeakerKV> listed = {KsNNSpeakerKV()};
     ASSERT_EQ(mStore.SpeakerGetList("project one", listed, false), KsNN_Success) << mStore.GetErrorStr();
@@ -110,7 +112,7 @@ TEST_F(Speakers, OfSegmentsAreListedUpToTen) {
     EXPECT_THAT(listed, IsEmpty());
 }
 
-TEST_F(Speakers, AreAssignedToOneSegmentOrToAllOfALabel) {
+TEST_P(Speakers, AreAssignedToOneSegmentOrToAllOfALabel) {
     writeLabelled("clip", {"A", "B", "A", "A", "B"});
     writeLabelled("other", {"A"});
     KsNNSpeakerKV anna = create("Anna");
@@ -129,7 +131,7 @@ TEST_F(Speakers, AreAssignedToOneSegmentOrToAllOfALabel) {
     EXPECT_THAT(namesIn("project one"), UnorderedElementsAre("Anna Maria", "Ben"));
 }
 
-TEST_F(Speakers, SegmentsThatAreNotThereAndSpeakersThatAreNone) {
+TEST_P(Speakers, SegmentsThatAreNotThereAndSpeakersThatAreNone) {
     writeLabelled("clip", {"A", "A", "A", "A", "A"});
     KsNNSpeakerKV anna = create("Anna");
     KsNNSpeakerKV nobody;
@@ -153,7 +155,7 @@ TEST_F(Speakers, SegmentsThatAreNotThereAndSpeakersThatAreNone) {
     EXPECT_THAT(speakersOf("clip"), testing::Each("Unk"));
 }
 
-TEST_F(Speakers, MergeMovesSegmentsAndRemovesWhoIsNotKept) {
+TEST_P(Speakers, MergeMovesSegmentsAndRemovesWhoIsNotKept) {
     writeLabelled("clip", {"A", "B", "C"});
     writeLabelled("other", {"B"});
     KsNNSpeakerKV anna = create("Anna");
@@ -175,7 +177,7 @@ TEST_F(Speakers, MergeMovesSegmentsAndRemovesWhoIsNotKept) {
     EXPECT_THAT(namesIn("project one"), UnorderedElementsAre("Anna", "Ben"));
 }
 
-TEST_F(Speakers, AreClearedFromSegmentClipAndProject) {
+TEST_P(Speakers, AreClearedFromSegmentClipAndProject) {
     writeLabelled("clip", {"A", "A", "B"});
     writeLabelled("other", {"A"});
     KsNNSpeakerKV anna = create("Anna");
@@ -198,7 +200,7 @@ TEST_F(Speakers, AreClearedFromSegmentClipAndProject) {
     EXPECT_THAT(fieldOf("clip", &KsNNDBEntrySeg::speakerID), ElementsAre("A", "A", "B")) << "labels stay";
 }
 
-TEST_F(Speakers, AreDeletedWithTheirLastProjectOnceNoSegmentHasThem) {
+TEST_P(Speakers, AreDeletedWithTheirLastProjectOnceNoSegmentHasThem) {
     writeLabelled("clip", {"A"});
     KsNNSpeakerKV anna = create("Anna");
     join(anna, "project two");
@@ -219,7 +221,7 @@ TEST_F(Speakers, AreDeletedWithTheirLastProjectOnceNoSegmentHasThem) {
     EXPECT_EQ(mStore.SpeakerDelete("project two", anna.speakerGuid, false), KsNN_Error) << "unknown speaker";
 }
 
-TEST_F(Speakers, MissingIndicesReadAsAnEmptyStore) {
+TEST_P(Speakers, MissingIndicesReadAsAnEmptyStore) {
     KsNNSpeakerKV speaker;
     speaker.speakerGuid = "g";
     bool found = true;

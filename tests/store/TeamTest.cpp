@@ -18,7 +18,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
-class Team : public RealStore {
+class Team : public StoreOnEachEngine {
 protected:
     Team() {
         mStore.DeleteIndex(KsNNDatabase::getSpeakerIndex(), false);
@@ -94,7 +94,9 @@ protected:
     }
 };
 
-TEST_F(Team, TwoProjectsShareClipsUntilOneLeaves) {
+KESTREL_ON_EACH_ENGINE(Team);
+
+TEST_P(Team, TwoProjectsShareClipsUntilOneLeaves) {
     writeClip("interview", {"the minister said nothing", "about the budget"});
     writeClip("street", {"rain and more rain"});
     EXPECT_EQ(mStore.AddNewProjectToProjectList("interview", "project two", "Series", false), KsNN_Error);
@@ -133,7 +135,22 @@ TEST_F(Team, TwoProjectsShareClipsUntilOneLeaves) {
     EXPECT_THAT(clipsOf("ALL"), ElementsAre("street"));
 }
 
-TEST_F(Team, ImportedClipsBelongToTheFirstProjectThatTakesThem) {
+TEST_P(Team, AClipBringsAllItsSpeakers) {
+    constexpr std::size_t kSpeakers = 12;
+    writeClip("debate", std::vector<std::string>(kSpeakers, "some words"));
+    for (std::size_t i = 0; i < kSpeakers; ++i) {
+        KsNNSpeakerKV speaker = createSpeaker("Speaker " + std::to_string(i));
+        expectSuccess(mStore.SpeakerSetSegName("debate", "project one", speaker, static_cast<int>(i), false));
+    }
+    join("debate", "project two", "Series");
+    EXPECT_THAT(speakersKnownTo("project two"), SizeIs(10));
+    for (int twice = 0; twice < 2; ++twice)
+        expectSuccess(mStore.ShareSpeakers("debate", "project two", "Series", false));
+    EXPECT_THAT(speakersKnownTo("project two"), SizeIs(kSpeakers));
+    EXPECT_THAT(speakersKnownTo("project one"), SizeIs(kSpeakers));
+}
+
+TEST_P(Team, ImportedClipsBelongToTheFirstProjectThatTakesThem) {
     writeMany(0, 1, {{"KST_Import_ProjectName", "KST_Import_ProjectGuid"}}, true);
     EXPECT_THAT(projects(), ElementsAre("KST_Import_ProjectGuid=KST_Import_ProjectName"));
     join("clip 0", "project one", "Film");
@@ -143,7 +160,7 @@ TEST_F(Team, ImportedClipsBelongToTheFirstProjectThatTakesThem) {
                 ElementsAre("project one", "project two"));
 }
 
-TEST_F(Team, AProjectAppendedTwiceIsListedTwiceAndRemovedOnce) {
+TEST_P(Team, AProjectAppendedTwiceIsListedTwiceAndRemovedOnce) {
     writeClip("interview", {"one", "two"});
     expectSuccess(mStore.LockEntry("interview", false));
     for (int twice = 0; twice < 2; ++twice)
@@ -160,7 +177,7 @@ TEST_F(Team, AProjectAppendedTwiceIsListedTwiceAndRemovedOnce) {
     EXPECT_THAT(entry.segments[1].projectGuidList, ElementsAre("project one"));
 }
 
-TEST_F(Team, ListsAndDeletesMoreClipsThanAPageHas) {
+TEST_P(Team, ListsAndDeletesMoreClipsThanAPageHas) {
     writeMany(0, 200, {{"Film", "project one"}}, true);
     writeMany(200, 250, {{"Film", "project one"}, {"Series", "project two"}}, true);
     writeMany(250, 260, {{"Film", "project one"}}, false);
@@ -183,7 +200,53 @@ TEST_F(Team, ListsAndDeletesMoreClipsThanAPageHas) {
     EXPECT_THAT(projects(), ElementsAre("project two=Series"));
 }
 
-TEST_F(Team, CancelledDeletionLeavesTheRest) {
+TEST_P(Team, ClipsAreFoundWithWhatTheyContain) {
+    writeClip("interview", {"the minister said nothing", "about the budget", "", ""});
+    KsNNSpeakerKV anna = createSpeaker("Anna");
+    expectSuccess(mStore.SpeakerSetSegName("interview", "project one", anna, 1, false));
+    writeMany(0, 1100, {{"Series", "project two"}}, true);
+    writeMany(1100, 1102, {{"Film", "project one"}, {"Series", "project two"}}, false);
+
+    const auto find = [&](const KsNNClipQuery& query) {
+        std::vector<KsNNClipSummary> clips;
+        expectSuccess(mStore.FindClips(query, clips, false));
+        return clips;
+    };
+    KsNNClipQuery every;
+    every.withContents = true;
+    const std::vector<KsNNClipSummary> all = find(every);
+    EXPECT_THAT(all, SizeIs(1103));
+    for (const KsNNClipSummary& clip : all) {
+        if (clip.mediaGuid == "interview") continue;
+        EXPECT_EQ(std::tuple(clip.segmentCount, clip.endMS, clip.languages.size()), std::tuple(1, 190, 1U));
+    }
+    KsNNClipQuery some;
+    some.projectGuid = "project one";
+    EXPECT_THAT(find(some), SizeIs(3));
+    some.unfinishedOnly = true;
+    EXPECT_THAT(find(some), SizeIs(2));
+    some.clipName = "A00";
+    EXPECT_THAT(find(some), IsEmpty());
+
+    every.mediaGuid = "interview";
+    const std::vector<KsNNClipSummary> one = find(every);
+    ASSERT_THAT(one, SizeIs(1));
+    EXPECT_EQ(one[0].clipName, "A001");
+    EXPECT_TRUE(one[0].isComplete);
+    EXPECT_EQ(one[0].segmentCount, 4);
+    EXPECT_EQ(one[0].endMS, 1290) << "of the last segment that has words";
+    ASSERT_THAT(one[0].projects, SizeIs(1));
+    EXPECT_EQ(one[0].projects[0].projectName, "Film");
+    EXPECT_THAT(one[0].languages, ElementsAre("en"));
+    const std::string label = segment("", 0, "").speakerID;
+    ASSERT_THAT(one[0].speakers, SizeIs(2));
+    EXPECT_EQ(one[0].speakers[0].speakerGuid, anna.speakerGuid);
+    EXPECT_EQ(one[0].speakers[1].speakerGuid, "");
+    for (const KsNNClipSpeaker& speaker : one[0].speakers)
+        EXPECT_EQ(speaker.speakerID, label);
+}
+
+TEST_P(Team, CancelledDeletionLeavesTheRest) {
     writeMany(0, 5, {{"Film", "project one"}}, true);
     int told = 0;
     const auto cancelAtTheFourth = [&](int, int, const char*) {
@@ -194,7 +257,7 @@ TEST_F(Team, CancelledDeletionLeavesTheRest) {
     EXPECT_THAT(clipsOf("project one"), SizeIs(2));
 }
 
-TEST_F(Team, UnfinishedClipsAreSweptTenAtATime) {
+TEST_P(Team, UnfinishedClipsAreSweptTenAtATime) {
     writeMany(0, 12, {{"Film", "project one"}, {"Series", "project two"}}, false);
     writeMany(12, 14, {{"Film", "project one"}}, true);
     std::vector<KsNNSearchResults> unfinished;

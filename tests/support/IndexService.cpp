@@ -12,6 +12,7 @@
 #include <csignal>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace kestrel_test {
 namespace {
@@ -33,15 +34,22 @@ void waitFor(const std::string& path, const Poco::ProcessHandle& process) {
 
 } // namespace
 
-IndexService::IndexService() : mUri(Poco::Environment::get("KESTREL_TEST_INDEX_URI", "")) {
-    if (!mUri.empty()) {
-        mUser = Poco::Environment::get("KESTREL_TEST_INDEX_USER");
-        mPassword = Poco::Environment::get("KESTREL_TEST_INDEX_PASSWORD");
-        return;
-    }
-    mFolder = std::make_unique<Poco::TemporaryFile>();
+IndexService::IndexService() : mFolder(std::make_unique<Poco::TemporaryFile>()) {
     mFolder->createDirectory();
     start();
+}
+
+IndexService::IndexService(std::string uri, std::string user, std::string password)
+    : mUri(std::move(uri)), mUser(std::move(user)), mPassword(std::move(password)) {
+    if (mUri.back() != '/') mUri += '/'; // the library appends paths to it
+}
+
+std::unique_ptr<IndexService> IndexService::elasticsearch() {
+    const std::string uri = Poco::Environment::get("KESTREL_ELASTICSEARCH_URI", "");
+    if (uri.empty()) return nullptr;
+    return std::unique_ptr<IndexService>(
+        new IndexService(uri, Poco::Environment::get("KESTREL_ELASTICSEARCH_USER"),
+                         Poco::Environment::get("KESTREL_ELASTICSEARCH_PASSWORD")));
 }
 
 IndexService::~IndexService() {

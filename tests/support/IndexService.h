@@ -8,14 +8,14 @@
 
 namespace kestrel_test {
 
-/// The index service under test.
-///
-/// Normally a kestrel-index of its own on a free port, with its data in a temporary folder. When
-/// KESTREL_TEST_INDEX_URI, KESTREL_TEST_INDEX_USER and KESTREL_TEST_INDEX_PASSWORD are set, the service they
-/// name is used instead, which cannot be killed.
+/// An index service for a test.
 class IndexService {
 public:
+    /// Starts a kestrel-index on a free port, with its data in a temporary folder.
     IndexService();
+    /// The Elasticsearch that KESTREL_ELASTICSEARCH_URI names, with KESTREL_ELASTICSEARCH_USER and
+    /// KESTREL_ELASTICSEARCH_PASSWORD; null when there is none. `kill` and `start` are not for it.
+    static std::unique_ptr<IndexService> elasticsearch();
     ~IndexService();
     IndexService(const IndexService&) = delete;
     IndexService& operator=(const IndexService&) = delete;
@@ -24,8 +24,6 @@ public:
     const std::string& user() const { return mUser; }
     const std::string& password() const { return mPassword; }
 
-    /// Whether `kill` and `start` are possible.
-    bool isOurs() const { return mFolder != nullptr; }
     /// Ends the process at once, as a power cut would.
     void kill();
     /// Starts the process again on the same data and port. It ends with the thread that calls this.
@@ -36,6 +34,8 @@ public:
     static void giveCredentialsToLibrary(const std::string& user, const std::string& password);
 
 private:
+    IndexService(std::string uri, std::string user, std::string password);
+
     std::unique_ptr<Poco::TemporaryFile> mFolder;
     std::unique_ptr<Poco::ProcessHandle> mProcess;
     std::string mUri;
