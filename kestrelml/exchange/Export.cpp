@@ -46,22 +46,20 @@ public:
         if (mWriter) mWriter->add(element);
         addPlain((mIsEmpty ? "" : ",") + element);
         mIsEmpty = false;
-        checkFile();
+        flush(); // a full disk need not be asked for the other pages
     }
 
     void finish() {
         if (mWriter) mWriter->finish();
         addPlain("]");
-        checkFile();
+        if (mPlainCopy != nullptr) mPlainCopy->stream() << '\n';
     }
 
-    /// Puts the files in their places.
+    /// Puts the files in their places, once both are written.
     void commit() {
-        if (mPlainCopy != nullptr) {
-            mPlainCopy->stream() << '\n';
-            commit(*mPlainCopy);
-        }
-        commit(mFile);
+        flush();
+        if (mPlainCopy != nullptr) require(mPlainCopy->commit(), *mPlainCopy);
+        require(mFile.commit(), mFile);
     }
 
     /// The whole text, kept for diagnostics only.
@@ -73,14 +71,13 @@ private:
         if (mPrinted) mText << text;
     }
 
-    /// A full disk need not be asked for the other pages.
-    void checkFile() const {
-        if (!mFile.stream().good()) throw Poco::WriteFileException("The exchange file cannot be written");
+    void flush() {
+        if (mPlainCopy != nullptr) require(mPlainCopy->flush(), *mPlainCopy);
+        require(mFile.flush(), mFile);
     }
 
-    static void commit(WholeFile& file) {
-        if (!file.commit())
-            throw Poco::WriteFileException("The exchange file cannot be written", file.failure());
+    static void require(bool isDone, const WholeFile& file) {
+        if (!isDone) throw Poco::WriteFileException("The exchange file cannot be written", file.failure());
     }
 
     WholeFile& mFile;

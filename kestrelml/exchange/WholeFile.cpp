@@ -42,12 +42,16 @@ std::string WholeFile::failure() const {
     return mReason == 0 ? "" : std::generic_category().message(mReason);
 }
 
-bool WholeFile::commit() {
+bool WholeFile::flush() {
     errno = 0;
     mStream.flush();
-    const bool isWritten = mStream.good();
-    if (!isWritten) mReason = errno == 0 ? EIO : errno;
-    if (!isWritten) {
+    if (mStream.good()) return true;
+    if (mReason == 0) mReason = errno == 0 ? EIO : errno;
+    return false;
+}
+
+bool WholeFile::commit() {
+    if (!flush()) {
         discard();
         return false;
     }

@@ -21,6 +21,8 @@ public:
     std::ostream& stream() { return mStream; }
     /// Why the file cannot be opened or written; empty while it can.
     std::string failure() const;
+    /// Writes what is buffered. False when it cannot be written.
+    [[nodiscard]] bool flush();
     /// Puts the file in its place. False when it could not be written to its end; then it is gone.
     [[nodiscard]] bool commit();
 

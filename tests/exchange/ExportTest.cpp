@@ -2,13 +2,35 @@
 
 #include "tests/exchange/ExchangeStore.h"
 
+#include <csignal>
 #include <filesystem>
+#include <sys/resource.h>
 
 namespace kestrel_test {
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+
+/// Lets no file of this process grow beyond a size: a disk that fills up.
+class FullDisk {
+public:
+    explicit FullDisk(rlim_t bytes) : mHandler(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &mBefore);
+        const rlimit limited{bytes, mBefore.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limited);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+    ~FullDisk() {
+        ::setrlimit(RLIMIT_FSIZE, &mBefore);
+        std::signal(SIGXFSZ, mHandler);
+    }
+
+private:
+    rlimit mBefore{};
+    void (*mHandler)(int);
+};
 
 class Export : public ExchangeStore {
 protected:
@@ -94,6 +116,27 @@ TEST_F(Export, FailuresLeaveWhatWasThere) {
     EXPECT_EQ(mStore->ExportDBContentsToKST({}, "", {"p"}, "/dev/full", counter, nullptr, false, false, 1),
               KsNN_Error);
     EXPECT_THAT(mStore->GetErrorStr(), HasSubstr("No space left on device"));
+}
+
+TEST_F(Export, ADiskThatFillsUpLeavesWhatWasThere) {
+    namespace fs = std::filesystem;
+    const std::string large = R"({"_id": ")" + std::string(5000, 'x') + R"("})";
+    for (const bool isReplacing : {false, true}) {
+        if (isReplacing) std::ofstream(mFile.path()) << "before";
+        for (const rlim_t room : {0U, 6000U, 14'000U}) { // in the plain copy, too
+            SCOPED_TRACE(room);
+            const FullDisk disk(room);
+            scriptStart();
+            mServer.script({page(large), page(large), page("")});
+            EXPECT_EQ(run({}, {"p"}, 1, nullptr, true), KsNN_Error);
+            EXPECT_THAT(mStore->GetErrorStr(), HasSubstr("File too large"));
+            mServer.reset();
+            EXPECT_EQ(contents(), isReplacing ? "before" : "");
+            for (const auto& left : fs::directory_iterator(fs::path(mFile.path()).parent_path()))
+                EXPECT_FALSE(left.path() != mFile.path() && left.path().string().starts_with(mFile.path()))
+                    << left.path();
+        }
+    }
 }
 
 } // namespace
