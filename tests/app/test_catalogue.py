@@ -5,6 +5,7 @@ from __future__ import annotations
 import os
 import pty
 import re
+import signal
 import subprocess
 from collections.abc import Iterable
 from typing import Any
@@ -47,7 +48,7 @@ def test_projects_share_clips(team: Kestrel) -> None:
     put(team, clip("a.mov", "Rivers"), clip("b.mov", "Rivers", language="fr"), clip("c.mov", "Bridges", complete=False))
 
     assert "a.mov is now in project" in team.good("join", "a.mov", "--project", "Bridges").err
-    assert team.good("join", "a.mov", "--project", "Bridges", "--json").json()["joined"] is False
+    assert team.good("join", "a.mov", "--project", "Bridges", "--json").json()["clips"][0]["joined"] is False
     unfinished = team.run("join", clip_id("c.mov"), "--project", "Rivers")
     assert unfinished.code == 1 and "not complete" in unfinished.err
 
@@ -153,12 +154,31 @@ def answered(kestrel: Kestrel, answer: str, *arguments: str) -> int:
     return code
 
 
+def test_more_than_a_page_of_clips(team: Kestrel) -> None:
+    clips = [f"clip {number:03}.mov" for number in range(260)]
+    put(team, *(clip(name, "Rivers") for name in clips))
+    late = clip("late.mov", "Rivers", language="fr").documents()
+    late[2]["wordStartsMS"] = late[2]["wordEndsMS"] = []  # the last word is in the segment before
+    store(team, TRANSCRIPTS, late)
+    every = listed(team)
+    assert names(every) == [*clips, "late.mov"]
+    assert {(row["segments"], row["endMS"]) for row in every[:-1]} == {(3, 20_900)}
+    assert (every[-1]["endMS"], every[-1]["languages"]) == (11_350, ["fr"])
+
+    assert team.good("join", "--all", "--from", "Rivers", "--project", "Bridges").err.count(" is now in project") == 261
+    counted = team.good("projects", "--count", "--json").json()["projects"]
+    assert [row["clips"] for row in counted] == [261, 261]
+    team.good("delete", "--whole-project", "--project", "Rivers", "--yes")
+    assert {tuple(row["projects"]) for row in listed(team)} == {("Bridges",)}
+    assert team.good("show", "clip 259.mov", "--json").json()["clip"] == clip_id("clip 259.mov")
+
+
 def test_more_than_a_page_of_locks_and_unfinished_clips(team: Kestrel) -> None:
-    unfinished = [f"clip {number}.mov" for number in range(23)]
+    unfinished = [f"clip {number:02}.mov" for number in range(23)]
     put(team, *(clip(name, "Rivers", complete=False) for name in unfinished), clip("whole.mov", "Rivers"))
     kept = unfinished[0]
     team.index("PUT", f"{TRANSCRIPTS}/_doc/{clip_id(kept)}?op_type=create", {"KSNNlock": True})
-    assert "there may be more" in team.good("clips", "--unfinished").err
+    assert names(listed(team, "--unfinished")) == unfinished
     assert team.good("delete", "--unfinished", "--yes", "--json").json()["deleted"] == 22
     assert names(listed(team)) == [kept, "whole.mov"]
 
@@ -170,10 +190,10 @@ def test_more_than_a_page_of_locks_and_unfinished_clips(team: Kestrel) -> None:
     assert "no lock" in team.good("unlock", "--all", "--yes").err
 
 
-def test_an_old_store_is_migrated_once_and_never_lost(fresh: Kestrel) -> None:
-    fresh.up()
+def old_documents(clips: int) -> list[dict[str, Any]]:
+    """Clips as an earlier version stored them: once for each of three projects."""
     old = []
-    for number in range(40):
+    for number in range(clips):
         for project in ("Rivers", "Bridges", "Lakes"):
             for document in clip(f"old {number:02}.mov", project).documents():
                 del document["projectGuidList"]
@@ -182,6 +202,28 @@ def test_an_old_store_is_migrated_once_and_never_lost(fresh: Kestrel) -> None:
                     del document["projectList"], document["schemaVersion"]
                     document["project"] = project
                 old.append(document)
+    return old
+
+
+def test_a_migration_that_is_cancelled_is_completed_later(fresh: Kestrel) -> None:
+    fresh.up()
+    store(fresh, OLD_INDEX, old_documents(1000))
+    migrating = fresh.start("migrate", "--yes")
+    assert migrating.stderr is not None
+    while "migrating" not in migrating.stderr.readline():
+        assert migrating.poll() is None
+    migrating.send_signal(signal.SIGINT)
+    assert migrating.wait(timeout=60) == 130
+    assert fresh.index("GET", f"{OLD_INDEX}/_count")["count"] == 9000
+    assert "kestrel migrate" in fresh.run("clips").err
+    assert fresh.good("migrate", "--yes", "--json").json() == {"documents": 9000}
+    assert len(listed(fresh, "--project", "Lakes")) == 1000
+    assert fresh.index("GET", f"{OLD_INDEX}/_count")["count"] == 0
+
+
+def test_an_old_store_is_migrated_once_and_never_lost(fresh: Kestrel) -> None:
+    fresh.up()
+    old = old_documents(40)
     store(fresh, OLD_INDEX, old)
     early = fresh.run("clips")
     assert early.code == 1 and "kestrel migrate" in early.err

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import json
 import re
 import signal
 import subprocess
@@ -9,6 +10,7 @@ import time
 from pathlib import Path
 from typing import Any
 
+import pysubs2
 import pytest
 from app_under_test import SPEECH, TRANSCRIPTS, Kestrel, make_media
 
@@ -246,6 +248,31 @@ def test_conversation_has_its_two_voices(kestrel: Kestrel) -> None:
     result = kestrel.good("transcribe", file, "--project", PROJECT, "--language", "en", "--json")
     assert 0 < result.json()["clips"][0]["seconds"] <= time.monotonic() - begin
     assert len({segment["speaker"] for segment in contents(kestrel, file)["segments"]}) == 2
+
+
+def subtitle_packets(file: Path) -> list[tuple[float, float]]:
+    probe = ["ffprobe", "-v", "error", "-select_streams", "s", "-show_packets", "-of", "json", str(file)]
+    packets = json.loads(subprocess.run(probe, check=True, capture_output=True).stdout)["packets"]
+    return [(float(packet["pts_time"]), float(packet["duration_time"])) for packet in packets]
+
+
+@pytest.mark.parametrize(("form", "codec"), [("srt", "srt"), ("vtt", "webvtt")])
+def test_subtitles_of_real_speech_play(kestrel: Kestrel, video: Path, tmp_path: Path, form: str, codec: str) -> None:
+    """FFmpeg takes them into a film, beside picture and sound, and gives every word back."""
+    russian = SPEECH / "russian.wav"
+    kestrel.good("transcribe", russian, "--project", PROJECT, "--language", "ru")
+    for spoken in (video, russian):
+        subtitles = tmp_path / f"{spoken.stem}.{form}"
+        kestrel.good("dump", spoken, "--format", form, "--output", subtitles)
+        film = make_media(tmp_path / f"{form} {spoken.stem}.mkv", "-i", spoken, "-i", subtitles, "-map", 0, "-map", 1,
+                          "-c", "copy", "-c:s", codec)
+        cues = subtitle_packets(subtitles)
+        assert len(cues) > 5 and subtitle_packets(film) == cues
+        assert all(a + length < b for (a, length), (b, _) in zip(cues, cues[1:]))
+        decode = ["ffmpeg", "-v", "error", "-i", str(film), "-map", "0:s", "-f", "srt", "-"]
+        shown = subprocess.run(decode, check=True, capture_output=True, text=True).stdout
+        words = " ".join(event.plaintext for event in pysubs2.SSAFile.from_string(shown, format_="srt")).split()
+        assert words == " ".join(segment["text"] for segment in contents(kestrel, spoken)["segments"]).split()
 
 
 def test_sound_beyond_one_part_keeps_its_time(kestrel: Kestrel, tmp_path: Path) -> None:

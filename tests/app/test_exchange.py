@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import base64
 import json
+import re
 import resource
 import signal
 import subprocess
@@ -116,14 +117,22 @@ def test_it_arrives_whole_whatever_was_there(house: Kestrel, exchange_file: Path
     query = {"query": {"term": {"mediaGuid.keyword": clip}}}
     other.index("POST", f"{TRANSCRIPTS}/_delete_by_query", query)
     summary = other.good("import", exchange_file, "--project", "Rivers", "--json").json()
-    assert [len(summary[key]) for key in ("new", "replaced", "placeholder")] == [1, 2, 0]
+    assert [len(summary[key]) for key in ("new", "replaced", "filedUnderProject")] == [1, 2, 0]
     assert documents(other) == rivers(house)
 
 
 def test_clips_of_unknown_projects_are_filed_under_the_placeholder(exchange_file: Path, other: Kestrel) -> None:
+    def projects() -> set[tuple[str, ...]]:
+        return {tuple(document["projectGuidList"]) for document in documents(other)}
+
     result = other.good("import", exchange_file)
-    assert "3 of them belong to no project" in result.err
-    assert {tuple(document["projectGuidList"]) for document in documents(other)} == {("KST_Import_ProjectGuid",)}
+    assert "3 of them belong to no project" in result.err and projects() == {("KST_Import_ProjectGuid",)}
+    (command,) = re.findall("`kestrel (.*) NAME`", result.err)
+    other.good(*command.split(), "Seas")
+    assert projects() == {(project_id("Seas"),)}
+    other.good("delete", "--whole-project", "--project", "Seas", "--yes")
+    other.good("import", exchange_file, "--project", "Lakes")
+    assert projects() == {(project_id("Lakes"),)}, "the project that was named, although the file does not know it"
 
 
 def test_an_unfinished_transcript_gives_way(house: Kestrel, exchange_file: Path, other: Kestrel) -> None:

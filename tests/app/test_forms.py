@@ -14,11 +14,13 @@ from pathlib import Path
 from typing import Any
 
 import opentimelineio as otio
+import pandas
 import pysubs2
 import pytest
 import ttconv.imsc.reader
 import webvtt
 from app_under_test import Kestrel, make_media
+from pyannote.database.util import load_rttm
 from stored_clips import Line, StoredClip, put
 
 PROJECT = "Forms"
@@ -135,18 +137,33 @@ def test_tables_text_and_turns(clips: Kestrel) -> None:
     rows = list(csv.DictReader(io.StringIO(dump(clips, "pal.mov", "csv"), newline="")))
     assert [row["text"] for row in rows] == [line.text for line in TALK]
     assert rows[2]["timecode"] == "10:00:16:00" and rows[2]["speaker"] == "Speaker 2"
-    tabs = list(csv.DictReader(io.StringIO(dump(clips, "pal.mov", "tsv")), delimiter="\t", quoting=csv.QUOTE_NONE))
-    assert tabs == rows
+    table = pandas.read_csv(io.StringIO(dump(clips, "pal.mov", "csv")))
+    tabs = pandas.read_csv(io.StringIO(dump(clips, "pal.mov", "tsv")), sep="\t", quoting=csv.QUOTE_NONE)
+    pandas.testing.assert_frame_equal(tabs, table)
+    assert list(table["text"]) == [row["text"] for row in rows]
     document = json.loads(dump(clips, "drop.mov", "json"))
     assert document["clips"][0]["startTimecode"] == "00:59:50;00"
     assert document["segments"][2]["words"][1] == {"text": "bridge,", "startMS": 16300, "endMS": 16600}
-    for line, spoken in zip(dump(clips, "pal.mov", "rttm").splitlines(), TALK, strict=True):
-        kind, file, channel, start, length, _, _, speaker, *_ = line.split()
-        assert (kind, file, channel, speaker) == ("SPEAKER", "pal.mov", "1", f"Speaker_{spoken.speaker}")
-        assert round(float(start) * 1000) == spoken.start_ms
-        assert round(float(length) * 1000) == spoken.word_ms * len(spoken.text.split())
+    segments = pandas.json_normalize(document["segments"])
+    assert list(segments["text"]) == list(table["text"]) and list(segments["startMS"]) == list(table["start_ms"])
     text = dump(clips, "pal.mov", "txt")
     assert text.count("Speaker 1\n") == 2 and "10:00:16:00  Speaker 2\n" in text
+
+
+def test_turns_are_read_alike(clips: Kestrel, tmp_path: Path) -> None:
+    put(clips, StoredClip("two words.mov", PROJECT, TALK))
+    file = tmp_path / "turns.rttm"
+    file.write_text(dump(clips, "pal.mov", "rttm") + dump(clips, "two words.mov", "rttm"))
+    expected = [
+        (round(line.start_ms / 1000, 3), round((line.start_ms + line.word_ms * len(line.text.split())) / 1000, 3),
+         f"Speaker_{line.speaker}")
+        for line in TALK
+    ]
+    turns = load_rttm(file)
+    assert set(turns) == {"pal.mov", "two_words.mov"}
+    for annotation in turns.values():
+        read = [(round(turn.start, 3), round(turn.end, 3), who) for turn, _, who in annotation.itertracks(yield_label=True)]
+        assert read == expected
 
 
 def test_library_layouts_use_the_clip_s_time_code(clips: Kestrel) -> None:

@@ -11,7 +11,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
+#include <optional>
 
 namespace kestrel {
 
@@ -40,13 +40,6 @@ namespace {
     throw Failure(message);
 }
 
-std::string nameOf(KsNNDatabase& store, const std::string& id, const KsNNProject& project) {
-    KsNNDB_STTClipEntry entry;
-    check(store.GetDBContents(id, project.projectGuid, entry, false, kSchemaVersion), store,
-          fmt::format("the clip {} cannot be read", id));
-    return entry.clipName;
-}
-
 int segmentCount(KsNNDatabase& store, const std::string& id, const KsNNProject& project) {
     int segments = 0;
     check(store.GetSegmentCount(id, project.projectGuid, segments, false, kSchemaVersion), store,
@@ -57,49 +50,50 @@ int segmentCount(KsNNDatabase& store, const std::string& id, const KsNNProject& 
 /// Looks through the store, where other homes may have put clips that our catalogue does not know.
 class StoreSearch {
 public:
-    StoreSearch(KsNNDatabase& store, std::vector<KsNNProject> projects)
-        : mStore(store), mProjects(std::move(projects)) {}
+    /// @param project Null: any.
+    StoreSearch(KsNNDatabase& store, const KsNNProject* project) : mStore(store) {
+        if (project != nullptr) mQuery.projectGuid = project->projectGuid;
+    }
 
-    std::vector<Clip> byIdentifier(const std::string& identifier) {
-        std::vector<Clip> found;
-        for (const KsNNProject& project : mProjects) {
-            if (segmentCount(mStore, identifier, project) > 0) // of an unfinished clip, too
-                found.push_back({identifier, kestrel::nameOf(mStore, identifier, project), "", project});
-        }
+    std::vector<Clip> byIdentifier(const std::string& identifier) const {
+        KsNNClipQuery query = mQuery;
+        query.mediaGuid = identifier;
+        return find(query);
+    }
+
+    std::vector<Clip> byPrefix(const std::string& prefix) const {
+        std::vector<Clip> found = find(mQuery);
+        std::erase_if(found, [&](const Clip& clip) { return !clip.id.starts_with(prefix); });
         return found;
     }
 
-    std::vector<Clip> byPrefix(const std::string& prefix) {
-        return select([&](const std::string& id, const KsNNProject&) { return id.starts_with(prefix); });
-    }
-
-    std::vector<Clip> byName(const std::string& name) {
-        return select([&](const std::string& id, const KsNNProject& project) {
-            return kestrel::nameOf(mStore, id, project) == name;
-        });
+    std::vector<Clip> byName(const std::string& name) const {
+        KsNNClipQuery query = mQuery;
+        query.clipName = name;
+        return find(query);
     }
 
 private:
-    template <typename Condition>
-    std::vector<Clip> select(Condition condition) {
+    std::vector<Clip> find(const KsNNClipQuery& query) const {
         std::vector<Clip> found;
-        std::set<std::string> seen;
-        for (const KsNNProject& project : mProjects) {
-            for (const std::string& id : completeClips(mStore, project.projectGuid)) {
-                if (seen.insert(id).second && condition(id, project))
-                    found.push_back({id, kestrel::nameOf(mStore, id, project), "", project});
+        for (const KsNNClipSummary& clip : findClips(mStore, query)) {
+            for (const KsNNProject& project : clip.projects) {
+                if (!query.projectGuid.empty() && project.projectGuid != query.projectGuid) continue;
+                found.push_back({clip.mediaGuid, clip.clipName, "", project});
+                break;
             }
         }
         return found;
     }
 
     KsNNDatabase& mStore;
-    std::vector<KsNNProject> mProjects;
+    KsNNClipQuery mQuery;
 };
 
 std::vector<Clip> findInStore(KsNNDatabase& store, const std::string& text, const std::string& project) {
-    StoreSearch search(store,
-                       project.empty() ? storedProjects(store) : std::vector{requireProject(store, project)});
+    std::optional<KsNNProject> wanted;
+    if (!project.empty()) wanted = requireProject(store, project);
+    const StoreSearch search(store, wanted ? &*wanted : nullptr);
     std::error_code error;
     if (std::filesystem::is_regular_file(text, error)) {
         if (auto found = search.byIdentifier(clipIdentifier(text)); !found.empty()) return found;

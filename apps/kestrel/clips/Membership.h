@@ -10,10 +10,6 @@
 
 namespace kestrel {
 
-/// The projects that use a clip.
-/// @throws Failure when the store holds nothing of it.
-std::vector<KsNNProject> projectsOf(KsNNDatabase& store, const Clip& clip);
-
 /// Adds the complete clip to a project, with its speakers. One that is in it already stays as it is.
 /// @returns whether the clip was not in the project before.
 /// @throws Failure when the clip is not complete or another program is writing it.

@@ -22,14 +22,20 @@ std::string SpeakerLookup::nameOf(const std::string& speakerGuid) {
     return known->second;
 }
 
-std::string SpeakerLookup::display(const KsNNDBEntrySeg& segment) {
-    const std::string name = nameOf(segment);
-    return name.empty() ? fmt::format("Speaker {}", segment.speakerID) : name;
+std::string SpeakerLookup::display(const std::string& name, const std::string& label) {
+    return name.empty() ? fmt::format("Speaker {}", label) : name;
 }
 
-bool SpeakerLookup::isCalled(const KsNNDBEntrySeg& segment, const std::string& text) {
-    const std::string name = nameOf(segment);
-    return name.empty() ? segment.speakerID == text || display(segment) == text : name == text;
+std::string SpeakerLookup::display(const KsNNDBEntrySeg& segment) {
+    return display(nameOf(segment), segment.speakerID);
+}
+
+std::string SpeakerLookup::display(const KsNNClipSpeaker& speaker) {
+    return display(nameOf(speaker.speakerGuid), speaker.speakerID);
+}
+
+bool SpeakerLookup::isCalled(const KsNNClipSpeaker& speaker, const std::string& text) {
+    return display(speaker) == text || (nameOf(speaker.speakerGuid).empty() && speaker.speakerID == text);
 }
 
 std::function<std::string(const KsNNDBEntrySeg&)> speakerNames(KsNNDatabase& store) {

@@ -23,10 +23,13 @@ public:
     std::string nameOf(const std::string& speakerGuid);
     /// "Anna", else "Speaker 1".
     std::string display(const KsNNDBEntrySeg& segment);
-    /// Whether `text` is the segment's speaker or, of a segment without one, its label.
-    bool isCalled(const KsNNDBEntrySeg& segment, const std::string& text);
+    std::string display(const KsNNClipSpeaker& speaker);
+    /// Whether `text` is the speaker's name or, of one without a name, the label.
+    bool isCalled(const KsNNClipSpeaker& speaker, const std::string& text);
 
 private:
+    static std::string display(const std::string& name, const std::string& label);
+
     KsNNDatabase& mStore;
     std::map<std::string, std::string> mNames;
 };

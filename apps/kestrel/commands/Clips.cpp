@@ -5,9 +5,7 @@
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/services/Store.h"
-#include "apps/kestrel/terminal/Interrupt.h"
 #include "apps/kestrel/terminal/Output.h"
-#include "apps/kestrel/terminal/TerminalCallbacks.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -23,8 +21,7 @@ struct ClipsOptions {
     bool json = false;
 };
 
-template <typename Texts>
-Poco::JSON::Array::Ptr toArray(const Texts& texts) {
+Poco::JSON::Array::Ptr toArray(const std::vector<std::string>& texts) {
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
     for (const std::string& text : texts)
         list->add(text);
@@ -32,54 +29,52 @@ Poco::JSON::Array::Ptr toArray(const Texts& texts) {
 }
 
 const char* stateOf(const ListedClip& clip) {
-    return clip.isComplete ? "complete" : "unfinished";
+    return clip.stored.isComplete ? "complete" : "unfinished";
 }
 
 Poco::JSON::Object::Ptr toJson(const ListedClip& clip) {
+    const KsNNClipSummary& stored = clip.stored;
+    std::vector<std::string> projects;
+    for (const KsNNProject& project : stored.projects)
+        projects.push_back(project.projectName);
     auto object = jsonObject();
-    object->set("clip", clip.id);
-    object->set("clipName", clip.name);
+    object->set("clip", stored.mediaGuid);
+    object->set("clipName", stored.clipName);
     if (!clip.path.empty()) object->set("path", clip.path);
-    object->set("projects", toArray(clip.projects));
+    object->set("projects", toArray(projects));
     object->set("state", stateOf(clip));
-    object->set("segments", clip.segments);
-    object->set("endMS", clip.endMs);
-    object->set("languages", toArray(clip.languages));
+    object->set("segments", stored.segmentCount);
+    object->set("endMS", stored.endMS);
+    object->set("languages", toArray(stored.languages));
     object->set("speakers", toArray(clip.speakers));
     return object;
 }
 
 std::string toText(const ListedClip& clip) {
-    return fmt::format("{}  {:10}  {}  {:5}  {}  ({})\n", clip.id.substr(0, 12), stateOf(clip),
-                       timecode(clip.endMs), fmt::join(clip.languages, ","), clip.name,
+    const KsNNClipSummary& stored = clip.stored;
+    return fmt::format("{}  {:10}  {}  {:5}  {}  ({})\n", stored.mediaGuid.substr(0, 12), stateOf(clip),
+                       timecode(stored.endMS), fmt::join(stored.languages, ","), stored.clipName,
                        fmt::join(clip.speakers, ", "));
 }
 
 int clips(const ClipsOptions& options) {
-    catchInterrupts();
     const Home home = Home::fromEnvironment();
     KsNNDatabase store = openStore(home);
-    ClipListing listing;
-    {
-        ProgressLine line("clips");
-        listing = listClips(store, home, options.filter, terminalCallbacks(line));
-    }
+    const std::vector<ListedClip> listed = listClips(store, home, options.filter);
     if (options.json) {
         Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-        for (const ListedClip& clip : listing.clips)
+        for (const ListedClip& clip : listed)
             list->add(toJson(clip));
         auto document = jsonObject();
         document->set("clips", list);
         printResult(document);
     } else {
         std::string text;
-        for (const ListedClip& clip : listing.clips)
+        for (const ListedClip& clip : listed)
             text += toText(clip);
         printResult(text);
-        if (listing.clips.empty()) tell("no clip is like that");
+        if (listed.empty()) tell("there is no such clip");
     }
-    if (listing.mayLackUnfinished)
-        tell("the store names ten unfinished clips of other programs at a time; there may be more");
     return ExitFine;
 }
 

@@ -1,10 +1,10 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/clips/ClipFinder.h"
 #include "apps/kestrel/clips/ClipList.h"
+#include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/home/Credentials.h"
-#include "apps/kestrel/home/Identity.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Interrupt.h"
 #include "apps/kestrel/terminal/Output.h"
@@ -36,43 +36,30 @@ struct ExportOptions {
 /// Identifiers of the projects.
 /// @throws Failure that lists what there is instead of one that is unknown.
 std::vector<std::string> findProjects(KsNNDatabase& store, const std::vector<std::string>& names) {
-    std::vector<KsNNProject> known;
-    check(store.GetAllEntries(known, false), store, "the projects cannot be listed");
     std::vector<std::string> identifiers;
-    for (const std::string& name : names) {
-        const std::string identifier = projectIdentifier(name);
-        const bool exists = std::any_of(known.begin(), known.end(), [&](const KsNNProject& project) {
-            return project.projectGuid == identifier;
-        });
-        if (!exists) {
-            std::set<std::string> others;
-            for (const KsNNProject& project : known)
-                others.insert(project.projectName);
-            throw Failure(
-                fmt::format("there is no project \"{}\"{}", name,
-                            others.empty() ? "" : fmt::format("; there are: {}", fmt::join(others, ", "))));
-        }
-        identifiers.push_back(identifier);
-    }
+    for (const std::string& name : names)
+        identifiers.push_back(requireProject(store, name).projectGuid);
     return identifiers;
 }
 
 /// An import marks every clip as complete, so that half a transcript would pass for a whole one.
 void requireComplete(KsNNDatabase& store, const std::vector<std::string>& projects) {
-    std::vector<KsNNSearchResults> unfinished;
-    check(store.GetAllInprogressEntries(unfinished, false), store, "the unfinished clips cannot be listed");
-    for (const KsNNSearchResults& clip : unfinished) {
-        if (std::find(projects.begin(), projects.end(), clip.projectGuid) != projects.end())
-            throw Failure(
-                fmt::format("the transcript of clip {} is not complete: run `kestrel transcribe` on "
-                            "its file first, or name the clips to export",
-                            clip.mediaGuid.substr(0, 12)));
+    for (const std::string& project : projects) {
+        KsNNClipQuery query;
+        query.projectGuid = project;
+        query.unfinishedOnly = true;
+        const std::vector<KsNNClipSummary> unfinished = findClips(store, query);
+        if (unfinished.empty()) continue;
+        throw Failure(fmt::format("{} of the transcripts {} not complete, such as that of {}: run `kestrel "
+                                  "transcribe` on the file first, or name the clips to export",
+                                  unfinished.size(), unfinished.size() == 1 ? "is" : "are",
+                                  unfinished.front().clipName));
     }
 }
 
 /// The clips that the user names, all complete and of one project.
-std::vector<std::string> findClips(const Home& home, KsNNDatabase& store, const ExportOptions& options,
-                                   const std::string& project) {
+std::vector<std::string> chosenClips(const Home& home, KsNNDatabase& store, const ExportOptions& options,
+                                     const std::string& project) {
     if (options.projects.size() != 1)
         throw UsageError("clips can be named in one project only; name one --project");
     if (options.clips.size() > kMostClips)
@@ -107,7 +94,7 @@ int exportClips(const ExportOptions& options) {
     if (options.clips.empty())
         requireComplete(store, projects);
     else
-        clips = findClips(home, store, options, projects.front());
+        clips = chosenClips(home, store, options, projects.front());
     const std::size_t count = clips.empty() ? countClips(store, projects) : clips.size();
     if (count == 0) throw Failure("there is no complete transcript to export");
     applyCredentialsUnder(home, readPassPhrase(options.passPhraseFile, true));

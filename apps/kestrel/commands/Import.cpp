@@ -1,11 +1,13 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/clips/ClipList.h"
 #include "apps/kestrel/clips/ExchangeContents.h"
+#include "apps/kestrel/clips/Membership.h"
+#include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/home/Credentials.h"
-#include "apps/kestrel/home/Identity.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Interrupt.h"
 #include "apps/kestrel/terminal/Output.h"
@@ -23,7 +25,6 @@ namespace kestrel {
 
 namespace {
 
-constexpr int kClipsOfPage = 10'000;
 /// Under this project the library files clips whose own projects the store does not know.
 constexpr const char* kPlaceholderId = "KST_Import_ProjectGuid";
 constexpr const char* kPlaceholderName = "KST_Import_ProjectName";
@@ -43,9 +44,10 @@ struct ImportPlan {
     std::vector<ExchangeClip> clips;
     std::vector<ExchangeClip> fresh;
     std::vector<ExchangeClip> replaced;
-    std::vector<ExchangeClip> unfinished;  ///< In place of a transcript that was never completed.
-    std::vector<ExchangeClip> placeholder; ///< Of these, filed under no project of the store.
+    std::vector<ExchangeClip> unfinished; ///< In place of a transcript that was never completed.
+    std::vector<ExchangeClip> strangers;  ///< Of all, those that belong to no project of the store.
     std::map<std::string, std::string> projectNames;
+    KsNNProject project; ///< The one that the user names, else the placeholder.
     std::size_t segments = 0;
 };
 
@@ -57,25 +59,23 @@ ImportPlan planImport(KsNNDatabase& store, const ImportOptions& options) {
     check(store.GetAllEntries(projects, false), store, "the projects cannot be listed");
     for (const KsNNProject& project : projects)
         plan.projectNames[project.projectGuid] = project.projectName;
-    if (!options.project.empty())
-        plan.projectNames.emplace(projectIdentifier(options.project), options.project);
-    std::vector<std::string> complete;
-    check(store.GetAllMediaGuids("ALL", complete, false, kClipsOfPage), store, "the clips cannot be listed");
-    std::sort(complete.begin(), complete.end());
+    plan.project = options.project.empty() ? KsNNProject{kPlaceholderName, kPlaceholderId}
+                                           : findProject(store, options.project);
+    plan.projectNames.emplace(plan.project.projectGuid, plan.project.projectName);
+    std::map<std::string, bool> isComplete; // of every clip of the store
+    for (const KsNNClipSummary& clip : findClips(store, {}))
+        isComplete[clip.mediaGuid] = clip.isComplete;
     for (const ExchangeClip& clip : plan.clips) {
         plan.segments += clip.segments;
         const bool isKnown = std::any_of(clip.projectIds.begin(), clip.projectIds.end(), [&](const auto& id) {
             return id != kPlaceholderId && plan.projectNames.contains(id);
         });
-        if (!isKnown) plan.placeholder.push_back(clip);
-        if (std::binary_search(complete.begin(), complete.end(), clip.id)) {
-            plan.replaced.push_back(clip);
-            continue;
-        }
-        int stored = 0;
-        check(store.GetSegmentCount(clip.id, "ANY", stored, false, kSchemaVersion), store,
-              "the store cannot be read");
-        (stored > 0 ? plan.unfinished : plan.fresh).push_back(clip);
+        if (!isKnown) plan.strangers.push_back(clip);
+        const auto stored = isComplete.find(clip.id);
+        if (stored == isComplete.end())
+            plan.fresh.push_back(clip);
+        else
+            (stored->second ? plan.replaced : plan.unfinished).push_back(clip);
     }
     return plan;
 }
@@ -119,11 +119,8 @@ void runImport(KsNNDatabase& store, const ImportOptions& options, const ImportPl
         removeUnfinished(helper, plan);
         return KsNN_Success;
     };
-    const std::string project = options.project.empty() ? kPlaceholderName : options.project;
-    const std::string identifier =
-        options.project.empty() ? kPlaceholderId : projectIdentifier(options.project);
-    const KsNN_ErrorCode code =
-        store.ImportDBContentsFromKST(options.file.string(), identifier, project, progress, false);
+    const KsNN_ErrorCode code = store.ImportDBContentsFromKST(options.file.string(), plan.project.projectGuid,
+                                                              plan.project.projectName, progress, false);
     if (!isChecked && wasInterrupted()) throw Cancelled("cancelled; nothing was changed");
     if (isChecked && options.dryRun) return;
     check(code, store,
@@ -132,13 +129,23 @@ void runImport(KsNNDatabase& store, const ImportOptions& options, const ImportPl
                                 : ", nothing was changed"));
 }
 
+/// The library files clips that belong to no project of the store under a placeholder, whatever project is
+/// named: who names one wants them there.
+void adoptStrangers(KsNNDatabase& store, const Home& home, const ImportPlan& plan) {
+    const KsNNProject placeholder{kPlaceholderName, kPlaceholderId};
+    for (const ExchangeClip& clip : plan.strangers) {
+        joinProject(store, home, {clip.id, clip.name, "", placeholder}, plan.project);
+        Catalogue(home).add({clip.id, clip.name, "", plan.project.projectName, clip.language});
+    }
+}
+
 void addToCatalogue(const Home& home, const ImportPlan& plan) {
     const Catalogue catalogue(home);
     const std::vector<CatalogueClip> before = catalogue.clips();
     for (const ExchangeClip& clip : plan.clips) {
         for (const std::string& id : clip.projectIds) {
             const auto project = plan.projectNames.find(id);
-            if (project == plan.projectNames.end()) continue;
+            if (project == plan.projectNames.end() || id == kPlaceholderId) continue;
             const bool isListed = std::any_of(before.begin(), before.end(), [&](const CatalogueClip& known) {
                 return known.id == clip.id && known.project == project->second;
             });
@@ -167,7 +174,8 @@ void printJson(const ImportOptions& options, const ImportPlan& plan) {
     document->set("new", names(plan.fresh));
     document->set("replaced", names(plan.replaced));
     document->set("unfinishedReplaced", names(plan.unfinished));
-    document->set("placeholder", names(plan.placeholder));
+    document->set("project", plan.project.projectName);
+    document->set("filedUnderProject", names(plan.strangers));
     printResult(document);
 }
 
@@ -177,10 +185,12 @@ void printText(const ImportOptions& options, const ImportPlan& plan) {
                             plan.fresh.size(), plan.replaced.size() + plan.unfinished.size()));
     for (const ExchangeClip& clip : plan.unfinished)
         tell(fmt::format("{} replaces a transcript that was never completed", clip.name));
-    if (!plan.placeholder.empty())
-        tell(fmt::format("{} of them belong to no project of this store and are filed under the placeholder "
-                         "{}; --project names a project to take them into, if they belong to it",
-                         plan.placeholder.size(), kPlaceholderName));
+    if (plan.strangers.empty()) return;
+    tell(fmt::format("{} of them belong{} to no project of this store: filed under \"{}\"",
+                     plan.strangers.size(), plan.strangers.size() == 1 ? "s" : "", plan.project.projectName));
+    if (options.project.empty())
+        tell(fmt::format("`kestrel join --all --from {} --project NAME` moves them into a project of yours",
+                         kPlaceholderName));
 }
 
 int importFile(const ImportOptions& options) {
@@ -190,7 +200,10 @@ int importFile(const ImportOptions& options) {
     const ImportPlan plan = planImport(store, options);
     requireNoWriter(store, plan);
     runImport(store, options, plan);
-    if (!options.dryRun) addToCatalogue(home, plan);
+    if (!options.dryRun) {
+        addToCatalogue(home, plan);
+        if (!options.project.empty()) adoptStrangers(store, home, plan);
+    }
     if (options.json)
         printJson(options, plan);
     else
@@ -204,7 +217,8 @@ Run setUp(CLI::App& app) {
         ->required()
         ->check(CLI::ExistingFile);
     app.add_option("--project", options->project,
-                   "Name of a project that clips may be filed under, besides those that the store knows");
+                   "Name of the project that takes the clips that belong to no project of this store")
+        ->check(requireName);
     addPassPhraseOption(app, options->passPhraseFile);
     app.add_flag("--dry-run", options->dryRun, "Check the whole file and say what would be done");
     addJsonFlag(app, options->json);

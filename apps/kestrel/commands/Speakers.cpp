@@ -59,7 +59,10 @@ public:
         return ExitFine;
     }
 
-    int create() { return done(mSpeakers.create(mOptions.speaker), "{} created"); }
+    int create() {
+        const KsNNSpeakerKV speaker = mSpeakers.create(mOptions.speaker);
+        return done(speaker, fmt::format("{} created", speaker.speakerName));
+    }
 
     int assign() {
         if (mOptions.label.empty() == (mOptions.segment < 0))
@@ -71,15 +74,15 @@ public:
             mSpeakers.assignSegment(clip, speaker, mOptions.segment);
         else
             segments = mSpeakers.assignLabel(clip, speaker, mOptions.label);
-        return done(speaker, fmt::format("{{}} speaks {} segment{} of {}", segments, segments == 1 ? "" : "s",
-                                         clip.name));
+        return done(speaker, fmt::format("{} speaks {} segment{} of {}", speaker.speakerName, segments,
+                                         segments == 1 ? "" : "s", clip.name));
     }
 
     int rename() {
         KsNNSpeakerKV speaker = mSpeakers.find(mOptions.speaker);
         mSpeakers.rename(speaker, mOptions.other);
         speaker.speakerName = mOptions.other;
-        return done(speaker, fmt::format("{} is now {{}}", mOptions.speaker));
+        return done(speaker, fmt::format("{} is now {}", mOptions.speaker, speaker.speakerName));
     }
 
     int merge() {
@@ -92,7 +95,7 @@ public:
                             merged.speakerName, kept.speakerName, merged.speakerName, mProject.projectName),
                 mOptions.yes);
         mSpeakers.merge(merged, kept);
-        return done(kept, fmt::format("{} is now {{}}", merged.speakerName));
+        return done(kept, fmt::format("{} is now {}", merged.speakerName, kept.speakerName));
     }
 
     int clear() {
@@ -114,7 +117,7 @@ public:
             else
                 mSpeakers.clearSegment(clip, speaker, mOptions.segment);
         }
-        return done(speaker, fmt::format("{{}} cleared from {}", where));
+        return done(speaker, fmt::format("{} cleared from {}", speaker.speakerName, where));
     }
 
     int remove() {
@@ -122,7 +125,7 @@ public:
         confirm(fmt::format("Delete {} from project \"{}\"?", speaker.speakerName, mProject.projectName),
                 mOptions.yes);
         mSpeakers.remove(speaker);
-        return done(speaker, "{} deleted");
+        return done(speaker, fmt::format("{} deleted", speaker.speakerName));
     }
 
 private:
@@ -134,7 +137,7 @@ private:
             document->set("speakerId", speaker.speakerGuid);
             printResult(document);
         }
-        tell(fmt::format(fmt::runtime(message), speaker.speakerName));
+        tell(message);
         return ExitFine;
     }
 

@@ -38,14 +38,18 @@ void projects(Exchange& exchange, Parts& parts) {
 }
 
 Poco::JSON::Object::Ptr toJson(const ListedClip& clip) {
+    const KsNNClipSummary& stored = clip.stored;
+    std::vector<std::string> projects;
+    for (const KsNNProject& project : stored.projects)
+        projects.push_back(project.projectName);
     auto object = jsonObject();
-    object->set("clip", clip.id);
-    object->set("clipName", clip.name);
+    object->set("clip", stored.mediaGuid);
+    object->set("clipName", stored.clipName);
     object->set("path", clip.path);
-    object->set("projects", arrayOf(clip.projects));
-    object->set("complete", clip.isComplete);
-    object->set("endMS", clip.endMs);
-    object->set("languages", arrayOf(clip.languages));
+    object->set("projects", arrayOf(projects));
+    object->set("complete", stored.isComplete);
+    object->set("endMS", stored.endMS);
+    object->set("languages", arrayOf(stored.languages));
     object->set("speakers", arrayOf(clip.speakers));
     return object;
 }
@@ -53,14 +57,13 @@ Poco::JSON::Object::Ptr toJson(const ListedClip& clip) {
 void clips(Exchange& exchange, Parts& parts) {
     ClipFilter filter;
     filter.project = exchange.parameter("project");
-    const ClipListing listing = parts.stores.with(
-        [&](KsNNDatabase& store) { return listClips(store, parts.stores.home(), filter, {}); });
+    const std::vector<ListedClip> listed = parts.stores.with(
+        [&](KsNNDatabase& store) { return listClips(store, parts.stores.home(), filter); });
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-    for (const ListedClip& clip : listing.clips)
+    for (const ListedClip& clip : listed)
         list->add(toJson(clip));
     auto document = jsonObject();
     document->set("clips", list);
-    document->set("mayLackUnfinished", listing.mayLackUnfinished);
     send(exchange, document);
 }
 
