@@ -162,6 +162,7 @@ TEST_F(SemanticSearch, WithoutAnIndexThereIsNothingToFind) {
     std::vector<KsNNSearchResults> results;
     // No models are needed: no embedding is computed.
     EXPECT_EQ(without.SemanticSearch("text", "", 0, results, 5, KsNNSemanticOnnx, false), KsNN_Success);
+    EXPECT_EQ(without.DeleteSemanticFrames({"a"}, false), KsNN_Success);
     EXPECT_THAT(results, IsEmpty());
 }
 
@@ -179,6 +180,27 @@ TEST_F(SemanticSearch, AnIndexOfAnotherDimensionIsAFailureThatSaysSo) {
     int written = -1;
     EXPECT_EQ(mStore.WriteSemanticFrames("a", "p", KsNNSemanticOnnx, written, nullptr, false), KsNN_Error);
     EXPECT_EQ(written, 0);
+}
+
+TEST_F(SemanticSearch, AFrameWithoutAVectorIsAFailureThatSaysSo) {
+    writeClip("a", {"spoken"});
+    EXPECT_EQ(writeFrames("a"), 1);
+    ASSERT_EQ(send("POST", KsNNDatabase::getSemanticIndex() + "/_doc?refresh=true", R"({"mediaGuid":"b"})"),
+              201U);
+    std::vector<KsNNSearchResults> results;
+    EXPECT_EQ(mStore.SemanticSearch("text", "", 0, results, 5, KsNNSemanticOnnx, false), KsNN_Error);
+    EXPECT_THAT(mStore.GetErrorStr(), HasSubstr("KsNNDatabase::SemanticSearch err: "));
+    EXPECT_THAT(results, IsEmpty());
+}
+
+TEST_F(SemanticSearch, DeletedFramesAreGoneAndOthersStay) {
+    writeClip("a", {"first", "second"});
+    writeClip("b", {"third"});
+    EXPECT_EQ(writeFrames("a"), 2);
+    EXPECT_EQ(writeFrames("b"), 1);
+    EXPECT_EQ(mStore.DeleteSemanticFrames({"a", "unknown"}, false), KsNN_Success) << mStore.GetErrorStr();
+    EXPECT_THAT(find("first", 10), ElementsAre(Field(&KsNNSearchResults::text, "third")));
+    EXPECT_EQ(writeFrames("a"), 2);
 }
 
 TEST_F(SemanticSearch, ModelsThatCannotBeLoadedLeaveTheFormerOnes) {
