@@ -8,6 +8,7 @@
 #include <Poco/JSON/Handler.h>
 #include <Poco/JSON/Parser.h>
 #include <fmt/format.h>
+#include <unicode/unistr.h>
 
 #include <sstream>
 #include <utility>
@@ -76,6 +77,12 @@ private:
     int mDepth = 0;
 };
 
+/// The parser quotes bytes of the file as they are.
+std::string validUtf8(const std::string& text) {
+    std::string valid;
+    return icu::UnicodeString::fromUTF8(text).toUTF8String(valid);
+}
+
 } // namespace
 
 std::vector<ExchangeClip> readExchangeContents(KsNNDatabase& store, const std::filesystem::path& file) {
@@ -91,7 +98,7 @@ std::vector<ExchangeClip> readExchangeContents(KsNNDatabase& store, const std::f
     try {
         Poco::JSON::Parser(lister).parse(plain);
     } catch (const Poco::Exception& error) {
-        throw Failure(fmt::format("{} is damaged: {}", file.string(), error.message()));
+        throw Failure(fmt::format("{} is damaged: {}", file.string(), validUtf8(error.message())));
     }
     return lister->take();
 }
