@@ -1,9 +1,6 @@
 // Stores of schema version 1 and the service's users, on a real index service.
 
 #include "kestrelml/core/Credentials.h"
-#include "kestrelml/core/RESTCall.h"
-#include "kestrelml/store/Query.h"
-#include "kestrelml/store/Schema.h"
 #include "tests/store/RealStore.h"
 #include "tests/support/FaultProxy.h"
 
@@ -38,23 +35,16 @@ protected:
         for (const char* index : {kDebugIndexVersion1, kNewIndex})
             mStore.DeleteIndex(index, false);
     }
-    unsigned send(const std::string& method, const std::string& path, const std::string& body = "") {
-        std::stringstream text(body);
-        Object::Ptr answer;
-        unsigned status = 0;
-        RESTCall(method, path, 60, text, answer, status, &mStore, true, true, false);
-        return status;
-    }
     /// Fills the old index: every clip once for each project, the projects' texts different. Returns the
     /// number of documents.
     int writeOldStore(int clips, const std::vector<std::string>& projects) {
-        KsNNDBEntryBase clipFields = base();
+        KsNNDBEntryBase clipFields = someClip();
         std::ostringstream bulk;
         int documents = 0;
         for (int clip = 0; clip < clips; ++clip) {
             for (const std::string& project : projects) {
                 for (int index = segmentsOf(clip); index-- > 0; ++documents) {
-                    KsNNDBEntrySeg seg = segment(clipOf(clip), index, "text of " + project, 1000 * index);
+                    KsNNDBEntrySeg seg = someSegment(clipOf(clip), index, "text of " + project, "Unk");
                     seg.projectGuid = project;
                     clipFields.projectName = "Name of " + project;
                     clipFields.progressComplete = clip % 2 == 0;
@@ -103,8 +93,7 @@ protected:
             EXPECT_EQ(seg.transcript, "text of " + projects.front()) << "that of the first project";
             EXPECT_EQ(seg.speakerID, "N/A");
             EXPECT_EQ(seg.projectGuidList, projects);
-            EXPECT_EQ(seg.wordStartsMS,
-                      segment("", 0, seg.transcript, 1000 * static_cast<int>(i)).wordStartsMS);
+            EXPECT_EQ(seg.wordStartsMS, someSegment("", seg.segment, seg.transcript).wordStartsMS);
         }
     }
 };
@@ -115,6 +104,8 @@ TEST_P(Migration, OfNothingOnlySwitchesTheStore) {
     ASSERT_EQ(migrate(), KsNN_Success) << mStore.GetErrorStr();
     EXPECT_EQ(KsNNDatabase::getTranscriptIndex(), kNewIndex);
     EXPECT_FALSE(exists(kNewIndex));
+    ASSERT_EQ(mStore.MigrateDatabaseVersion1to2(false, false, {}, 2), KsNN_Success) << mStore.GetErrorStr();
+    EXPECT_EQ(KsNNDatabase::getTranscriptIndex(), "transcript_oai_small_multi_index_rel");
 }
 
 TEST_P(Migration, CancelledAtAnyDocumentLeavesTheOldStoreWhole) {

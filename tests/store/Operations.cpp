@@ -24,6 +24,17 @@ void print(std::ostream& out, const KsNNSearchResults& result) {
     out << result.mediaGuid << '/' << result.projectGuid << '/' << result.text << '@' << result.startMS
         << ' ';
 }
+void print(std::ostream& out, const KsNNClipSummary& clip) {
+    out << clip.mediaGuid << '/' << clip.clipName << '/' << clip.isComplete << '/' << clip.segmentCount << '/'
+        << clip.endMS << '/';
+    for (const KsNNProject& project : clip.projects)
+        out << project.projectGuid << ';';
+    for (const std::string& language : clip.languages)
+        out << '/' << language;
+    for (const KsNNClipSpeaker& speaker : clip.speakers)
+        out << '/' << speaker.speakerID << '=' << speaker.speakerGuid;
+    out << ' ';
+}
 void print(std::ostream& out, const KsNNPhraseHit& hit) {
     out << hit.clipName << ' ' << hit.segment << ' ' << hit.startMS << '-' << hit.endMS << ' ';
 }
@@ -93,6 +104,19 @@ public:
         return printed(someSpeaker("", name, project),
                        [](std::ostream& output, const auto& kept) { output << kept.speakerGuid; });
     }
+    /// "contents", "unfinished", "name=A001", "clip=m" and "project=p", in any order.
+    KsNNClipQuery clipQuery() const {
+        KsNNClipQuery query;
+        for (const std::string& argument : mArguments) {
+            const std::string value = argument.substr(argument.find('=') + 1);
+            if (argument.starts_with("project=")) query.projectGuid = value;
+            if (argument.starts_with("clip=")) query.mediaGuid = value;
+            if (argument.starts_with("name=")) query.clipName = value;
+            query.unfinishedOnly |= argument == "unfinished";
+            query.withContents |= argument == "contents";
+        }
+        return query;
+    }
     KsNNSpeakerKV& speaker(std::size_t position) {
         return mSpeaker = someSpeaker((*this)[position], "Ann", "p");
     }
@@ -158,8 +182,10 @@ const std::map<std::string, KsNN_ErrorCode (*)(KsNNDatabase&, Call&)> kOperation
     OPERATION(AppendProjectToEntry, c[0], c[1], c[2], c.number(3), false),
     OPERATION(RemoveProjectFromEntry, c[0], c[1], false),
     OPERATION(AddNewProjectToProjectList, c[0], c[1], c[2], false),
+    OPERATION(ShareSpeakers, c[0], c[1], c[2], false),
     OPERATION(GetAllEntries, c.out<std::vector<KsNNProject>>(), false),
     OPERATION(GetAllMediaGuids, c[0], c.out(Texts{"cleared"}), false, c.number(1)),
+    OPERATION(FindClips, c.clipQuery(), c.out<std::vector<KsNNClipSummary>>(), false),
     OPERATION(GetAllInprogressEntries, c.out<Results>(), false),
     OPERATION(DeleteEntry, c[0], c[1], false, c.number(2), c.progress(c.number(3), c.number(4))),
     OPERATION(HardDeleteEntries, c.all(), false),

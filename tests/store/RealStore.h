@@ -1,12 +1,13 @@
 #pragma once
 
-#include "kestrelml/store/KsNNDatabase.h"
+#include "kestrelml/core/RESTCall.h"
+#include "kestrelml/store/Schema.h"
+#include "tests/store/Operations.h"
 #include "tests/support/IndexService.h"
 
 #include <Poco/UUIDGenerator.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <optional>
 
 namespace kestrel_test {
@@ -27,39 +28,47 @@ protected:
 
     static KsNNDatabase connect() { return {sService->uri().c_str(), nullptr, nullptr, nullptr, false}; }
 
-    static KsNNDBEntrySeg segment(const std::string& clip, int index, const std::string& text,
-                                  int startMS = 0) {
-        KsNNDBEntrySeg seg;
-        seg.segment = index;
-        seg.mediaGuid = clip;
-        seg.projectGuid = "project one";
-        seg.transcript = text;
-        seg.language = "en";
-        const auto words = text.empty() ? 0 : 1 + std::count(text.begin(), text.end(), ' ');
-        for (int w = 0; w < words; ++w) {
-            seg.wordStartsMS.push_back(startMS + 100 * w);
-            seg.wordEndsMS.push_back(startMS + 100 * w + 90);
-        }
-        return seg;
-    }
-
-    static KsNNDBEntryBase base() {
-        KsNNDBEntryBase result;
-        result.projectName = "Film";
-        result.clipName = "A001";
-        return result;
-    }
-
+    /// Writes a complete clip of project "p", as a host does.
     void writeClip(const std::string& clip, const std::vector<std::string>& texts) {
         ASSERT_EQ(mStore.LockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
-        for (std::size_t i = 0; i < texts.size(); ++i) {
-            const int index = static_cast<int>(i);
-            ASSERT_EQ(mStore.WriteToDB(base(), segment(clip, index, texts[i], 1000 * index), false),
+        int index = 0;
+        for (const std::string& text : texts) {
+            ASSERT_EQ(mStore.WriteToDB(someClip(), someSegment(clip, index++, text, text), false),
                       KsNN_Success)
                 << mStore.GetErrorStr();
         }
         ASSERT_EQ(mStore.SetProgressComplete(clip, false, 2, ""), KsNN_Success) << mStore.GetErrorStr();
         ASSERT_EQ(mStore.UnlockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
+    }
+
+    /// Appends a clip of projects whose names are their identifiers, for `sendBulk`.
+    static void appendClip(std::stringstream& bulk, const std::string& clip, int segments,
+                           const std::vector<std::string>& projects, bool isComplete) {
+        KsNNDB_STTClipEntry entry;
+        static_cast<KsNNDBEntryBase&>(entry) = someClip();
+        entry.progressComplete = isComplete;
+        for (const std::string& project : projects)
+            entry.projects.push_back({project, project});
+        for (int index = 0; index < segments; ++index) {
+            KsNNDBEntrySeg seg = someSegment(clip, index, "words");
+            seg.projectGuidList = projects;
+            kestrelml::detail::appendBulkCreate(entry, seg, bulk);
+        }
+    }
+    void sendBulk(std::stringstream& bulk) {
+        ASSERT_EQ(send("PUT", kestrelml::detail::bulkPath(KsNNDatabase::getTranscriptIndex()), bulk.str()),
+                  200U);
+    }
+
+    /// Sends a request of the test's own; returns its status.
+    unsigned send(const std::string& method, const std::string& path, const std::string& body = "",
+                  Poco::JSON::Object::Ptr* answer = nullptr) {
+        std::stringstream text(body);
+        Poco::JSON::Object::Ptr ignored;
+        unsigned status = 0;
+        RESTCall(method, path, 60, text, answer == nullptr ? ignored : *answer, status, &mStore, true, true,
+                 false);
+        return status;
     }
 
     inline static std::optional<IndexService> sService;

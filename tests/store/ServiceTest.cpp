@@ -25,86 +25,6 @@ using testing::IsEmpty;
 
 using Service = RealStore;
 
-TEST_F(Service, AnswersTheProbeAndHasASpeakerIndex) {
-    EXPECT_EQ(mStore.testDefault(false), KsNN_Success) << mStore.GetErrorStr();
-    bool exists = false;
-    EXPECT_EQ(mStore.CheckIndex(exists, KsNNDatabase::getSpeakerIndex(), false), KsNN_Success);
-    EXPECT_TRUE(exists);
-}
-
-TEST_F(Service, AMissingIndexReadsAsAnEmptyStore) {
-    int count = 7;
-    bool complete = true;
-    KsNNDB_STTClipEntry entry;
-    std::vector<KsNNSearchResults> results;
-    EXPECT_EQ(mStore.GetTotalSegmentCount(count, false), KsNN_Success);
-    EXPECT_EQ(mStore.GetProgressComplete("m", "p", complete, false, 2), KsNN_Success);
-    EXPECT_EQ(mStore.GetDBContents("m", "p", entry, false, 2), KsNN_Success);
-    EXPECT_EQ(mStore.Search("phrase", "p", 0.5F, results, 0, false), KsNN_Success);
-    EXPECT_EQ(mStore.DeleteIndex(KsNNDatabase::getTranscriptIndex(), false), KsNN_Success);
-    EXPECT_EQ(count, 0);
-    EXPECT_FALSE(complete);
-    EXPECT_EQ(mStore.UnlockEntry("m", false), KsNN_Error);
-}
-
-TEST_F(Service, LifeOfAClip) {
-    const std::string clip = "clip 1";
-    bool locked = true;
-    ASSERT_EQ(mStore.CreateIndex(KsNNDatabase::getTranscriptIndex(), false), KsNN_Success)
-        << mStore.GetErrorStr();
-    EXPECT_EQ(mStore.GetLockState(clip, locked, false), KsNN_Success);
-    EXPECT_FALSE(locked);
-    EXPECT_EQ(mStore.WriteToDB(base(), segment(clip, 0, "no lock"), false), KsNN_Error);
-    EXPECT_THAT(mStore.GetErrorStr(), HasSubstr("KsNNDatabase::WriteToDB: Missing lock."));
-
-    EXPECT_EQ(mStore.LockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
-    EXPECT_EQ(mStore.LockEntry(clip, false), KsNN_LockConflict);
-    EXPECT_THAT(mStore.GetErrorStr(), IsEmpty());
-    EXPECT_EQ(mStore.GetLockState(clip, locked, false), KsNN_Success);
-    EXPECT_TRUE(locked);
-
-    const std::vector<std::string> texts = {"filthy rich people, oh rich people ", "Ça va très bien",
-                                            "3 2 1 go"};
-    for (int again = 0; again < 2; ++again) {
-        for (int i = 0; i < 3; ++i) {
-            ASSERT_EQ(mStore.WriteToDB(base(), segment(clip, i, texts[static_cast<std::size_t>(i)], 1000 * i),
-                                       false),
-                      KsNN_Success)
-                << mStore.GetErrorStr();
-        }
-    }
-    int count = 0;
-    EXPECT_EQ(mStore.GetSegmentCount(clip, "ANY", count, false, 2), KsNN_Success);
-    EXPECT_EQ(count, 3);
-    EXPECT_EQ(mStore.GetTotalSegmentCount(count, false), KsNN_Success);
-    EXPECT_EQ(count, 4);
-    bool complete = true;
-    EXPECT_EQ(mStore.GetProgressComplete(clip, "project one", complete, false, 2), KsNN_Success);
-    EXPECT_FALSE(complete);
-    EXPECT_EQ(mStore.SetProgressComplete(clip, false, 2, ""), KsNN_Success) << mStore.GetErrorStr();
-    EXPECT_EQ(mStore.GetProgressComplete(clip, "ANY", complete, false, 2), KsNN_Success);
-    EXPECT_TRUE(complete);
-    EXPECT_EQ(mStore.WriteToDB(base(), segment(clip, 3, "too late"), false), KsNN_Error);
-    EXPECT_EQ(mStore.UnlockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
-    EXPECT_EQ(mStore.UnlockEntry(clip, false), KsNN_LockConflict);
-
-    KsNNDB_STTClipEntry entry;
-    ASSERT_EQ(mStore.GetDBContents(clip, "project one", entry, false, 2), KsNN_Success)
-        << mStore.GetErrorStr();
-    ASSERT_EQ(entry.segments.size(), 3U);
-    for (std::size_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(entry.segments[i].segment, static_cast<int>(i));
-        EXPECT_EQ(entry.segments[i].transcript, texts[i]);
-    }
-    EXPECT_EQ(entry.projectName + entry.clipName, "FilmA001");
-    EXPECT_TRUE(entry.progressComplete);
-
-    ASSERT_EQ(mStore.GetDBContentsRange(clip, "project one", 1100, 2150, entry, false), KsNN_Success);
-    ASSERT_EQ(entry.segments.size(), 2U);
-    EXPECT_EQ(entry.segments[0].transcript + "|" + entry.segments[1].transcript, "va très bien|3 2");
-    EXPECT_THAT(entry.segments[1].wordStartsMS, ElementsAre(900, 1000));
-}
-
 TEST_F(Service, FindsMisspeltPhrasesAtTheRightWordOfTheRightClip) {
     writeClip("news", {"the minister said nothing", "about the budget for next year", "and left"});
     writeClip("drama",
@@ -118,8 +38,7 @@ TEST_F(Service, FindsMisspeltPhrasesAtTheRightWordOfTheRightClip) {
          {Expected{"Rich peeple!", "drama", 2300}, Expected{"chatau etait tres", "drama", 1100},
           Expected{"the budjet", "news", 1100}, Expected{"MINISTER  sayd", "news", 100}}) {
         std::vector<KsNNSearchResults> results;
-        ASSERT_EQ(mStore.Search(phrase, "project one", 0.75F, results, 3, false), KsNN_Success)
-            << mStore.GetErrorStr();
+        ASSERT_EQ(mStore.Search(phrase, "p", 0.75F, results, 3, false), KsNN_Success) << mStore.GetErrorStr();
         ASSERT_EQ(results.size(), 1U) << phrase;
         EXPECT_EQ(results[0].mediaGuid, clip) << phrase;
         EXPECT_EQ(results[0].startMS, startMS) << phrase;
@@ -127,7 +46,7 @@ TEST_F(Service, FindsMisspeltPhrasesAtTheRightWordOfTheRightClip) {
     }
     KsNNPhraseQuery query;
     query.text = "rich peeple";
-    query.projectGuid = "project one";
+    query.projectGuid = "p";
     std::vector<KsNNPhraseHit> hits;
     ASSERT_EQ(mStore.FindPhrase(query, hits, false), KsNN_Success) << mStore.GetErrorStr();
     ASSERT_EQ(hits.size(), 1U);
@@ -138,7 +57,7 @@ TEST_F(Service, FindsMisspeltPhrasesAtTheRightWordOfTheRightClip) {
     EXPECT_EQ(hits.size(), 1U) << "another clip";
 
     std::vector<KsNNSearchResults> none;
-    EXPECT_EQ(mStore.Search("rich people", "project two", 0.5F, none, 3, false), KsNN_Success);
+    EXPECT_EQ(mStore.Search("rich people", "q", 0.5F, none, 3, false), KsNN_Success);
     EXPECT_THAT(none, IsEmpty());
 }
 
@@ -171,7 +90,7 @@ TEST_F(Service, IdentifiersMayHoldAnything) {
         writeClip(clip, {"text of " + clip});
     }
     KsNNDB_STTClipEntry entry;
-    ASSERT_EQ(mStore.GetDBContents("a/b?\"клип\"#1", "project one", entry, false, 2), KsNN_Success);
+    ASSERT_EQ(mStore.GetDBContents("a/b?\"клип\"#1", "p", entry, false, 2), KsNN_Success);
     ASSERT_EQ(entry.segments.size(), 1U);
     EXPECT_EQ(entry.segments[0].transcript, "text of a/b?\"клип\"#1");
 }
@@ -180,25 +99,10 @@ TEST_F(Service, IdentifiersThatAreTooLongAreRefused) {
     const std::string tooLong(10000, 'x');
     EXPECT_EQ(mStore.LockEntry(tooLong, false), KsNN_Error);
     EXPECT_THAT(mStore.GetErrorStr(), HasSubstr("KsNNDatabase::LockEntry err: "));
-    EXPECT_EQ(mStore.WriteToDB(base(), segment(tooLong, 0, "text"), false), KsNN_Error);
+    EXPECT_EQ(mStore.WriteToDB(someClip(), someSegment(tooLong, 0), false), KsNN_Error);
     int total = 1;
     EXPECT_EQ(mStore.GetTotalSegmentCount(total, false), KsNN_Success);
     EXPECT_EQ(total, 0);
-}
-
-TEST_F(Service, UnlocksOnePageOfLocksAtATime) {
-    for (int i = 0; i < 12; ++i)
-        ASSERT_EQ(mStore.LockEntry("clip" + std::to_string(i), false), KsNN_Success);
-    const auto locks = [&] {
-        int count = -1;
-        EXPECT_EQ(mStore.GetTotalSegmentCount(count, false), KsNN_Success);
-        return count;
-    };
-    EXPECT_EQ(locks(), 12);
-    EXPECT_EQ(mStore.UnlockAllEntries(false), KsNN_Success) << mStore.GetErrorStr();
-    EXPECT_EQ(locks(), 2);
-    EXPECT_EQ(mStore.UnlockAllEntries(false), KsNN_Success);
-    EXPECT_EQ(locks(), 0);
 }
 
 TEST_F(Service, WrongPasswordIsAReportAndChangesNothing) {
@@ -280,8 +184,7 @@ TEST_F(Service, NothingAcknowledgedIsLostOrDoubledWhenTheServiceIsKilled) {
     int written = 0;
     std::thread writer([&] {
         while (killing || written < 20) {
-            const KsNN_ErrorCode code =
-                mStore.WriteToDB(base(), segment("clip", written, "text", 100 * written), false);
+            const KsNN_ErrorCode code = mStore.WriteToDB(someClip(), someSegment("clip", written), false);
             if (code == KsNN_Success) ++written;
         }
     });
@@ -295,8 +198,7 @@ TEST_F(Service, NothingAcknowledgedIsLostOrDoubledWhenTheServiceIsKilled) {
     writer.join();
 
     KsNNDB_STTClipEntry entry;
-    ASSERT_EQ(mStore.GetDBContents("clip", "project one", entry, false, 2), KsNN_Success)
-        << mStore.GetErrorStr();
+    ASSERT_EQ(mStore.GetDBContents("clip", "p", entry, false, 2), KsNN_Success) << mStore.GetErrorStr();
     std::vector<int> found;
     for (const KsNNDBEntrySeg& seg : entry.segments)
         found.push_back(seg.segment);
