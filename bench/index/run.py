@@ -208,8 +208,8 @@ def measure(engines: list[Engine], name: str, request: Request, repetitions: int
                              for old, new in zip(before, after)])
 
 
-def restart(engine: Engine, binary: Path, data: Path, kill: bool) -> float:
-    """Seconds until the service answers again."""
+def restart(engine: Engine, binary: Path, data: Path, kill: bool) -> tuple[float, float]:
+    """Seconds until the service answers again, and its processor time until then."""
     assert engine.process is not None
     if kill:
         engine.process.kill()
@@ -218,7 +218,7 @@ def restart(engine: Engine, binary: Path, data: Path, kill: bool) -> float:
     started = time.monotonic()
     engine.process = IndexProcess(data, "--log-level", "error", binary=binary).wait_until_ready()
     engine.client = engine.process.client()
-    return time.monotonic() - started
+    return time.monotonic() - started, (engine.processor_ms() or 0) / 1000
 
 
 def row(name: str, unit: str, values: list[Optional[float]]) -> None:
@@ -250,9 +250,10 @@ def bench(segments: int, builds: dict[str, Path], repetitions: int) -> None:
             measure(engines, name, request, repetitions)
         row("memory", "MiB", [engine.memory() for engine in engines])
         for kill in (False, True):
-            times = [restart(engine, builds[engine.name], Path(folder) / engine.name, kill)
-                     if engine.process is not None else None for engine in engines]
-            row(f"start after {'a kill' if kill else 'a stop'}", "s", times)
+            starts = [restart(engine, builds[engine.name], Path(folder) / engine.name, kill)
+                      if engine.process is not None else (None, None) for engine in engines]
+            row(f"start after {'a kill' if kill else 'a stop'}", "s", [taken for taken, _ in starts])
+            row("", "processor s", [used for _, used in starts])
         row("memory after the start", "MiB", [engine.memory() for engine in engines])
         for engine in engines:
             if engine.process is not None:

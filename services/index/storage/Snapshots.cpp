@@ -6,6 +6,7 @@
 #include <spdlog/spdlog.h>
 
 #include <exception>
+#include <malloc.h>
 #include <set>
 #include <system_error>
 
@@ -77,7 +78,11 @@ void Snapshots::look() {
         seen.changes = changes;
         const std::uint64_t unsaved = changes - seen.saved;
         const bool calm = unsaved >= kFewChanges && now - seen.quietSince >= kQuiet;
-        if (now >= seen.next && (calm || unsaved >= kManyChanges)) save(*index, seen);
+        if (now < seen.next || (!calm && unsaved < kManyChanges)) continue;
+        save(*index, seen);
+#ifdef __GLIBC__
+        if (calm) ::malloc_trim(0); // what writing many documents took and gave back
+#endif
     }
 }
 
