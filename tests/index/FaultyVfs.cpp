@@ -1,16 +1,22 @@
 #include "FaultyVfs.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <unistd.h>
 
 namespace kestrel_test {
 
 namespace {
 
 using Operation = FaultyVfs::Operation;
+
+FaultyVfs* active = nullptr; ///< there is one at a time
 
 struct File {
     sqlite3_file base; // has to come first
@@ -194,6 +200,7 @@ void redo(std::vector<char>& content, const FaultyVfs::Write& write) {
 } // namespace
 
 FaultyVfs::FaultyVfs() : mBase(sqlite3_vfs_find(nullptr)), mVfs(*mBase) {
+    active = this;
     mVfs.zName = "faulty";
     mVfs.pAppData = this;
     mVfs.szOsFile = sizeof(File);
@@ -203,6 +210,7 @@ FaultyVfs::FaultyVfs() : mBase(sqlite3_vfs_find(nullptr)), mVfs(*mBase) {
 }
 
 FaultyVfs::~FaultyVfs() {
+    active = nullptr;
     sqlite3_vfs_unregister(&mVfs);
 }
 
@@ -223,10 +231,19 @@ void FaultyVfs::cutPower() {
     mPower = false;
 }
 
+void FaultyVfs::cutPowerAt(int n) {
+    failAt(Operation::Any, n);
+    mCutsPower = true;
+}
+
 int FaultyVfs::before(Operation operation) {
     if (!mPower) return SQLITE_IOERR;
-    if (operation != mFailing || --mCountdown != 0) return SQLITE_OK;
+    if ((operation != mFailing && mFailing != Operation::Any) || --mCountdown != 0) return SQLITE_OK;
     mFailed = true;
+    if (mCutsPower) {
+        mPower = false;
+        return SQLITE_IOERR;
+    }
     switch (operation) {
     case Operation::Open:
         return SQLITE_CANTOPEN;
@@ -244,6 +261,37 @@ int FaultyVfs::before(Operation operation) {
 void FaultyVfs::removed(const std::string& path) {
     mRemoved[path] = contentOf(path);
     mFiles.erase(path);
+}
+
+void FaultyVfs::folderSynchronised() {
+    mRemoved.clear();
+    mRenames.clear();
+}
+
+int FaultyVfs::beforeRename(const std::string& from, const std::string& to) {
+    const std::lock_guard lock(mMutex);
+    if (before(Operation::Rename) != SQLITE_OK) return -1;
+    const auto known = mFiles.find(from);
+    const bool onDisk = known == mFiles.end()
+                            ? mSynchronised.contains(from)
+                            : known->second.everSynchronised && known->second.pending.empty();
+    mRenames.push_back({from, to, std::nullopt, onDisk});
+    if (std::filesystem::exists(to)) mRenames.back().replaced = contentOf(to);
+    if (known != mFiles.end()) {
+        mFiles[to] = std::move(known->second);
+        mFiles.erase(from);
+    }
+    return 0;
+}
+
+int FaultyVfs::beforeSync(const std::string& path) {
+    const std::lock_guard lock(mMutex);
+    if (before(Operation::sync) != SQLITE_OK) return -1;
+    if (std::filesystem::is_directory(path))
+        folderSynchronised();
+    else
+        mSynchronised.insert(path);
+    return 0;
 }
 
 void FaultyVfs::forgetUnsynchronised(std::mt19937& random) {
@@ -267,10 +315,42 @@ void FaultyVfs::forgetUnsynchronised(std::mt19937& random) {
     }
     for (const auto& [path, state] : mFiles)
         std::filesystem::remove(path + "-shm");
+    for (auto renamed = mRenames.rbegin(); renamed != mRenames.rend(); ++renamed) {
+        if (!renamed->contentOnDisk) writeContent(renamed->to, {});
+        if (random() % 2 == 0 || !std::filesystem::exists(renamed->to)) continue;
+        writeContent(renamed->from, contentOf(renamed->to));
+        if (renamed->replaced)
+            writeContent(renamed->to, *renamed->replaced);
+        else
+            std::filesystem::remove(renamed->to);
+    }
     mFiles.clear();
     mRemoved.clear();
+    mRenames.clear();
+    mSynchronised.clear();
     mFailing = Operation::None;
+    mCutsPower = false;
     mPower = true;
 }
 
 } // namespace kestrel_test
+
+// These take the place of the C library's functions in the test program.
+
+extern "C" int rename(const char* from, const char* to) noexcept {
+    static const auto real = reinterpret_cast<int (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "rename"));
+    if (kestrel_test::active != nullptr && kestrel_test::active->beforeRename(from, to) != 0) {
+        errno = EIO;
+        return -1;
+    }
+    return real(from, to);
+}
+
+extern "C" int fsync(int descriptor) {
+    static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "fsync"));
+    if (kestrel_test::active == nullptr) return real(descriptor);
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+    if (kestrel_test::active->beforeSync(std::filesystem::read_symlink(link)) == 0) return 0;
+    errno = EIO;
+    return -1;
+}

@@ -6,18 +6,20 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace kestrel_test {
 
-/// A file system below SQLite, for every connection that is opened while it exists. It fails on demand, and
-/// when the power is cut it forgets what was not synchronised: any part of the writes, files never
-/// synchronised, and removals.
+/// A file system below SQLite, for every connection that is opened while it exists, and below all renames and
+/// synchronisations of the process. It fails on demand, and when the power is cut it forgets what was not
+/// synchronised: any part of the writes, files never synchronised, removals and renames.
 class FaultyVfs {
 public:
-    enum class Operation { Open, Write, Sync, Truncate, Remove, None };
+    enum class Operation { Open, Write, Sync, Truncate, Remove, Rename, Any, None };
 
     FaultyVfs();
     ~FaultyVfs();
@@ -29,6 +31,8 @@ public:
     bool hasFailed();
     /// From now on nothing reaches the files.
     void cutPower();
+    /// The power is cut at the n-th call from now on.
+    void cutPowerAt(int n);
     /// When all connections are closed: leaves the files as the disk has them, and restores the power.
     void forgetUnsynchronised(std::mt19937& random);
 
@@ -47,13 +51,25 @@ public:
     int before(Operation operation);
     State& stateOf(const std::string& path) { return mFiles[path]; }
     void removed(const std::string& path);
-    /// What was removed stays so.
-    void folderSynchronised() { mRemoved.clear(); }
+    /// What was removed or renamed stays so.
+    void folderSynchronised();
+    /// Outside SQLite: 0 when the call may be made.
+    int beforeRename(const std::string& from, const std::string& to);
+    int beforeSync(const std::string& path);
     std::mutex& mutex() { return mMutex; }
     sqlite3_vfs* base() const { return mBase; }
 
 private:
+    struct Rename {
+        std::string from, to;
+        std::optional<std::vector<char>> replaced; ///< what had the name before
+        bool contentOnDisk;
+    };
+
     std::mutex mMutex;
+    std::vector<Rename> mRenames;        ///< those that may not be on the disk
+    std::set<std::string> mSynchronised; ///< files outside SQLite
+    bool mCutsPower = false;
     std::map<std::string, State> mFiles;
     std::map<std::string, std::vector<char>>
         mRemoved; ///< content of files whose removal may not be on the disk

@@ -14,6 +14,7 @@
 #include <iterator>
 #include <map>
 #include <random>
+#include <thread>
 
 using kestrel::index::ApiError;
 using kestrel::index::Json;
@@ -205,6 +206,67 @@ TEST_F(IndexTest, ScoresAsLuceneDoes) {
         Json::parse(
             R"({"bool": {"must": {"term": {"tag.keyword": "x"}}, "should": {"match": {"text": "river"}}}})"));
     EXPECT_EQ(both, fmt::format("2: {} {}", 0.4700036F + whole, 0.4700036F));
+}
+
+/// What is set aside may turn out to be readable when it is replaced.
+TEST_F(IndexTest, ADocumentThatWasSetAsideLeavesNoTrace) {
+    const auto index = makeIndex();
+    const Json document = {{"text", "the river"}, {"projects", {{{"name", "A"}}}}};
+    index->apply({{"1", std::nullopt, kestrel::index::DocumentChange::State{index->takeRow(), nullptr}}});
+    EXPECT_EQ(index->documentCount(), 0);
+    put(*index, "1", &document, document);
+    EXPECT_EQ(index->documentCount(), 1);
+    EXPECT_EQ(outcome(index, Json::parse(R"({"term": {"text": "river"}})")).substr(0, 2), "1:");
+}
+
+/// A document is found once, though several words of the query touch it and none of them scores.
+TEST_F(IndexTest, ABoostOfZeroFindsEachDocumentOnce) {
+    const auto index = makeIndex();
+    put(*index, "1", nullptr, {{"text", "the river"}});
+    EXPECT_EQ(outcome(index, Json::parse(R"({"match": {"text": {"query": "the river", "boost": 0}}})")),
+              "1: 0");
+}
+
+TEST_F(IndexTest, AReaderDoesNotOvertakeAWaitingWriter) {
+    kestrel::index::FairSharedMutex mutex;
+    bool written = false;
+    mutex.lock_shared();
+    std::thread writer([&] {
+        const std::lock_guard lock(mutex);
+        written = true;
+    });
+    while (!mutex.writerWaits())
+        std::this_thread::yield();
+    std::thread reader([&] {
+        const std::shared_lock lock(mutex);
+        EXPECT_TRUE(written);
+    });
+    std::this_thread::yield();
+    mutex.unlock_shared();
+    writer.join();
+    reader.join();
+}
+
+/// Clients give up a write after some seconds and try it again.
+TEST_F(IndexTest, ASearchThatTakesLongGivesWayToAWriter) {
+    const auto index = makeIndex();
+    MemoryBudget budget(1'000'000);
+    MemoryBudget::Lease memory(budget);
+    Work work(
+        std::chrono::hours(1), memory, [] { return false; }, std::chrono::milliseconds(0));
+    const Work::Scope scope(&work);
+    std::thread writer;
+    try {
+        const kestrel::index::IndexView view(*index);
+        kestrel::index::checkStillWanted();
+        writer = std::thread([&] { index->remember("written"); });
+        for (;;)
+            kestrel::index::checkStillWanted();
+    } catch (const ApiError& e) {
+        EXPECT_EQ(e.status(), 503);
+    }
+    writer.join();
+    EXPECT_TRUE(index->knows("written"));
 }
 
 /// A search is given up in the middle, whichever of its parts is at work: each error names its reason.

@@ -1,7 +1,10 @@
 #include "FaultyVfs.h"
 #include "base/ApiError.h"
+#include "base/AtomicFile.h"
 #include "handlers/DocumentWrites.h"
 #include "query/Scrolls.h"
+#include "security/Certificate.h"
+#include "security/Users.h"
 #include "storage/DataFolder.h"
 
 #include <fmt/format.h>
@@ -11,6 +14,9 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -35,8 +41,9 @@ int rounds(int usual) {
 
 /// The service without its front.
 struct Service {
-    explicit Service(const std::filesystem::path& folder)
-        : store(folder / "documents.db"), scrolls(store), writes(store, scrolls), catalogue(store, writes) {
+    explicit Service(const std::filesystem::path& folder, const Scrolls::Limits& limits = {})
+        : store(folder / "documents.db"), scrolls(store, limits), writes(store, scrolls),
+          catalogue(store, writes) {
         catalogue.load(folder / "derived");
     }
 
@@ -58,6 +65,27 @@ struct Service {
     WriteQueue writes;
     Catalogue catalogue;
 };
+
+/// A start of the service up to the point at which it could be asked; gives the stored users.
+std::unique_ptr<Users> start(const std::filesystem::path& path) {
+    const DataFolder folder(path);
+    DocumentStore store(folder.documents());
+    Scrolls scrolls(store);
+    WriteQueue writes(store, scrolls);
+    Users users(store, writes);
+    users.ensureAdministrator(folder.administrator());
+    ensureCertificate(folder.certificate(), folder.privateKey());
+    folder.finishFirstStart();
+    return std::make_unique<Users>(store, writes);
+}
+
+/// The status with which the call was refused; 200 when it was not.
+int statusOf(const std::function<void()>& call) try {
+    call();
+    return 200;
+} catch (const ApiError& e) {
+    return e.status();
+}
 
 /// Writes at random and keeps record of what was acknowledged, and of what is not known.
 class Writer {
@@ -149,6 +177,11 @@ protected:
     }
 
     std::filesystem::path folder;
+    void clearFolder() const {
+        std::filesystem::remove_all(folder);
+        std::filesystem::create_directories(folder);
+    }
+
     FaultyVfs vfs;
 };
 
@@ -197,8 +230,7 @@ TEST_F(StoreFaults, TheNthFailureLeavesWhatWasAcknowledged) {
     for (const Operation operation :
          {Operation::Write, Operation::Sync, Operation::Open, Operation::Truncate, Operation::Remove}) {
         for (int n = 1; n <= rounds(12); ++n) {
-            std::filesystem::remove_all(folder);
-            std::filesystem::create_directories(folder);
+            clearFolder();
             History history;
             std::vector<History> inDoubt;
             {
@@ -225,6 +257,113 @@ TEST_F(StoreFaults, TheNthFailureLeavesWhatWasAcknowledged) {
         }
     }
     RecordProperty("failures", failures);
+}
+
+/// At every write, synchronisation and rename of it.
+TEST_F(StoreFaults, AFirstStartThatIsCutShortIsCompletedByTheNext) {
+    std::mt19937 random(7);
+    const int step = std::max(1, 48 / rounds(12));
+    for (const bool power : {true, false}) {
+        bool cutShort = true;
+        for (int n = 1; cutShort; n += step) {
+            clearFolder();
+            power ? vfs.cutPowerAt(n) : vfs.failAt(FaultyVfs::Operation::Any, n);
+            try {
+                start(folder);
+            } catch (const std::exception&) {
+                EXPECT_TRUE(vfs.hasFailed());
+            }
+            cutShort = vfs.hasFailed();
+            if (power) vfs.forgetUnsynchronised(random);
+            vfs.failAt(FaultyVfs::Operation::None, 0);
+            SCOPED_TRACE(fmt::format("{}, call {}", power ? "power cut" : "failure", n));
+            ASSERT_NO_THROW({
+                const std::unique_ptr<Users> users = start(folder);
+                std::ifstream file(folder / "administrator.json");
+                EXPECT_TRUE(users->verify(Users::kAdministrator, Json::parse(file).at("password")));
+            });
+        }
+    }
+}
+
+TEST_F(StoreFaults, AFileHasItsNewContentOrItsOldOneAfterAPowerCut) {
+    std::mt19937 random(3);
+    const std::filesystem::path file = folder / "file";
+    for (int n = 1; n <= 3 * 8; ++n) {
+        writeFileAtomically(file, "old");
+        bool written = true;
+        vfs.cutPowerAt(n % 4 + 1); // the file, the rename, the folder, none of them
+        try {
+            writeFileAtomically(file, "new");
+        } catch (const std::exception&) {
+            written = false;
+        }
+        vfs.forgetUnsynchronised(random);
+        std::ifstream stream(file);
+        const std::string content{std::istreambuf_iterator<char>(stream), {}};
+        EXPECT_TRUE(content == "new" || (content == "old" && !written)) << content;
+    }
+}
+
+TEST_F(StoreFaults, WritesThatCannotBePublishedAreThereAfterARestart) {
+    std::map<std::string, int> expected;
+    {
+        Service service(folder);
+        Writer writer(service, "w", 1);
+        for (int i = 0; i < 5; ++i)
+            ASSERT_TRUE(writer.writeOnce());
+        expected = present(writer.acknowledged);
+        const IndexPtr index = service.catalogue.get("test");
+        PreparedDocument unsuitable;
+        unsuitable.fields.push_back({*index->mapping()->idOf("value"), KeywordContent{"no number"}});
+        const auto content = std::make_shared<const PreparedDocument>(unsuitable);
+        const auto write = [&] {
+            service.writes.run(
+                [&](WriteBatch& batch) { batch.add(index, "unpublished", R"({"value":1})", content); });
+        };
+        EXPECT_EQ(statusOf(write), 500);
+        EXPECT_EQ(statusOf(write), 503);
+        EXPECT_EQ(statusOf([&] { matchingRows(index, service.store, Json()); }), 503);
+    }
+    expected["unpublished"] = 1;
+    EXPECT_EQ(Service(folder).contents(), expected);
+}
+
+TEST_F(StoreFaults, ScrollsHoldABoundedAmountOfMemory) {
+    Service service(folder, {.open = 9, .ended = 2, .foundBytes = 5000, .keptBytes = 10'000});
+    const IndexPtr index = service.catalogue.getOrCreate("test");
+    const auto write = [&](int documents, int value) {
+        service.writes.run([&](WriteBatch& batch) {
+            for (int i = 0; i < documents; ++i) {
+                const std::string source = fmt::format(R"({{"value":{}}})", value);
+                putDocument(batch, index, NewDocument::parse(*index, std::to_string(i), source), false);
+            }
+        });
+    };
+    const auto open = [&](std::size_t size) {
+        SearchRequest request;
+        request.size = size;
+        return service.scrolls.open(index, request, std::chrono::hours(1), "user", service.writes).id;
+    };
+    const auto next = [&](const std::string& id) {
+        return service.scrolls.next(id, std::chrono::seconds(0), "user", service.writes).hits;
+    };
+    write(200, 1);
+    // Each takes a row and a score for 200 documents.
+    const std::string first = open(10);
+    const std::string second = open(10);
+    EXPECT_EQ(statusOf([&] { open(10); }), 429);
+    write(50, 2);
+    for (const std::string& id : {first, second})
+        for (const std::string& hit : next(id))
+            EXPECT_THAT(hit, testing::HasSubstr(R"("value":1)"));
+    write(200, 3);
+    EXPECT_EQ(statusOf([&] { next(first); }), 404);
+    // The ends of a few scrolls are remembered.
+    const std::string ended[] = {open(500), open(500), open(500)};
+    EXPECT_EQ(statusOf([&] { next(ended[0]); }), 404);
+    EXPECT_THAT(next(ended[1]), testing::IsEmpty());
+    EXPECT_THAT(next(ended[2]), testing::IsEmpty());
 }
 
 TEST_F(StoreFaults, AfterAFailedSyncTheServiceIsReadOnlyAndSaysSo) {

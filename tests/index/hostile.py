@@ -396,12 +396,8 @@ class Run:
         before = self.record.get(key)
         after = change(copy.deepcopy(before)) if before is not None else None
         body = {"script": {"source": source, "params": {"new_element": "N", "element_to_remove": "P"}}}
-        self.record.doubt[key] = [after]
-        answer = self.send("POST", self.path(key, "_update"), json.dumps(body))
-        del self.record.doubt[key]
+        answer = self.write("POST", self.path(key, "_update"), json.dumps(body), key, after)
         assert answer.status != 200 or after is not None, f"a script ran on what it does not suit: {before}"
-        if answer.status == 200:
-            self.record.set(key, after)
 
     def bulk(self) -> None:
         lines: list[str] = []

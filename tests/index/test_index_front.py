@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import base64
+import json
 import os
 import socket
 import sqlite3
@@ -101,6 +102,26 @@ def test_bodies_share_a_budget(data: Path) -> None:
         service.client()("POST", "x_rel/_doc", {"text": "y" * 1_200_000})
     assert service.client()("GET", "x_rel/_search", {"size": 100}).error_type == "circuit_breaking_exception"
     assert service.client()("GET", "x_rel/_search", {"size": 1}).status == 200
+    assert service.stop() == 0
+
+
+def test_what_a_request_is_parsed_into_shares_the_budget(data: Path) -> None:
+    service = IndexProcess(data, "--max-memory", "8").wait_until_ready()
+    client = service.client()
+    documents = "".join(f'{{"index":{{"_id":"{n}"}}}}\n{{"n":{n}}}\n' for n in range(6000))
+    assert client("POST", "x_rel/_bulk", documents).status == 200
+    script = {"script": {"source": "ctx._source.remove('speakerGuid')"}}
+    for path, body in (
+        ("new_rel/_bulk", '{"index":{}}\n{}\n' * 20_000),
+        ("new_rel/_doc", json.dumps({"text": "y " * 600_000})),
+        ("new_rel/_doc", json.dumps({"several": [1] * 200_000})),
+        ("x_rel/_search", json.dumps({"sort": ["n"] * 200})),
+        ("x_rel/_update_by_query", json.dumps({"query": {"match_all": {}}, **script})),
+    ):
+        answer = client("POST", path, body)
+        assert answer.status == 429 and "circuit_breaking_exception" in answer.text, path
+    assert client("GET", "new_rel").status == 404
+    assert client("GET", "x_rel/_doc/1").json["_version"] == 1
     assert service.stop() == 0
 
 

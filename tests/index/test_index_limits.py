@@ -22,6 +22,7 @@ def test_body_over_the_limit(service: IndexProcess, index: str) -> None:
         ("[" * 501, "nested more than [500] levels"),
         ('{"a":' * 100_000, "nested more than [500] levels"),
         ("{" + ",".join(f'"k{n}":{n}' for n in range(20_000)) + "}", "more than [10000] keys"),
+        ("[" + "[]," * 1_000_001 + "[]]", "more than [1000000] values"),
         ('{"a": "\ud800"}'.encode("utf-8", "surrogatepass"), "ill-formed UTF-8"),
     ],
 )

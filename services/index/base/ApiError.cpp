@@ -1,13 +1,23 @@
 #include "base/ApiError.h"
 
+#include "base/Utf8.h"
+
 #include <fmt/format.h>
 
 #include <utility>
 
 namespace kestrel::index {
 
+namespace {
+
+/// What a reason quotes may be as long as the request.
+constexpr std::size_t kReasonBytes = 4000;
+
+} // namespace
+
 ApiError::ApiError(int status, std::string type, std::string reason, Json details)
-    : mStatus(status), mType(std::move(type)), mReason(std::move(reason)), mDetails(std::move(details)) {
+    : mStatus(status), mType(std::move(type)), mReason(shortened(std::move(reason), kReasonBytes)),
+      mDetails(std::move(details)) {
 }
 
 ApiError ApiError::asSearchFailure(const std::string& index) const {

@@ -45,8 +45,12 @@ void writeFileAtomically(const std::filesystem::path& file, std::string_view con
         }
         if (::fsync(descriptor.number()) != 0) throwSystemError("cannot write " + partial.string());
     }
-    std::filesystem::rename(partial, file);
-    syncFolder(file.has_parent_path() ? file.parent_path() : ".");
+    renameDurably(partial, file);
+}
+
+void renameDurably(const std::filesystem::path& from, const std::filesystem::path& to) {
+    std::filesystem::rename(from, to);
+    syncFolder(to.has_parent_path() ? to.parent_path() : ".");
 }
 
 void syncFolder(const std::filesystem::path& folder) {

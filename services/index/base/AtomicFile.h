@@ -9,7 +9,12 @@ namespace kestrel::index {
 /// a power cut too. Throws std::system_error.
 void writeFileAtomically(const std::filesystem::path& file, std::string_view content);
 
-/// Brings what was made, renamed or removed in the folder to the disk. Throws std::system_error.
+/// Gives a file that is on the disk its final name. When it returns the name survives a power cut too. Throws
+/// std::system_error.
+void renameDurably(const std::filesystem::path& from, const std::filesystem::path& to);
+
+/// Writes the folder itself to the disk: which files were created, renamed or removed in it. Throws
+/// std::system_error.
 void syncFolder(const std::filesystem::path& folder);
 
 } // namespace kestrel::index

@@ -21,6 +21,11 @@ public:
         ++mReaders;
     }
 
+    bool writerWaits() const {
+        const std::lock_guard guard(mMutex);
+        return mWritersWaiting > 0;
+    }
+
     void unlock_shared() {
         const std::lock_guard guard(mMutex);
         if (--mReaders == 0 && mReadersEntering == 0) mWriterGoes.notify_one();
@@ -46,7 +51,7 @@ public:
     }
 
 private:
-    std::mutex mMutex;
+    mutable std::mutex mMutex;
     std::condition_variable mReadersGo;
     std::condition_variable mWriterGoes;
     std::uint64_t mPhase = 0;

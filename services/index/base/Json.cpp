@@ -1,6 +1,7 @@
 #include "base/Json.h"
 
 #include "base/ApiError.h"
+#include "base/Work.h"
 
 #include <fmt/format.h>
 
@@ -15,6 +16,9 @@ namespace {
 
 constexpr std::size_t kMaximumDepth = 500;
 constexpr std::size_t kMaximumKeys = 10'000;
+constexpr std::size_t kMaximumValues = 1'000'000;
+constexpr std::size_t kManyValues = 10'000; // from here on their memory is counted
+constexpr std::size_t kBytesPerValue = 64;
 constexpr std::uint64_t kWideInteger = 1; // subtype of the binary values that hold digits
 constexpr std::size_t kSearchedKeys = 24; // objects with more keys find them through a table
 
@@ -26,6 +30,7 @@ void checkStructure(std::string_view text) {
         std::size_t commas;
     };
     std::vector<Level> levels;
+    std::size_t values = 0;
     bool inString = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
@@ -41,14 +46,21 @@ void checkStructure(std::string_view text) {
                 throw ApiError(400, "x_content_parse_exception",
                                fmt::format("JSON is nested more than [{}] levels deep", kMaximumDepth));
             levels.push_back({c == '{', 0});
+            ++values;
         } else if (c == '}' || c == ']') {
             if (!levels.empty()) levels.pop_back();
-        } else if (c == ',' && !levels.empty() && levels.back().object &&
-                   ++levels.back().commas >= kMaximumKeys) {
-            throw ApiError(400, "x_content_parse_exception",
-                           fmt::format("a JSON object has more than [{}] keys", kMaximumKeys));
+        } else if (c == ',') {
+            ++values;
+            if (!levels.empty() && levels.back().object && ++levels.back().commas >= kMaximumKeys)
+                throw ApiError(400, "x_content_parse_exception",
+                               fmt::format("a JSON object has more than [{}] keys", kMaximumKeys));
         }
     }
+    // A parsed value takes far more memory than its two or three bytes of text.
+    if (values > kMaximumValues)
+        throw ApiError(400, "x_content_parse_exception",
+                       fmt::format("JSON holds more than [{}] values", kMaximumValues));
+    if (values > kManyValues) takeMemory(values * kBytesPerValue);
 }
 
 /// Builds a value from the events of the parser. The library's own builder looks through all earlier keys of

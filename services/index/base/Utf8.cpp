@@ -14,4 +14,12 @@ bool isUtf8(std::string_view text) {
     return true;
 }
 
+std::string shortened(std::string text, std::size_t bytes) {
+    if (text.size() <= bytes) return text;
+    while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xC0U) == 0x80U)
+        --bytes;
+    text.resize(bytes);
+    return text + "...";
+}
+
 } // namespace kestrel::index

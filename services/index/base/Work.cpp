@@ -33,6 +33,10 @@ void checkStillWanted() {
     if (now >= work->mUntil) throw TimedOut();
     if (now < work->mNextLook) return;
     work->mNextLook = now + kLookInterval;
+    if (work->mHeld != nullptr && now - work->mHeldSince > work->mHeldAtMost && work->mHeld->writerWaits())
+        throw ApiError(
+            503, "es_rejected_execution_exception",
+            "the search took too long while writes waited for it: ask for less, or narrow the query");
     if (work->mAbandoned())
         throw ApiError(503, "task_cancelled_exception", "the client has gone, or the service is stopping");
 }

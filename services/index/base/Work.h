@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/FairSharedMutex.h"
 #include "base/MemoryBudget.h"
 
 #include <chrono>
@@ -14,9 +15,15 @@ class Work {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// abandoned: whether nobody waits for the answer any more.
-    Work(std::chrono::milliseconds time, MemoryBudget::Lease& memory, std::function<bool()> abandoned)
-        : mDeadline(Clock::now() + time), mMemory(memory), mAbandoned(std::move(abandoned)) {}
+    /// Shorter than the time after which clients give up a write and try it again.
+    static constexpr std::chrono::milliseconds kHeldAtMost{5'000};
+
+    /// abandoned: whether nobody waits for the answer any more. heldAtMost: how long the request may keep a
+    /// waiting writer out.
+    Work(std::chrono::milliseconds time, MemoryBudget::Lease& memory, std::function<bool()> abandoned,
+         std::chrono::milliseconds heldAtMost = kHeldAtMost)
+        : mDeadline(Clock::now() + time), mHeldAtMost(heldAtMost), mMemory(memory),
+          mAbandoned(std::move(abandoned)) {}
 
     /// Makes the work that of the current thread for as long as it lives.
     class Scope {
@@ -43,6 +50,24 @@ public:
         Work* const mWork;
     };
 
+    /// Tells the current work which lock it shares for as long as this lives.
+    class Hold {
+    public:
+        explicit Hold(const FairSharedMutex& mutex) : mWork(current()) {
+            if (mWork == nullptr) return;
+            mWork->mHeld = &mutex;
+            mWork->mHeldSince = Clock::now();
+        }
+        ~Hold() {
+            if (mWork != nullptr) mWork->mHeld = nullptr;
+        }
+        Hold(const Hold&) = delete;
+        Hold& operator=(const Hold&) = delete;
+
+    private:
+        Work* mWork;
+    };
+
     /// The current thread's, or null.
     static Work*& current();
 
@@ -53,6 +78,9 @@ private:
     Clock::time_point mDeadline;
     Clock::time_point mUntil = Clock::time_point::max();
     Clock::time_point mNextLook{};
+    const FairSharedMutex* mHeld = nullptr;
+    Clock::time_point mHeldSince{};
+    std::chrono::milliseconds mHeldAtMost;
     MemoryBudget::Lease& mMemory;
     std::function<bool()> mAbandoned;
 };
@@ -60,12 +88,12 @@ private:
 /// The time that the client itself gave a part of the work is up.
 class TimedOut {};
 
-/// Throws an ApiError once the current request's time is up (504) or its client is gone, and TimedOut once
-/// the time that the client gave is. Costs a look at the clock.
+/// Throws an ApiError once the current request's time is up (504), its client is gone or it has kept a writer
+/// waiting for too long (503), and TimedOut once the time that the client gave is. Costs a look at the clock.
 void checkStillWanted();
 
-/// Counts bytes of an answer against the memory that requests share. Throws an ApiError when it is used up
-/// (429).
+/// Counts bytes that the current request needs against the memory that all requests share. Throws an ApiError
+/// when it is used up (429).
 void takeMemory(std::size_t bytes);
 
 /// For inner loops: checks once in several thousand calls.

@@ -1,6 +1,8 @@
 #include "engine/DocumentParser.h"
 
 #include "base/ApiError.h"
+#include "base/Utf8.h"
+#include "base/Work.h"
 #include "engine/Analyzer.h"
 
 #include <fmt/format.h>
@@ -17,9 +19,17 @@ namespace {
 constexpr std::size_t kMaximumObjectDepth = 20;
 constexpr std::size_t kMaximumKeywordBytes = 32766;
 constexpr std::size_t kVectorFrom = 128;
+constexpr std::size_t kPreviewBytes = 200;
+/// Splitting a long text into its terms takes many times its memory.
+constexpr std::size_t kLongText = 1'000'000;
+constexpr std::size_t kAnalysisBytes = 24;
+
+std::string asText(const Json& value) {
+    return value.is_string() ? value.get<std::string>() : valueText(value);
+}
 
 std::string preview(const Json& value) {
-    return value.is_string() ? value.get<std::string>() : valueText(value);
+    return shortened(asText(value), kPreviewBytes);
 }
 
 /// Arrays of this many decimal numbers are embeddings.
@@ -163,7 +173,7 @@ private:
         switch (entry.field.type) {
         case FieldType::Text:
         case FieldType::Keyword:
-            entry.texts.push_back(preview(value));
+            entry.texts.push_back(asText(value));
             break;
         case FieldType::Boolean:
             entry.numbers.push_back(boolean(entry, value) ? 1 : 0);
@@ -259,9 +269,11 @@ private:
     static TextContent textContent(const std::vector<std::string>& texts) {
         TextContent content;
         std::vector<std::string> terms;
-        for (const std::string& text : texts)
+        for (const std::string& text : texts) {
+            if (text.size() > kLongText) takeMemory(text.size() * kAnalysisBytes);
             for (std::string& term : analyze(text))
                 terms.push_back(std::move(term));
+        }
         content.length = static_cast<std::uint32_t>(terms.size());
         std::sort(terms.begin(), terms.end());
         for (std::string& term : terms) {

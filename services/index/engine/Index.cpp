@@ -1,6 +1,9 @@
 #include "engine/Index.h"
 
+#include "base/ApiError.h"
 #include "engine/SnapshotFile.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <functional>
@@ -63,11 +66,6 @@ void Index::setAside(RowId row) {
     mSetAside.insert(row);
 }
 
-std::size_t Index::setAsideCount() const {
-    const std::shared_lock lock(mMutex);
-    return mSetAside.size();
-}
-
 std::optional<RowId> Index::rowOf(std::string_view id) const {
     const IndexView view(*this);
     const auto ordinal = view.ordinalOf(id);
@@ -77,13 +75,24 @@ std::optional<RowId> Index::rowOf(std::string_view id) const {
 void Index::apply(const std::vector<DocumentChange>& changes) {
     const std::unique_lock lock(mMutex);
     mChanges += changes.size();
+    mIncomplete = true; // stays so when memory runs out in the middle of it
     for (const DocumentChange& change : changes) {
         if (change.removed) {
-            remove(change.id, change.removed->content.get());
-            mSetAside.erase(change.removed->row);
+            // What was set aside may have become readable, but its content is not in the index.
+            const bool setAside = mSetAside.erase(change.removed->row) > 0;
+            remove(change.id, setAside ? nullptr : change.removed->content.get());
         }
         if (change.added) add(change.id, *change.added);
     }
+    mIncomplete = false;
+}
+
+void Index::requireComplete() const {
+    if (mIncomplete)
+        throw ApiError(
+            503, "no_shard_available_action_exception",
+            fmt::format("index [{}] lacks stored documents in memory: restart the service", name()),
+            {{"index", name()}});
 }
 
 FieldData& Index::dataOf(FieldId id) {
@@ -202,6 +211,7 @@ void Index::save(SnapshotWriter& writer) const {
     while (saveAhead(writer)) {
     }
     const std::shared_lock lock(mMutex);
+    requireComplete();
     writer.number(kSnapshotFormat);
     // Tables keep the places that the hash gave their texts.
     writer.number<std::uint64_t>(std::hash<std::string_view>{}(kHashProbe));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/FairSharedMutex.h"
+#include "base/Work.h"
 #include "engine/DocumentParser.h"
 #include "engine/FieldData.h"
 
@@ -95,9 +96,6 @@ public:
     std::uint64_t changes() const { return mChanges; }
     std::size_t documentCount() const;
 
-    /// How many documents are set aside.
-    std::size_t setAsideCount() const;
-
     bool deleted() const { return mDeleted; }
     void markDeleted() { mDeleted = true; }
 
@@ -115,6 +113,7 @@ private:
     void remove(const std::string& id, const PreparedDocument* content);
     void hide(Ordinal ordinal);
     bool saveAhead(SnapshotWriter& writer) const;
+    void requireComplete() const;
     FieldData& dataOf(FieldId id);
 
     const IndexInfo mInfo;
@@ -130,14 +129,17 @@ private:
     std::set<RowId> mSetAside;
     std::vector<Space> mSpaces;
     std::vector<std::unique_ptr<FieldData>> mData;
+    bool mIncomplete = false;
 
     static constexpr Ordinal kNoOrdinal = UINT32_MAX;
 };
 
-/// Holds the index still while a query reads it.
+/// Keeps the index from changing while a query reads it. Throws an ApiError when applying changes has failed.
 class IndexView {
 public:
-    explicit IndexView(const Index& index) : mIndex(index), mLock(index.mMutex) {}
+    explicit IndexView(const Index& index) : mIndex(index), mLock(index.mMutex), mHold(index.mMutex) {
+        index.requireComplete();
+    }
 
     const Index& index() const { return mIndex; }
     const Mapping& mapping() const { return *mIndex.mMapping; }
@@ -160,6 +162,7 @@ public:
 private:
     const Index& mIndex;
     std::shared_lock<FairSharedMutex> mLock;
+    Work::Hold mHold;
 };
 
 } // namespace kestrel::index

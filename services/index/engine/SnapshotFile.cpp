@@ -112,9 +112,8 @@ void SnapshotWriter::finish() {
     if (std::fwrite(&checksum, 1, sizeof(checksum), mStream.get()) != sizeof(checksum) ||
         std::fflush(mStream.get()) != 0 || ::fsync(::fileno(mStream.get())) != 0)
         throwSystemError(partial());
-    std::filesystem::rename(partial(), mFile);
+    renameDurably(partial(), mFile);
     mStream.reset();
-    syncFolder(mFile.parent_path());
     for (const auto& entry : std::filesystem::directory_iterator(mFile.parent_path())) {
         const std::filesystem::path& other = entry.path();
         if (other.stem() == mFile.stem() && other != mFile && !mCompanions.contains(other))

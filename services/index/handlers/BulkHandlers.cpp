@@ -1,12 +1,12 @@
 #include "base/ApiError.h"
 #include "base/Parallel.h"
+#include "base/Work.h"
 #include "handlers/DocumentWrites.h"
 #include "handlers/Handlers.h"
 
 #include <fmt/format.h>
 
 #include <exception>
-#include <functional>
 #include <mutex>
 #include <optional>
 #include <string_view>
@@ -18,6 +18,9 @@ namespace {
 
 /// Documents of one transaction: large enough to be quick, small enough that others get their turn.
 constexpr std::size_t kDocumentsAtOnce = 2000;
+/// A parsed document takes several times the memory of its text.
+constexpr std::size_t kPreparedPerByte = 4;
+constexpr std::size_t kItemBytes = 400; ///< of the answer
 
 /// One action of a bulk request. An action that fails does not disturb the others.
 struct Action {
@@ -49,7 +52,9 @@ public:
         if (request.body.back() != '\n')
             throw illegalArgument("The bulk request must be terminated by a newline [\\n]");
         parse();
-        takeApart();
+        for (Action& action : mActions)
+            tryPrepare(action);
+        parseDocuments();
     }
 
     Answer run() {
@@ -62,8 +67,9 @@ public:
                         apply(batch, mActions[i]);
                 });
             } catch (const ApiError& e) {
-                for (std::size_t i = start; i < end; ++i)
-                    mActions[i].error = e;
+                refuse(start, end, e);
+            } catch (const std::exception& e) { // earlier documents were acknowledged
+                refuse(start, end, {500, "exception", e.what()});
             }
         }
         bool errors = false;
@@ -130,23 +136,27 @@ private:
             throw illegalArgument(
                 fmt::format("Malformed action/metadata line [{}]: its document is missing", mLine));
         action.source = *source;
+        takeMemory(sizeof(Action) + kItemBytes + kPreparedPerByte * source->size());
+        mActions.push_back(std::move(action));
+    }
+
+    void tryPrepare(Action& action) {
         try {
             prepare(action);
         } catch (const ApiError& e) {
             action.error = e;
         }
-        mActions.push_back(std::move(action));
     }
 
     /// Most of the time of a bulk request goes into this: all processors take part.
-    void takeApart() {
+    void parseDocuments() {
         constexpr std::size_t kSmallestPiece = 16;
         std::mutex mutex;
         std::exception_ptr failure;
         inParallel(mActions.size(), kSmallestPiece, [&](std::size_t first, std::size_t last) {
             try {
                 for (; first < last; ++first)
-                    takeApart(mActions[first]);
+                    parseDocumentOf(mActions[first]);
             } catch (...) {
                 const std::lock_guard lock(mutex);
                 failure = std::current_exception();
@@ -155,7 +165,7 @@ private:
         if (failure) std::rethrow_exception(failure);
     }
 
-    static void takeApart(Action& action) try {
+    static void parseDocumentOf(Action& action) try {
         if (action.error || action.kind == "delete") return;
         if (action.kind == "update")
             action.update.emplace(parseDocument(action.source));
@@ -177,11 +187,15 @@ private:
             action.id = makeDocumentId();
         }
         checkDocumentId(action.id);
-        action.index = mServices.catalogue.find(action.indexName);
-        if (!action.index) {
-            mRequest.user->require(RightCreateIndex, action.indexName, "indices:admin/auto_create");
-            action.index = mServices.catalogue.getOrCreate(action.indexName);
-        }
+        const bool mayCreate = action.kind != "delete" && action.kind != "update";
+        action.index =
+            mayCreate ? indexForWrite(mServices, *mRequest.user, action.indexName, action.id, action.source)
+                      : mServices.catalogue.get(action.indexName);
+    }
+
+    void refuse(std::size_t start, std::size_t end, const ApiError& error) {
+        for (std::size_t i = start; i < end; ++i)
+            if (mActions[i].index) mActions[i].error = error;
     }
 
     static void apply(WriteBatch& batch, Action& action) {

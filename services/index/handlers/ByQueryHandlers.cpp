@@ -12,6 +12,9 @@ namespace kestrel::index {
 namespace {
 
 constexpr std::size_t kBatchSize = 1000;
+/// Until the transaction is over both states of every document are in memory.
+constexpr std::size_t kChangeBytes = 1000;
+constexpr std::size_t kPreparedPerByte = 8;
 
 Json summary(const Stopwatch& stopwatch, std::size_t total, const char* verb, std::size_t noops) {
     Json answer = {{"took", stopwatch.milliseconds()}, {"timed_out", false}, {"total", total}};
@@ -39,14 +42,20 @@ Json bodyWith(const Request& request, std::initializer_list<std::string_view> kn
     return body;
 }
 
-/// Finds the documents in the writer's thread. The client may give up the search, but not the writing that
-/// follows: it would ask again, and never get through.
-class RowFinder {
+/// Finds the documents in the writer's thread, within the request's limits. The search ends when its client
+/// is gone, the writing that follows does not: the client would try again and never get through.
+class DocumentFinder {
 public:
-    explicit RowFinder(const Services& services) : mStore(services.store), mWork(Work::current()) {}
-    std::vector<RowId> operator()(const IndexPtr& index, const Json& query) const {
+    explicit DocumentFinder(const Services& services) : mStore(services.store), mWork(Work::current()) {}
+    std::vector<RowId> find(const IndexPtr& index, const Json& query) const {
         const Work::Scope scope(mWork);
         return matchingRows(index, mStore, query);
+    }
+    WriteBatch::Old load(WriteBatch& batch, RowId row) const {
+        WriteBatch::Old old{batch.load(row), row};
+        const Work::Scope scope(mWork);
+        takeMemory(kChangeBytes + kPreparedPerByte * old.document.source.size());
+        return old;
     }
 
 private:
@@ -63,15 +72,15 @@ Answer updateByQuery(const Services& services, const Request& request, const std
     const Json body = bodyWith(request, {"query", "script", "conflicts"});
     std::optional<UpdateScript> script;
     if (body.contains("script")) script.emplace(body.at("script"));
-    const RowFinder rows(services);
+    const DocumentFinder documents(services);
     std::size_t total = 0;
     services.writes.run(
         [&](WriteBatch& batch) {
             total = 0;
             for (const IndexPtr& index : indices) {
-                for (const RowId row : rows(index, body.value("query", Json()))) {
-                    const WriteBatch::Old old{batch.load(row), row};
-                    Json source = parseStored(old.document.source);
+                for (const RowId row : documents.find(index, body.value("query", Json()))) {
+                    const WriteBatch::Old old = documents.load(batch, row);
+                    Json source = parsedSource(old.document);
                     if (script) script->run(source);
                     replaceDocument(batch, index, old, source);
                     ++total;
@@ -89,14 +98,14 @@ Answer deleteByQuery(const Services& services, const Request& request, const std
     const Json body = bodyWith(request, {"query", "conflicts"});
     if (!body.contains("query"))
         throw ApiError(400, "action_request_validation_exception", "Validation Failed: 1: query is missing;");
-    const RowFinder rows(services);
+    const DocumentFinder documents(services);
     std::size_t total = 0;
     services.writes.run(
         [&](WriteBatch& batch) {
             total = 0;
             for (const IndexPtr& index : indices) {
-                for (const RowId row : rows(index, body.at("query"))) {
-                    batch.remove(index, {batch.load(row), row});
+                for (const RowId row : documents.find(index, body.at("query"))) {
+                    batch.remove(index, documents.load(batch, row));
                     ++total;
                 }
             }

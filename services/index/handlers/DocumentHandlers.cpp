@@ -17,18 +17,12 @@ Answer answerOf(const WriteResult& result) {
     return {result.status(), "{" + result.members() + "}", {}};
 }
 
-IndexPtr indexForWrite(const Services& services, const Principal& user, const std::string& name) {
-    if (IndexPtr index = services.catalogue.find(name)) return index;
-    user.require(RightCreateIndex, name, "indices:admin/auto_create");
-    return services.catalogue.getOrCreate(name);
-}
-
 Answer put(const Services& services, const Request& request, const std::string& name, const std::string& id,
            bool createOnly) {
     request.user->require(createOnly ? RightCreateDocument : RightWriteDocument, name,
                           "indices:data/write/index");
     checkDocumentId(id);
-    const IndexPtr index = indexForWrite(services, *request.user, name);
+    const IndexPtr index = indexForWrite(services, *request.user, name, id, request.body);
     const NewDocument document = NewDocument::parse(*index, id, request.body);
     WriteResult result;
     services.writes.run([&](WriteBatch& batch) { result = putDocument(batch, index, document, createOnly); });

@@ -2,7 +2,6 @@
 
 #include "base/ApiError.h"
 #include "base/RandomId.h"
-#include "handlers/Handlers.h"
 
 #include <fmt/format.h>
 
@@ -67,7 +66,7 @@ bool merge(Json& target, const Json& fields) {
         } else if (known == nullptr) {
             members.add(key, value);
             changed = true;
-        } else if (*known != value) {
+        } else if (*known != value || valueText(*known) != valueText(value)) { // 1 and 1.0 are equal
             *known = value;
             changed = true;
         }
@@ -80,6 +79,11 @@ std::string_view trimmed(std::string_view text) {
     const std::size_t start = text.find_first_not_of(kBlanks);
     return start == std::string_view::npos ? std::string_view()
                                            : text.substr(start, text.find_last_not_of(kBlanks) - start + 1);
+}
+
+Json parseRequired(std::string_view source) {
+    if (source.empty()) throw ApiError(400, "parse_exception", "request body is required");
+    return parseDocument(source);
 }
 
 } // namespace
@@ -95,9 +99,17 @@ std::string WriteResult::members() const {
 
 NewDocument NewDocument::parse(const Index& index, std::string id, std::string_view source) {
     NewDocument document{std::move(id), trimmed(source), nullptr};
-    if (document.source.empty()) throw ApiError(400, "parse_exception", "request body is required");
-    document.content = index.prepare(parseDocument(document.source), document.id);
+    document.content = index.prepare(parseRequired(document.source), document.id);
     return document;
+}
+
+IndexPtr indexForWrite(const Services& services, const Principal& user, const std::string& name,
+                       const std::string& id, std::string_view source) {
+    if (IndexPtr index = services.catalogue.find(name)) return index;
+    user.require(rightCreateIndex, name, "indices:admin/auto_create");
+    Mapping empty;
+    DocumentParser(empty).parse(parseRequired(trimmed(source)), id);
+    return services.catalogue.getOrCreate(name);
 }
 
 std::string makeDocumentId() {
@@ -134,6 +146,12 @@ WriteResult deleteDocument(WriteBatch& batch, const IndexPtr& index, const std::
     if (!row) return {index->name(), id, "not_found", 1, batch.takeRow(index)};
     const auto written = batch.remove(index, batch.loadOld(index, id, *row));
     return {index->name(), id, "deleted", written.version, written.row};
+}
+
+Json parsedSource(const StoredDocument& document) try {
+    return parseStored(document.source);
+} catch (const Json::exception& e) {
+    throw ApiError(500, "i_o_exception", fmt::format("document [{}] is damaged: {}", document.id, e.what()));
 }
 
 WriteResult replaceDocument(WriteBatch& batch, const IndexPtr& index, const WriteBatch::Old& old,
@@ -174,7 +192,7 @@ WriteResult Update::apply(WriteBatch& batch, const IndexPtr& index, const std::s
         throw ApiError(404, "document_missing_exception", fmt::format("[{}]: document missing", id),
                        {{"index_uuid", index->info().uuid}, {"shard", "0"}, {"index", index->name()}});
     const WriteBatch::Old old{batch.load(*row), *row};
-    Json source = parseStored(old.document.source);
+    Json source = parsedSource(old.document);
     if (mScript)
         mScript->run(source);
     else if (!merge(source, mFields))

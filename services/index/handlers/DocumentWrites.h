@@ -1,7 +1,7 @@
 #pragma once
 
+#include "handlers/Handlers.h"
 #include "scripts/UpdateScripts.h"
-#include "storage/Catalogue.h"
 
 #include <optional>
 #include <string>
@@ -31,6 +31,10 @@ struct NewDocument {
     static NewDocument parse(const Index& index, std::string id, std::string_view source);
 };
 
+/// The index of that name. Creates it, if the user may, for a document that a new index accepts.
+IndexPtr indexForWrite(const Services& services, const Principal& user, const std::string& name,
+                       const std::string& id, std::string_view source);
+
 std::string makeDocumentId();
 void checkDocumentId(const std::string& id);
 
@@ -50,7 +54,10 @@ private:
     std::optional<UpdateScript> mScript;
 };
 
-/// Writes the next state of a document that is there.
+/// Throws an ApiError when the document is damaged.
+Json parsedSource(const StoredDocument& document);
+
+/// Writes the next state of an existing document.
 WriteResult replaceDocument(WriteBatch& batch, const IndexPtr& index, const WriteBatch::Old& old,
                             const Json& source);
 

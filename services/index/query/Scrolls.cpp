@@ -15,9 +15,6 @@ namespace kestrel::index {
 
 namespace {
 
-constexpr std::size_t kMaximumContexts = 500;
-constexpr std::size_t kMaximumFoundBytes = 256U * 1024 * 1024;
-constexpr std::size_t kMaximumKeptBytes = 128U * 1024 * 1024;
 constexpr auto kSweepPause = std::chrono::seconds(1);
 
 ApiError unknownScroll(const std::string& id) {
@@ -46,7 +43,8 @@ std::size_t bytesOf(const StoredDocument& document) {
 
 } // namespace
 
-Scrolls::Scrolls(DocumentStore& store) : mStore(store), mSweeper([this] { sweep(); }) {
+Scrolls::Scrolls(DocumentStore& store, const Limits& limits)
+    : mStore(store), mLimits(limits), mSweeper([this] { sweep(); }) {
 }
 
 Scrolls::~Scrolls() {
@@ -77,10 +75,8 @@ Scrolls::Page Scrolls::open(const IndexPtr& index, SearchRequest request, std::c
     {
         const std::lock_guard lock(mMutex);
         dropExpired();
-        if (openCount() >= kMaximumContexts)
-            throw tooMany(fmt::format("Must be less than or equal to: [{}]", kMaximumContexts));
-        if (foundBytes() >= kMaximumFoundBytes)
-            throw tooMany(fmt::format("The open ones hold [{}] bytes", foundBytes()));
+        if (count(false) >= mLimits.open)
+            throw tooMany(fmt::format("Must be less than or equal to: [{}]", mLimits.open));
         mContexts[id] = context;
     }
     try {
@@ -89,9 +85,15 @@ Scrolls::Page Scrolls::open(const IndexPtr& index, SearchRequest request, std::c
         context->found = search(index, mStore, context->request, SIZE_MAX);
         for (SortColumn& column : context->found.columns)
             column.keepShownOnly();
+        context->request.query = nullptr; // pages do not need it, and it may be large
         {
             const std::lock_guard lock(mMutex);
-            context->bytes = bytesOf(context->found);
+            const std::size_t others = foundBytes();
+            const std::size_t bytes = bytesOf(context->found);
+            if (others > 0 && others + bytes > mLimits.foundBytes)
+                throw tooMany(
+                    fmt::format("The open ones hold [{}] bytes, this one needs [{}]", others, bytes));
+            context->bytes = bytes;
         }
         Page first = readPage(id, *context, writes);
         const std::lock_guard lock(mMutex);
@@ -138,8 +140,9 @@ Scrolls::Page Scrolls::readPage(const std::string& id, Context& context, WriteQu
     const std::lock_guard lock(mMutex);
     context.next = end;
     if (end < context.found.rows.size() || context.exhausted) return page;
-    // Only the memory of having ended is kept: the next page is empty.
+    // Only the fact that it has ended is kept: the next page is empty.
     context.exhausted = true;
+    dropEnded();
     Found ended;
     ended.index = context.index;
     ended.total = context.found.total;
@@ -196,7 +199,7 @@ void Scrolls::retire(const Index& index, RowId row, const StoredDocument& docume
     if (!wanted) return;
     Kept& kept = mRetired[&index];
     if (kept.documents.emplace(row, document).second) kept.bytes += bytesOf(document);
-    while (keptBytes() > kMaximumKeptBytes)
+    while (keptBytes() > mLimits.keptBytes)
         dropOldest();
 }
 
@@ -248,6 +251,16 @@ void Scrolls::dropOldest() {
     dropUnneededDocuments();
 }
 
+void Scrolls::dropEnded() {
+    if (count(true) <= mLimits.ended) return;
+    auto oldest = mContexts.end();
+    for (auto it = mContexts.begin(); it != mContexts.end(); ++it)
+        if (it->second->exhausted &&
+            (oldest == mContexts.end() || it->second->opened < oldest->second->opened))
+            oldest = it;
+    mContexts.erase(oldest);
+}
+
 void Scrolls::dropUnneededDocuments() {
     std::set<const Index*> scrolled;
     for (const auto& [id, context] : mContexts)
@@ -255,9 +268,10 @@ void Scrolls::dropUnneededDocuments() {
     std::erase_if(mRetired, [&](const auto& entry) { return !scrolled.contains(entry.first); });
 }
 
-std::size_t Scrolls::openCount() const {
-    return static_cast<std::size_t>(std::count_if(
-        mContexts.begin(), mContexts.end(), [](const auto& entry) { return !entry.second->exhausted; }));
+std::size_t Scrolls::count(bool exhausted) const {
+    return static_cast<std::size_t>(std::count_if(mContexts.begin(), mContexts.end(), [&](const auto& entry) {
+        return entry.second->exhausted == exhausted;
+    }));
 }
 
 std::size_t Scrolls::foundBytes() const {

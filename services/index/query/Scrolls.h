@@ -18,7 +18,15 @@ namespace kestrel::index {
 /// is refused, and when kept documents need more the oldest scrolls end.
 class Scrolls final : public RetiredDocuments {
 public:
-    explicit Scrolls(DocumentStore& store);
+    struct Limits {
+        std::size_t open = 500;
+        std::size_t ended = 10'000; ///< remembered, for a last empty page
+        std::size_t foundBytes = 256U * 1024 * 1024;
+        std::size_t keptBytes = 128U * 1024 * 1024;
+    };
+
+    explicit Scrolls(DocumentStore& store) : Scrolls(store, Limits()) {}
+    Scrolls(DocumentStore& store, const Limits& limits);
     ~Scrolls() override;
     Scrolls(const Scrolls&) = delete;
     Scrolls& operator=(const Scrolls&) = delete;
@@ -74,12 +82,14 @@ private:
     void sweep();
     void dropExpired();
     void dropOldest();
+    void dropEnded();
     void dropUnneededDocuments();
-    std::size_t openCount() const;
+    std::size_t count(bool exhausted) const;
     std::size_t foundBytes() const;
     std::size_t keptBytes() const;
 
     DocumentStore& mStore;
+    const Limits mLimits;
     std::mutex mMutex;
     std::map<std::string, ContextPtr> mContexts;
     std::map<const Index*, Kept> mRetired;

@@ -58,6 +58,7 @@ std::optional<SortColumn> SortColumn::make(const IndexView& view, DocumentStore&
                                            const std::vector<float>& scores) {
     SortColumn column;
     column.mDescending = spec.descending;
+    takeMemory(documents.size() * sizeof(std::int64_t));
     column.mKeys.assign(documents.size(), kMissing);
     if (spec.field == "_score" || spec.field == "_doc") {
         const bool score = spec.field == "_score";

@@ -69,6 +69,8 @@ Scored TextQuery::score(const Bitmap& within) const {
         });
     }
     std::sort(touched.begin(), touched.end());
+    // Terms that score nothing (a boost of 0) touch a document once each.
+    touched.erase(std::unique(touched.begin(), touched.end()), touched.end());
     Scored result;
     result.documents.addMany(touched.size(), touched.data());
     result.scores.reserve(touched.size());

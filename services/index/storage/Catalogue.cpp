@@ -189,6 +189,9 @@ IndexPtr Catalogue::fromSnapshot(const DocumentStore::StoredIndex& stored, const
     return index;
 } catch (const SnapshotError& e) {
     spdlog::warn("index [{}] is built from its documents: {}", stored.info.name, e.what());
+    // Rows of later writes may make it look right again.
+    std::error_code ignored;
+    std::filesystem::remove(file, ignored);
     return nullptr;
 }
 

@@ -54,8 +54,8 @@ bool isKnownName(std::string_view name) {
 } // namespace
 
 DataFolder::DataFolder(std::filesystem::path path, Absent absent) : mPath(std::move(path)) {
-    if (!std::filesystem::exists(mPath) && absent == Absent::IsRefused)
-        throw DataFolderError(fmt::format("there is no data folder {}", mPath.string()));
+    if (absent == Absent::IsRefused && !std::filesystem::exists(documents()))
+        throw DataFolderError(fmt::format("{} is not a data folder: it has no documents.db", mPath.string()));
     make();
     refuseForeignFiles();
     lock();
@@ -118,6 +118,20 @@ void DataFolder::requireOwn() const {
     if (loose)
         spdlog::warn("others had rights on the data folder {} or files in it; now only its owner has",
                      mPath.string());
+    discardForeignSnapshots();
+}
+
+/// What is derived is only read back when this service has written it; it is rebuilt otherwise.
+void DataFolder::discardForeignSnapshots() const {
+    std::error_code none;
+    for (const auto& entry : std::filesystem::directory_iterator(derived(), none)) {
+        const struct stat status = statusOf(entry.path());
+        if (status.st_uid == ::geteuid() && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
+            (status.st_mode & (S_IWGRP | S_IWOTH)) == 0)
+            continue;
+        spdlog::warn("{} was not written by this service alone: it is removed", entry.path().string());
+        std::filesystem::remove_all(entry.path());
+    }
 }
 
 void DataFolder::requireWhole() const {

@@ -40,6 +40,7 @@ private:
     void make() const;
     void refuseForeignFiles() const;
     void requireOwn() const;
+    void discardForeignSnapshots() const;
     void requireWhole() const;
     void lock();
 

@@ -113,8 +113,7 @@ void create(const std::filesystem::path& file) {
             fmt::format("BEGIN; PRAGMA application_id = {}; PRAGMA user_version = {}; {} {} COMMIT",
                         kApplicationId, kFormat, kTables, kTablesBesideDocuments));
     }
-    std::filesystem::rename(partial, file);
-    syncFolder(file.has_parent_path() ? file.parent_path() : ".");
+    renameDurably(partial, file);
 }
 
 bool isOutdated(SqliteConnection& connection, const std::filesystem::path& file) {

@@ -70,7 +70,9 @@ void Snapshots::watch() {
 
 void Snapshots::look() {
     const auto now = Clock::now();
+    std::set<std::string> present;
     for (const IndexPtr& index : mCatalogue.all()) {
+        present.insert(index->info().uuid);
         const auto [place, added] = mSeen.try_emplace(index->info().uuid, Seen{0, 0, now, now});
         Seen& seen = place->second;
         const std::uint64_t changes = index->changes();
@@ -84,6 +86,8 @@ void Snapshots::look() {
         if (calm) ::malloc_trim(0); // what writing many documents took and gave back
 #endif
     }
+    if (std::erase_if(mSeen, [&](const auto& seen) { return !present.contains(seen.first); }) > 0)
+        removeOthers(mFolder, mCatalogue);
 }
 
 void Snapshots::save(const Index& index, Seen& seen) try {

@@ -15,7 +15,6 @@ namespace {
 constexpr std::size_t kMaximumGroup = 256;
 /// Readers wait no longer than this many documents take to enter an index.
 constexpr std::size_t kPublishedAtOnce = 500;
-constexpr auto kIdlePause = std::chrono::seconds(1);
 
 ApiError storageFailure(const SqliteError& error) {
     if (error.noSpace())
@@ -229,11 +228,6 @@ void WriteQueue::purgeSoon() {
     mArrived.notify_one();
 }
 
-void WriteQueue::setIdleWork(std::function<void()> work) {
-    const std::lock_guard lock(mMutex);
-    mIdleWork = std::move(work);
-}
-
 void WriteQueue::loop() {
     for (;;) {
         std::vector<EntryPtr> group = next();
@@ -254,13 +248,7 @@ void WriteQueue::loop() {
 
 std::vector<WriteQueue::EntryPtr> WriteQueue::next() {
     std::unique_lock lock(mMutex);
-    const auto due = [this] { return mStopping || !mWaiting.empty(); };
-    if (!mPurging && !mArrived.wait_for(lock, kIdlePause, [&] { return due() || mPurging; }) && mIdleWork) {
-        const std::function<void()> work = mIdleWork;
-        lock.unlock();
-        work();
-        return {};
-    }
+    mArrived.wait(lock, [this] { return mStopping || mPurging || !mWaiting.empty(); });
     std::vector<EntryPtr> group;
     while (!mWaiting.empty() && group.size() < kMaximumGroup) {
         const bool alone = mWaiting.front()->sharing == Sharing::Alone;
@@ -399,8 +387,11 @@ void WriteQueue::transact(std::vector<EntryPtr>& group) {
     try {
         batch.publish();
     } catch (const std::exception& e) {
-        // The writes are stored. What is in memory lacks some of them, until it is built anew.
+        // The writes are stored, but memory lacks some of them until the next start.
         setReadOnly(fmt::format("stored documents could not be brought into memory ({})", e.what()));
+        const ApiError refusal(500, "exception", "the write is stored, but visible only after a restart");
+        for (const EntryPtr& entry : group)
+            if (!entry->error) entry->error = std::make_exception_ptr(refusal);
     }
 }
 

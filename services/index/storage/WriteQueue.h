@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <shared_mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -118,11 +119,8 @@ public:
     /// Has rows of removed indices removed, piece by piece between the writes.
     void purgeSoon();
 
-    /// Work for quiet moments, between transactions: called when nothing waits, at most once a second.
-    void setIdleWork(std::function<void()> work);
-
-    /// Keeps documents from changing while it is held.
-    std::unique_lock<std::mutex> pause() { return std::unique_lock(mGate); }
+    /// Waits for the transaction in progress, and holds back the next one for as long as the lock is held.
+    std::shared_lock<FairSharedMutex> pause() { return std::shared_lock(mGate); }
 
 private:
     struct Entry {
@@ -146,13 +144,12 @@ private:
 
     DocumentStore& mStore;
     RetiredDocuments& mRetired;
-    std::mutex mGate;
+    FairSharedMutex mGate; ///< exclusive: a transaction
     std::mutex mMutex;
     std::condition_variable mArrived;
     std::deque<EntryPtr> mWaiting;
     bool mStopping = false;
     bool mPurging = false;
-    std::function<void()> mIdleWork;
     std::string mReadOnly; ///< why; written by the writer alone
     std::atomic<bool> mIsReadOnly{false};
     std::thread mThread;

@@ -67,8 +67,7 @@ void copyFolder(const std::filesystem::path& from, const std::filesystem::path& 
     copyDocuments(from / kDocuments, partial, progress);
     for (const char* key : kKeys)
         if (std::filesystem::exists(from / key)) writeFileAtomically(to / key, contentOf(from / key));
-    std::filesystem::rename(partial, to / kDocuments);
-    syncFolder(to);
+    renameDurably(partial, to / kDocuments);
 }
 
 } // namespace

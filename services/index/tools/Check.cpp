@@ -8,6 +8,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <bit>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <set>
@@ -197,7 +200,7 @@ private:
         } else if (type == FieldType::Vector) {
             const auto& vectors = static_cast<const VectorData&>(*data);
             for (const Ordinal ordinal : vectors.present())
-                sums.push_back(static_cast<std::uint64_t>(vectors.magnitude(ordinal) * 1e6F));
+                sums.push_back(std::bit_cast<std::uint32_t>(vectors.magnitude(ordinal)));
         }
         return sums;
     }
