@@ -32,7 +32,7 @@ struct Options {
     Server::Options server{.port = 9281, .certificate = {}, .privateKey = {}, .limits = {}};
 };
 
-/// Signals that end the service are waited for by the main thread alone.
+/// Only the main thread waits for the signals that end the service.
 sigset_t blockSignals() {
     sigset_t ending;
     sigemptyset(&ending);
@@ -40,7 +40,7 @@ sigset_t blockSignals() {
     sigaddset(&ending, SIGINT);
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN); // a file at its limit is an error of the write, not the end of the service
+    std::signal(SIGXFSZ, SIG_IGN); // makes exceeding the file size limit a write error
     return ending;
 }
 
@@ -88,7 +88,7 @@ int serve(Options options) {
     return ExitOk;
 }
 
-/// Shows how far a command is, on a line of its own.
+/// Shows the progress of a command.
 void showProgress(std::size_t done, std::size_t all) {
     if (isatty(STDERR_FILENO) == 0) return;
     fmt::print(stderr, "\r{} of {}{}", done, all, done == all ? "\n" : "");
@@ -100,7 +100,7 @@ int runCheck(const std::filesystem::path& data) {
     for (const std::string& line : report.damage)
         fmt::print("{}\n", line);
     fmt::print("{} documents in {} indices: {}\n", report.documents, report.indices,
-               report.findings == 0 ? "all is well" : fmt::format("{} findings", report.findings));
+               report.findings == 0 ? "no damage found" : fmt::format("{} findings", report.findings));
     return report.findings == 0 ? ExitOk : ExitDamage;
 }
 
@@ -121,7 +121,7 @@ int runResetPassword(const std::filesystem::path& data, const std::string& name)
     return ExitOk;
 }
 
-/// Runs a command, and turns what it throws into a message and an exit code.
+/// Runs a command and turns exceptions into messages and exit codes.
 template <typename Command>
 int run(Command&& command) try {
     return command();
@@ -142,19 +142,17 @@ int run(Command&& command) try {
 } // namespace
 
 int main(int argc, char** argv) {
-    // What the service writes is for its owner alone.
+    // Files are accessible to their owner only.
     umask(S_IRWXG | S_IRWXO);
     Options options;
     std::string logLevel = "info";
-    CLI::App app(
-        "The index service: keeps transcripts and finds phrases in them. Without a command it serves.",
-        "kestrel-index");
+    CLI::App app("The index service: stores transcripts and searches them. Without a command it serves.",
+                 "kestrel-index");
     app.footer("Exit codes: 0 done, 1 failure, 2 damage found, 3 data folder unusable, 4 address in use; "
                "above 100 for "
                "wrong arguments.");
     app.require_subcommand(0, 1);
-    app.add_option("--data", options.data,
-                   "Folder that holds everything the service keeps; made when absent");
+    app.add_option("--data", options.data, "Folder for all data of the service; created if missing");
     app.add_option("--port", options.server.port, "Port to listen on; 0 for any free one")
         ->capture_default_str();
     app.add_option("--listen", options.server.address, "Address to listen on")->capture_default_str();
@@ -165,7 +163,7 @@ int main(int argc, char** argv) {
     app.add_option_function<std::size_t>(
            "--max-memory",
            [&options](std::size_t mebibytes) { options.server.limits.memoryBytes = mebibytes * 1024 * 1024; },
-           "MiB that requests and answers may take together")
+           "MiB that all requests and answers together may use")
         ->check(CLI::Range(1, 1'000'000))
         ->default_str(std::to_string(options.server.limits.memoryBytes / 1024 / 1024));
     app.add_option("--log-level", logLevel, "trace, debug, info, warning, error or off")
@@ -175,14 +173,14 @@ int main(int argc, char** argv) {
     std::filesystem::path data, other;
     std::string user = Users::kAdministrator;
     CLI::App* const checking = app.add_subcommand(
-        "check", "Reads everything in a data folder and says what is damaged; changes nothing. The "
+        "check", "Checks all data in a data folder and prints what is damaged; changes nothing. The "
                  "service may be running");
     checking->add_option("--data", data, "The data folder")->required();
     CLI::App* const backingUp = app.add_subcommand(
-        "backup", "Copies a data folder, as it is at one moment, while the service goes on");
+        "backup", "Copies the state of a data folder at one moment; the service may be running");
     backingUp->add_option("--data", data, "The data folder")->required();
     backingUp->add_option("--to", other, "New folder for the copy")->required();
-    CLI::App* const restoring = app.add_subcommand("restore", "Makes a new data folder from a backup");
+    CLI::App* const restoring = app.add_subcommand("restore", "Creates a new data folder from a backup");
     restoring->add_option("--from", other, "The backup")->required();
     restoring->add_option("--data", data, "New data folder")->required();
     CLI::App* const resetting =

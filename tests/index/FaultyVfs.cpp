@@ -286,7 +286,7 @@ int FaultyVfs::beforeRename(const std::string& from, const std::string& to) {
 
 int FaultyVfs::beforeSync(const std::string& path) {
     const std::lock_guard lock(mMutex);
-    if (before(Operation::sync) != SQLITE_OK) return -1;
+    if (before(Operation::Sync) != SQLITE_OK) return -1;
     if (std::filesystem::is_directory(path))
         folderSynchronised();
     else

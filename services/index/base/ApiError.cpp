@@ -10,7 +10,7 @@ namespace kestrel::index {
 
 namespace {
 
-/// What a reason quotes may be as long as the request.
+/// A reason may quote a value as long as the request itself.
 constexpr std::size_t kReasonBytes = 4000;
 
 } // namespace

@@ -7,7 +7,7 @@
 
 namespace kestrel::index {
 
-/// A refusal that becomes an error answer of Elasticsearch's shape.
+/// An error that is answered in Elasticsearch's format.
 class ApiError : public std::exception {
 public:
     /// details are further members of the error object, such as "index".
@@ -17,12 +17,12 @@ public:
     int status() const { return mStatus; }
     const std::string& type() const { return mType; }
 
-    /// The same refusal as a search reports it: wrapped in the failure of the index that was searched.
+    /// The same error as a search reports it: wrapped in the failure of the index that was searched.
     ApiError asSearchFailure(const std::string& index) const;
 
     /// {"error": {"root_cause": [...], "type", "reason", ...}, "status"}
     Json body() const;
-    /// {"type", "reason", ...}: as an item of a bulk answer carries it.
+    /// {"type", "reason", ...}: the error of an item in a bulk answer.
     Json cause() const;
 
 private:

@@ -33,7 +33,7 @@ private:
 
 void writeFileAtomically(const std::filesystem::path& file, std::string_view content) {
     const std::filesystem::path partial = file.string() + ".partial";
-    // A left-over keeps its rights, and may not be ours: the new file is a new one.
+    // A leftover would keep its owner and permissions, so it is not reused.
     if (::unlink(partial.c_str()) != 0 && errno != ENOENT)
         throwSystemError("cannot replace " + partial.string());
     {

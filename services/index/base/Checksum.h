@@ -5,8 +5,8 @@
 
 namespace kestrel::index {
 
-/// CRC-32 of what was added, piece by piece. Numbers count in little-endian order, texts with their length,
-/// so that bytes cannot move between neighbours unnoticed.
+/// CRC-32 of everything added. Numbers are added in little-endian order, texts together with their length, so
+/// that a byte moved from one text to the next is noticed.
 class Checksum {
 public:
     Checksum& add(std::int64_t number);

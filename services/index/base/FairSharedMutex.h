@@ -6,8 +6,8 @@
 
 namespace kestrel::index {
 
-/// A shared mutex under which neither side starves: readers that arrive while a writer waits let it go first,
-/// and readers that waited for a writer all go before the next one. One thread must not lock it twice.
+/// A shared mutex that starves neither side: readers that arrive while a writer waits let it go first, and
+/// all readers that waited for a writer go before the next one. Not recursive, not even for readers.
 class FairSharedMutex {
 public:
     void lock_shared() {
@@ -42,7 +42,7 @@ public:
     void unlock() {
         const std::lock_guard guard(mMutex);
         mWriting = false;
-        // Everybody who waited for this writer enters before another one does.
+        // All readers that waited for this writer enter before the next writer does.
         mReadersEntering += mReadersWaiting;
         mReadersWaiting = 0;
         ++mPhase;

@@ -17,12 +17,12 @@ namespace {
 constexpr std::size_t kMaximumDepth = 500;
 constexpr std::size_t kMaximumKeys = 10'000;
 constexpr std::size_t kMaximumValues = 1'000'000;
-constexpr std::size_t kManyValues = 10'000; // from here on their memory is counted
+constexpr std::size_t kManyValues = 10'000; // from here on their memory is charged
 constexpr std::size_t kBytesPerValue = 64;
 constexpr std::uint64_t kWideInteger = 1; // subtype of the binary values that hold digits
 constexpr std::size_t kSearchedKeys = 24; // objects with more keys find them through a table
 
-/// Looks over the brackets of the text, without understanding more of it, so that a hostile body costs one
+/// Checks the limits by looking at brackets and commas only, so that a hostile body costs no more than one
 /// pass.
 void checkStructure(std::string_view text) {
     struct Level {
@@ -63,8 +63,8 @@ void checkStructure(std::string_view text) {
     if (values > kManyValues) takeMemory(values * kBytesPerValue);
 }
 
-/// Builds a value from the events of the parser. The library's own builder looks through all earlier keys of
-/// an object for each new one; this one keeps a table for large objects. Of equal keys the last value counts.
+/// Builds a value from the parser's events. The library's own builder compares each new key of an object with
+/// all earlier ones; this one keeps a table for large objects. Of duplicate keys the last one counts.
 class Builder final : public nlohmann::json_sax<Json> {
 public:
     explicit Builder(bool keepWideIntegers) : mKeepWideIntegers(keepWideIntegers) {}
@@ -92,7 +92,7 @@ public:
         return true;
     }
     bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& e) override {
-        // The concrete type is lost behind the reference otherwise.
+        // Throwing the reference itself would slice the exception.
         if (const auto* parse = dynamic_cast<const Json::parse_error*>(&e)) throw *parse;
         if (const auto* range = dynamic_cast<const Json::out_of_range*>(&e)) throw *range;
         throw std::invalid_argument(e.what());
@@ -161,7 +161,7 @@ Json build(std::string_view text, bool keepWideIntegers) {
 }
 
 Json buildChecked(std::string_view text, bool keepWideIntegers) {
-    // The parser would skip the one and stop at the other, but they would be stored with the document.
+    // The parser would accept both, but the document is stored as it was sent.
     if (text.starts_with("\xEF\xBB\xBF") || text.find('\0') != std::string_view::npos)
         throw ApiError(400, "x_content_parse_exception", "a byte order mark or a NUL is no part of JSON");
     checkStructure(text);

@@ -6,30 +6,30 @@
 
 namespace kestrel::index {
 
-/// Keeps the order of keys, so that a document that a script changed comes back in the order in which it was
-/// sent.
+/// Keeps the order of keys, so that a document changed by a script is returned in the order in which it was
+/// sent. Documents and bodies are both read into this type. A faster parser such as simdjson reads into a
+/// type of its own that cannot be changed: updates and scripts would still need this one, and every check of
+/// a document would exist twice. Parsing happens in the clients' threads, outside the writer.
 using Json = nlohmann::ordered_json;
 
-/// Parses a request body. Text that is not JSON, is nested too deeply or holds an object with too many keys
-/// is refused with an ApiError of status 400 before anything is built from it.
+/// Parses a request body. Throws an ApiError with status 400 when it is not JSON, nested too deeply, or has
+/// too many keys in one object or too many values.
 Json parseJson(std::string_view text);
 
-/// As parseJson, for documents: whole numbers that 64 bits do not hold keep their digits (isWideInteger).
+/// As parseJson, for documents: integers beyond 64 bits keep their digits (isWideInteger).
 Json parseDocument(std::string_view text);
 
-/// Parses a document that was accepted before, whatever today's limits are. Throws Json::exception when it is
-/// damaged.
+/// Parses a stored document, without limits. Throws Json::exception when it is damaged.
 Json parseStored(std::string_view text);
 
-/// The text of a document from parseDocument or parseStored that was changed since. Throws the ApiError that
-/// parseDocument would throw for it.
+/// The text of a changed document. Throws the ApiError that parseDocument would throw for it.
 std::string documentText(const Json& document);
 
-/// Whether the value is a whole number beyond 64 bits, and its digits. Only documents hold such values.
+/// Whether the value is an integer beyond 64 bits, and its digits. Only documents hold such values.
 bool isWideInteger(const Json& value);
 std::string_view wideDigits(const Json& value);
 
-/// The value as it is written in JSON.
+/// The value as JSON.
 std::string valueText(const Json& value);
 
 /// The text as a JSON string, quotation marks included. Invalid UTF-8 is replaced.

@@ -5,12 +5,12 @@
 
 namespace kestrel::index {
 
-/// The memory that all requests together may take for their bodies and answers.
+/// The memory that all requests together may use for their bodies, parsed documents and answers.
 class MemoryBudget {
 public:
     explicit MemoryBudget(std::size_t bytes) : mLimit(bytes) {}
 
-    /// What one request has taken of it; given back at the end of the request.
+    /// The share of one request; returned when the request ends.
     class Lease {
     public:
         explicit Lease(MemoryBudget& budget) : mBudget(budget) {}
@@ -18,7 +18,7 @@ public:
         Lease(const Lease&) = delete;
         Lease& operator=(const Lease&) = delete;
 
-        /// Takes more. Throws an ApiError with status 429 when it is not there.
+        /// Throws an ApiError with status 429 when there is not enough left.
         void take(std::size_t bytes);
         std::size_t bytes() const { return mBytes; }
 

@@ -5,9 +5,9 @@
 
 namespace kestrel::index {
 
-/// Calls part(first, last) for pieces of [0, count), on all processors at once; returns when all are done.
-/// The pieces are at least `smallest` long, so that little work stays on the calling thread. Between rounds
-/// of pieces it looks whether the request is still wanted. part must not throw.
+/// Calls part(first, last) for pieces of [0, count) on all processors; returns when all are done. Pieces have
+/// at least `smallest` elements, so that little work stays on the calling thread. Calls checkStillWanted
+/// between rounds of pieces. part must not throw.
 void inParallel(std::size_t count, std::size_t smallest,
                 const std::function<void(std::size_t first, std::size_t last)>& part);
 

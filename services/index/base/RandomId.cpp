@@ -16,7 +16,7 @@ constexpr std::size_t kTimeBytes = 6;
 std::vector<unsigned char> randomBytes(std::size_t count) {
     std::vector<unsigned char> bytes(count);
     if (RAND_bytes(bytes.data(), static_cast<int>(count)) != 1)
-        throw std::runtime_error("the system gives no random numbers");
+        throw std::runtime_error("the system provides no random numbers");
     return bytes;
 }
 

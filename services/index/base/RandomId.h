@@ -5,11 +5,11 @@
 
 namespace kestrel::index {
 
-/// Unpredictable text of letters, digits, "-" and "_" that holds so many random bytes.
+/// The given number of random bytes as letters, digits, "-" and "_".
 std::string randomId(std::size_t bytes);
 
-/// Unique text of 20 such characters that begins with the time, so that identifiers made one after the other
-/// lie together where they are sorted.
+/// A unique text of 20 such characters that begins with the time, so that identifiers created in sequence are
+/// neighbours in a sorted index.
 std::string timeOrderedId();
 
 } // namespace kestrel::index

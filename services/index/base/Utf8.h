@@ -8,7 +8,7 @@ namespace kestrel::index {
 
 bool isUtf8(std::string_view text);
 
-/// The text, cut after so many bytes, between two characters.
+/// The text cut to at most so many bytes, between two characters, and "..." when it was cut.
 std::string shortened(std::string text, std::size_t bytes);
 
 } // namespace kestrel::index

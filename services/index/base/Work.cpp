@@ -6,7 +6,7 @@ namespace kestrel::index {
 
 namespace {
 
-/// Looking at the client's socket costs a system call.
+/// Polling the client's socket costs a system call.
 constexpr auto kLookInterval = std::chrono::milliseconds(20);
 
 } // namespace

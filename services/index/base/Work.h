@@ -9,23 +9,22 @@
 
 namespace kestrel::index {
 
-/// The request that a thread works on, so that what may take long or grow large can ask whether it still
-/// should, however deep in a query it is. A thread without one is never interrupted.
+/// The limits of the request that a thread works on. Code that may take long or need much memory checks them,
+/// however deep in a query it is. A thread without a request is never interrupted.
 class Work {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Shorter than the time after which clients give up a write and try it again.
+    /// Shorter than the timeout after which clients repeat a write.
     static constexpr std::chrono::milliseconds kHeldAtMost{5'000};
 
-    /// abandoned: whether nobody waits for the answer any more. heldAtMost: how long the request may keep a
-    /// waiting writer out.
+    /// abandoned: whether the client is gone. heldAtMost: how long the request may keep a writer waiting.
     Work(std::chrono::milliseconds time, MemoryBudget::Lease& memory, std::function<bool()> abandoned,
          std::chrono::milliseconds heldAtMost = kHeldAtMost)
         : mDeadline(Clock::now() + time), mHeldAtMost(heldAtMost), mMemory(memory),
           mAbandoned(std::move(abandoned)) {}
 
-    /// Makes the work that of the current thread for as long as it lives.
+    /// Makes it the current thread's work during its lifetime.
     class Scope {
     public:
         explicit Scope(Work* work) : mBefore(current()) { current() = work; }
@@ -37,8 +36,8 @@ public:
         Work* mBefore;
     };
 
-    /// Has the current thread's work throw TimedOut from a moment on, for as long as this lives. Without a
-    /// moment, or work, it does nothing.
+    /// Makes checkStillWanted throw TimedOut from the given time on, during its lifetime. Does nothing
+    /// without a time or a current work.
     class Until {
     public:
         explicit Until(std::optional<Clock::time_point> end);
@@ -50,7 +49,7 @@ public:
         Work* const mWork;
     };
 
-    /// Tells the current work which lock it shares for as long as this lives.
+    /// Tells the current work which lock it holds during its lifetime.
     class Hold {
     public:
         explicit Hold(const FairSharedMutex& mutex) : mWork(current()) {
@@ -85,18 +84,19 @@ private:
     std::function<bool()> mAbandoned;
 };
 
-/// The time that the client itself gave a part of the work is up.
+/// The time limit that the client has set is exceeded.
 class TimedOut {};
 
-/// Throws an ApiError once the current request's time is up (504), its client is gone or it has kept a writer
-/// waiting for too long (503), and TimedOut once the time that the client gave is. Costs a look at the clock.
+/// Throws an ApiError when the current request's time is up (504), its client is gone, or it has kept a
+/// writer waiting for too long (503), and TimedOut when the client's own time limit is exceeded. Costs a look
+/// at the clock.
 void checkStillWanted();
 
-/// Counts bytes that the current request needs against the memory that all requests share. Throws an ApiError
-/// when it is used up (429).
+/// Charges bytes of the current request to the memory that all requests share. Throws an ApiError when it is
+/// used up (429).
 void takeMemory(std::size_t bytes);
 
-/// For inner loops: checks once in several thousand calls.
+/// For inner loops: checks once every few thousand calls.
 class Patience {
 public:
     void check() {

@@ -32,7 +32,7 @@ void appendPoint(UChar32 c, std::string& utf8) {
 
 #pragma GCC diagnostic pop
 
-/// Word_Break classes, as far as the boundary rules tell them apart; the last four are words by themselves.
+/// Word_Break classes, as far as the boundary rules distinguish them.
 enum class Kind : std::uint8_t {
     Other,
     Space,
@@ -155,7 +155,7 @@ private:
         }
     }
 
-    /// Position after the marks that follow the symbol at i (they never begin a word of their own).
+    /// Position after the marks that follow the symbol at i; they never begin a word.
     std::size_t afterMarks(std::size_t i) const {
         ++i;
         while (i < mSymbols.size() && extends(mSymbols[i].kind))
@@ -202,7 +202,7 @@ private:
         }
     }
 
-    /// Rules WB5 to WB13 of the annex.
+    /// Rules WB5 to WB13 of UAX #29.
     std::size_t runEnd(std::size_t i) const {
         Kind current = mSymbols[i].kind;
         std::size_t next = afterMarks(i);

@@ -8,12 +8,12 @@
 namespace kestrel::index {
 
 /// The terms of a text: its words by the Unicode word boundaries (UAX #29), in lower case. Words without a
-/// letter, digit or emoji are no terms; ideographs and hiragana are terms one by one; runs of scripts written
-/// without spaces (Thai, Lao, Khmer, Burmese) are one term; a word of more than 255 UTF-16 units is cut into
-/// pieces of 255.
+/// letter, digit or emoji are dropped; each ideograph and hiragana character is a term; a run of a script
+/// written without spaces (Thai, Lao, Khmer, Burmese) is one term; a word of more than 255 UTF-16 units is
+/// cut into pieces of 255.
 std::vector<std::string> analyze(std::string_view utf8);
 
-/// Number of UTF-16 units of the text, which is what limits on lengths of keywords count.
+/// Number of UTF-16 code units, in which the length limits of keywords are given.
 std::size_t utf16Length(std::string_view utf8);
 
 /// The code points of the text.

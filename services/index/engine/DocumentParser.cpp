@@ -20,7 +20,7 @@ constexpr std::size_t kMaximumObjectDepth = 20;
 constexpr std::size_t kMaximumKeywordBytes = 32766;
 constexpr std::size_t kVectorFrom = 128;
 constexpr std::size_t kPreviewBytes = 200;
-/// Splitting a long text into its terms takes many times its memory.
+/// Splitting a long text into terms takes many times its memory.
 constexpr std::size_t kLongText = 1'000'000;
 constexpr std::size_t kAnalysisBytes = 24;
 
@@ -86,7 +86,7 @@ private:
         VectorContent vector;
     };
 
-    /// "a.b": value is the object "a" with the member "b".
+    /// "a.b": value stands for the object "a" with the member "b".
     void member(std::string_view name, const Json& value, const std::string& prefix, std::size_t depth,
                 PreparedDocument& document) {
         const std::size_t dot = name.find('.');

@@ -7,14 +7,14 @@
 
 namespace kestrel::index {
 
-/// Takes documents apart by a mapping. A dotted name is an object that holds the rest of the name. A value
-/// that does not fit its field is refused with a document_parsing_exception.
+/// Parses documents into what the index keeps of them. A dotted name denotes an object that holds the rest of
+/// the name. A value that does not fit its field throws a document_parsing_exception.
 class DocumentParser {
 public:
-    /// Looks fields up only: a document that holds others gives nothing.
+    /// Does not add fields: parse returns nothing for a document with unknown ones.
     explicit DocumentParser(const Mapping& mapping) : mMapping(mapping) {}
-    /// Adds fields that the mapping lacks. After an exception the mapping may hold some of a refused document
-    /// and must be thrown away.
+    /// Adds missing fields to the mapping. After an exception the mapping may contain fields of a refused
+    /// document and must be discarded.
     explicit DocumentParser(Mapping& mapping) : mMapping(mapping), mDraft(&mapping) {}
 
     std::optional<PreparedDocument> parse(const Json& document, const std::string& documentId);

@@ -50,7 +50,7 @@ void TextData::addContent(Ordinal ordinal, const PreparedField& field) {
         postings.last = ordinal;
         ++postings.documents;
     }
-    // New terms are searched one by one until they are sorted in: keep them few.
+    // Unsorted terms are searched linearly: keep them few.
     if (mPostings.size() - mSorted.size() > std::max<std::size_t>(256, mSorted.size() / 16)) sortNewTerms();
 }
 

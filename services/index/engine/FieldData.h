@@ -30,7 +30,7 @@ public:
         removeContent(ordinal, field);
     }
     const Bitmap& present() const { return mPresent; }
-    /// Removes documents whose content is not known any more, in one pass over everything.
+    /// Removes documents whose content is no longer known, in one pass over all values.
     void forget(const Bitmap& ordinals) {
         forgetContent(ordinals);
         mPresent -= ordinals;
@@ -55,8 +55,8 @@ private:
     Bitmap mPresent;
 };
 
-/// Full text: for each term the documents that hold it and how often, compressed, in document order. Removed
-/// documents stay in the lists (readers skip them) but leave the statistics at once.
+/// Full text: for each term the documents that contain it and how often, compressed, in document order.
+/// Removed documents stay in the lists (readers skip them) but leave the statistics at once.
 class TextData final : public FieldData {
 public:
     const StringTable& terms() const { return mTerms; }
@@ -64,7 +64,7 @@ public:
     const FieldStatistics& statistics() const { return mStatistics; }
     std::uint8_t encodedLength(Ordinal ordinal) const { return mLengths[ordinal]; }
 
-    /// The first terms in byte order; those from sortedTerms().size() on are not sorted yet.
+    /// Terms in byte order; those numbered from sortedTerms().size() on are not sorted yet.
     const std::vector<std::uint32_t>& sortedTerms() const { return mSorted; }
 
     /// Calls visit(ordinal, frequency) for each document of the term, removed ones included.
@@ -115,7 +115,7 @@ private:
     FieldStatistics mStatistics;
 };
 
-/// Exact values (keywords, booleans): for each value the set of documents.
+/// Exact values (keywords, booleans): the set of documents for each value.
 class KeywordData final : public FieldData {
 public:
     const StringTable& values() const { return mValues; }
@@ -135,8 +135,8 @@ private:
     std::uint64_t mEntries = 0;
 };
 
-/// Numbers. A document with one value has it in the column; of documents with several (word times, which
-/// nobody queries) only the fact is kept, and a query reads them from the document.
+/// Numbers. A single value is kept in the column. Several values (such as word times, which are rarely
+/// queried) are only marked, and a query reads them from the document.
 class NumberData final : public FieldData {
 public:
     const Bitmap& several() const { return mSeveral; }

@@ -61,7 +61,7 @@ void Index::setAside(RowId row) {
     const auto place = std::lower_bound(mRows.begin(), mRows.end(), row);
     if (place == mRows.end() || *place != row) return;
     const auto ordinal = static_cast<Ordinal>(place - mRows.begin());
-    if (!mSpaces[0].live.contains(ordinal)) return; // deleted or written anew meanwhile
+    if (!mSpaces[0].live.contains(ordinal)) return; // deleted or replaced meanwhile
     hide(ordinal);
     mSetAside.insert(row);
 }
@@ -75,10 +75,10 @@ std::optional<RowId> Index::rowOf(std::string_view id) const {
 void Index::apply(const std::vector<DocumentChange>& changes) {
     const std::unique_lock lock(mMutex);
     mChanges += changes.size();
-    mIncomplete = true; // stays so when memory runs out in the middle of it
+    mIncomplete = true; // remains set if memory runs out halfway
     for (const DocumentChange& change : changes) {
         if (change.removed) {
-            // What was set aside may have become readable, but its content is not in the index.
+            // A document that was set aside may be readable again, but its content is not in the index.
             const bool setAside = mSetAside.erase(change.removed->row) > 0;
             remove(change.id, setAside ? nullptr : change.removed->content.get());
         }
@@ -139,7 +139,7 @@ void Index::hide(Ordinal ordinal) {
 void Index::remove(const std::string& id, const PreparedDocument* known) {
     Ordinal& current = mOrdinals[mIds.find(id)];
     const Ordinal ordinal = std::exchange(current, kNoOrdinal);
-    // Of a document that cannot be read the statistics keep a trace until the index is built anew.
+    // The statistics still count an unreadable document until the index is rebuilt.
     if (known == nullptr) return hide(ordinal);
     const PreparedDocument& content = *known;
     mSpaces[0].live.remove(ordinal);
@@ -213,7 +213,7 @@ void Index::save(SnapshotWriter& writer) const {
     const std::shared_lock lock(mMutex);
     requireComplete();
     writer.number(kSnapshotFormat);
-    // Tables keep the places that the hash gave their texts.
+    // Hash tables are saved as they are, so the hash function has to be the same.
     writer.number<std::uint64_t>(std::hash<std::string_view>{}(kHashProbe));
     writer.text(mInfo.uuid);
     writer.number<std::uint64_t>(mMapping->size());
@@ -241,8 +241,8 @@ RowId Index::load(SnapshotReader& reader) {
     const std::unique_lock lock(mMutex);
     if (reader.number<std::uint32_t>() != kSnapshotFormat ||
         reader.number<std::uint64_t>() != std::hash<std::string_view>{}(kHashProbe))
-        throw SnapshotError("the snapshot is of another version of the program");
-    if (reader.text() != mInfo.uuid) throw SnapshotError("the snapshot is of another index");
+        throw SnapshotError("the snapshot was written by another version");
+    if (reader.text() != mInfo.uuid) throw SnapshotError("the snapshot belongs to another index");
     const auto fields = reader.number<std::uint64_t>();
     for (std::uint64_t i = 0; i < fields; ++i) {
         const std::string path = reader.text();

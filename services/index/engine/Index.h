@@ -17,12 +17,12 @@
 
 namespace kestrel::index {
 
-/// Names one state of one document: a changed document gets a new row, and no row is ever given twice.
+/// Identifies one state of one document: a changed document gets a new row, and rows are never reused.
 using RowId = std::int64_t;
 using Prepared = std::shared_ptr<const PreparedDocument>;
 using MappingPtr = std::shared_ptr<const Mapping>;
 
-/// Row numbers of an index begin with its number; the rest is the sequence number of the write.
+/// The upper bits of a row are the number of its index, the lower ones the sequence number of the write.
 constexpr int kSequenceBits = 40;
 constexpr RowId sequenceOf(RowId row) {
     return row & ((RowId{1} << kSequenceBits) - 1);
@@ -36,21 +36,21 @@ struct IndexInfo {
     Json settings;
 };
 
-/// One document leaving the index, entering it, or both at once.
+/// A document that is removed from the index, added to it, or replaced.
 struct DocumentChange {
     struct State {
         RowId row;
-        Prepared content; ///< null for a document that cannot be read: it is set aside
+        Prepared content; ///< null for an unreadable document, which is set aside
     };
     std::string id;
     std::optional<State> removed;
     std::optional<State> added;
 };
 
-/// One index in memory: its mapping and everything that answers queries. The documents themselves lie in the
-/// document store; this is derived from them and can be made again at any time.
+/// One index in memory: its mapping and everything that queries need. It is derived from the documents in the
+/// document store and can be rebuilt from them at any time.
 ///
-/// Any number of readers look at it through an IndexView while one writer at a time applies changes.
+/// Any number of threads read it through an IndexView; one writer at a time applies changes.
 class Index final {
 public:
     Index(IndexInfo info, MappingPtr mapping, RowId lastRow);
@@ -59,40 +59,39 @@ public:
     const std::string& name() const { return mInfo.name; }
 
     MappingPtr mapping() const;
-    /// Takes a document apart. Null when it holds fields that the mapping lacks: the writer adds those.
+    /// Parses a document. Null when it has fields that the mapping lacks, which only the writer adds.
     Prepared prepare(const Json& document, const std::string& id) const;
 
-    /// Only the writer calls the following.
+    // For the writer only.
     RowId takeRow() { return ++mLastRow; }
     RowId lastRow() const { return mLastRow; }
-    /// mapping: the present one with further fields.
+    /// mapping: the current one with further fields.
     void setMapping(MappingPtr mapping);
     void apply(const std::vector<DocumentChange>& changes);
-    /// Whether so many more documents with so many nested objects have room.
+    /// Whether there are numbers left for so many more documents and nested objects.
     bool hasRoomFor(std::size_t documents, std::size_t children) const;
-    /// Whether the identifier is, or was lately, that of a document.
+    /// Whether a document has, or recently had, the identifier.
     bool knows(std::string_view id) const;
     /// Remembers an identifier of a deleted document.
     void remember(std::string_view id);
 
     std::optional<RowId> rowOf(std::string_view id) const;
-    /// Takes a document that cannot be read out of what is searched. Its identifier keeps its row, so that it
-    /// is reported when it is asked for, and can be written anew or deleted.
+    /// Excludes an unreadable document from searches. Its identifier keeps its row, so that reading it
+    /// reports the damage, and it can be overwritten or deleted.
     void setAside(RowId row);
-    /// Removes rows that are gone from the store, of documents whose content is not known any more.
+    /// Removes documents that are no longer in the store and whose content is therefore unknown.
     void forget(const std::vector<RowId>& rows);
 
-    /// Writes everything that is derived from the documents up to the last row that it covers.
+    /// Writes everything derived from the documents up to the last row covered.
     void save(SnapshotWriter& writer) const;
-    /// Reads it into an index without documents. Throws SnapshotError when it is another index's, or one in
-    /// which hardly anything is alive; the index must be thrown away then. Returns the last row that is
-    /// covered.
+    /// Reads it into an empty index and returns the last row covered. Throws SnapshotError when it belongs to
+    /// another index or consists mostly of deleted documents; the index must then be discarded.
     RowId load(SnapshotReader& reader);
-    /// After documents that are gone were forgotten. Throws SnapshotError when what was loaded is damaged.
+    /// Call it after forget. Throws SnapshotError when what was loaded is damaged.
     void requireIntact() const;
-    /// The rows of all documents, ascending, those that are set aside included.
+    /// The rows of all documents, ascending, including those set aside.
     std::vector<RowId> rows() const;
-    /// Grows with every change.
+    /// Increases with every change.
     std::uint64_t changes() const { return mChanges; }
     std::size_t documentCount() const;
 
@@ -102,9 +101,9 @@ public:
 private:
     friend class IndexView;
 
-    /// The documents that fields are counted over: the index's own, or the objects of one nested field.
+    /// What fields are counted over: the documents themselves, or the objects of one nested field.
     struct Space {
-        std::vector<Ordinal> parents; ///< nested objects: the document of each, ascending
+        std::vector<Ordinal> parents; ///< the document of each nested object, ascending
         Bitmap live;
         Ordinal next = 0;
     };
@@ -125,7 +124,7 @@ private:
 
     std::vector<RowId> mRows; ///< by ordinal, ascending
     StringTable mIds;
-    std::vector<Ordinal> mOrdinals; ///< by number of the identifier; noOrdinal for a deleted document
+    std::vector<Ordinal> mOrdinals; ///< by number of the identifier; kNoOrdinal for a deleted document
     std::set<RowId> mSetAside;
     std::vector<Space> mSpaces;
     std::vector<std::unique_ptr<FieldData>> mData;

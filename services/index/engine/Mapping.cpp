@@ -228,7 +228,7 @@ void Mapping::addProperty(const std::string& prefix, const std::string& name, co
         throw mapperError(fmt::format("The number of dimensions should be in the range [1, {}] but was [{}]",
                                       kMaximumDimensions, field.dimensions));
     if (const auto known = idOf(path)) {
-        // An object may be declared by a dotted name and by its own.
+        // An object may be declared twice: implicitly by a dotted name, and explicitly.
         if (mFields[*known].typeName != field.typeName || !isContainer(field))
             throw mapperError(fmt::format("mapper [{}] cannot be changed from type [{}] to [{}]", path,
                                           mFields[*known].typeName, field.typeName));

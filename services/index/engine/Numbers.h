@@ -7,31 +7,31 @@
 
 namespace kestrel::index {
 
-/// Numbers and booleans in a form whose integer order is their own order.
+/// Numbers and booleans mapped to integers that sort as they do.
 using SortableNumber = std::int64_t;
 using NumberContent = std::vector<SortableNumber>;
 
 SortableNumber sortable(double value);
 double fromSortable(SortableNumber value);
 
-/// What a JSON value is as a number of a field.
+/// A JSON value read as a number of a field.
 struct NumberReading {
     enum class Kind {
         Exact,
-        Cut, ///< an integer field keeps the whole part
+        Cut, ///< an integer field keeps the integer part
         OutOfRange,
         NotANumber,
     };
     Kind kind = Kind::Exact;
-    SortableNumber value = 0; ///< exact and cut
+    SortableNumber value = 0; ///< set for exact and cut
 
     bool usable() const { return kind == Kind::Exact || kind == Kind::Cut; }
 };
 
-/// Reads a number or a text that is one. Documents, queries and sorting all read numbers here.
+/// Reads a number, or a text that is one. Used for documents, queries and sorting alike.
 NumberReading readNumber(const Field& field, const Json& value);
 
-/// The numbers at the field's path of a document, whatever arrays and objects they lie in.
+/// All numbers at the field's path in a document, in nested arrays and objects too.
 NumberContent numbersAt(const Json& document, const Field& field);
 
 } // namespace kestrel::index

@@ -19,14 +19,14 @@ class OrdinalSet {
 public:
     void add(Ordinal ordinal);
     void remove(Ordinal ordinal);
-    /// How many of them were there.
+    /// Returns how many of them were in the set.
     std::size_t removeAll(const Bitmap& ordinals);
     std::size_t size() const;
     bool contains(Ordinal ordinal) const;
     Bitmap toBitmap() const;
     std::size_t countWithin(const Bitmap& other) const;
 
-    /// Of a set with one element at most it.
+    /// The element of a set that never had more than one.
     Ordinal single() const { return mSeveral ? kNone : mSingle; }
     bool hasSeveral() const { return mSeveral != nullptr; }
     static constexpr Ordinal kNone = UINT32_MAX;

@@ -26,7 +26,7 @@ struct PreparedField {
     std::variant<TextContent, KeywordContent, NumberContent, VectorContent> content;
 };
 
-/// A document taken apart into what the index keeps of it.
+/// What the index keeps of a document.
 struct PreparedDocument {
     struct Child {
         SpaceId space;

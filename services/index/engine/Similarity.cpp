@@ -11,7 +11,7 @@ namespace {
 constexpr float kK1 = 1.2F;
 constexpr float kB = 0.75F;
 
-/// A number with four significant bits: three stored ones below the leading one and a shift.
+/// A number with four significant bits: an implied leading one, three stored bits, and a shift.
 std::uint32_t toFloat4(std::uint32_t value) {
     const auto bits = static_cast<std::uint32_t>(std::bit_width(value));
     if (bits < 4) return value;
@@ -25,7 +25,7 @@ std::uint32_t fromFloat4(std::uint32_t code) {
     return shift == 0 ? mantissa : (mantissa | 0x08U) << (shift - 1);
 }
 
-/// Codes that are not needed for larger numbers hold small lengths exactly.
+/// Codes that large lengths do not need represent small lengths exactly.
 constexpr std::uint32_t kLargestCode = 231; // toFloat4(2^31 - 1)
 constexpr std::uint32_t kExactLengths = 255 - kLargestCode;
 

@@ -20,7 +20,7 @@ class Bm25 {
 public:
     explicit Bm25(const FieldStatistics& field);
 
-    /// The factor of a term that documentFrequency documents hold.
+    /// The factor of a term that occurs in documentFrequency documents.
     float weight(std::uint64_t documentFrequency, float boost) const;
     float score(float weight, float frequency, std::uint8_t encodedLength) const {
         return weight - weight / (1.0F + frequency * mInverseNorms[encodedLength]);
@@ -31,7 +31,7 @@ private:
     std::array<float, 256> mInverseNorms;
 };
 
-/// The length code of fields that keep no lengths (keywords).
+/// The length code of fields without lengths (keywords).
 constexpr std::uint8_t kLengthOfOne = 1;
 
 } // namespace kestrel::index

@@ -170,7 +170,7 @@ void SnapshotReader::finish() {
     std::uint32_t stored = 0;
     if (mLeft != 0 || std::fread(&stored, 1, sizeof(stored), mStream.get()) != sizeof(stored) ||
         stored != expected)
-        throw SnapshotError(fmt::format("{} is damaged: its checksum does not fit", mFile.string()));
+        throw SnapshotError(fmt::format("{} is damaged: its checksum is wrong", mFile.string()));
 }
 
 } // namespace kestrel::index

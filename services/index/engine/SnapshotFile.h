@@ -19,13 +19,13 @@
 
 namespace kestrel::index {
 
-/// A snapshot that cannot be used; what it holds is built anew.
+/// The snapshot cannot be used; its content has to be rebuilt.
 class SnapshotError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// A file of vectors or the like beside a snapshot.
+/// A file beside a snapshot, such as one of vectors.
 class CompanionFile {
 public:
     enum class Access { read, write };
@@ -36,7 +36,7 @@ public:
     CompanionFile& operator=(CompanionFile&&) = delete;
 
     void write(std::size_t place, const void* data, std::size_t size);
-    /// False when the file has less. From any thread.
+    /// False when the file is too short. From any thread.
     bool read(std::size_t place, void* data, std::size_t size) const;
     void sync();
     std::uint64_t size() const { return std::filesystem::file_size(mFile); }
@@ -46,8 +46,7 @@ private:
     int mDescriptor = -1;
 };
 
-/// Writes values of one machine's byte order, followed by their checksum. Nothing of it is there under the
-/// file's name before finish.
+/// Writes values in the byte order of the machine, followed by a checksum. The file gets its name in finish.
 class SnapshotWriter {
 public:
     explicit SnapshotWriter(std::filesystem::path file);
@@ -68,10 +67,9 @@ public:
     }
     void text(std::string_view text);
     void bitmap(const Roaring& bitmap);
-    /// A file that belongs to the snapshot, and may have belonged to earlier ones already.
+    /// A file that belongs to the snapshot, and possibly to earlier ones.
     CompanionFile& companion(const std::string& name);
-    /// Brings the files to the disk and gives the snapshot its name; companions of earlier snapshots only are
-    /// removed.
+    /// Synchronises the files, gives the snapshot its name, and removes companions that it does not use.
     void finish();
 
 private:
@@ -87,8 +85,8 @@ private:
     Checksum mChecksum;
 };
 
-/// Reads what a SnapshotWriter wrote. The checksum is compared by finish; until then sizes are believed only
-/// as far as the file has bytes.
+/// Reads what a SnapshotWriter wrote. finish compares the checksum; until then sizes are only trusted up to
+/// the size of the file.
 class SnapshotReader {
 public:
     explicit SnapshotReader(const std::filesystem::path& file);
@@ -109,7 +107,7 @@ public:
     std::string text();
     Roaring bitmap();
     CompanionFile companion(const std::string& name) const;
-    /// A count of things of at least so many bytes each.
+    /// Reads the number of elements of at least so many bytes each.
     std::size_t size(std::size_t bytesEach);
     void finish();
 

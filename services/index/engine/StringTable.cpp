@@ -19,7 +19,7 @@ std::uint32_t StringTable::find(std::string_view text) const {
 }
 
 std::uint32_t StringTable::findOrAdd(std::string_view text) {
-    // A load of at most three quarters keeps probe sequences short.
+    // A load factor of at most 3/4 keeps probe sequences short.
     if (mSlots.empty() || (static_cast<std::size_t>(size()) + 1) * 4 > mSlots.size() * 3) grow();
     std::uint32_t& slot = mSlots[slotOf(text)];
     if (slot == kAbsent) {

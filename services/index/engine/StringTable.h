@@ -11,8 +11,8 @@ namespace kestrel::index {
 class SnapshotReader;
 class SnapshotWriter;
 
-/// Numbers distinct strings in order of arrival. Strings lie back to back in one arena and the hash table
-/// holds four bytes a slot, which keeps millions of terms and identifiers small.
+/// Numbers distinct strings in order of arrival. All strings share one arena and the hash table needs four
+/// bytes a slot, which keeps millions of terms and identifiers small.
 class StringTable {
 public:
     static constexpr std::uint32_t kAbsent = UINT32_MAX;

@@ -16,13 +16,13 @@ namespace kestrel::index {
 
 namespace {
 
-/// Documents of one transaction: large enough to be quick, small enough that others get their turn.
+/// Documents of one transaction: enough to be fast, few enough not to hold up other writers.
 constexpr std::size_t kDocumentsAtOnce = 2000;
 /// A parsed document takes several times the memory of its text.
 constexpr std::size_t kPreparedPerByte = 4;
 constexpr std::size_t kItemBytes = 400; ///< of the answer
 
-/// One action of a bulk request. An action that fails does not disturb the others.
+/// One action of a bulk request. A failed action does not affect the others.
 struct Action {
     std::string kind;
     IndexPtr index;
@@ -68,7 +68,7 @@ public:
                 });
             } catch (const ApiError& e) {
                 refuse(start, end, e);
-            } catch (const std::exception& e) { // earlier documents were acknowledged
+            } catch (const std::exception& e) { // earlier documents are stored
                 refuse(start, end, {500, "exception", e.what()});
             }
         }

@@ -12,7 +12,7 @@ namespace kestrel::index {
 namespace {
 
 constexpr std::size_t kBatchSize = 1000;
-/// Until the transaction is over both states of every document are in memory.
+/// Both states of every document stay in memory until the end of the transaction.
 constexpr std::size_t kChangeBytes = 1000;
 constexpr std::size_t kPreparedPerByte = 8;
 
@@ -42,8 +42,9 @@ Json bodyWith(const Request& request, std::initializer_list<std::string_view> kn
     return body;
 }
 
-/// Finds the documents in the writer's thread, within the request's limits. The search ends when its client
-/// is gone, the writing that follows does not: the client would try again and never get through.
+/// Finds the documents in the writer's thread, within the limits of the request. The search ends when the
+/// client is gone, but the writes that follow do not, or else a client that repeats the request never
+/// succeeds.
 class DocumentFinder {
 public:
     explicit DocumentFinder(const Services& services) : mStore(services.store), mWork(Work::current()) {}
@@ -63,8 +64,8 @@ private:
     Work* mWork;
 };
 
-/// Both run alone in the writer: the query sees every earlier write, and all documents change in one
-/// transaction or none does.
+/// Both run alone in the writer: the query sees all earlier writes, and one transaction changes all documents
+/// or none.
 Answer updateByQuery(const Services& services, const Request& request, const std::string& expression) {
     const Stopwatch stopwatch;
     const std::vector<IndexPtr> indices = resolveIndices(

@@ -28,7 +28,7 @@ std::vector<IndexPtr> resolveIndices(const Services& services, const Principal& 
 ApiError damaged(const Index& index, const DamagedRow& row) {
     return {500,
             "i_o_exception",
-            fmt::format("index [{}]: {}; write it anew, delete it, or restore a backup", index.name(),
+            fmt::format("index [{}]: {}; write it again, delete it, or restore a backup", index.name(),
                         row.what()),
             {{"index", index.name()}}};
 }

@@ -41,19 +41,19 @@ struct Current {
     StoredDocument document;
 };
 
-/// The document as it is now; nothing when there is none.
+/// The current state of the document; nothing when it does not exist.
 std::optional<Current> readCurrent(const Services& services, const Index& index, const std::string& id) try {
     const auto attempt = [&]() -> std::pair<bool, std::optional<Current>> {
         const auto row = index.rowOf(id);
         if (!row) return {true, std::nullopt};
         auto document = services.store.read(*row);
-        // A row that is gone was replaced after it was looked up.
+        // A row that is gone has been replaced since it was looked up.
         if (!document) return {false, std::nullopt};
         return {true, Current{*row, std::move(*document)}};
     };
     for (int i = 0; i < kOptimisticAttempts; ++i)
         if (auto [settled, current] = attempt(); settled) return current;
-    // It changes faster than it can be read: let the writer wait for once.
+    // It changes faster than it can be read: pause the writer.
     const auto paused = services.writes.pause();
     if (auto [settled, current] = attempt(); settled) return current;
     throw ApiError(500, "i_o_exception", fmt::format("document [{}] is missing from the store", id));
@@ -102,7 +102,7 @@ void addDocumentHandlers(Router& router, Services services) {
     using Params = Router::PathParams;
     const std::vector<std::string> writing{"op_type", "refresh", "timeout", "wait_for_active_shards"};
     router.add({"POST"}, "{index}/_doc", writing, [=](const Request& request, const Params& params) {
-        // An identifier that is made here is new, whatever op_type says.
+        // A generated identifier is always new, whatever op_type says.
         request.user->require(RightCreateDocument, params.at("index"), "indices:data/write/index");
         return put(services, request, params.at("index"), makeDocumentId(), true);
     });

@@ -28,7 +28,7 @@ ApiError versionConflict(const IndexPtr& index, const std::string& id, std::int6
         {{"index_uuid", index->info().uuid}, {"shard", "0"}, {"index", index->name()}}};
 }
 
-/// Finds the members of an object; of a large one through a table.
+/// Finds the members of an object, through a table if it is large.
 class Members {
 public:
     explicit Members(Json& object) : mMembers(object.get_ref<Json::object_t&>()) {
@@ -66,7 +66,8 @@ bool merge(Json& target, const Json& fields) {
         } else if (known == nullptr) {
             members.add(key, value);
             changed = true;
-        } else if (*known != value || valueText(*known) != valueText(value)) { // 1 and 1.0 are equal
+        } else if (*known != value ||
+                   valueText(*known) != valueText(value)) { // 1 == 1.0, but they are different documents
             *known = value;
             changed = true;
         }
@@ -106,7 +107,7 @@ NewDocument NewDocument::parse(const Index& index, std::string id, std::string_v
 IndexPtr indexForWrite(const Services& services, const Principal& user, const std::string& name,
                        const std::string& id, std::string_view source) {
     if (IndexPtr index = services.catalogue.find(name)) return index;
-    user.require(rightCreateIndex, name, "indices:admin/auto_create");
+    user.require(RightCreateIndex, name, "indices:admin/auto_create");
     Mapping empty;
     DocumentParser(empty).parse(parseRequired(trimmed(source)), id);
     return services.catalogue.getOrCreate(name);

@@ -22,28 +22,28 @@ struct WriteResult {
     int status() const { return result == "created" ? 201 : result == "not_found" ? 404 : 200; }
 };
 
-/// A document of a request, checked and taken apart before the writer sees it.
+/// A document of a request, checked and parsed before the writer sees it.
 struct NewDocument {
     std::string id;
-    std::string_view source; ///< must live until it is written
-    Prepared content;        ///< null when the mapping lacks fields of it, which the writer then adds
+    std::string_view source; ///< must stay valid until it is written
+    Prepared content;        ///< null when the mapping lacks some of its fields, which the writer then adds
 
     static NewDocument parse(const Index& index, std::string id, std::string_view source);
 };
 
-/// The index of that name. Creates it, if the user may, for a document that a new index accepts.
+/// The index of that name; created if it does not exist, the user may, and a new index accepts the document.
 IndexPtr indexForWrite(const Services& services, const Principal& user, const std::string& name,
                        const std::string& id, std::string_view source);
 
 std::string makeDocumentId();
 void checkDocumentId(const std::string& id);
 
-/// The writes of one document; each is a step of a job of the write queue.
+// Writes of one document, inside a job of the write queue.
 WriteResult putDocument(WriteBatch& batch, const IndexPtr& index, const NewDocument& document,
                         bool createOnly);
 WriteResult deleteDocument(WriteBatch& batch, const IndexPtr& index, const std::string& id);
 
-/// An update: either fields that are merged into the document, or a script.
+/// An update: fields to be merged into the document, or a script.
 class Update {
 public:
     explicit Update(const Json& body);

@@ -29,12 +29,13 @@ void addSearchHandlers(Router& router, Services services);
 void addByQueryHandlers(Router& router, Services services);
 void addSecurityHandlers(Router& router, Services services);
 
-/// The indices that a request names: names, patterns and "_all", separated by commas. A name that is missing
-/// is a 404, one that the user may not use a 403; patterns name what is there and allowed.
+/// The indices that an expression of names, patterns and "_all", separated by commas, stands for. Throws an
+/// ApiError with 404 for a name that does not exist and with 403 for one that the user may not use; patterns
+/// match what exists and is allowed.
 std::vector<IndexPtr> resolveIndices(const Services& services, const Principal& user,
                                      const std::string& expression, Right right, const std::string& action);
 
-/// Counts time for "took".
+/// Measures the time for "took".
 class Stopwatch {
 public:
     std::int64_t milliseconds() const {
@@ -47,7 +48,7 @@ private:
     std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
 };
 
-/// The answer about a document that cannot be read.
+/// The error for a document that cannot be read.
 ApiError damaged(const Index& index, const DamagedRow& row);
 
 /// "_shards" of reads.

@@ -22,7 +22,7 @@ std::string countSetting(const std::string& key, const Json& value, int low) {
     return text;
 }
 
-/// The settings as they are shown. They are kept, and change nothing: an index is one piece.
+/// The settings, in the form in which they are shown. They are stored but have no effect.
 Json checkSettings(const Json& settings) {
     Json checked = Json::object();
     if (!settings.is_object()) throw parsingError("[settings] must be an object");
@@ -84,7 +84,7 @@ Answer remove(const Services& services, const Request& request, const std::strin
 }
 
 Answer refresh(const Services& services, const Request& request, const std::string& expression) {
-    // Every acknowledged write is visible already: there is only the question whether the indices are there.
+    // Every acknowledged write is visible already: this only checks that the indices exist.
     const std::size_t count =
         resolveIndices(services, *request.user, expression, RightMaintain, "indices:admin/refresh").size();
     return Answer::json({{"_shards", {{"total", count}, {"successful", count}, {"failed", 0}}}});

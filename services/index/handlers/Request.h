@@ -15,11 +15,11 @@ namespace kestrel::index {
 struct Request {
     std::string method;
     std::string uri;                           ///< as it was sent
-    std::vector<std::string> path;             ///< decoded; empty parts ("//") left out
+    std::vector<std::string> path;             ///< decoded, without empty parts ("//")
     std::map<std::string, std::string> params; ///< of the query
     std::string contentType;
     std::string authorization;
-    bool hasBody = false; ///< there is one, received or still to come
+    bool hasBody = false; ///< received already or not
     std::string body;
     std::shared_ptr<const Principal> user;
 
@@ -36,13 +36,13 @@ struct Answer {
     std::string body;
     std::vector<std::pair<std::string, std::string>> headers;
 
-    /// Bytes that are no UTF-8, which an error may quote, are replaced.
+    /// Invalid UTF-8, which an error may quote, is replaced.
     static Answer json(const Json& content, int status = 200) {
         return {status, content.dump(-1, ' ', false, Json::error_handler_t::replace), {}};
     }
 };
 
-/// The answer that tells of the error.
+/// The error as an answer.
 Answer errorAnswer(const ApiError& error);
 
 /// Splits a request target into path and query. Throws an ApiError when it is malformed.

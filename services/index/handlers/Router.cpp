@@ -19,7 +19,7 @@ std::vector<std::string> split(const std::string& pattern) {
     return parts.path;
 }
 
-/// Their effect on an answer is none, or one that any JSON reader bears.
+/// They only affect the layout of answers, and are ignored.
 constexpr std::array<std::string_view, 4> kEverywhere{"pretty", "human", "error_trace", "format"};
 
 } // namespace

@@ -9,18 +9,18 @@
 
 namespace kestrel::index {
 
-/// Finds the handler of a request. Patterns are paths such as "{index}/_doc/{id}"; a part in braces takes any
-/// text that does not begin with "_" (an identifier takes any).
+/// Finds the handler of a request. Patterns are paths such as "{index}/_doc/{id}"; a part in braces matches
+/// any text; {index} only "_all" and what does not begin with "_".
 class Router {
 public:
     using PathParams = std::map<std::string, std::string>;
     using Handler = std::function<Answer(const Request&, const PathParams&)>;
 
-    /// allowed: parameters of the query that the handler knows, besides those that every request may have.
+    /// allowed: the query parameters that the handler accepts, besides those accepted everywhere.
     void add(std::vector<std::string> methods, const std::string& pattern, std::vector<std::string> allowed,
              Handler handler);
 
-    /// Refuses unknown paths with 400, known ones with another method with 405, unknown parameters with 400.
+    /// Answers unknown paths and parameters with 400, and known paths with another method with 405.
     Answer dispatch(const Request& request) const;
 
 private:

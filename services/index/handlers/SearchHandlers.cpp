@@ -56,7 +56,7 @@ void checkWindow(const SearchRequest& request, const std::vector<IndexPtr>& indi
             .asSearchFailure(index);
 }
 
-/// The hits of one answer: positions in what was found in the single indices.
+/// A hit of the answer: its position in what was found in one of the indices.
 struct HitRef {
     std::size_t found;
     std::size_t position;
@@ -88,7 +88,7 @@ public:
     std::string render(const Stopwatch& stopwatch) {
         for (int attempt = 0; attempt < kOptimisticAttempts; ++attempt)
             if (tryOnce()) return body(stopwatch);
-        // Documents change faster than they can be read: let the writer wait for once.
+        // Documents change faster than they can be read: pause the writer.
         const auto paused = mServices.writes.pause();
         if (!tryOnce())
             throw ApiError(500, "i_o_exception", "documents of the result are missing from the store");
@@ -96,7 +96,7 @@ public:
     }
 
 private:
-    /// False when a document changed between the search and the reading of it.
+    /// False when a document was changed after the search, before it was read.
     bool tryOnce() {
         mFound.clear();
         for (const IndexPtr& index : mIndices)
@@ -114,7 +114,7 @@ private:
         return true;
     }
 
-    /// A damaged document is reported once, and set aside so that the next search goes on without it.
+    /// A damaged document is reported once and set aside, so that later searches ignore it.
     std::optional<std::vector<StoredDocument>> readRows(const std::vector<RowId>& rows,
                                                         const std::vector<HitRef>& refs) const try {
         return mServices.store.read(rows);
@@ -184,7 +184,7 @@ Answer searchIndices(const Services& services, const Request& request, const std
     return {200, SearchRun(services, indices, search).render(stopwatch), {}};
 }
 
-/// The members of a scroll body, or of the query when there is no body.
+/// Scroll identifier and keep-alive, from the body or the query.
 std::pair<std::string, std::string> scrollMembers(const Request& request) {
     std::string id = request.param("scroll_id");
     std::string keepAlive = request.param("scroll");

@@ -25,9 +25,9 @@ namespace asio = boost::asio;
 using asio::ip::tcp;
 
 constexpr int kBacklog = 512;
-/// Connections beyond the limit that are told so; more are closed without a word.
+/// Connections beyond the limit that receive an error; any more are closed silently.
 constexpr std::size_t kToldOfRefusal = 16;
-/// Out of descriptors, say: nothing gets better at once.
+/// After an error such as running out of descriptors.
 constexpr std::chrono::milliseconds kAcceptPause{50};
 
 asio::ssl::context makeTls(const Server::Options& options) {
@@ -49,7 +49,7 @@ asio::ssl::context makeTls(const Server::Options& options) {
     return tls;
 }
 
-/// Browsers can send other content types to any address without asking; refusing them keeps web pages out.
+/// Browsers send other content types across origins without a preflight request; this keeps web pages out.
 void checkContentType(const Request& request) {
     const std::string& type = request.contentType;
     if (type.starts_with("application/json") || type.starts_with("application/x-ndjson") ||
@@ -59,7 +59,7 @@ void checkContentType(const Request& request) {
                    fmt::format("Content-Type header [{}] is not supported", type));
 }
 
-/// Threads that end by themselves, and are joined some time later.
+/// Threads that end by themselves and are joined later.
 class Threads {
 public:
     ~Threads() {
@@ -107,11 +107,11 @@ public:
 
     ~Listener() {
         stop(mStopAccepting);
-        ::shutdown(mAcceptor.native_handle(), SHUT_RDWR); // wakes the thread that waits in accept
+        ::shutdown(mAcceptor.native_handle(), SHUT_RDWR); // wakes the thread blocked in accept
         mAcceptThread.join();
         mConnections.shutdownAll();
         mThreads.reset();
-        stop(mStopWatching); // until then a client that does not take its answer is still cut off
+        stop(mStopWatching); // until then clients that do not read their answers are cut off
         mWatchThread.join();
     }
 

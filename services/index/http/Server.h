@@ -12,13 +12,13 @@
 
 namespace kestrel::index {
 
-/// The address cannot be listened on.
+/// The service cannot listen on the address.
 class AddressError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// HTTPS in front of the router: one thread for each connection.
+/// HTTPS server with one thread per connection.
 class Server {
 public:
     struct Options {
@@ -29,7 +29,7 @@ public:
         Limits limits;
     };
 
-    /// Serves until it is destroyed; requests that are being answered then are answered.
+    /// Serves until it is destroyed; requests in progress are completed.
     Server(const Options& options, const Router& router, Authenticator& authenticator);
     ~Server();
     Server(const Server&) = delete;

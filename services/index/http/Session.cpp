@@ -45,7 +45,7 @@ ApiError malformed(const beast::error_code& error, std::size_t bodyLimit) {
     return {400, "bad_request_exception", fmt::format("this is not an HTTP request: {}", error.message())};
 }
 
-/// The client's doing, as opposed to a connection that has ended.
+/// The request is malformed, as opposed to a connection that has ended.
 bool isMalformed(const beast::error_code& error) {
     return error.category() == http::make_error_code(http::error::end_of_stream).category() &&
            error != http::error::end_of_stream && error != http::error::partial_message;

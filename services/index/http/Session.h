@@ -17,9 +17,9 @@
 
 namespace kestrel::index {
 
-/// Makes answers to requests. Neither throws anything but ApiError.
+/// Answers requests.
 struct RequestHandler {
-    /// Looks at the headers alone, before the body is received: who it is, and whether the body may come.
+    /// Authenticates and checks the headers, before the body is received. Throws only ApiError.
     std::function<void(Request&)> admit;
     std::function<Answer(const Request&)> answer;
 };
@@ -33,8 +33,8 @@ struct SessionContext {
     boost::asio::ssl::context& tls;
 };
 
-/// One client: reads its requests one after the other and sends the answers. Blocks; the registry of
-/// connections shuts the socket down when its time is up.
+/// One client: reads its requests one after the other and sends the answers. Blocks; Connections shuts the
+/// socket down when its time is up.
 class Session {
 public:
     Session(boost::asio::ip::tcp::socket socket, const SessionContext& context);
@@ -47,15 +47,15 @@ public:
 private:
     using Parser = boost::beast::http::request_parser<boost::beast::http::string_body>;
 
-    /// One request; whether another one may follow.
+    /// Handles one request; whether another one may follow.
     bool serve();
     bool readHeader(Parser& parser);
     bool readBody(Parser& parser, MemoryBudget::Lease& memory);
     Answer answer(const Request& request, MemoryBudget::Lease& memory);
     bool send(Answer answer, bool withBody, bool keepAlive);
-    /// Answers instead of reading on.
+    /// Sends an error without reading the rest of the request.
     void refuse(const ApiError& error, bool withBody = true);
-    /// Takes in what the client still sends, so that it gets to read the answer instead of an error.
+    /// Discards what the client still sends, so that it reads the answer instead of a connection error.
     void drain();
     bool abandoned();
     void set(Connections::State state, std::chrono::seconds time);
@@ -64,7 +64,7 @@ private:
     boost::beast::ssl_stream<boost::asio::ip::tcp::socket> mStream;
     Connections::Handle mHandle;
     boost::beast::flat_buffer mBuffer;
-    bool mKnown = false; ///< has made a request in the name of a user
+    bool mKnown = false; ///< has been authenticated
 };
 
 } // namespace kestrel::index

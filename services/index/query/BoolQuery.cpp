@@ -8,7 +8,7 @@ namespace kestrel::index {
 
 namespace {
 
-/// Reads the scores of ascending documents.
+/// Looks up scores of ascending documents.
 class ScoreReader {
 public:
     explicit ScoreReader(const Scored& scored) : mScored(scored), mNext(scored.scores.begin()) {}
@@ -115,7 +115,7 @@ Scored BoolQuery::score(const Bitmap& within) const {
     result.scores.reserve(varying.cardinality());
     Patience patience;
     for (const Ordinal ordinal : varying) {
-        // Each group is summed in double precision, the two groups in single precision.
+        // As in Lucene: each group is summed in double precision, the two sums in single precision.
         double mustSum = 0;
         for (ScoreReader& reader : required) {
             patience.check();

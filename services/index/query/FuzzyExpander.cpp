@@ -14,8 +14,8 @@ namespace kestrel::index {
 
 namespace {
 
-/// Edit distances of one term to many, row by row. Rows of a prefix are kept, so that neighbours in the
-/// sorted dictionary share the work on what they have in common.
+/// Edit distances of one term to many. The rows of a common prefix are reused for the next term of the sorted
+/// dictionary.
 class DistanceRows {
 public:
     DistanceRows(std::u32string target, unsigned limit) : mTarget(std::move(target)), mLimit(limit) {
@@ -23,15 +23,15 @@ public:
         mMinima.push_back(0);
     }
 
-    /// Distance of the candidate, or nothing when it is above the limit. shared: code points that the
-    /// candidate has in common with the one before. After nothing, deadEnd() tells how long a prefix is
-    /// hopeless.
+    /// Distance of the candidate, or nothing when it exceeds the limit. shared: length of the prefix shared
+    /// with the previous candidate. When nothing is returned, deadEnd() is the length of a prefix that no
+    /// term within the limit has.
     std::optional<unsigned> distance(const std::u32string& candidate, std::size_t shared) {
         const std::size_t valid = std::min(shared, mComputed);
         for (std::size_t depth = valid + 1; depth <= candidate.size(); ++depth) {
             fill(candidate, depth);
             mComputed = depth;
-            // A transposition looks back two rows, hence both have to be hopeless.
+            // A transposition refers to the row before the last, so both have to exceed the limit.
             if (mMinima[depth] > mLimit && mMinima[depth - 1] > mLimit) {
                 mDeadEnd = depth;
                 return std::nullopt;
@@ -89,7 +89,7 @@ std::size_t sharedPrefix(const std::u32string& a, const std::u32string& b) {
     return static_cast<std::size_t>(end - a.begin());
 }
 
-/// Bytes of the first so many code points.
+/// Length in bytes of the first code points.
 std::size_t prefixBytes(std::string_view utf8, std::size_t points) {
     std::size_t i = 0;
     for (; i < utf8.size(); ++i)
@@ -109,7 +109,7 @@ public:
                 ++next;
                 continue;
             }
-            // Everything that begins with the same hopeless prefix lies together: leap over it.
+            // Skip all terms with the prefix that cannot match.
             const std::string_view text = mData.terms().at(*next);
             const std::string_view prefix = text.substr(0, prefixBytes(text, mRows.deadEnd()));
             next = std::partition_point(next, sorted.end(), [&](std::uint32_t term) {
@@ -122,7 +122,7 @@ public:
     }
 
 private:
-    /// False when the term ran into a dead end.
+    /// False when the term begins with a prefix that cannot match.
     bool visit(std::uint32_t term) {
         mPatience.check();
         std::u32string candidate = codePoints(mData.terms().at(term));

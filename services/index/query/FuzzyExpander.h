@@ -14,12 +14,12 @@ struct Expansion {
     float boost; ///< 1 for the term itself, less for others
 };
 
-/// The terms of the field within so many edits (insertion, deletion, substitution, transposition of
-/// neighbours) of the term: at most limit, the most similar first and equally similar ones in byte order.
+/// The terms of the field within the edit distance (insertion, deletion, substitution, transposition of
+/// neighbours) of the term: at most limit, most similar first, equally similar ones in byte order.
 std::vector<Expansion> expandFuzzy(const TextData& data, std::string_view term, unsigned edits,
                                    std::size_t limit);
 
-/// "AUTO", "AUTO:low,high", 0, 1 or 2: how many edits a term of so many code points may have.
+/// "AUTO", "AUTO:low,high", 0, 1 or 2: how many edits a term of a given length may have.
 class Fuzziness {
 public:
     static Fuzziness parse(const std::string& text);

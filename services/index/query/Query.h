@@ -9,21 +9,21 @@
 
 namespace kestrel::index {
 
-/// Documents with their scores: those that scores does not name have the base score.
+/// Documents with their scores; those not listed in scores have the base score.
 struct Scored {
     Bitmap documents;
     float base = 0;
-    std::vector<std::pair<Ordinal, float>> scores; ///< ascending ordinals, all of them among the documents
+    std::vector<std::pair<Ordinal, float>> scores; ///< by ascending ordinal; a subset of the documents
 };
 
-/// Compiled for one view of one index; lives no longer than that view.
+/// Compiled for one view of one index, and valid as long as the view.
 class Query {
 public:
     virtual ~Query() = default;
-    /// The documents that match, looked for among within only.
+    /// The matching documents, out of those in within.
     virtual Bitmap matches(const Bitmap& within) const = 0;
     virtual Scored score(const Bitmap& within) const = 0;
-    /// About how many documents it looks at; cheap clauses go first.
+    /// Roughly how many documents it looks at; cheap clauses are evaluated first.
     virtual std::uint64_t cost() const = 0;
 };
 

@@ -27,9 +27,9 @@ constexpr std::size_t kMaximumExpansions = 50;
 constexpr std::size_t kMaximumClauses = 65'536;
 constexpr std::size_t kMaximumTerms = 65'536;
 constexpr std::size_t kMaximumWords = 1024;
-/// Documents that one query may read because only they hold the values.
+/// Documents that one query may read for values that are not in memory.
 constexpr std::size_t kMaximumRead = 50'000;
-/// Keeps every score far from the limits of its type.
+/// Keeps scores far below the largest float.
 constexpr double kMaximumBoost = 1e15;
 constexpr std::string_view kCosineScript =
     R"(cosineSimilarity(params.semanticVector,"semanticImageVector")+1.0)";
@@ -50,7 +50,7 @@ void requireKeys(const std::string& query, const Json& body, std::initializer_li
             throw parsingError(fmt::format("[{}] query does not support [{}]", query, key));
 }
 
-/// The boost of a clause inside one that is boosted itself.
+/// The boost of a clause, multiplied by that of the clause around it.
 float boosted(float outer, const Json& body) {
     const Json own = body.value("boost", Json(1.0));
     const double boost = own.is_number() ? static_cast<double>(outer) * own.get<double>() : -1;
@@ -89,7 +89,7 @@ std::size_t minimumMatch(const Json& value, std::size_t clauses) {
     if (error != std::errc() || end != text.data() + text.size())
         throw illegalArgument(fmt::format("[minimum_should_match] cannot be read: [{}]", value.dump()));
     const auto total = static_cast<std::int64_t>(clauses);
-    // Beyond this, more digits say nothing, and they could overflow.
+    // Larger numbers have the same effect and could overflow.
     number = std::clamp<std::int64_t>(number, -kManyClauses, kManyClauses);
     if (percent) number = total * number / 100;
     if (number < 0) number += total;
@@ -111,7 +111,7 @@ std::vector<float> queryVector(const Json& params) {
     return vector;
 }
 
-/// The number as the field keeps it; nothing when no number of its type equals it.
+/// The number as the field stores it; nothing when no value of the field's type can equal it.
 std::optional<SortableNumber> wantedNumber(const Field& field, const Json& value) {
     const NumberReading wanted = readNumber(field, value);
     if (wanted.kind == NumberReading::Kind::NotANumber) {
@@ -197,7 +197,7 @@ QueryPtr QueryCompiler::boolean(const Json& body, SpaceId space, float boost, in
         parts.minimumShouldMatch = minimumMatch(body.at("minimum_should_match"), parts.should.size());
     else if (!required && !parts.should.empty())
         parts.minimumShouldMatch = 1;
-    // Optional clauses alone still have to match once.
+    // Without required clauses at least one optional clause has to match.
     if (!required && !parts.should.empty() && parts.minimumShouldMatch == 0) parts.minimumShouldMatch = 1;
     return std::make_unique<BoolQuery>(std::move(parts));
 }
@@ -251,7 +251,7 @@ QueryPtr QueryCompiler::fieldTerm(const std::string& path, const Json& value, Sp
     }
     const auto id = mView.mapping().idOf(path);
     if (!id || mView.mapping().at(*id).space != space) return matchNone();
-    // What a value is held to is the mapping's matter, whether a document holds the field now or not.
+    // The value is checked against the mapping even if no document has the field.
     switch (mView.mapping().at(*id).type) {
     case FieldType::Text:
         return textTerm(*id, asText(value), space, boost);
@@ -339,7 +339,8 @@ QueryPtr QueryCompiler::match(const Json& body, SpaceId space, float boost) cons
     for (const std::string& word : text) {
         const unsigned edits = fuzziness ? fuzziness->editsFor(codePoints(word).size()) : 0;
         const std::vector<Expansion> expansions = expandFuzzy(data, word, edits, kMaximumExpansions);
-        // All spellings count as frequent as the most frequent one, so that rare misspellings do not win.
+        // All spellings get the frequency of the most frequent one, so that rare misspellings do not rank
+        // first.
         std::uint32_t frequency = 0;
         for (const Expansion& expansion : expansions)
             frequency = std::max(frequency, data.documentFrequency(expansion.term));

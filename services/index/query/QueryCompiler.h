@@ -7,8 +7,8 @@
 
 namespace kestrel::index {
 
-/// Turns the "query" object of a request into a query over one view. What is not supported is refused with
-/// the error that Elasticsearch has for it.
+/// Compiles the "query" object of a request for one view. Throws the ApiError that corresponds to
+/// Elasticsearch's error for what is invalid or not supported.
 class QueryCompiler {
 public:
     QueryCompiler(const IndexView& view, DocumentStore& store) : mView(view), mStore(store) {}
@@ -36,8 +36,8 @@ private:
     mutable std::size_t mClauses = 0;
 };
 
-/// Reads several numbers of one field from the documents themselves. After too many it throws an ApiError:
-/// each costs the reading of a whole document while writers wait.
+/// Reads multiple numbers of a field from the documents. Throws an ApiError after too many documents, since
+/// each is read and parsed while writers wait.
 NumberReader numberReader(const IndexView& view, DocumentStore& store);
 
 } // namespace kestrel::index

@@ -80,7 +80,7 @@ Scrolls::Page Scrolls::open(const IndexPtr& index, SearchRequest request, std::c
         mContexts[id] = context;
     }
     try {
-        // A transaction that began before the scroll was known may take documents away unseen.
+        // A transaction in progress may not have kept the documents that it removes.
         writes.pause().unlock();
         context->found = search(index, mStore, context->request, SIZE_MAX);
         for (SortColumn& column : context->found.columns)
@@ -174,7 +174,7 @@ StoredDocument Scrolls::readOne(const Context& context, RowId row, WriteQueue& w
     if (auto document = mStore.read(row)) return std::move(*document);
     if (auto kept = readKept(*context.index, row)) return std::move(*kept);
     {
-        // Its transaction may have failed, and be rolled back by now.
+        // The transaction that removed it may have been rolled back.
         const auto paused = writes.pause();
         if (auto document = mStore.read(row)) return std::move(*document);
     }

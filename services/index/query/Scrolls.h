@@ -13,9 +13,9 @@
 
 namespace kestrel::index {
 
-/// The open scrolls: lists of hits as they were when the scroll began. Documents that are changed or deleted
-/// while a scroll may still show them are kept here. What scrolls hold is bounded: one that would need more
-/// is refused, and when kept documents need more the oldest scrolls end.
+/// The open scrolls: lists of hits at the time when the scroll was opened. Documents that are changed or
+/// deleted while a scroll may still show them are kept here. Memory is bounded: a scroll that would need more
+/// is refused, and when the kept documents need more the oldest scrolls end.
 class Scrolls final : public RetiredDocuments {
 public:
     struct Limits {
@@ -40,14 +40,14 @@ public:
         SearchRequest request;
     };
 
-    /// Opens a scroll over what the query finds and gives its first page. Waits for the transaction that is
-    /// under way, and holds up no later one: from then on documents that leave the store are kept.
+    /// Opens a scroll and returns its first page. Waits for the transaction in progress but does not hold up
+    /// later ones, which keep the documents that they remove.
     Page open(const IndexPtr& index, SearchRequest request, std::chrono::seconds keepAlive,
               const std::string& owner, WriteQueue& writes);
-    /// Refuses with 404 when there is no such scroll, or it is another user's.
+    /// Throws an ApiError with status 404 when there is no such scroll, or it belongs to another user.
     Page next(const std::string& id, std::chrono::seconds keepAlive, const std::string& owner,
               WriteQueue& writes);
-    /// How many of the scrolls were there to be closed.
+    /// Returns how many scrolls were closed.
     std::size_t close(const std::vector<std::string>& ids, const std::string& owner);
     std::size_t closeAll(const std::string& owner);
     void closeIndex(const Index& index);
@@ -62,7 +62,7 @@ private:
         Found found;
         SearchRequest request;
         std::size_t next = 0;
-        std::size_t bytes = 0; ///< of what was found
+        std::size_t bytes = 0; ///< of found
         std::string owner;
         Clock::time_point opened;
         Clock::time_point expires;

@@ -28,7 +28,7 @@ std::size_t sizeMember(const std::string& key, const Json& value) {
     return value.get<std::size_t>();
 }
 
-/// The best limit of the scored documents, best first; equal scores in document order.
+/// The limit best documents, best first; equal scores in document order.
 std::vector<std::pair<Ordinal, float>> best(const Scored& scored, std::size_t limit) {
     const auto before = [](const auto& a, const auto& b) {
         return a.second != b.second ? a.second > b.second : a.first < b.first;
@@ -41,7 +41,7 @@ std::vector<std::pair<Ordinal, float>> best(const Scored& scored, std::size_t li
     } else {
         ranked = scored.scores;
     }
-    // Among the documents with the base score only the first ones can be of use.
+    // Of the documents with the base score only the first ones are needed.
     auto own = scored.scores.begin();
     std::size_t added = 0;
     for (auto it = scored.documents.begin(); it != scored.documents.end() && added < limit; ++it) {
@@ -60,7 +60,7 @@ bool usesScore(const std::vector<SortSpec>& sort) {
     return std::any_of(sort.begin(), sort.end(), [](const SortSpec& spec) { return spec.field == "_score"; });
 }
 
-/// The shortest text that reads back as the same number, with a point.
+/// The shortest text that reads back as the same number, with a decimal point.
 std::string scoreText(float score) {
     std::string text = fmt::format("{}", score);
     if (text.find_first_of(".e") == std::string::npos) text += ".0";
@@ -91,7 +91,7 @@ void rankByScore(const IndexView& view, const Query& query, std::size_t limit, B
     documents = std::move(scored.documents);
 }
 
-/// False when the index does not know a field of the sort: then it has nothing to show.
+/// False when the index lacks a sort field: then nothing is found.
 bool rankByFields(const IndexView& view, DocumentStore& store, const SearchRequest& request,
                   const Query& query, const Bitmap& documents, std::size_t limit, Found& found) {
     const std::vector<Ordinal> ordinals(documents.begin(), documents.end());
@@ -212,7 +212,7 @@ Found search(const IndexPtr& index, DocumentStore& store, const SearchRequest& r
     }
     return found;
 } catch (const ApiError& e) {
-    // What cannot be parsed fails before any index is asked.
+    // Parsing errors are reported without the index.
     if (e.type() == "parsing_exception") throw;
     throw e.asSearchFailure(index->name());
 } catch (const DamagedRow& e) {

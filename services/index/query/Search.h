@@ -11,7 +11,7 @@
 
 namespace kestrel::index {
 
-/// The body of a search, checked.
+/// The checked body of a search.
 struct SearchRequest {
     Json query;
     Json aggregations;
@@ -19,7 +19,7 @@ struct SearchRequest {
     std::size_t from = 0;
     std::size_t size = 10;
     bool withSource = true;
-    /// Up to how many hits the total is exact; SIZE_MAX for always, nothing for no total.
+    /// The total is exact up to this number; SIZE_MAX: always; nothing: no total is shown.
     std::optional<std::size_t> trackTotal = 10'000;
     /// When the search ends with what it has found by then.
     std::optional<Work::Clock::time_point> until;
@@ -29,13 +29,13 @@ struct SearchRequest {
     static SearchRequest parse(const Json& body);
 };
 
-/// What a search found in one index, in the order of the answer. Sources are not read yet.
+/// The hits in one index, in the order of the answer, without their sources.
 struct Found {
     IndexPtr index;
     std::uint64_t total = 0;
     std::vector<RowId> rows;
     std::vector<float> scores;      ///< empty when the hits are sorted by fields
-    std::vector<std::int64_t> keys; ///< sort keys, one group of columns.size() for each row
+    std::vector<std::int64_t> keys; ///< sort keys, columns.size() for each row
     std::vector<SortColumn> columns;
     std::optional<float> maximumScore;
     Json aggregations;
@@ -47,14 +47,14 @@ std::chrono::duration<double> parseTime(const std::string& text, const std::stri
 
 constexpr std::size_t kMaximumWindow = 10'000;
 
-/// Finds the first limit hits. Errors carry the shape of a failed search.
+/// Finds the first limit hits. Errors have the form of a failed search.
 Found search(const IndexPtr& index, DocumentStore& store, const SearchRequest& request, std::size_t limit);
 
-/// Every matching document's row, in document order.
+/// The rows of all matching documents, in document order.
 std::vector<RowId> matchingRows(const IndexPtr& index, DocumentStore& store, const Json& query);
 std::uint64_t count(const IndexPtr& index, DocumentStore& store, const Json& query);
 
-/// One hit as the answer shows it.
+/// A hit as JSON.
 std::string renderHit(const Found& found, std::size_t position, const StoredDocument& document,
                       bool withSource);
 /// {"total", "max_score", "hits"}

@@ -6,7 +6,7 @@
 
 namespace kestrel::index {
 
-/// Every document with the same score. With no documents it is the query that matches nothing.
+/// A fixed set of documents with the same score.
 class ConstantQuery final : public Query {
 public:
     ConstantQuery(Bitmap documents, float score);
@@ -28,7 +28,7 @@ public:
           mScore(score) {}
     Bitmap matches(const Bitmap& within) const override;
     Scored score(const Bitmap& within) const override { return {matches(within), mScore, {}}; }
-    /// Documents that have to be read cost more than all else: they come after every other condition.
+    /// Reading documents is the most expensive condition and comes last.
     std::uint64_t cost() const override {
         return mData.present().cardinality() + kReadingCost * mData.several().cardinality();
     }
@@ -43,7 +43,7 @@ private:
     float mScore;
 };
 
-/// The objects of a nested field, and through them their documents; a document scores the average of its
+/// The documents of the matching objects of a nested field; a document's score is the average of its matching
 /// objects.
 class NestedQuery final : public Query {
 public:

@@ -12,14 +12,14 @@ namespace kestrel::index {
 struct SortSpec {
     std::string field; ///< a field, "_score" or "_doc"
     bool descending = false;
-    bool smallest = true; ///< of several values, which one counts
+    bool smallest = true; ///< of several values the smallest counts, not the largest
     bool unmappedIsFine = false;
 };
 
 /// "sort" of a request: an array of fields, or one.
 std::vector<SortSpec> parseSort(const Json& sort);
 
-/// What the documents of one result sort by, in one field.
+/// The sort keys of a result's documents in one field.
 class SortColumn {
 public:
     /// Nothing when the index has no such field.
@@ -29,10 +29,10 @@ public:
 
     /// Smaller keys come first.
     std::int64_t key(std::size_t position) const { return mKeys[position]; }
-    /// What the answer's "sort" says for a document with the key.
+    /// The key as shown in "sort" of the answer.
     Json shown(std::int64_t key) const;
 
-    /// Drops the keys, which are of no use once the hits are in order.
+    /// Drops the keys, which are not needed once the hits are sorted.
     void keepShownOnly() { mKeys = {}; }
     std::size_t bytes() const;
 
@@ -42,7 +42,7 @@ private:
     void fillNumbers(const IndexView& view, DocumentStore& store, FieldId field, const SortSpec& spec,
                      const std::vector<Ordinal>& documents);
     void fillKeywords(const KeywordData& data, const SortSpec& spec, const std::vector<Ordinal>& documents);
-    /// Brings a value into the order asked for; a missing value sorts last either way.
+    /// The key of a value in the requested order; missing values sort last in both.
     std::int64_t directed(std::int64_t value) const { return mDescending ? ~value : value; }
 
     Kind mKind = Kind::Integer;

@@ -9,7 +9,7 @@ namespace kestrel::index {
 
 namespace {
 
-/// Membership in a bitmap, laid out flat when it will be asked for often.
+/// Membership in a bitmap, unpacked when there will be many lookups.
 class Membership {
 public:
     Membership(const Bitmap& set, Ordinal end, std::uint64_t questions) : mSet(set) {
@@ -52,7 +52,7 @@ Bitmap TextQuery::matches(const Bitmap& within) const {
 Scored TextQuery::score(const Bitmap& within) const {
     const Bitmap candidates = within & mView.live(mSpace);
     const Membership member(candidates, mView.end(mSpace), cost());
-    // Fresh pages come zeroed from the system, so a large array costs only what is touched.
+    // calloc maps zeroed pages, so only the touched parts of a large array cost memory.
     const std::unique_ptr<double, decltype(&std::free)> sums(
         static_cast<double*>(std::calloc(mView.end(mSpace) + std::size_t{1}, sizeof(double))), &std::free);
     if (!sums) throw std::bad_alloc();
@@ -69,7 +69,7 @@ Scored TextQuery::score(const Bitmap& within) const {
         });
     }
     std::sort(touched.begin(), touched.end());
-    // Terms that score nothing (a boost of 0) touch a document once each.
+    // With a boost of 0 every term adds the document again.
     touched.erase(std::unique(touched.begin(), touched.end()), touched.end());
     Scored result;
     result.documents.addMany(touched.size(), touched.data());

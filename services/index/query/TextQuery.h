@@ -4,7 +4,7 @@
 
 namespace kestrel::index {
 
-/// Any of some terms of a text field; a document scores the sum over the terms that it holds.
+/// Any of several terms of a text field; a document's score is the sum over the terms that it contains.
 class TextQuery final : public Query {
 public:
     struct Term {

@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kPlaceholderProject = "KST_Import_ProjectGuid";
 
-/// What goes wrong inside a script; the script adds its own text to the answer.
+/// An error inside a script; the answer also shows the script.
 struct ScriptFailure {
     std::string type;
     std::string reason;

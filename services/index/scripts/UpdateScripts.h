@@ -4,9 +4,9 @@
 
 namespace kestrel::index {
 
-/// Runs a script of an update on a document. The service has no script engine: it knows the scripts of its
-/// clients by their exact text and runs them natively. Refuses others, and fails as the script itself would
-/// on a document that it does not suit; the document may then be half changed and must not be used.
+/// A script of an update. The service has no script engine: it knows its clients' scripts by their exact text
+/// and implements them natively. Throws an ApiError for other scripts, and for a document on which the script
+/// would fail; that document may be half changed and must be discarded.
 class UpdateScript {
 public:
     /// script: the "script" object of a request.

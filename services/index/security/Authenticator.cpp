@@ -32,7 +32,7 @@ struct Credentials {
     std::string password;
 };
 
-/// Empty user when the header is not one of basic authentication.
+/// The user is empty when the header is not valid basic authentication.
 Credentials decode(const std::string& header) {
     constexpr std::size_t kSchemeLength = 6;
     if (header.size() <= kSchemeLength || Poco::icompare(header.substr(0, kSchemeLength), "basic ") != 0)
@@ -63,7 +63,7 @@ ApiError unauthorized(const std::string& reason) {
 Authenticator::Authenticator(const Users& users)
     : mUsers(users), mTurns(std::max(2U, std::thread::hardware_concurrency())) {
     if (RAND_bytes(mKey.data(), static_cast<int>(mKey.size())) != 1)
-        throw std::runtime_error("the system gives no random numbers");
+        throw std::runtime_error("the system provides no random numbers");
 }
 
 std::shared_ptr<const Principal>
@@ -78,7 +78,7 @@ Authenticator::authenticate(const std::string& header, const std::string& method
     std::shared_ptr<const Principal> principal;
     {
         const Turns::Turn turn(mTurns);
-        if (auto known = cached(digest)) return known; // another request with the same header was first
+        if (auto known = cached(digest)) return known; // by another request with the same header
         if (!credentials.user.empty() && mUsers.verify(credentials.user, credentials.password))
             principal = mUsers.principal(credentials.user);
     }
@@ -129,7 +129,7 @@ void Authenticator::recordFailure(const std::string& user) {
         steps = mRecentFailures;
         ++mUnreported;
         if (now - mLastReport >= kReportInterval) {
-            // The name is anybody's text: quoted, it cannot pass for a line of the log.
+            // Quoted, a name cannot forge a line of the log.
             spdlog::warn("{} failed logins, the last one as {}", mUnreported, jsonString(user));
             mLastReport = now;
             mUnreported = 0;

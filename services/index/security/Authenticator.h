@@ -18,7 +18,8 @@ class Authenticator {
 public:
     explicit Authenticator(const Users& users);
 
-    /// The user behind the header, or a refusal with status 401. Refusals come slower the more there are.
+    /// The user whose credentials the header contains. Throws an ApiError with status 401, the later the more
+    /// failures there are.
     std::shared_ptr<const Principal> authenticate(const std::string& header, const std::string& method,
                                                   const std::string& path);
 
@@ -36,7 +37,7 @@ private:
     std::mutex mMutex;
     std::map<Digest, std::shared_ptr<const Principal>> mCache;
     std::uint64_t mCachedGeneration = 0;
-    Turns mTurns; ///< guessing cannot take all the processors and memory that slow hashes need
+    Turns mTurns; ///< limits the processors and memory that computing hashes takes
     int mRecentFailures = 0;
     Clock::time_point mLastFailure{};
     Clock::time_point mLastReport{};

@@ -35,7 +35,7 @@ using NumberPtr = std::unique_ptr<BIGNUM, Deleter<BN_free>>;
 using ExtensionPtr = std::unique_ptr<X509_EXTENSION, Deleter<X509_EXTENSION_free>>;
 
 void require(bool succeeded) {
-    if (!succeeded) throw std::runtime_error("the certificate could not be made");
+    if (!succeeded) throw std::runtime_error("the certificate could not be created");
 }
 
 void addExtension(X509* certificate, int id, const char* value) {
@@ -75,16 +75,16 @@ std::string content(BIO* bio) {
 void requirePair(const std::filesystem::path& certificate, const std::filesystem::path& privateKey) {
     const auto unusable = [](const std::filesystem::path& file, const char* why) {
         return DataFolderError(fmt::format(
-            "{} {}; restore it, or remove certificate.pem and private-key.pem to have both made anew",
+            "{} {}; restore it, or remove certificate.pem and private-key.pem to have both created again",
             file.string(), why));
     };
     const BioPtr certificateFile(BIO_new_file(certificate.c_str(), "r"));
     const CertificatePtr read(
         certificateFile ? PEM_read_bio_X509(certificateFile.get(), nullptr, nullptr, nullptr) : nullptr);
-    if (!read) throw unusable(certificate, "holds no certificate that can be read");
+    if (!read) throw unusable(certificate, "does not contain a readable certificate");
     const BioPtr keyFile(BIO_new_file(privateKey.c_str(), "r"));
     const KeyPtr key(keyFile ? PEM_read_bio_PrivateKey(keyFile.get(), nullptr, nullptr, nullptr) : nullptr);
-    if (!key) throw unusable(privateKey, "holds no private key that can be read");
+    if (!key) throw unusable(privateKey, "does not contain a readable private key");
     if (X509_check_private_key(read.get(), key.get()) != 1)
         throw unusable(privateKey, "is not the key of certificate.pem");
 }
@@ -94,7 +94,7 @@ void requirePair(const std::filesystem::path& certificate, const std::filesystem
 void ensureCertificate(const std::filesystem::path& certificate, const std::filesystem::path& privateKey) {
     if (std::filesystem::exists(certificate) && std::filesystem::exists(privateKey))
         return requirePair(certificate, privateKey);
-    // One without the other is of no use, and must not meet a new one when this is cut short.
+    // One without the other is useless, and must not end up beside a new one if this is interrupted.
     std::filesystem::remove(certificate);
     const KeyPtr key(EVP_EC_gen("P-256"));
     require(key != nullptr);

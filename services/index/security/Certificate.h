@@ -4,8 +4,8 @@
 
 namespace kestrel::index {
 
-/// Makes a self-signed certificate for the loopback names (EC P-256, ten years) with its private key, unless
-/// both files are there. The key is readable by its owner alone.
+/// Creates a self-signed certificate for the loopback names (EC P-256, ten years) and its private key, unless
+/// both files exist. Throws DataFolderError when existing ones cannot be used.
 void ensureCertificate(const std::filesystem::path& certificate, const std::filesystem::path& privateKey);
 
 } // namespace kestrel::index

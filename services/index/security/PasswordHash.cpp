@@ -14,7 +14,7 @@ namespace kestrel::index {
 
 namespace {
 
-/// What OWASP's cheat sheet on storing passwords recommends (2024): 32 MiB, three times over.
+/// As OWASP's Password Storage Cheat Sheet (2024) recommends: 32 MiB, parallelisation 3.
 constexpr std::uint64_t kCost = 1ULL << 15U;
 constexpr std::uint64_t kBlockSize = 8;
 constexpr std::uint64_t kParallel = 3;
@@ -46,7 +46,7 @@ std::string scrypt(const std::string& password, const std::string& salt, std::ui
     return hex(hash);
 }
 
-/// What earlier versions stored.
+/// The hash that earlier versions stored.
 std::string pbkdf2(const std::string& password, const std::string& salt, int iterations) {
     Hash hash{};
     if (PKCS5_PBKDF2_HMAC(password.data(), static_cast<int>(password.size()), bytes(salt),

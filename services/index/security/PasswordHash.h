@@ -6,7 +6,7 @@
 
 namespace kestrel::index {
 
-/// A salted hash that is slow and takes memory to compute (scrypt), as it is stored.
+/// A salted scrypt hash, in the form in which it is stored.
 Json hashPassword(const std::string& password);
 /// What no password matches, which takes as long to find out.
 Json unmatchedHash();

@@ -8,7 +8,7 @@
 
 namespace kestrel::index {
 
-/// What one may do to an index, or to the service as a whole; privileges of roles are sets of these.
+/// A right on an index or on the whole service; the privileges of roles are sets of these.
 enum Right : std::uint32_t {
     RightRead = 1U << 0U,
     RightCreateDocument = 1U << 1U,
@@ -24,11 +24,11 @@ enum Right : std::uint32_t {
 };
 using Rights = std::uint32_t;
 
-/// Refuses names of privileges that there are not.
+/// The rights of a privilege. Throw an ApiError for an unknown one.
 Rights indexRights(const std::string& privilege);
 Rights clusterRights(const std::string& privilege);
 
-/// Someone who has given the right password, with what the roles allow.
+/// An authenticated user with the rights of their roles.
 class Principal {
 public:
     struct Grant {

@@ -7,8 +7,8 @@
 
 namespace kestrel::index {
 
-/// Lets so many at once through. Of those that wait, the latest goes first: however many guesses at passwords
-/// have piled up, a login waits for those at work and not for the pile.
+/// A semaphore that admits the latest waiting thread first: however many password guesses are waiting, a
+/// login only waits for those in progress.
 class Turns {
 public:
     explicit Turns(std::size_t atOnce) : mFree(atOnce) {}
@@ -50,7 +50,7 @@ private:
         Waiting& latest = *mWaiting.back();
         mWaiting.pop_back();
         latest.mayGo = true;
-        latest.called.notify_one(); // under the lock: the waiter destroys it once it has gone
+        latest.called.notify_one(); // under the lock, since the waiter destroys it afterwards
     }
 
     std::mutex mMutex;

@@ -63,7 +63,7 @@ Users::Users(DocumentStore& store, WriteQueue& writes) : mWrites(writes) {
 
 void Users::ensureAdministrator(const std::filesystem::path& credentials) {
     if (mUsers.contains(kAdministrator)) return;
-    // A first start that was cut short may have written the file but not the user.
+    // An interrupted first start may have written the file but not the user.
     std::string password = passwordFromFile(credentials);
     if (password.empty()) {
         password = randomId(24);

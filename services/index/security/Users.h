@@ -13,39 +13,39 @@
 
 namespace kestrel::index {
 
-/// Users with their hashed passwords, and roles. Kept in the store.
+/// Users with their hashed passwords, and roles, as stored.
 class Users {
 public:
     static constexpr const char* kAdministrator = "kestrel_admin";
 
-    /// Reads what is stored; nothing may be written meanwhile.
+    /// Reads the store, which must not be written to meanwhile.
     Users(DocumentStore& store, WriteQueue& writes);
 
-    /// Makes the administrator at the first start; the random password goes to the file, which only its owner
-    /// can read.
+    /// Creates the administrator on the first start and writes its random password to the file, which only
+    /// its owner can read.
     void ensureAdministrator(const std::filesystem::path& credentials);
 
-    /// Gives the user a random password; makes the administrator when it is missing. Throws an ApiError when
-    /// there is no such user.
+    /// Gives the user a random password and returns it; creates the administrator if missing. Throws an
+    /// ApiError when there is no such user.
     std::string resetPassword(const std::string& name);
 
-    /// Whether the password is the user's. Takes as long for a user that there is not.
+    /// Whether the password is right. Takes as long for an unknown user.
     bool verify(const std::string& name, const std::string& password) const;
-    /// Null when there is no such user, or it is disabled.
+    /// Null when the user is unknown or disabled.
     std::shared_ptr<const Principal> principal(const std::string& name) const;
 
-    /// Each tells whether the user or role is new (put) or was there (remove).
+    /// Return whether the user or role is new (put) or existed (remove).
     bool putUser(const std::string& name, const Json& body);
     bool putRole(const std::string& name, const Json& body);
     bool removeUser(const std::string& name);
     bool removeRole(const std::string& name);
-    /// As a GET shows it, without the hash; nothing when absent.
+    /// As shown to clients, without the hash; nothing when unknown.
     std::optional<Json> user(const std::string& name) const;
     std::optional<Json> role(const std::string& name) const;
     std::vector<std::string> userNames() const;
     std::vector<std::string> roleNames() const;
 
-    /// Grows with every change, so that what was cached before is known to be stale.
+    /// Increases with every change, which invalidates caches.
     std::uint64_t generation() const { return mGeneration; }
 
 private:

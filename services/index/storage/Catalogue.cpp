@@ -30,7 +30,7 @@ std::int64_t nowMs() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
-/// Builds an index from its documents: they are taken apart by all processors, and enter the index in order.
+/// Builds an index from its documents, which are parsed on all processors and added in order.
 class IndexLoader {
 public:
     explicit IndexLoader(Index& index) : mIndex(index) {}
@@ -84,8 +84,8 @@ private:
             taken.change.added->content = index.prepare(parseStored(document.source), document.id);
             if (!taken.change.added->content) taken.source = std::move(loaded.document.source);
         } catch (const ApiError& e) {
-            // It can be read, though not be searched.
-            spdlog::error("document [{}] of index [{}] does not fit the mapping: {}", document.id,
+            // It can be read, but not searched.
+            spdlog::error("document [{}] of index [{}] does not fit its mapping: {}", document.id,
                           index.name(), e.what());
             taken.change.added->content = std::make_shared<const PreparedDocument>();
         } catch (const Json::exception& e) {
@@ -106,8 +106,7 @@ private:
         mPending.pop_front();
     }
 
-    /// For a document with fields that the stored mapping does not have, which a program before this one
-    /// left.
+    /// For a document with fields that the mapping lacks, which earlier versions could store.
     Prepared extendFor(const Taken& taken) {
         auto mapping = std::make_shared<Mapping>(*mIndex.mapping());
         try {
@@ -116,7 +115,7 @@ private:
             mExtendedMapping = true;
             return std::make_shared<const PreparedDocument>(std::move(*prepared));
         } catch (const ApiError& e) {
-            spdlog::error("document [{}] of index [{}] does not fit the mapping: {}", taken.change.id,
+            spdlog::error("document [{}] of index [{}] does not fit its mapping: {}", taken.change.id,
                           mIndex.name(), e.what());
             return std::make_shared<const PreparedDocument>();
         }
@@ -188,8 +187,8 @@ IndexPtr Catalogue::fromSnapshot(const DocumentStore::StoredIndex& stored, const
     index->requireIntact();
     return index;
 } catch (const SnapshotError& e) {
-    spdlog::warn("index [{}] is built from its documents: {}", stored.info.name, e.what());
-    // Rows of later writes may make it look right again.
+    spdlog::warn("index [{}] is rebuilt from its documents: {}", stored.info.name, e.what());
+    // Once later writes reach its row numbers it could be mistaken for a valid one.
     std::error_code ignored;
     std::filesystem::remove(file, ignored);
     return nullptr;
@@ -224,7 +223,7 @@ void Catalogue::load(const std::filesystem::path& snapshots) {
             });
         if (loader.setAside() > 0)
             spdlog::error(
-                "{} documents of index [{}] are damaged and set aside: write them anew, delete them, or "
+                "{} documents of index [{}] are damaged and set aside: write them again, delete them, or "
                 "restore a backup",
                 loader.setAside(), index->name());
         insert(index);
@@ -291,7 +290,7 @@ IndexPtr Catalogue::getOrCreate(const std::string& name) {
     try {
         return create(name, Json::object(), Json::object());
     } catch (const ApiError& e) {
-        // Another writer was faster.
+        // Another request was faster.
         if (e.type() != "resource_already_exists_exception") throw;
         return get(name);
     }

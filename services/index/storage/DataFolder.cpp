@@ -34,7 +34,7 @@ struct stat statusOf(const std::filesystem::path& path) {
     return status;
 }
 
-/// Takes the rights of others away. True when they had some.
+/// Removes the permissions of others; whether they had any.
 bool tighten(const std::filesystem::path& path, mode_t mode) {
     if ((mode & kOthers) == 0) return false;
     if (::chmod(path.c_str(), mode & S_IRWXU) != 0)
@@ -42,7 +42,7 @@ bool tighten(const std::filesystem::path& path, mode_t mode) {
     return true;
 }
 
-/// Files that the service makes, and the ones beside them while they are written.
+/// Files that the service creates, and their temporary files.
 bool isKnownName(std::string_view name) {
     static constexpr std::array<std::string_view, 7> kNames{
         kLockName,         "documents.db", "administrator.json", "certificate.pem",
@@ -82,18 +82,18 @@ void DataFolder::refuseForeignFiles() const {
         const std::string name = entry.path().filename().string();
         if (!isKnownName(name))
             throw DataFolderError(
-                fmt::format("the folder {} holds {}, which is not of this service; give an empty "
-                            "folder or one that kestrel-index has made",
+                fmt::format("the folder {} contains {}, which does not belong to this service; give an "
+                            "empty folder or one that kestrel-index has created",
                             mPath.string(), name));
     }
 }
 
-/// A password or key that somebody else has put here must not become this service's.
+/// A password or key that somebody else has placed here must not be used.
 void DataFolder::requireOwn() const {
     const uid_t self = ::geteuid();
     if (statusOf(std::filesystem::canonical(mPath)).st_uid != self)
         throw DataFolderError(
-            fmt::format("the folder {} belongs to another user; give one of your own", mPath.string()));
+            fmt::format("the folder {} belongs to another user; give a folder of your own", mPath.string()));
     bool loose = false;
     const bool started = std::filesystem::exists(documents());
     for (const auto& entry : std::filesystem::directory_iterator(mPath)) {
@@ -102,12 +102,12 @@ void DataFolder::requireOwn() const {
         const bool plain = S_ISREG(status.st_mode) ? status.st_nlink == 1 : S_ISDIR(status.st_mode);
         if (status.st_uid != self || !plain)
             throw DataFolderError(fmt::format(
-                "{} was not made by this service: it {}; look where it comes from and remove it",
+                "{} was not created by this service: it {}; find out where it comes from and remove it",
                 entry.path().string(), plain ? "belongs to another user" : "is a link or has several names"));
-        // What others could write before there were documents may be theirs.
+        // What others could write to before the first start may be theirs.
         if (!started && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
             throw DataFolderError(
-                fmt::format("others may write {}, and no service was started here yet; remove it",
+                fmt::format("others may write to {}, and no service has been started here yet; remove it",
                             entry.path().string()));
     }
     for (const auto& entry : std::filesystem::directory_iterator(mPath))
@@ -116,12 +116,12 @@ void DataFolder::requireOwn() const {
     const std::filesystem::path folder = std::filesystem::canonical(mPath);
     loose |= tighten(folder, statusOf(folder).st_mode);
     if (loose)
-        spdlog::warn("others had rights on the data folder {} or files in it; now only its owner has",
+        spdlog::warn("others had permissions on the data folder {} or files in it; now only its owner has",
                      mPath.string());
     discardForeignSnapshots();
 }
 
-/// What is derived is only read back when this service has written it; it is rebuilt otherwise.
+/// Snapshots are only read if nobody else can have written them.
 void DataFolder::discardForeignSnapshots() const {
     std::error_code none;
     for (const auto& entry : std::filesystem::directory_iterator(derived(), none)) {
@@ -129,7 +129,7 @@ void DataFolder::discardForeignSnapshots() const {
         if (status.st_uid == ::geteuid() && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
             (status.st_mode & (S_IWGRP | S_IWOTH)) == 0)
             continue;
-        spdlog::warn("{} was not written by this service alone: it is removed", entry.path().string());
+        spdlog::warn("{} may have been written by somebody else: it is removed", entry.path().string());
         std::filesystem::remove_all(entry.path());
     }
 }
@@ -145,7 +145,7 @@ void DataFolder::requireWhole() const {
             fmt::format("{} is {}, although the service was started here before: restore a backup, or, if "
                         "nothing was ever stored here, empty the folder; nothing was changed",
                         documents().string(), std::filesystem::exists(documents()) ? "empty" : "missing"));
-    // A first start that was cut short may have left an empty file.
+    // An interrupted first start may have left an empty file.
     std::filesystem::remove(documents());
     writeFileAtomically(firstStart(),
                         "kestrel-index was started here for the first time and is not ready yet\n");

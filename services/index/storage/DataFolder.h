@@ -6,20 +6,21 @@
 
 namespace kestrel::index {
 
-/// A data folder that cannot be served; the message says why and what to do.
+/// The data folder cannot be used; the message says why and what to do.
 class DataFolderError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// The folder that holds everything the service keeps, for its owner alone. Made when absent; held by one
-/// process at a time.
+/// The folder that holds everything the service keeps, accessible to its owner only and locked by one process
+/// at a time.
 class DataFolder {
 public:
     enum class Absent { IsMade, IsRefused };
 
-    /// Refuses a folder that another process holds, one that holds files of somebody else, and one whose
-    /// documents are missing although its keys are there. Loose rights are tightened, with a message.
+    /// Throws DataFolderError when another process uses the folder, when it contains files of somebody else,
+    /// or when the documents are missing although its keys exist. Permissions of others are removed, with a
+    /// message.
     explicit DataFolder(std::filesystem::path path, Absent absent = Absent::IsMade);
     ~DataFolder();
     DataFolder(const DataFolder&) = delete;
@@ -29,10 +30,10 @@ public:
     std::filesystem::path administrator() const { return mPath / "administrator.json"; }
     std::filesystem::path certificate() const { return mPath / "certificate.pem"; }
     std::filesystem::path privateKey() const { return mPath / "private-key.pem"; }
-    /// What is derived from the documents; it may be removed while the service is stopped.
+    /// What is derived from the documents; may be removed while the service is stopped.
     std::filesystem::path derived() const { return mPath / "derived"; }
 
-    /// The first start is over: from now on missing documents are damage.
+    /// The first start is complete: from now on missing documents are damage.
     void finishFirstStart() const;
 
 private:

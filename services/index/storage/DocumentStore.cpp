@@ -17,9 +17,9 @@ namespace {
 
 constexpr const char* kSelectByRow = "SELECT row, id, version, source, checksum FROM documents WHERE row = ?";
 constexpr int kCheckpointPages = 4000;  // 16 MB
-constexpr int kTruncatedPages = 16'000; // a journal that readers kept from being brought in
+constexpr int kTruncatedPages = 16'000; // when readers have prevented smaller checkpoints
 constexpr auto kShortPatience = std::chrono::milliseconds(100);
-constexpr std::int64_t kPurgedAtOnce = 500; // rows: small enough that other writes get their turn
+constexpr std::int64_t kPurgedAtOnce = 500; // rows; few, so that other writes are not held up
 constexpr std::int64_t kTombstoneSeconds = 24 * 60 * 60;
 
 std::int64_t nowSeconds() {
@@ -35,7 +35,7 @@ DataFolderError unreadable(const std::filesystem::path& file, const std::string&
     return DataFolderError(fmt::format("{} cannot be used: {}; nothing was changed", file.string(), why));
 }
 
-/// Whether the row is as it was written. The statement selects row, id, version, source and checksum.
+/// Whether the checksum is right. The statement selects row, id, version, source and checksum.
 bool isIntact(const SqliteStatement& row) {
     return row.integer(4) ==
            schema::documentChecksum(row.integer(0), row.textView(1), row.integer(2), row.textView(3));
@@ -62,7 +62,7 @@ int rememberPages(void* pages, sqlite3*, const char*, int inJournal) {
 
 DamagedRow::DamagedRow(RowId row, StoredDocument document)
     : std::runtime_error(
-          fmt::format("document [{}] (row {}) is damaged: its checksum does not fit", document.id, row)),
+          fmt::format("document [{}] (row {}) is damaged: its checksum is wrong", document.id, row)),
       mRow(row), mDocument(std::move(document)) {
 }
 
@@ -76,7 +76,7 @@ public:
         }
     }
     ~Lease() {
-        // A reader that an error left inside a transaction would hold on to an old state.
+        // A connection that an error left inside a transaction would keep reading an old state.
         if (!mReader || mReader->connection.inTransaction()) return;
         const std::lock_guard lock(mStore.mReadersMutex);
         mStore.mIdleReaders.push_back(std::move(mReader));
@@ -102,7 +102,7 @@ std::optional<StoredDocument> DocumentStore::Reader::read(RowId row) {
     return readRow(byRow, row);
 }
 
-/// What the writer prepares once.
+/// The writer's prepared statements.
 struct DocumentStore::Statements {
     explicit Statements(SqliteConnection& connection)
         : byRow(connection, kSelectByRow),
@@ -139,7 +139,7 @@ DocumentStore::DocumentStore(const std::filesystem::path& file) try : mFile(file
     mWriter.execute(fmt::format("PRAGMA journal_size_limit = {}", std::int64_t{kCheckpointPages} * 4096));
     if (outdated) schema::upgrade(mWriter);
     mStatements = std::make_unique<Statements>(mWriter);
-    // Checkpoints are the writer's own steps, so that their failures are seen.
+    // The writer makes checkpoints itself, so that it learns of their failures.
     sqlite3_wal_hook(mWriter.handle(), &rememberPages, &mStatements->journalPages);
 } catch (const SqliteError& e) {
     throw unreadable(file, e.what());
@@ -166,7 +166,7 @@ std::vector<DocumentStore::StoredIndex> DocumentStore::indices() {
                                                           statement.integer(3), statement.textView(4),
                                                           statement.textView(5));
         try {
-            if (!intact) throw std::runtime_error("its checksum does not fit");
+            if (!intact) throw std::runtime_error("its checksum is wrong");
             index.info.settings = Json::parse(statement.textView(4));
             index.mapping =
                 std::make_shared<const Mapping>(Mapping::fromStored(Json::parse(statement.textView(5))));
@@ -223,7 +223,7 @@ std::optional<std::vector<StoredDocument>> DocumentStore::read(const std::vector
     Reader& reader = *lease;
     std::vector<StoredDocument> documents;
     documents.reserve(rows.size());
-    // One transaction for all rows saves taking the lock for each.
+    // One transaction for all rows takes the lock only once.
     reader.connection.execute("BEGIN");
     for (const RowId row : rows) {
         auto document = reader.read(row);
@@ -369,7 +369,7 @@ void DocumentStore::checkpointIfDue() {
     int& pages = mStatements->journalPages;
     if (pages < kCheckpointPages) return;
     const bool truncate = pages >= mStatements->truncateFrom;
-    // A reader that lasts, such as a backup, must not hold up the writer for long.
+    // A long read, such as a backup, must not hold up the writer.
     sqlite3_busy_timeout(mWriter.handle(), static_cast<int>(kShortPatience.count()));
     const int code = sqlite3_wal_checkpoint_v2(
         mWriter.handle(), nullptr, truncate ? SQLITE_CHECKPOINT_TRUNCATE : SQLITE_CHECKPOINT_PASSIVE, nullptr,

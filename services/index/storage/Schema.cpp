@@ -20,7 +20,7 @@ constexpr std::int64_t kApplicationId = 0x4B534E58; // "KSNX"
 constexpr std::int64_t kFormat = 2;
 constexpr std::int64_t kFirstFormat = 1;
 
-/// Identifiers are unique within an index, whose number the upper bits of a row are.
+/// Identifiers are unique within an index; the upper bits of a row are the number of its index.
 constexpr const char* kTablesBesideDocuments =
     "CREATE UNIQUE INDEX documents_by_id ON documents (row >> 40, id);"
     "CREATE TABLE sequences (number INTEGER PRIMARY KEY, last INTEGER NOT NULL);"
@@ -54,7 +54,7 @@ void documentChecksumFunction(sqlite3_context* context, int, sqlite3_value** val
                                                    sqlite3_value_int64(values[2]), textOf(values[3])));
 }
 
-/// The mappings become the flat list that keeps the numbers of the fields.
+/// Mappings become a flat list, which keeps the numbers of the fields.
 void convertIndices(SqliteConnection& connection) {
     struct Converted {
         std::int64_t number, checksum;
@@ -118,15 +118,16 @@ void create(const std::filesystem::path& file) {
 
 bool isOutdated(SqliteConnection& connection, const std::filesystem::path& file) {
     if (connection.pragma("application_id") != kApplicationId)
-        throw unreadable(file, "it is a database of another program");
+        throw unreadable(file, "it is the database of another program");
     const std::int64_t format = connection.pragma("user_version");
     if (format != kFormat && format != kFirstFormat)
-        throw unreadable(file, fmt::format("its format is {}, this program reads up to {}", format, kFormat));
+        throw unreadable(
+            file, fmt::format("its format is {}, this version reads formats up to {}", format, kFormat));
     return format != kFormat;
 }
 
 void upgrade(SqliteConnection& connection) {
-    spdlog::info("bringing the documents to format {}", kFormat);
+    spdlog::info("upgrading the documents to format {}", kFormat);
     sqlite3_create_function(connection.handle(), "document_checksum", 4, SQLITE_UTF8 | SQLITE_DETERMINISTIC,
                             nullptr, &documentChecksumFunction, nullptr, nullptr);
     connection.execute("BEGIN IMMEDIATE");
@@ -135,7 +136,7 @@ void upgrade(SqliteConnection& connection) {
             "ALTER TABLE indices ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;"
             "ALTER TABLE documents ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;"
             "ALTER TABLE security ADD COLUMN checksum INTEGER NOT NULL DEFAULT 0;"
-            // The first format did not keep identifiers unique: the latest state counts.
+            // The first format did not enforce unique identifiers: the latest row counts.
             "DELETE FROM documents WHERE row NOT IN (SELECT max(row) FROM documents GROUP BY row >> "
             "40, id);"
             "UPDATE documents SET checksum = document_checksum(row, id, version, source);");

@@ -9,7 +9,7 @@
 
 namespace kestrel::index {
 
-/// The tables of the store, and what keeps their rows honest.
+/// The tables of the store and the checksums of their rows.
 namespace schema {
 
 std::int64_t documentChecksum(std::int64_t row, std::string_view id, std::int64_t version,
@@ -18,14 +18,14 @@ std::int64_t indexChecksum(std::string_view name, std::string_view uuid, std::in
                            std::string_view settings, std::string_view mapping);
 std::int64_t securityChecksum(std::string_view kind, std::string_view name, std::string_view body);
 
-/// Makes an empty database, whole or not at all.
+/// Creates an empty database atomically.
 void create(const std::filesystem::path& file);
 
-/// Throws DataFolderError unless the database is one of this service, in a format that can be read. True when
-/// it has an earlier format.
+/// Whether the database has an earlier format. Throws DataFolderError unless it belongs to this service and
+/// has a known format.
 bool isOutdated(SqliteConnection& connection, const std::filesystem::path& file);
 
-/// Brings a database of an earlier format up to date, in one transaction.
+/// Upgrades a database of an earlier format in one transaction.
 void upgrade(SqliteConnection& connection);
 
 } // namespace schema

@@ -16,7 +16,7 @@ namespace {
 
 constexpr auto kLookPause = std::chrono::seconds(1);
 constexpr auto kQuiet = std::chrono::seconds(5);
-/// Fewer changes are read from the documents at once.
+/// Fewer changes are quickly read from the documents.
 constexpr std::uint64_t kFewChanges = 1000;
 /// Under constant load a start shall not have to read many more documents than these.
 constexpr std::uint64_t kManyChanges = 50'000;
@@ -100,12 +100,12 @@ void Snapshots::save(const Index& index, Seen& seen) try {
     seen.saved = changes;
     const auto took = Clock::now() - started;
     seen.next = Clock::now() + kPartOfTime * took;
-    spdlog::debug("what is derived from index [{}] was written in {:.2f} s", index.name(),
+    spdlog::debug("the snapshot of index [{}] was written in {:.2f} s", index.name(),
                   std::chrono::duration<double>(took).count());
 } catch (const std::exception& e) {
-    // Nothing depends on it; the next attempt comes with further changes.
+    // Nothing depends on it; further changes cause another attempt.
     seen.saved = index.changes();
-    spdlog::warn("what is derived from index [{}] could not be written: {}", index.name(), e.what());
+    spdlog::warn("the snapshot of index [{}] could not be written: {}", index.name(), e.what());
 }
 
 } // namespace kestrel::index

@@ -13,28 +13,27 @@
 
 namespace kestrel::index {
 
-/// Writes what is derived from the documents to files now and then, so that a start only reads the documents
-/// that came after. A file that is missing, stale or damaged costs the time to read all documents, nothing
-/// else.
+/// Saves what is derived from the documents to files now and then, so that a start only has to read the
+/// documents written later. A missing, stale or damaged file only costs the time to read all documents.
 class Snapshots {
 public:
-    /// Begins to watch the indices; they must have been loaded.
+    /// Starts watching the indices, which must have been loaded.
     Snapshots(const std::filesystem::path& folder, const Catalogue& catalogue);
-    /// Writes what has changed.
+    /// Saves the indices that have changed.
     ~Snapshots();
     Snapshots(const Snapshots&) = delete;
     Snapshots& operator=(const Snapshots&) = delete;
 
     /// The file of an index.
     static std::filesystem::path fileOf(const std::filesystem::path& folder, const IndexInfo& info);
-    /// Removes the files of indices that there are no more.
+    /// Removes the files of indices that no longer exist.
     static void removeOthers(const std::filesystem::path& folder, const Catalogue& catalogue);
 
 private:
     using Clock = std::chrono::steady_clock;
     struct Seen {
         std::uint64_t saved = 0;   ///< changes that the file covers
-        std::uint64_t changes = 0; ///< at the last look
+        std::uint64_t changes = 0; ///< when last looked at
         Clock::time_point quietSince;
         Clock::time_point next; ///< not before it, so that saving takes a small part of the time
     };

@@ -3,7 +3,7 @@
 namespace kestrel::index {
 
 bool SqliteError::noSpace() const {
-    // A write that the system cuts short (quota, limit on file sizes) comes as an I/O error.
+    // Exceeding a quota or the file size limit is reported as an I/O error.
     return (mCode & 0xFF) == SQLITE_FULL || mCode == SQLITE_IOERR_WRITE || mCode == SQLITE_IOERR_TRUNCATE ||
            mCode == SQLITE_IOERR_SHMSIZE;
 }
@@ -69,7 +69,7 @@ void SqliteStatement::check(int code) const {
 
 SqliteConnection::SqliteConnection(const std::filesystem::path& file, Access access) {
     sqlite3* handle = nullptr;
-    // Each connection is used by one thread at a time, so that SQLite's own locking can be left out.
+    // Each connection is used by one thread at a time, so SQLite need not lock it.
     const int mode =
         access == Access::ReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
     const int code =

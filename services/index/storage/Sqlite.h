@@ -12,17 +12,17 @@
 
 namespace kestrel::index {
 
-/// How long a connection waits for others.
+/// How long a connection waits for locks.
 constexpr std::chrono::milliseconds kBusyPatience{10'000};
 
 class SqliteError : public std::runtime_error {
 public:
     SqliteError(int code, const std::string& message) : std::runtime_error(message), mCode(code) {}
     int code() const { return mCode; }
-    /// The medium is full, as opposed to broken.
+    /// The disk is full, as opposed to broken.
     bool noSpace() const;
     bool corrupt() const { return (mCode & 0xFF) == SQLITE_CORRUPT || (mCode & 0xFF) == SQLITE_NOTADB; }
-    /// The system could not say whether what was written is on the disk.
+    /// It is unknown whether what was written is on the disk.
     bool syncFailed() const;
 
 private:
@@ -38,9 +38,9 @@ public:
 
     SqliteStatement& bind(std::int64_t value);
     SqliteStatement& bind(std::string_view text);
-    /// True when a row is there to be read.
+    /// Whether there is a row to be read.
     bool step();
-    /// Steps once and makes the statement ready for other parameters.
+    /// Steps once and resets the statement for other parameters.
     void run();
     void reset();
 
@@ -68,7 +68,7 @@ public:
     void execute(const std::string& sql);
     std::int64_t pragma(const std::string& name);
     sqlite3* handle() const { return mHandle.get(); }
-    /// A transaction is open (an error may have ended it).
+    /// Whether a transaction is open; an error may have ended it.
     bool inTransaction() const { return sqlite3_get_autocommit(mHandle.get()) == 0; }
 
 private:

@@ -13,7 +13,7 @@ namespace kestrel::index {
 namespace {
 
 constexpr std::size_t kMaximumGroup = 256;
-/// Readers wait no longer than this many documents take to enter an index.
+/// Documents added to an index while readers wait.
 constexpr std::size_t kPublishedAtOnce = 500;
 
 ApiError storageFailure(const SqliteError& error) {
@@ -21,11 +21,11 @@ ApiError storageFailure(const SqliteError& error) {
         return {507, "i_o_exception",
                 fmt::format("No space left for the write; nothing of it was stored ({})", error.what())};
     if (error.syncFailed())
-        return {
-            500, "i_o_exception",
-            fmt::format("it is not known whether the write is on the disk ({}); the service takes no further "
-                        "writes until it is restarted",
-                        error.what())};
+        return {500, "i_o_exception",
+                fmt::format(
+                    "it is not known whether the write is on the disk ({}); the service accepts no further "
+                    "writes until it is restarted",
+                    error.what())};
     return {500, "i_o_exception", fmt::format("the documents could not be written: {}", error.what())};
 }
 
@@ -99,9 +99,9 @@ void WriteBatch::requireRoom(const IndexPtr& index, const PreparedDocument& cont
     if (!index->hasRoomFor(mSteps.size() + 1, mChildren))
         throw ApiError(
             500, "illegal_state_exception",
-            fmt::format("index [{}] has given all its document numbers: restart the service to have them "
-                        "given anew",
-                        index->name()));
+            fmt::format(
+                "index [{}] has used all its document numbers: restart the service to renumber the documents",
+                index->name()));
 }
 
 WriteBatch::Written WriteBatch::add(const IndexPtr& index, const std::string& id, std::string_view source,
@@ -264,7 +264,7 @@ void WriteQueue::setReadOnly(const std::string& why) {
     if (mIsReadOnly) return;
     mReadOnly = why;
     mIsReadOnly = true;
-    spdlog::critical("{}; no further writes are taken until the service is restarted", why);
+    spdlog::critical("{}; no further writes are accepted until the service is restarted", why);
 }
 
 void WriteQueue::maintain() {
@@ -279,11 +279,11 @@ void WriteQueue::maintain() {
         if (purging) purgePiece();
         mStore.checkpointIfDue();
     } catch (const SqliteError& e) {
-        // Writes that were acknowledged may have been on their way from the journal into the database.
+        // Acknowledged writes may have been lost on their way from the journal into the database.
         if (e.syncFailed())
-            setReadOnly(fmt::format("the disk failed while the journal was brought in ({})", e.what()));
+            setReadOnly(fmt::format("the disk failed during a checkpoint ({})", e.what()));
         else
-            spdlog::warn("the journal could not be brought into the database: {}", e.what());
+            spdlog::warn("the checkpoint failed: {}", e.what());
     }
 }
 
@@ -296,8 +296,7 @@ void WriteQueue::purgePiece() {
     } catch (const SqliteError& e) {
         mStore.rollback();
         if (e.syncFailed()) throw;
-        spdlog::warn("rows of removed indices could not be removed, the next start goes on with it: {}",
-                     e.what());
+        spdlog::warn("rows of removed indices could not be removed; the next start continues: {}", e.what());
         more = false;
     }
     const std::lock_guard lock(mMutex);
@@ -307,7 +306,7 @@ void WriteQueue::purgePiece() {
 void WriteQueue::refuse(Entry& entry, const SqliteError& error) {
     entry.error = std::make_exception_ptr(storageFailure(error));
     if (error.syncFailed())
-        setReadOnly(fmt::format("the disk failed while writes were brought to it ({})", error.what()));
+        setReadOnly(fmt::format("the disk failed to synchronise writes ({})", error.what()));
 }
 
 void WriteQueue::write(std::vector<EntryPtr>& group) {
@@ -328,7 +327,7 @@ void WriteQueue::write(std::vector<EntryPtr>& group) {
             entry->error = std::current_exception();
         return;
     }
-    // What is small enough may still go through by itself.
+    // Alone, small writes may still succeed.
     for (EntryPtr& entry : group) {
         std::vector<EntryPtr> single;
         single.push_back(std::move(entry));
@@ -388,7 +387,7 @@ void WriteQueue::transact(std::vector<EntryPtr>& group) {
         batch.publish();
     } catch (const std::exception& e) {
         // The writes are stored, but memory lacks some of them until the next start.
-        setReadOnly(fmt::format("stored documents could not be brought into memory ({})", e.what()));
+        setReadOnly(fmt::format("stored documents could not be loaded into memory ({})", e.what()));
         const ApiError refusal(500, "exception", "the write is stored, but visible only after a restart");
         for (const EntryPtr& entry : group)
             if (!entry->error) entry->error = std::make_exception_ptr(refusal);

@@ -22,25 +22,25 @@ namespace kestrel::index {
 
 using IndexPtr = std::shared_ptr<Index>;
 
-/// Learns of documents that are about to leave the store, before they do.
+/// Is told of documents before they leave the store.
 class RetiredDocuments {
 public:
     virtual ~RetiredDocuments() = default;
     virtual void retire(const Index& index, RowId row, const StoredDocument& document) = 0;
 };
 
-/// The writes of one transaction. They reach the disk together; the indices in memory learn of them
-/// afterwards, of fields that they add to mappings too. What can fail fails before anything of it is seen.
+/// The writes of one transaction. They reach the disk together and are published to the indices in memory
+/// afterwards, including the fields that they add to mappings. Whatever can fail happens before the commit.
 class WriteBatch {
 public:
     WriteBatch(DocumentStore& store, RetiredDocuments& retired) : mStore(store), mRetired(retired) {}
 
     DocumentStore& store() { return mStore; }
-    /// The document's row as earlier writes of the batch left it.
+    /// The document's row after the earlier writes of the batch.
     std::optional<RowId> rowOf(const IndexPtr& index, const std::string& id) const;
     /// Throws an ApiError when the document is damaged.
     StoredDocument load(RowId row);
-    /// As load, for a document that is to be replaced or deleted whatever state it is in.
+    /// For a document that is replaced or deleted even if it is damaged.
     struct Old {
         StoredDocument document;
         RowId row;
@@ -49,20 +49,20 @@ public:
     Old loadOld(const IndexPtr& index, const std::string& id, RowId row);
     RowId takeRow(const IndexPtr& index);
 
-    /// Takes a document apart, adding the fields that the mapping lacks. Call it last before the write, when
-    /// nothing else can refuse the document: fields of refused documents are not kept.
+    /// Parses a document and adds its new fields to the mapping. Call it last before the write, when nothing
+    /// else can refuse the document, since refused documents must not leave fields.
     Prepared prepare(const IndexPtr& index, const Json& document, const std::string& id);
 
     struct Written {
         RowId row;
         std::int64_t version;
     };
-    /// Writes a document that is not there.
+    /// Writes a document that does not exist.
     Written add(const IndexPtr& index, const std::string& id, std::string_view source, Prepared content);
-    /// Writes the next state of a document that is there.
+    /// Writes the next state of an existing document.
     Written replace(const IndexPtr& index, const Old& old, std::string_view source, Prepared content);
     Written remove(const IndexPtr& index, const Old& old);
-    /// To be done once the batch is on disk, in order with the changes of documents. Must not throw.
+    /// Runs the action after the commit, in order with the changes of documents. It must not throw.
     void afterCommit(std::function<void()> action);
 
 private:
@@ -70,7 +70,7 @@ private:
     using Key = std::pair<const Index*, std::string>;
 
     MappingPtr mappingOf(const IndexPtr& index) const;
-    /// What the index holds of a stored document; nothing of one that cannot be indexed.
+    /// What the index holds of a stored document; empty for one that could not be indexed.
     Prepared contentOf(const IndexPtr& index, const Old& old);
     void requireRoom(const IndexPtr& index, const PreparedDocument& content);
     void setRow(const IndexPtr& index, const std::string& id, std::optional<RowId> row);
@@ -87,21 +87,21 @@ private:
     struct Step {
         IndexPtr index;
         DocumentChange change;
-        std::function<void()> action; ///< set: the step is this and not a change
+        std::function<void()> action; ///< if set, the step is this instead of a change
     };
 
     DocumentStore& mStore;
     RetiredDocuments& mRetired;
     std::vector<Step> mSteps;
     std::map<Key, std::optional<RowId>> mRows;
-    std::map<IndexPtr, MappingPtr> mMappings; ///< those with further fields
-    std::map<IndexPtr, std::size_t> mTouched; ///< indices that rows were taken of
+    std::map<IndexPtr, MappingPtr> mMappings; ///< extended by the batch
+    std::map<IndexPtr, std::size_t> mTouched; ///< indices in which rows were taken
     std::size_t mChildren = 0;                ///< nested objects of all documents
     std::vector<std::function<void()>> mUndo;
 };
 
-/// One thread writes for all. Jobs that wait while a transaction reaches the disk share the next one, so that
-/// many writers cost one flush.
+/// One thread makes all writes. Jobs that arrive while a transaction is written share the next one, so that
+/// many writers cost one synchronisation.
 class WriteQueue {
 public:
     using Job = std::function<void(WriteBatch&)>;
@@ -112,11 +112,12 @@ public:
     WriteQueue(const WriteQueue&) = delete;
     WriteQueue& operator=(const WriteQueue&) = delete;
 
-    /// Returns when what the job wrote is on disk and visible; throws what it threw. A job may be run twice
-    /// (when the transaction that it shared failed). A job alone sees every earlier write in the indices.
+    /// Returns when what the job wrote is on disk and visible; rethrows what the job threw. A job runs again
+    /// when a transaction that it shared has failed. Sharing::Alone: the job sees all earlier writes in the
+    /// indices.
     void run(Job job, Sharing sharing = Sharing::Shared);
 
-    /// Has rows of removed indices removed, piece by piece between the writes.
+    /// Starts removing the rows of removed indices, piece by piece between writes.
     void purgeSoon();
 
     /// Waits for the transaction in progress, and holds back the next one for as long as the lock is held.
@@ -137,20 +138,20 @@ private:
     void transact(std::vector<EntryPtr>& group);
     void rollback();
     void refuse(Entry& entry, const SqliteError& error);
-    /// Refuses further writes: what is on disk, or in memory, is no longer known for certain.
+    /// Refuses further writes: it is no longer known what is on disk or in memory.
     void setReadOnly(const std::string& why);
     void maintain();
     void purgePiece();
 
     DocumentStore& mStore;
     RetiredDocuments& mRetired;
-    FairSharedMutex mGate; ///< exclusive: a transaction
+    FairSharedMutex mGate; ///< held exclusively by each transaction
     std::mutex mMutex;
     std::condition_variable mArrived;
     std::deque<EntryPtr> mWaiting;
     bool mStopping = false;
     bool mPurging = false;
-    std::string mReadOnly; ///< why; written by the writer alone
+    std::string mReadOnly; ///< the reason; used by the writer only
     std::atomic<bool> mIsReadOnly{false};
     std::thread mThread;
 };

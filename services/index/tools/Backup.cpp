@@ -21,7 +21,7 @@ constexpr const char* kKeys[] = {"administrator.json", "certificate.pem", "priva
 void makeEmptyFolder(const std::filesystem::path& folder) {
     std::error_code error;
     std::filesystem::create_directories(folder, error);
-    if (error) throw DataFolderError(fmt::format("cannot make {}: {}", folder.string(), error.message()));
+    if (error) throw DataFolderError(fmt::format("cannot create {}: {}", folder.string(), error.message()));
     if (!std::filesystem::is_empty(folder))
         throw DataFolderError(fmt::format("{} is not empty; give a new folder", folder.string()));
     std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
@@ -35,12 +35,12 @@ std::string contentOf(const std::filesystem::path& file) {
     return content.str();
 }
 
-/// Copies one state of the database while others write to it.
+/// Copies one state of the database while the service may write to it.
 void copyDocuments(const std::filesystem::path& from, const std::filesystem::path& to,
                    const Progress& progress) {
     SqliteConnection source(from, SqliteConnection::Access::ReadOnly);
     schema::isOutdated(source, from);
-    // A transaction of its own keeps the copy at this state, whatever is written meanwhile.
+    // A read transaction keeps the copy at one state, whatever is written meanwhile.
     source.execute("BEGIN");
     source.pragma("schema_version");
     {
@@ -75,7 +75,8 @@ void copyFolder(const std::filesystem::path& from, const std::filesystem::path& 
 void backUp(const std::filesystem::path& data, const std::filesystem::path& target,
             const Progress& progress) {
     if (!std::filesystem::exists(data / kDocuments))
-        throw DataFolderError(fmt::format("{} is no data folder: it has no {}", data.string(), kDocuments));
+        throw DataFolderError(
+            fmt::format("{} is not a data folder: it has no {}", data.string(), kDocuments));
     makeEmptyFolder(target);
     copyFolder(data, target, progress);
 }

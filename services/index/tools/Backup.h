@@ -6,14 +6,13 @@
 
 namespace kestrel::index {
 
-/// Copies the documents of a data folder, as they are at one moment, and its keys into a new folder, which
-/// can be served itself or be restored from. The service may be running and go on writing. The documents get
-/// their name in the copy when everything is there. Throws DataFolderError when the target is not empty or
-/// the source cannot be read.
+/// Copies the state of a data folder at one moment, with its keys, into a new folder, which can be served or
+/// restored from. The service may be running. The documents get their name in the copy once it is complete.
+/// Throws DataFolderError when the target is not empty or the source cannot be read.
 void backUp(const std::filesystem::path& data, const std::filesystem::path& target, const Progress& progress);
 
-/// Copies a backup into a new data folder after checking it. Throws DataFolderError when the backup is
-/// damaged or the folder is not empty.
+/// Checks a backup and copies it into a new data folder. Throws DataFolderError when the backup is damaged or
+/// the folder is not empty.
 void restore(const std::filesystem::path& backup, const std::filesystem::path& data,
              const Progress& progress);
 

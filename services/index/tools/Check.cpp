@@ -28,11 +28,9 @@ public:
         : mConnection(documents, SqliteConnection::Access::ReadOnly), mSnapshots(std::move(snapshots)),
           mProgress(progress) {
         if (schema::isOutdated(mConnection, documents))
-            throw DataFolderError(
-                fmt::format("{} has an earlier format: start the service on it once, which brings it up "
-                            "to date",
-                            documents.string()));
-        // One state of the database for everything that follows.
+            throw DataFolderError(fmt::format(
+                "{} has an earlier format: start the service on it once to upgrade it", documents.string()));
+        // Everything below reads the same state of the database.
         mConnection.execute("BEGIN");
     }
 
@@ -74,7 +72,7 @@ private:
             if (statement.integer(6) != schema::indexChecksum(name, statement.textView(2),
                                                               statement.integer(3), statement.textView(4),
                                                               statement.textView(5)))
-                found("index [{}]: the checksum of its description does not fit", name);
+                found("index [{}]: the checksum of its description is wrong", name);
             try {
                 auto mapping =
                     std::make_shared<const Mapping>(Mapping::fromStored(Json::parse(statement.textView(5))));
@@ -94,7 +92,7 @@ private:
         while (statement.step())
             if (statement.integer(3) !=
                 schema::securityChecksum(statement.textView(0), statement.textView(1), statement.textView(2)))
-                found("{} [{}]: the checksum does not fit", statement.text(0), statement.text(1));
+                found("{} [{}]: the checksum is wrong", statement.text(0), statement.text(1));
     }
 
     void checkDocuments() {
@@ -112,7 +110,7 @@ private:
                               "SELECT row >> 40, id, count(*) FROM documents NOT INDEXED GROUP BY row >> "
                               "40, id HAVING count(*) > 1");
         while (twice.step())
-            found("index number {}: identifier [{}] is there {} times", twice.integer(0), twice.text(1),
+            found("index number {}: identifier [{}] exists {} times", twice.integer(0), twice.text(1),
                   twice.integer(2));
     }
 
@@ -121,14 +119,14 @@ private:
         const std::string id = row.text(1);
         if (mRemoved.contains(number)) return;
         if (!mKnown.contains(number)) {
-            found("document [{}] (row {}) is of an index that there is not", id, row.integer(0));
+            found("document [{}] (row {}) belongs to no index", id, row.integer(0));
             return;
         }
         const auto index = mIndices.find(number);
         const std::string name = index == mIndices.end() ? std::to_string(number) : index->second->name();
         DocumentChange change{id, std::nullopt, DocumentChange::State{row.integer(0), nullptr}};
         if (row.integer(4) != schema::documentChecksum(row.integer(0), id, row.integer(2), row.textView(3))) {
-            found("index [{}]: document [{}] (row {}): the checksum does not fit", name, id, row.integer(0));
+            found("index [{}]: document [{}] (row {}): the checksum is wrong", name, id, row.integer(0));
         } else if (index != mIndices.end()) {
             try {
                 change.added->content = index->second->prepare(parseStored(row.textView(3)), id);
@@ -140,12 +138,12 @@ private:
         }
         if (index == mIndices.end()) return;
         if (row.integer(0) > index->second->lastRow())
-            found("index [{}]: row {} is beyond the last number given, {}", name, row.integer(0),
+            found("index [{}]: row {} is greater than the last row used, {}", name, row.integer(0),
                   index->second->lastRow());
         index->second->apply({std::move(change)});
     }
 
-    /// What is derived has to say the same as an index that was built from the documents just now.
+    /// The snapshot has to equal an index that is built from the documents.
     void checkSnapshot(const Index& index) {
         const std::filesystem::path file = Snapshots::fileOf(mSnapshots, index.info());
         if (!std::filesystem::exists(file)) return;
@@ -161,20 +159,20 @@ private:
             std::set_difference(now.begin(), now.end(), then.begin(), then.end(), std::back_inserter(later));
             if (!later.empty() && later.front() <= covered)
                 found("index [{}]: {} lacks row {}", index.name(), file.filename().string(), later.front());
-            // Only a state without later changes can be compared field by field.
+            // Field by field, only a snapshot without later changes can be compared.
             if (!gone.empty() || !later.empty()) return;
             derived.requireIntact();
             const IndexView expected(index), stored(derived);
             for (FieldId id = 0; id < expected.mapping().size(); ++id)
                 if (fingerprint(expected, id) != fingerprint(stored, id))
-                    found("index [{}]: what is derived of field [{}] is not what the documents hold",
-                          index.name(), expected.mapping().at(id).path);
+                    found("index [{}]: the snapshot of field [{}] differs from the documents", index.name(),
+                          expected.mapping().at(id).path);
         } catch (const SnapshotError& e) {
-            found("index [{}]: {} (the service builds it anew)", index.name(), e.what());
+            found("index [{}]: {} (the service rebuilds it)", index.name(), e.what());
         }
     }
 
-    /// Sums over what a field holds, the same whatever order it came in.
+    /// Sums over the values of a field, independent of their order.
     static std::vector<std::uint64_t> fingerprint(const IndexView& view, FieldId id) {
         const FieldData* data = view.data(id);
         if (data == nullptr) return {0};

@@ -8,20 +8,20 @@
 
 namespace kestrel::index {
 
-/// Told how many of how many documents are done.
+/// Called with the number of documents done and their total.
 using Progress = std::function<void(std::size_t done, std::size_t all)>;
 
 struct CheckReport {
     std::size_t documents = 0;
     std::size_t indices = 0;
-    std::vector<std::string> damage; ///< the first findings, in words
+    std::vector<std::string> damage; ///< descriptions of the first findings
     std::size_t findings = 0;
 };
 
-/// Reads everything in the database of documents: the database's own structure, the checksum of every row,
-/// whether identifiers are unique, every mapping and every document by it. With a folder of snapshots,
-/// compares what is derived with the documents. Changes nothing, and may be run beside a running service.
-/// Throws DataFolderError when the file is no database of this service.
+/// Checks the structure of the database, the checksum of every row, that identifiers are unique, every
+/// mapping, and every document against its mapping; with a folder of snapshots, also those against the
+/// documents. Changes nothing, and the service may be running. Throws DataFolderError when the file is not a
+/// database of this service.
 CheckReport check(const std::filesystem::path& documents, const std::filesystem::path& snapshots,
                   const Progress& progress);
 
