@@ -335,9 +335,9 @@ void FaultyVfs::forgetUnsynchronised(std::mt19937& random) {
 
 } // namespace kestrel_test
 
-// These take the place of the C library's functions in the test program.
+// These take the place of the C library's functions in the test program and in the libraries that it uses.
 
-extern "C" int rename(const char* from, const char* to) noexcept {
+extern "C" [[gnu::visibility("default")]] int rename(const char* from, const char* to) noexcept {
     static const auto real = reinterpret_cast<int (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "rename"));
     if (kestrel_test::active != nullptr && kestrel_test::active->beforeRename(from, to) != 0) {
         errno = EIO;
@@ -346,7 +346,7 @@ extern "C" int rename(const char* from, const char* to) noexcept {
     return real(from, to);
 }
 
-extern "C" int fsync(int descriptor) {
+extern "C" [[gnu::visibility("default")]] int fsync(int descriptor) {
     static const auto real = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "fsync"));
     if (kestrel_test::active == nullptr) return real(descriptor);
     const std::string link = "/proc/self/fd/" + std::to_string(descriptor);

@@ -303,6 +303,8 @@ TEST_F(StoreFaults, AFileHasItsNewContentOrItsOldOneAfterAPowerCut) {
         const std::string content{std::istreambuf_iterator<char>(stream), {}};
         EXPECT_TRUE(content == "new" || (content == "old" && !written)) << content;
     }
+    vfs.failAt(FaultyVfs::Operation::Rename, 1);
+    EXPECT_THROW(writeFileAtomically(file, "newer"), std::exception);
 }
 
 TEST_F(StoreFaults, WritesThatCannotBePublishedAreThereAfterARestart) {
