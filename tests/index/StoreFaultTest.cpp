@@ -332,7 +332,7 @@ TEST_F(StoreFaults, WritesThatCannotBePublishedAreThereAfterARestart) {
 }
 
 TEST_F(StoreFaults, ScrollsHoldABoundedAmountOfMemory) {
-    Service service(folder, {.open = 9, .ended = 2, .foundBytes = 5000, .keptBytes = 10'000});
+    Service service(folder, {.open = 9, .ended = 2, .foundBytes = 7000, .keptBytes = 10'000});
     const IndexPtr index = service.catalogue.getOrCreate("test");
     const auto write = [&](int documents, int value) {
         service.writes.run([&](WriteBatch& batch) {

@@ -63,8 +63,8 @@ DataFolder::DataFolder(std::filesystem::path path, Absent absent) : mPath(std::m
     requireWhole();
 }
 
-DataFolder::~DataFolder() {
-    if (mLockFile >= 0) close(mLockFile);
+DataFolder::LockFile::~LockFile() {
+    if (descriptor >= 0) close(descriptor);
 }
 
 void DataFolder::make() const {
@@ -157,10 +157,10 @@ void DataFolder::finishFirstStart() const {
 
 void DataFolder::lock() {
     const std::filesystem::path file = mPath / kLockName;
-    mLockFile = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (mLockFile < 0)
+    mLockFile.descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (mLockFile.descriptor < 0)
         throw DataFolderError(fmt::format("cannot open {}: {}", file.string(), systemMessage()));
-    if (flock(mLockFile, LOCK_EX | LOCK_NB) != 0)
+    if (flock(mLockFile.descriptor, LOCK_EX | LOCK_NB) != 0)
         throw DataFolderError(fmt::format("the data folder {} is in use by another process", mPath.string()));
 }
 

@@ -22,9 +22,9 @@ public:
     /// or when the documents are missing although its keys exist. Permissions of others are removed, with a
     /// message.
     explicit DataFolder(std::filesystem::path path, Absent absent = Absent::IsMade);
-    ~DataFolder();
     DataFolder(const DataFolder&) = delete;
     DataFolder& operator=(const DataFolder&) = delete;
+    ~DataFolder() = default;
 
     std::filesystem::path documents() const { return mPath / "documents.db"; }
     std::filesystem::path administrator() const { return mPath / "administrator.json"; }
@@ -37,6 +37,12 @@ public:
     void finishFirstStart() const;
 
 private:
+    /// Closing the file releases the lock, also when the constructor throws.
+    struct LockFile {
+        int descriptor = -1;
+        ~LockFile();
+    };
+
     std::filesystem::path firstStart() const { return mPath / "first-start"; }
     void make() const;
     void refuseForeignFiles() const;
@@ -46,7 +52,7 @@ private:
     void lock();
 
     std::filesystem::path mPath;
-    int mLockFile = -1;
+    LockFile mLockFile;
 };
 
 } // namespace kestrel::index
