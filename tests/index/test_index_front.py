@@ -96,10 +96,10 @@ def test_bodies_share_a_budget(data: Path) -> None:
         other = service.client()("POST", "x_rel/_doc", b'{"a": 1' + b" " * 2_000_000 + b"}")
         assert (other.status, other.error_type) == (429, "circuit_breaking_exception")
     assert service.client()("POST", "x_rel/_doc", b'{"a": 1' + b" " * 1_000_000 + b"}").status == 201
-    answer = service.client()("POST", "x_rel/_doc", {"text": "y" * 1_200_000})
+    answer = service.client()("POST", "x_rel/_doc", {"text": "y" * 900_000})
     assert answer.status == 201
     for _ in range(3):
-        service.client()("POST", "x_rel/_doc", {"text": "y" * 1_200_000})
+        service.client()("POST", "x_rel/_doc", {"text": "y" * 900_000})
     assert service.client()("GET", "x_rel/_search", {"size": 100}).error_type == "circuit_breaking_exception"
     assert service.client()("GET", "x_rel/_search", {"size": 1}).status == 200
     assert service.stop() == 0
