@@ -3,6 +3,7 @@
 #include "kestrelml/store/Operation.h"
 #include "kestrelml/store/Schema.h"
 #include "kestrelml/text/PhraseMatcher.h"
+#include "kestrelml/text/Words.h"
 
 #include <algorithm>
 #include <functional>
@@ -29,12 +30,6 @@ Array::Ptr conditionsOf(const KsNNPhraseQuery& query) {
     if (!query.speakerID.empty()) conditions->add(withSpeakerLabel(query.speakerID));
     if (!query.speakerGuid.empty()) conditions->add(ofSpeaker(query.speakerGuid));
     return conditions;
-}
-
-/// Number of bytes in which the first `units` UTF-16 units of a text are written in UTF-8.
-std::size_t bytesOf(const icu::UnicodeString& text, std::int32_t units) {
-    std::string bytes;
-    return text.tempSubString(0, units).toUTF8String(bytes).size();
 }
 
 /// Sets the times of the matched words.
@@ -80,8 +75,8 @@ public:
             KsNNPhraseHit hit = found;
             hit.wordIndex = match.firstWord;
             hit.wordCount = match.wordCount;
-            hit.matchBegin = bytesOf(text, match.start);
-            hit.matchEnd = bytesOf(text, match.end);
+            hit.matchBegin = utf8Length(text, match.start);
+            hit.matchEnd = utf8Length(text, match.end);
             hit.score = match.score;
             setTimes(hit, document);
             use(std::move(hit));

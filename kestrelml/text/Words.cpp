@@ -84,4 +84,9 @@ std::vector<WordSpan> findWords(const icu::UnicodeString& text, const std::strin
     return splitters.get(language)(text);
 }
 
+std::size_t utf8Length(const icu::UnicodeString& text, std::int32_t units) {
+    std::string bytes;
+    return text.tempSubString(0, units).toUTF8String(bytes).size();
+}
+
 } // namespace kestrelml::detail

@@ -2,6 +2,7 @@
 
 #include <unicode/unistr.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -24,5 +25,8 @@ struct WordSpan {
 /// @param language ICU locale identifier; the root rules apply to one that ICU does not know.
 /// @throws std::runtime_error "BreakIterator::createWordInstance failed".
 std::vector<WordSpan> findWords(const icu::UnicodeString& text, const std::string& language);
+
+/// Number of bytes in which the first `units` UTF-16 units of a text are written in UTF-8.
+std::size_t utf8Length(const icu::UnicodeString& text, std::int32_t units);
 
 } // namespace kestrelml::detail
