@@ -77,7 +77,7 @@ public:
     /// @name Service and indices
     /// @{
 
-    /// Probes the service. `KsNN_Error` also when it answers, but not as an index service does.
+    /// Probes the service. `KsNN_Error` also when it refuses the login (401) or is no index service.
     KsNN_ErrorCode testDefault(bool debug);
     /// Creates `index` with the store's mapping unless it exists. `KsNN_Error` without a report when the
     /// service creates it and does not have it afterwards.
@@ -103,7 +103,7 @@ public:
     /// @}
 
     /// @name Credentials
-    /// These send nothing.
+    /// These send nothing. docs/hosts.md shows how a host hands over its login, and what a 401 looks like.
     /// @{
 
     /// Stores credentials for every later request of every store.

@@ -1,7 +1,8 @@
-"""The examples do what they say, with real services and models."""
+"""The examples do what they say, with the services that `kestrel up` starts."""
 
 from __future__ import annotations
 
+import json
 import os
 import subprocess
 import sys
@@ -11,39 +12,41 @@ from pathlib import Path
 
 import pytest
 
-sys.path[:0] = [str(Path(__file__).resolve().parents[1] / folder) for folder in ("index", "support")]
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "app"))
 
-from index_process import IndexProcess
-from speech_process import SpeechProcess
+from app_under_test import BIN, SPEECH, Kestrel
 
-BIN = Path(os.environ["KESTREL_BUILD_BIN"])
 DEPS = Path(os.environ["KESTREL_DEPS_DIR"])
 
 
 @pytest.fixture
-def index(tmp_path: Path) -> Iterator[IndexProcess]:
-    """An index service that knows the user whom a host without credentials is."""
-    service = IndexProcess(tmp_path / "data").wait_until_ready()
-    client = service.client()
-    role = {"cluster": ["monitor"], "indices": [{"names": ["*"], "privileges": ["all"]}]}
-    user = {"password": "Wq3ZbN8yPc2Lx6", "roles": ["all"]}
-    assert client("PUT", "_security/role/all", role).status == 200
-    assert client("POST", "_security/user/transcript_user_dbg", user).status == 200
-    yield service
-    service.stop()
+def kestrel(tmp_path: Path) -> Iterator[Kestrel]:
+    running = Kestrel(tmp_path / "home")
+    running.up()
+    yield running
+    running.run("down")
 
 
-@pytest.fixture
-def speech_uri(tmp_path: Path) -> Iterator[str]:
-    with SpeechProcess(tmp_path) as process:
-        yield process.uri
-
-
-def test_transcribe_and_find(index: IndexProcess, speech_uri: str, tmp_path: Path) -> None:
+def test_transcribe_and_find(kestrel: Kestrel, tmp_path: Path) -> None:
     samples = tmp_path / "samples"
-    with wave.open(str(DEPS / "speech" / "librivox_4.wav")) as file:
+    with wave.open(str(SPEECH / "librivox_4.wav")) as file:
         samples.write_bytes(file.readframes(file.getnframes()))
-    arguments = [samples, index.uri, speech_uri, DEPS / "models", "a more amiabel woman"]
-    result = subprocess.run([str(BIN / "transcribe_and_find"), *map(str, arguments)], capture_output=True, text=True)
+    status = kestrel.good("status", "--json").json()
+    account = json.loads((kestrel.home / "index/administrator.json").read_text())
+
+    def run(password: str) -> subprocess.CompletedProcess[str]:
+        addresses = (status["index"]["uri"], status["speech"]["uri"])
+        return subprocess.run(
+            [str(BIN / "transcribe_and_find"), samples, *addresses, DEPS / "models", "a more amiabel woman"],
+            capture_output=True,
+            text=True,
+            env={**os.environ, "INDEX_USER": account["user"], "INDEX_PASSWORD": password},
+            check=False,
+        )
+
+    refused = run("a wrong one")
+    assert refused.returncode == 1
+    assert "refuses the user or the password" in refused.stderr
+    result = run(account["password"])
     assert result.returncode == 0, result.stderr
     assert "amiable woman" in result.stdout
