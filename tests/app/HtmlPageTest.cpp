@@ -1,5 +1,7 @@
 #include "apps/kestrel/script/HtmlPage.h"
 
+#include "apps/kestrel/base/Timecode.h"
+
 #include <gmock/gmock.h>
 
 namespace kestrel {
@@ -22,8 +24,10 @@ TEST(HtmlPage, ShowsWhereLinesBeginAndWhichAreLost) {
     PlacedLine found{
         .script = {7, "ANNA", "The <bridge> is gone"}, .score = 0.9F, .startMs = 60'500, .word = "the"};
     found.wordIndex = 1;
+    found.span = {6, 9};
     const PlacedLine lost{.script = {9, "", "Nobody saw it & left"}, .word = ""};
-    const std::string page = alignmentPage("script.txt", {found, lost}, transcript, 60'000);
+    const std::string page = alignmentPage("script.txt", {found, lost}, transcript, 60'000,
+                                           {timecode, [](const auto&) { return "Anna & Co"; }});
 
     EXPECT_THAT(page, HasSubstr("a&lt;b&gt;.mov"));
     EXPECT_THAT(page, HasSubstr("1 of 2 script lines found"));
@@ -31,6 +35,7 @@ TEST(HtmlPage, ShowsWhereLinesBeginAndWhichAreLost) {
     EXPECT_THAT(page, HasSubstr("<time>00:01:00.500</time>"));
     EXPECT_THAT(page,
                 HasSubstr("id=\"word-0-1\" href=\"#line-0\" title=\"script line 7\">the</a> &quot;bridge"));
+    EXPECT_THAT(page, HasSubstr("<span class=\"who\">Anna &amp; Co</span>"));
     EXPECT_THAT(page, HasSubstr("<li class=\"lost\" id=\"line-1\">"));
     EXPECT_THAT(page, HasSubstr("Nobody saw it &amp; left<br><strong>Not found"));
     EXPECT_THAT(page, Not(HasSubstr("http"))); // complete in itself

@@ -37,7 +37,8 @@ class Kestrel:
         self.environment = {**os.environ, "KESTREL_HOME": str(home)}
 
     def start(self, *arguments: object) -> subprocess.Popen[str]:
-        return subprocess.Popen([BIN / "kestrel", *map(str, arguments)], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+        words = [argument if isinstance(argument, bytes) else str(argument) for argument in arguments]
+        return subprocess.Popen([BIN / "kestrel", *words], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                 stdin=subprocess.DEVNULL, text=True, env=self.environment)
 
     def run(self, *arguments: object) -> Result:

@@ -31,6 +31,7 @@ class Line:
     word_ms: int = 300
     speaker: str = "1"
     language: str = "en"
+    words: int = 0  # as the engine counted them; 0: parted by white space
 
 
 @dataclass
@@ -45,13 +46,13 @@ class StoredClip:
 
     @property
     def id(self) -> str:
-        return hashlib.sha256(self.name.encode()).hexdigest()
+        return hashlib.sha256(f"{self.path}{self.name}".encode()).hexdigest()
 
     def documents(self) -> list[dict[str, Any]]:
         result = []
         projects = [self.project, *self.others]
         for number, line in enumerate(self.lines):
-            starts = [line.start_ms + i * line.word_ms for i in range(len(line.text.split()))]
+            starts = [line.start_ms + i * line.word_ms for i in range(line.words or len(line.text.split()))]
             document: dict[str, Any] = {
                 "segment": number,
                 "mediaGuid": self.id,

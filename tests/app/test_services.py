@@ -30,24 +30,27 @@ def test_every_command_helps_with_an_example(fresh: Kestrel) -> None:
 def test_version_and_overview(fresh: Kestrel) -> None:
     assert re.fullmatch(r"kestrel \d+\.\d+\.\d+\n", fresh.good("--version").out)
     assert "To begin with:" in fresh.good("--help").out
+    assert fresh.good().out == fresh.good("--help").out
     assert not fresh.home.exists()
 
 
 @pytest.mark.parametrize(
     ("arguments", "message"),
     [
-        ([], "name a command"),
-        (["fly"], "fly"),
+        (["fly"], 'there is no command "fly"; `kestrel --help` lists all'),
+        (["trancribe", "a.wav"], 'do you mean "transcribe"?'),
+        (["show", b"caf\xe9.wav"], '"caf\ufffd.wav" is not UTF-8'),
         (["up", "--index-port", "70000"], "70000"),
         (["transcribe", "a.wav", "--language", "en"], "--project"),
-        (["transcribe", "a.wav", "--project", "P", "--language", "en", "--engine", "steam"], "steam"),
+        (["transcribe", "a.wav", "--project", "P", "--language", "en", "--engine", "steam"], "{service,embedded,ctc}"),
+        (["transcribe", "a.wav", "--project", "", "--language", "en"], "a name must not be empty"),
         (["search", "word", "--project", "P", "--threshold", "1.5"], "1.5"),
         (["search", "word", "--project", "P", "--max", "0"], "--max"),
         (["align", __file__, "--clip", "a", "--range", "5-2"], '"5-2" ends before it starts'),
         (["align", "/nonexistent", "--clip", "a"], "/nonexistent"),
     ],
 )
-def test_wrong_usage_is_code_2(fresh: Kestrel, arguments: list[str], message: str) -> None:
+def test_wrong_usage_is_code_2(fresh: Kestrel, arguments: list[str | bytes], message: str) -> None:
     result = fresh.run(*arguments)
     assert result.code == 2
     assert message in result.err
@@ -64,6 +67,8 @@ def test_services_come_up_once_and_go_down(fresh: Kestrel) -> None:
     status = fresh.good("status", "--json").json()
     assert status["index"]["answers"] and status["speech"]["answers"]
 
+    late = fresh.run("up", "--speech-port", 1)
+    assert late.code == 1 and "port 1 comes too late: the speech service runs at" in late.err
     again = fresh.good("up")
     assert again.err.count("already running") == 2
     assert fresh.pids() == pids
@@ -222,7 +227,11 @@ def test_files_that_cannot_be_transcribed_are_told_one_by_one(kestrel: Kestrel, 
     empty = tmp_path / "empty.wav"
     empty.touch()
     silent = make_media(tmp_path / "silent.mp4", "-f", "lavfi", "-i", "testsrc=d=1:s=64x64")
-    files = [text, fake, empty, silent, tmp_path / "missing.mov", tmp_path]
+    pipe = tmp_path / "pipe.wav"
+    os.mkfifo(pipe)
+    raw = tmp_path / "red\x1b[31m\nline.wav"
+    raw.write_text("no media")
+    files = [text, fake, empty, silent, tmp_path / "missing.mov", pipe, Path("/dev/zero"), raw]
     result = kestrel.run("transcribe", *files, "--project", "P", "--language", "en", "--json")
     assert result.code == 1
     clips = result.json()["clips"]
@@ -231,9 +240,42 @@ def test_files_that_cannot_be_transcribed_are_told_one_by_one(kestrel: Kestrel, 
     errors = [clip["error"] for clip in clips]
     assert all("is not a media file" in error for error in errors[:3]), errors
     assert errors[3] == "holds no audio"
-    assert "No such file" in errors[4] and "folder" in errors[5]
-    for clip in clips:
+    assert "No such file" in errors[4]
+    assert "is a pipe" in errors[5] and "or device" in errors[6]
+    for clip in clips[:-1]:
         assert f"{clip['name']}  failed: {clip['error']}" in result.err
+    assert "red\\x1b[31m\\x0aline.wav  failed" in result.err and "\x1b" not in result.err
+
+
+def test_folders_give_their_media_files(kestrel: Kestrel, tmp_path: Path) -> None:
+    media = ["a.mov", "b.WAV", "card 1/c.mxf", "card 1/deep/d.m4a"]
+    others = ["notes.txt", ".hidden.wav", "card 1/picture.jpg", "card 1/list.m3u8", "card 1/subtitles.srt", ".trash/e.wav"]
+    for name in [*media, *others]:
+        (tmp_path / name).parent.mkdir(parents=True, exist_ok=True)
+        (tmp_path / name).write_text(f"only the name of {name}")
+    (tmp_path / "again").symlink_to(tmp_path)
+    (tmp_path / "empty").mkdir()
+    (Path(os.fsdecode(os.fsencode(tmp_path / "card 1") + b"/z\xe9.wav"))).write_text("not UTF-8 by name")
+    result = kestrel.run("transcribe", tmp_path, "--project", "P", "--language", "en", "--json")
+    assert result.code == 1
+    clips = result.json()["clips"]
+    strange = clips.pop(3)
+    assert strange["file"] == f"{tmp_path}/card 1/z\ufffd.wav" and "not UTF-8" in strange["error"]
+    assert [clip["file"] for clip in clips] == [str(tmp_path / name) for name in media]
+    assert re.search(r"^5 files in \d+ s: 5 failed$", result.err, re.MULTILINE)
+    assert all(f"    {tmp_path / name}: is not a media file" in result.err for name in media)
+    nothing = kestrel.run("transcribe", tmp_path / "empty", "--project", "P", "--language", "en")
+    assert nothing.code == 1 and "holds no media file" in nothing.err and "no file to transcribe" in nothing.err
+
+
+def test_a_closed_pipe_is_no_error(fresh: Kestrel) -> None:
+    reader, writer = os.pipe()
+    os.close(reader)
+    process = subprocess.run(
+        [BIN / "kestrel", "--help"], stdout=writer, stderr=subprocess.PIPE, env=fresh.environment, check=False
+    )
+    os.close(writer)
+    assert (process.returncode, process.stderr) == (0, b"")
 
 
 def test_a_clip_that_another_program_writes_is_left_to_it(kestrel: Kestrel) -> None:
@@ -257,7 +299,7 @@ def test_a_phrase_without_words_is_refused(kestrel: Kestrel, phrase: str) -> Non
 def test_a_search_without_hits_is_an_empty_answer(kestrel: Kestrel) -> None:
     result = kestrel.good("search", "nowhere", "--project", "Nobody", "--json")
     assert result.json() == {"phrase": "nowhere", "project": "Nobody", "threshold": 0.6, "hits": []}
-    assert "is said in project" in kestrel.good("search", "nowhere", "--project", "Nobody").err
+    assert "was found in project" in kestrel.good("search", "nowhere", "--project", "Nobody").err
 
 
 def test_results_that_cannot_be_written_are_an_error(kestrel: Kestrel) -> None:

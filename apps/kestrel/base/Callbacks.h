@@ -7,8 +7,8 @@
 
 namespace kestrel {
 
-/// How long work reports to whoever asked for it, and learns that it is no longer wanted. Each function may
-/// be empty. They are called one at a time, but not always from the thread that began the work.
+/// How a long operation reports to its caller, and learns that it is cancelled. Each function may be empty.
+/// They are called one at a time, but not always from the thread that started the operation.
 struct Callbacks {
     std::function<void(const std::string& stage, double fraction)> progress; ///< Fraction from 0 to 1.
     std::function<void(const std::string& message)> notice;
@@ -21,7 +21,7 @@ struct Callbacks {
         if (notice) notice(message);
     }
     bool isCancelled() const { return cancelled && cancelled(); }
-    /// @throws Cancelled when the work is no longer wanted.
+    /// @throws Cancelled when the operation is cancelled.
     void throwIfCancelled() const {
         if (isCancelled()) throw Cancelled("cancelled");
     }

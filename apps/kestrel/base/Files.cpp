@@ -1,14 +1,15 @@
 #include "apps/kestrel/base/Files.h"
 
 #include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/base/Printable.h"
 
 #include <fmt/format.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
-#include <sstream>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -37,7 +38,7 @@ private:
 };
 
 [[noreturn]] void failWriting(const fs::path& file) {
-    throw Failure(fmt::format("cannot write {}: {}", file.string(), std::strerror(errno)));
+    throw Failure(fmt::format("cannot write {}: {}", printableName(file.string()), std::strerror(errno)));
 }
 
 bool writeAll(int descriptor, const std::string& text) {
@@ -59,14 +60,21 @@ bool isSameFile(int descriptor, const fs::path& file) {
 
 } // namespace
 
-std::string readFile(const fs::path& file) {
+std::string readFile(const fs::path& file, std::size_t most) {
+    const auto fail = [&](const std::string& reason) {
+        throw Failure(fmt::format("cannot read {}: {}", printableName(file.string()), reason));
+    };
+    if (fs::is_directory(file)) fail("it is a folder");
     std::ifstream in(file, std::ios::binary);
-    std::ostringstream text;
-    if (in.peek() != std::ifstream::traits_type::eof()) text << in.rdbuf();
-    if (!in.is_open() || in.bad() || fs::is_directory(file))
-        throw Failure(fmt::format("cannot read {}: {}", file.string(),
-                                  fs::is_directory(file) ? "it is a folder" : std::strerror(errno)));
-    return text.str();
+    if (!in) fail(std::strerror(errno));
+    std::string text;
+    std::array<char, std::size_t{64} << 10> buffer{};
+    while (in.read(buffer.data(), buffer.size()) || in.gcount() > 0) {
+        text.append(buffer.data(), static_cast<std::size_t>(in.gcount()));
+        if (text.size() > most) fail(fmt::format("it has more than {} MB", most >> 20));
+    }
+    if (in.bad()) fail(std::strerror(errno));
+    return text;
 }
 
 void replaceFile(const fs::path& file, const std::string& text, unsigned mode) {
@@ -88,7 +96,7 @@ void writeUserFile(const fs::path& file, const std::string& text) {
     std::error_code error;
     const fs::file_status status = fs::status(file, error);
     if (fs::is_directory(status))
-        throw Failure(fmt::format("cannot write {}: it is a folder", file.string()));
+        throw Failure(fmt::format("cannot write {}: it is a folder", printableName(file.string())));
     if (fs::exists(status) && !fs::is_regular_file(status)) {
         const Descriptor out(file, O_WRONLY, 0);
         if (out.get() < 0 || !writeAll(out.get(), text)) failWriting(file);

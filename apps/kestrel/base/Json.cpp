@@ -21,7 +21,7 @@ Poco::JSON::Object::Ptr readJson(const std::filesystem::path& file) {
         return Poco::JSON::Parser().parse(readFile(file)).extract<Poco::JSON::Object::Ptr>();
     } catch (const Poco::Exception& error) {
         throw Failure(
-            fmt::format("{} is damaged, mend or remove it: {}", file.string(), error.displayText()));
+            fmt::format("{} is damaged, repair or remove it: {}", file.string(), error.displayText()));
     }
 }
 

@@ -13,7 +13,7 @@ Poco::JSON::Object::Ptr jsonObject();
 /// @throws Failure naming the file when it is not a JSON object.
 Poco::JSON::Object::Ptr readJson(const std::filesystem::path& file);
 std::string toText(const Poco::JSON::Object::Ptr& object);
-/// A score as people read it: no digits that a 32-bit float does not have.
+/// A score with the digits that a 32-bit float really has.
 double roundedScore(float score);
 
 } // namespace kestrel

@@ -1,6 +1,8 @@
 #include "apps/kestrel/clips/ClipFinder.h"
 
 #include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/base/Printable.h"
+#include "apps/kestrel/clips/ClipLabels.h"
 #include "apps/kestrel/clips/ClipList.h"
 #include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/clips/Transcript.h"
@@ -21,8 +23,9 @@ namespace {
     std::string message =
         fmt::format("\"{}\" may mean {} clips; name one by its identifier:", text, clips.size());
     for (const Clip& clip : clips)
-        message += fmt::format("\n    {}  {}  (project \"{}\"{})", clip.id.substr(0, 12), clip.name,
-                               clip.project.projectName, clip.path.empty() ? "" : ", " + clip.path);
+        message += fmt::format("\n    {}  {}  (project \"{}\"){}{}", shortIdentifier(clip.id),
+                               printableName(clip.name), clip.project.projectName,
+                               clip.path.empty() ? "" : "  " + printableName(clip.path), dayOf(clip.path));
     throw Failure(message);
 }
 
@@ -34,8 +37,8 @@ namespace {
     constexpr std::size_t kShown = 10;
     if (!known.empty()) message += "; there are:";
     for (std::size_t i = 0; i < std::min(kShown, known.size()); ++i)
-        message += fmt::format("\n    {}  {}  (project \"{}\")", known[i].id.substr(0, 12), known[i].name,
-                               known[i].project);
+        message += fmt::format("\n    {}  {}  (project \"{}\")", shortIdentifier(known[i].id),
+                               printableName(known[i].name), known[i].project);
     if (known.size() > kShown) message += fmt::format("\n    and {} more", known.size() - kShown);
     throw Failure(message);
 }

@@ -19,7 +19,7 @@ struct ClipFilter {
 
 struct ListedClip {
     KsNNClipSummary stored;
-    std::string path;                  ///< Where the file lay, when this home transcribed it.
+    std::string path;                  ///< Of the file, if this home transcribed it.
     std::vector<std::string> speakers; ///< Names, or labels of those that have none.
 };
 

@@ -1,13 +1,17 @@
 #include "apps/kestrel/clips/ClipTranscriber.h"
 
+#include "apps/kestrel/base/Printable.h"
 #include "apps/kestrel/clips/ClipAudio.h"
 #include "apps/kestrel/clips/ClipWriter.h"
 #include "apps/kestrel/clips/Membership.h"
 #include "apps/kestrel/clips/Projects.h"
+#include "apps/kestrel/clips/Replacement.h"
+#include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/home/Identity.h"
 #include "apps/kestrel/home/Recognisers.h"
+#include "apps/kestrel/services/Services.h"
 #include "apps/kestrel/services/Store.h"
 
 #include <fmt/format.h>
@@ -53,6 +57,20 @@ std::string speechWithoutText(const KsNNDB_STTClipEntry& entry, const ClipAudio&
     return text;
 }
 
+/// What to do when a service has gone in the middle; empty when none has.
+std::string adviceFor(EngineKind engine, const Home& home) {
+    const Services::Running running = Services(home).running();
+    for (const Service service : kAllServices) {
+        const bool isNeeded = service == Service::Index || engine == EngineKind::Service;
+        if (!isNeeded || running.contains(service)) continue;
+        return fmt::format(
+            "; the {} service has ended (its log: {}): run `kestrel up`, then the same command "
+            "again",
+            nameOf(service), Services(home).logFile(service).string());
+    }
+    return "";
+}
+
 } // namespace
 
 ClipTranscriber::ClipTranscriber(TranscriptionSettings settings)
@@ -64,6 +82,10 @@ ClipTranscriber::ClipTranscriber(TranscriptionSettings settings)
       mProject(findProject(mStore, mSettings.project)) {
 }
 
+void ClipTranscriber::completeInterrupted(const Callbacks& callbacks) {
+    completeReplacements(mStore, mHome, callbacks);
+}
+
 FileOutcome ClipTranscriber::transcribe(const fs::path& file, const Callbacks& callbacks) {
     FileOutcome outcome;
     outcome.file = file;
@@ -73,39 +95,65 @@ FileOutcome ClipTranscriber::transcribe(const fs::path& file, const Callbacks& c
         outcome.status = FileStatus::Cancelled;
     } catch (const std::exception& failure) {
         outcome.status = FileStatus::Failed;
-        outcome.error = failure.what();
+        outcome.error = failure.what() + adviceFor(mSettings.engine, mHome);
     }
     return outcome;
 }
 
 void ClipTranscriber::transcribeFile(FileOutcome& outcome, const Callbacks& callbacks) {
+    if (!isUtf8(outcome.file.string())) throw Failure("has a name that is not UTF-8: rename it");
     outcome.clip = clipIdentifier(outcome.file, callbacks);
-    ClipState state = clipState(mStore, outcome.clip, mProject.projectGuid);
-    if (state == ClipState::Complete) return settle(outcome, FileStatus::AlreadyComplete);
+    const ClipState before = clipState(mStore, outcome.clip, mProject.projectGuid);
+    if (before == ClipState::Complete && !mSettings.again)
+        return settle(outcome, FileStatus::AlreadyComplete);
     std::optional<ClipAudio> audio; // opened before the lock: what is not media needs none
-    if (state != ClipState::Elsewhere) audio.emplace(outcome.file, mSettings.tracks, mDetector, callbacks);
+    const auto open = [&] { audio.emplace(outcome.file, mSettings.tracks, mDetector, callbacks); };
+    if (before != ClipState::Elsewhere || mSettings.again) open();
     const ClipLock lock(mStore, mHome, outcome.clip, mSettings.takeOverLock);
-    // Another program may have written or deleted the clip while we were on our way to the lock.
-    state = clipState(mStore, outcome.clip, mProject.projectGuid);
-    if (state == ClipState::Complete) return settle(outcome, FileStatus::AlreadyComplete);
-    if (state == ClipState::Elsewhere) {
-        joinLocked(mStore, outcome.clip, mProject);
-        return settle(outcome, FileStatus::Joined);
-    }
-    if (!audio) audio.emplace(outcome.file, mSettings.tracks, mDetector, callbacks);
-    const std::string clipName = outcome.file.filename().string();
+    // Another program may have written or deleted the clip before the lock was taken.
+    const ClipState state = clipState(mStore, outcome.clip, mProject.projectGuid);
+    if (state == ClipState::Elsewhere) joinLocked(mStore, outcome.clip, mProject);
+    if (!mSettings.again && state == ClipState::Complete) return settle(outcome, FileStatus::AlreadyComplete);
+    if (!mSettings.again && state == ClipState::Elsewhere) return settle(outcome, FileStatus::Joined);
+    if (!audio) open();
+    if (mSettings.again && state != ClipState::Absent)
+        replace(outcome, *audio, callbacks);
+    else
+        write(outcome, *audio, callbacks);
+}
+
+void ClipTranscriber::nameClip(const FileOutcome& outcome, KsNNDB_STTClipEntry& entry) const {
+    entry.projectName = mProject.projectName;
+    entry.clipName = outcome.file.filename().string();
+    entry.clientApp = "kestrel";
+}
+
+void ClipTranscriber::write(FileOutcome& outcome, ClipAudio& audio, const Callbacks& callbacks) {
     const auto store = [&](KsNNDB_STTClipEntry part) {
-        part.projectName = mProject.projectName;
-        part.clipName = clipName;
-        part.clientApp = "kestrel";
+        nameClip(outcome, part);
         remember(outcome); // before the first segment, so that a clip that stays unfinished is known, too
         writeSegments(mStore, mHome, part);
     };
     const KsNNDB_STTClipEntry entry = mTranscriber->transcribe(
-        *audio, {outcome.clip, mProject.projectGuid},
+        audio, {outcome.clip, mProject.projectGuid},
         storedSegments(mStore, outcome.clip, mProject.projectGuid), store, callbacks);
     completeClip(mStore, mHome, outcome.clip, mProject.projectGuid);
-    describe(entry, *audio, outcome);
+    describe(entry, audio, outcome);
+}
+
+void ClipTranscriber::replace(FileOutcome& outcome, ClipAudio& audio, const Callbacks& callbacks) {
+    const auto keepNothing = [](const KsNNDB_STTClipEntry&) {};
+    KsNNDB_STTClipEntry entry =
+        mTranscriber->transcribe(audio, {outcome.clip, mProject.projectGuid}, {}, keepNothing, callbacks);
+    nameClip(outcome, entry);
+    const KsNNDB_STTClipEntry old = readClip(mStore, {outcome.clip, entry.clipName, "", mProject});
+    replaceTranscript(mStore, mHome, outcome.clip, entry, old.projects);
+    remember(outcome);
+    describe(entry, audio, outcome);
+    outcome.status = FileStatus::Replaced;
+    if (std::any_of(old.segments.begin(), old.segments.end(), hasSpeaker))
+        outcome.warnings.emplace_back("the names given to its speakers went with the old transcript; assign "
+                                      "them again with `kestrel speakers assign`");
 }
 
 void ClipTranscriber::describe(const KsNNDB_STTClipEntry& entry, const ClipAudio& audio,
@@ -128,8 +176,9 @@ void ClipTranscriber::settle(FileOutcome& outcome, FileStatus status) const {
 }
 
 void ClipTranscriber::remember(const FileOutcome& outcome) const {
-    Catalogue(mHome).add({outcome.clip, outcome.file.filename().string(), fs::absolute(outcome.file).string(),
-                          mSettings.project, mSettings.language});
+    Catalogue(mHome).add({outcome.clip, outcome.file.filename().string(),
+                          fs::absolute(outcome.file).lexically_normal().string(), mSettings.project,
+                          mSettings.language});
 }
 
 } // namespace kestrel

@@ -22,11 +22,13 @@ struct TranscriptionSettings {
     std::string model;           ///< Recognition model; empty: the selected one.
     std::filesystem::path terms; ///< File of names and terms for this run.
     bool takeOverLock = false;   ///< Write a clip even though another program left it locked.
+    bool again = false;          ///< Replace what the store has of the clip.
 };
 
 enum class FileStatus {
     Transcribed,
     NoSpeech, ///< Stored, without a word: nobody speaks in it.
+    Replaced, ///< Transcribed, in the place of what the store had.
     AlreadyComplete,
     Joined, ///< The store had the transcript for another project, now it has it for this one, too.
     Failed,
@@ -45,20 +47,25 @@ struct FileOutcome {
     std::vector<std::string> warnings;
 };
 
-/// Takes media files into the store: decodes, transcribes and writes them.
+/// Decodes media files, transcribes them and stores the transcripts.
 class ClipTranscriber {
 public:
     /// @throws Failure when a service is unavailable or the language is unknown.
     explicit ClipTranscriber(TranscriptionSettings settings);
 
-    /// Transcribes one file. What goes wrong with it stands in the outcome, so that other files get their
-    /// turn.
+    /// Completes what an earlier run was replacing when it ended. Call once, before the first file.
+    void completeInterrupted(const Callbacks& callbacks);
+
+    /// Transcribes one file. A failure becomes part of the outcome, so that the next file can be tried.
     FileOutcome transcribe(const std::filesystem::path& file, const Callbacks& callbacks);
 
     const KsNNProject& project() const { return mProject; }
 
 private:
     void transcribeFile(FileOutcome& outcome, const Callbacks& callbacks);
+    void nameClip(const FileOutcome& outcome, KsNNDB_STTClipEntry& entry) const;
+    void write(FileOutcome& outcome, ClipAudio& audio, const Callbacks& callbacks);
+    void replace(FileOutcome& outcome, ClipAudio& audio, const Callbacks& callbacks);
     void describe(const KsNNDB_STTClipEntry& entry, const ClipAudio& audio, FileOutcome& outcome) const;
     void settle(FileOutcome& outcome, FileStatus status) const;
     void remember(const FileOutcome& outcome) const;

@@ -10,7 +10,7 @@
 
 namespace kestrel {
 
-/// Somebody else is writing the clip.
+/// Another program is writing the clip.
 class ClipInUse : public Failure {
 public:
     using Failure::Failure;
@@ -18,8 +18,8 @@ public:
 
 /// Holds a clip's lock in the store; gives it back when destroyed.
 ///
-/// A lock in the store has no owner and outlives a crash. So a file in our home says which locks are ours:
-/// when it says "held" and no process of ours holds the file, then a kestrel crashed, and its lock is taken
+/// A lock in the store has no owner and survives a crash. So a file in the home records which locks kestrel
+/// holds: when it says "held" and no process has it locked, a kestrel has crashed, and its lock is taken
 /// over.
 class ClipLock {
 public:

@@ -19,8 +19,8 @@ constexpr std::size_t kChunkSamples = std::size_t{10} * kSampleRate;
 constexpr std::size_t kOverlapSamples = kSampleRate / 5;
 constexpr std::size_t kChunksAtOnce = 4;
 constexpr std::size_t kReadSamples = std::size_t{5} * kSampleRate;
-/// Silence behind the clip, in which its last word ends; longer than the overlap, so that whatever the engine
-/// leaves out there is silence too.
+/// Silence appended to the clip, in which its last word ends; longer than the overlap, so that the engine
+/// leaves out silence only.
 constexpr std::size_t kPaddingSamples = kSampleRate;
 
 constexpr int kPauseMs = 300;

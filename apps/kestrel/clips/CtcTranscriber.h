@@ -5,7 +5,8 @@
 
 namespace kestrel {
 
-/// Transcribes in this process with a CTC acoustic model, which hears words and no sentences or speakers.
+/// Transcribes in this process with a CTC acoustic model, which recognises words but no sentences or
+/// speakers.
 class CtcTranscriber final : public Transcriber {
 public:
     /// @param language Name in the table of the CTC engine's languages.

@@ -1,11 +1,16 @@
 #include "apps/kestrel/clips/PhraseSearch.h"
 
 #include "apps/kestrel/clips/ClipFinder.h"
+#include "apps/kestrel/clips/NeighbourSearch.h"
 #include "apps/kestrel/clips/ProjectSpeakers.h"
 #include "apps/kestrel/clips/Projects.h"
+#include "apps/kestrel/clips/TimedWords.h"
+#include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/services/Store.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
 #include <tuple>
 #include <utility>
 
@@ -16,6 +21,9 @@ namespace {
 /// The index ranks segments roughly, the library scores those that it is given; we look well beyond what we
 /// show.
 constexpr int kSegmentsToLookAt = 1000;
+/// Clips that are read to find phrases that run from one segment into the next: those with the segments that
+/// the index ranks first.
+constexpr std::size_t kClipsToRead = 100;
 
 std::string withoutPrefix(const std::string& text, const std::string& prefix) {
     return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
@@ -31,6 +39,66 @@ void restrictToSpeaker(KsNNDatabase& store, const KsNNProject& project, const st
         asked.speakerID = withoutPrefix(speaker, "Speaker ");
     else // fails, and lists them
         ProjectSpeakers(store, project).find(speaker);
+}
+
+/// Reads each clip once. One that cannot be read is empty: its segments have been searched one by one by
+/// then.
+class ClipReader {
+public:
+    ClipReader(KsNNDatabase& store, std::string project) : mStore(store), mProject(std::move(project)) {}
+
+    const KsNNDB_STTClipEntry& read(const std::string& clip) {
+        const auto [found, isNew] = mRead.try_emplace(clip);
+        KsNNDB_STTClipEntry& entry = found->second;
+        if (isNew && mStore.GetDBContents(clip, mProject, entry, false, kSchemaVersion) != KsNN_Success)
+            entry.segments.clear();
+        return entry;
+    }
+
+private:
+    KsNNDatabase& mStore;
+    std::string mProject;
+    std::map<std::string, KsNNDB_STTClipEntry> mRead;
+};
+
+bool isSaidBy(const KsNNPhraseQuery& asked, const KsNNDBEntrySeg& segment) {
+    return (asked.speakerGuid.empty() || segment.speakerGuid == asked.speakerGuid) &&
+           (asked.speakerID.empty() || segment.speakerID == asked.speakerID);
+}
+
+/// The clips whose segments the index ranks first, whether or not a segment by itself is like the phrase.
+std::vector<std::string> clipsToRead(KsNNDatabase& store, KsNNPhraseQuery asked) {
+    asked.threshold = 0.0F;
+    std::vector<KsNNPhraseHit> all;
+    store.FindPhrase(asked, all, false); // a segment that cannot be read ends it; those before it will do
+    std::vector<std::string> clips;
+    std::set<std::string> seen;
+    for (const KsNNPhraseHit& hit : all) {
+        if (clips.size() < kClipsToRead && seen.insert(hit.mediaGuid).second) clips.push_back(hit.mediaGuid);
+    }
+    return clips;
+}
+
+void addCrossings(KsNNDatabase& store, ClipReader& reader, const KsNNPhraseQuery& asked,
+                  std::vector<KsNNPhraseHit>& hits) {
+    NeighbourSearch neighbours(asked.text, asked.threshold,
+                               [&](const KsNNDBEntrySeg& segment) { return isSaidBy(asked, segment); });
+    for (const std::string& clip : clipsToRead(store, asked))
+        neighbours.addTo(hits, reader.read(clip));
+}
+
+/// The store counts words in its own way, and takes the times of the stored words of those numbers; engines
+/// count differently where punctuation parts words.
+void setTimes(ClipReader& reader, KsNNPhraseHit& hit) {
+    if (isCountedAlike(hit.text, hit.language)) return;
+    const auto& segments = reader.read(hit.mediaGuid).segments;
+    const auto segment = std::find_if(segments.begin(), segments.end(),
+                                      [&](const KsNNDBEntrySeg& one) { return one.segment == hit.segment; });
+    if (segment == segments.end() || segment->transcript != hit.text) return;
+    const auto times = timesOf(*segment, {hit.matchBegin, hit.matchEnd});
+    if (!times) return;
+    hit.startMS = static_cast<std::int32_t>(times->startMs);
+    hit.endMS = static_cast<std::int32_t>(times->endMs);
 }
 
 } // namespace
@@ -50,11 +118,15 @@ std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, KsNNPhraseQuery query
     query.maxSegments = std::max(kSegmentsToLookAt, maxResults);
     std::vector<KsNNPhraseHit> hits;
     check(store.FindPhrase(query, hits, false), store, "the search failed");
+    ClipReader reader(store, query.projectGuid);
+    if (countWords(query.text, "") > 1) addCrossings(store, reader, query, hits);
     std::stable_sort(hits.begin(), hits.end(), [](const auto& left, const auto& right) {
         return std::tie(right.score, left.mediaGuid, left.startMS) <
                std::tie(left.score, right.mediaGuid, right.startMS);
     });
     hits.resize(std::min(hits.size(), static_cast<std::size_t>(maxResults)));
+    for (KsNNPhraseHit& hit : hits)
+        setTimes(reader, hit);
     return hits;
 }
 

@@ -39,18 +39,8 @@ std::int32_t endOf(const KsNNDBEntrySeg& segment) {
     return segment.wordEndsMS.empty() ? 0 : segment.wordEndsMS.back();
 }
 
-std::optional<TextSpan> wordSpan(const std::string& text, const std::string& language, int first, int count) {
-    const icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(text);
-    std::vector<int> starts;
-    std::vector<int> ends;
-    KsNNDatabase::get_word_indices_in_string(unicode, language, starts, ends);
-    if (first < 0 || count < 1 || static_cast<std::size_t>(first) >= starts.size()) return std::nullopt;
-    const auto begin = static_cast<std::size_t>(first);
-    const std::size_t last = std::min(begin + static_cast<std::size_t>(count), ends.size()) - 1;
-    return TextSpan{utf8Length(unicode, starts[begin]), utf8Length(unicode, ends[last])};
-}
-
-int wordOfNormalForm(const std::string& text, const std::string& language, int normalWord) {
+std::optional<TextSpan> spanOfNormalWord(const std::string& text, const std::string& language,
+                                         int normalWord) {
     const icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(text);
     std::vector<int> starts;
     std::vector<int> ends;
@@ -60,9 +50,10 @@ int wordOfNormalForm(const std::string& text, const std::string& language, int n
         KsNNDatabase::normalizeForSearch(upToHere);
         std::vector<icu::UnicodeString> normal;
         KsNNDatabase::get_words_in_string(upToHere, "", normal);
-        if (static_cast<int>(normal.size()) > normalWord) return static_cast<int>(word);
+        if (static_cast<int>(normal.size()) > normalWord)
+            return TextSpan{utf8Length(unicode, starts[word]), utf8Length(unicode, ends[word])};
     }
-    return normalWord;
+    return std::nullopt;
 }
 
 int countWords(const std::string& text, const std::string& language) {

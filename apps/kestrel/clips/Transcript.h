@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/kestrel/clips/TimedWords.h"
 #include "kestrelml/store/KsNNDatabase.h"
 
 #include <optional>
@@ -11,7 +12,7 @@ namespace kestrel {
 struct Clip {
     std::string id;
     std::string name;
-    std::string path; ///< Where the file lay; empty for a clip that another home transcribed.
+    std::string path; ///< Of the file, when it was transcribed; empty if another home did that.
     KsNNProject project;
 };
 
@@ -23,19 +24,13 @@ KsNNDB_STTClipEntry readClip(KsNNDatabase& store, const Clip& clip);
 std::int32_t startOf(const KsNNDBEntrySeg& segment);
 std::int32_t endOf(const KsNNDBEntrySeg& segment);
 
-/// Bytes [begin, end) of a text.
-struct TextSpan {
-    std::size_t begin = 0;
-    std::size_t end = 0;
-};
-
-/// Where `count` words of the text lie, from word `first` on; nothing when it has no such word. Words are
-/// those that the store's matcher counts.
-std::optional<TextSpan> wordSpan(const std::string& text, const std::string& language, int first, int count);
+/// Number of words of the text, as the store's matcher counts them.
 int countWords(const std::string& text, const std::string& language);
 
-/// The word of the text at which word `normalWord` of its normal form begins. The two count differently where
-/// the normal form drops what parts words: "open-source" is two words, and one in normal form.
-int wordOfNormalForm(const std::string& text, const std::string& language, int normalWord);
+/// Where the text has word `normalWord` of its normal form; nothing when that has no such word. The two part
+/// words differently where the normal form drops what stands between them: "open-source" is two words, and
+/// one in normal form, which then begins at "open".
+std::optional<TextSpan> spanOfNormalWord(const std::string& text, const std::string& language,
+                                         int normalWord);
 
 } // namespace kestrel

@@ -1,6 +1,7 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/base/Printable.h"
 #include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/clips/ClipFinder.h"
 #include "apps/kestrel/clips/SpeakerLookup.h"
@@ -8,6 +9,7 @@
 #include "apps/kestrel/commands/FormRequest.h"
 #include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/forms/Sources.h"
+#include "apps/kestrel/script/Encoding.h"
 #include "apps/kestrel/script/HtmlPage.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Output.h"
@@ -15,9 +17,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <set>
@@ -38,11 +37,26 @@ struct AlignOptions {
     FormRequest form;
 };
 
+constexpr std::size_t kLargestScript = std::size_t{16} << 20;
+
+std::string readText(const std::filesystem::path& file) {
+    const std::string bytes = readFile(file, kLargestScript);
+    try {
+        const DecodedText decoded = decodeText(bytes);
+        if (!decoded.encoding.empty())
+            tell(fmt::format("{} is not UTF-8; it is read as {}", printableName(file.string()),
+                             decoded.encoding));
+        return decoded.text;
+    } catch (const Failure& failure) {
+        throw Failure(fmt::format("{} {}", printableName(file.string()), failure.what()));
+    }
+}
+
 std::vector<ScriptLine> spokenLines(const AlignOptions& options) {
-    std::vector<ScriptLine> lines = readScript(readFile(options.script), options.format);
+    std::vector<ScriptLine> lines = readScript(readText(options.script), options.format);
     keepSpokenLines(lines);
     if (lines.empty())
-        throw Failure(fmt::format("{} holds no spoken line{}", options.script.string(),
+        throw Failure(fmt::format("{} holds no spoken line{}", printableName(options.script.string()),
                                   options.format == ScriptFormat::Plain ? "" : "; try --format plain"));
     return lines;
 }
@@ -57,18 +71,18 @@ KsNNDB_STTClipEntry partOf(KsNNDB_STTClipEntry entry, const KsNNDatabase& store,
     return entry;
 }
 
-void printText(const std::vector<PlacedLine>& lines) {
+void printText(const std::vector<PlacedLine>& lines, const TimeLabel& time) {
     std::string text;
     for (const PlacedLine& line : lines) {
         const std::string where =
-            line.isFound() ? fmt::format("{}  {:.2f}  {}", timecode(line.startMs), line.score, line.word)
-                           : "------------  0.00  not found";
+            line.isFound() ? fmt::format("{}  {:.2f}  {}", time(line.startMs), line.score, line.word)
+                           : fmt::format("{:->{}}  0.00  not found", "", time(0).size());
         text += fmt::format("{:5}  {:<34}  {}\n", line.script.number, where, line.script.text);
     }
     printResult(text);
 }
 
-Poco::JSON::Object::Ptr toJson(const PlacedLine& line) {
+Poco::JSON::Object::Ptr toJson(const PlacedLine& line, const TimeLabel& time) {
     auto object = jsonObject();
     object->set("line", line.script.number);
     if (!line.script.character.empty()) object->set("character", line.script.character);
@@ -76,7 +90,7 @@ Poco::JSON::Object::Ptr toJson(const PlacedLine& line) {
     object->set("found", line.isFound());
     object->set("score", roundedScore(line.score));
     if (line.isFound()) {
-        object->set("timecode", timecode(line.startMs));
+        object->set("timecode", time(line.startMs));
         object->set("startMS", line.startMs);
         object->set("segment", line.segment);
         object->set("wordIndex", line.wordIndex);
@@ -86,23 +100,22 @@ Poco::JSON::Object::Ptr toJson(const PlacedLine& line) {
 }
 
 void printJson(const AlignOptions& options, const Clip& clip, const KsNNDB_STTClipEntry& entry,
-               const std::vector<PlacedLine>& lines) {
+               const std::vector<PlacedLine>& lines, const TimeLabel& time) {
     auto document = jsonObject();
     document->set("script", options.script.string());
     document->set("clip", clip.id);
     document->set("clipName", entry.clipName);
+    document->set("path", clip.path);
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
     for (const PlacedLine& line : lines)
-        list->add(toJson(line));
+        list->add(toJson(line, time));
     document->set("lines", list);
     printResult(document);
 }
 
 void writePage(const std::filesystem::path& file, const std::string& page) {
-    std::ofstream out(file, std::ios::binary);
-    out << page << std::flush;
-    if (!out) throw Failure(fmt::format("cannot write {}: {}", file.string(), std::strerror(errno)));
-    tell(fmt::format("the page is {}", file.string()));
+    writeUserFile(file, page);
+    tell(fmt::format("the page is {}", printableName(file.string())));
 }
 
 int align(const AlignOptions& options) {
@@ -118,15 +131,17 @@ int align(const AlignOptions& options) {
         options.range.empty() ? whole : partOf(whole, store, clip, startMs, endMs);
     const std::vector<PlacedLine> lines = placeLines(store, script, entry, startMs);
 
+    const TimeLabel time = timeLabelOf(clip, whole, options.form);
     if (!options.html.empty())
-        writePage(options.html, alignmentPage(options.script.filename().string(), lines, entry, startMs));
+        writePage(options.html, alignmentPage(options.script.filename().string(), lines, entry, startMs,
+                                              {time, speakerNames(store)}));
     if (!options.form.format.empty())
         writeOut(options.form, scriptSelection(describeClip(clip, whole, options.form),
                                                passagesOf(whole, speakerNames(store)), lines));
     else if (options.json)
-        printJson(options, clip, entry, lines);
+        printJson(options, clip, entry, lines, time);
     else
-        printText(lines);
+        printText(lines, time);
     const auto found =
         std::count_if(lines.begin(), lines.end(), [](const auto& line) { return line.isFound(); });
     tell(fmt::format("{} of {} lines found", found, lines.size()));
@@ -156,10 +171,11 @@ Run setUp(CLI::App& app) {
                    "Write the lines that were found as markers: otio, edl or fcpxml")
         ->check(CLI::IsMember(names).description(""))
         ->excludes(json);
+    addTimecodeOption(app, options->form);
     addFormOptions(app, options->form);
     app.footer("Writes line, time, score, the word where the line begins, and the line.\n\n"
-               "Examples:\n  kestrel align scene12.fountain --clip interview.mov --markers edl --output "
-               "scene12.edl\n  kestrel align scene12.fountain --clip interview.mov\n"
+               "Examples:\n  kestrel align scene12.fountain --clip interview.mov --timecode source\n"
+               "  kestrel align scene12.fountain --clip interview.mov --markers edl --output scene12.edl\n"
                "  kestrel align script.txt --clip interview.mov --range 1:30-2:45 --html scene.html");
     return [options] { return align(*options); };
 }

@@ -2,6 +2,7 @@
 
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Files.h"
+#include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/terminal/Output.h"
 
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 namespace kestrel {
 
@@ -23,6 +25,13 @@ std::int64_t lengthOf(const KsNNDB_STTClipEntry& entry) {
     for (const KsNNDBEntrySeg& segment : entry.segments)
         length = std::max<std::int64_t>(length, endOf(segment));
     return length;
+}
+
+void tellAssumedRate(const FormClip& clip) {
+    if (clip.clock && !clip.clock->hasOwnRate)
+        tell(fmt::format("{} has no frame rate of its own: its time codes count {} frames a second; "
+                         "--frame-rate names another rate",
+                         clip.name, clip.clock->rate.name()));
 }
 
 } // namespace
@@ -56,12 +65,7 @@ void addFormOptions(CLI::App& app, FormRequest& request) {
         ->check(CLI::Range(500, 60'000));
     app.add_flag("--speakers", rules.speakers, "Say who speaks, where the speaker changes")
         ->group(kSubtitleGroup);
-    app.add_option("--frame-rate", request.clock.frameRate,
-                   "24, 25, 29.97, 29.97df (drop-frame), 30000/1001 ... (default: the media's, or 25)")
-        ->group(kEditGroup);
-    app.add_option("--start-timecode", request.clock.startTimecode,
-                   "Time code of the clip's first frame (default: the media's, or 00:00:00:00)")
-        ->group(kEditGroup);
+    addClockOptions(app, request.clock);
     app.add_flag("--string-out", request.stringOut,
                  "One part after another, instead of markers on the whole clip")
         ->group(kEditGroup);
@@ -69,6 +73,23 @@ void addFormOptions(CLI::App& app, FormRequest& request) {
         kEditGroup)
         ->check(CLI::Range(0.0, 60.0));
     add("--record-start", request.options.recordStart, "Time code at which a string-out begins", kEditGroup);
+}
+
+void addClockOptions(CLI::App& app, ClockOptions& options) {
+    app.add_option("--frame-rate", options.frameRate,
+                   "24, 25, 29.97, 29.97df (drop-frame), 30000/1001 ... (default: the media's, or 25)")
+        ->group(kEditGroup);
+    app.add_option("--start-timecode", options.startTimecode,
+                   "Time code of the clip's first frame (default: the media's, or 00:00:00:00)")
+        ->group(kEditGroup);
+}
+
+void addTimecodeOption(CLI::App& app, FormRequest& request) {
+    static const std::map<std::string, bool> kinds{{"clip", false}, {"source", true}};
+    app.add_option("--timecode", request.isSourceTime,
+                   "Write times from the beginning of the clip, or as the media's time code, with frames "
+                   "(default: clip)")
+        ->transform(CLI::CheckedTransformer(kinds).description("{clip,source}"));
 }
 
 FormClip describeClip(const Clip& clip, const KsNNDB_STTClipEntry& entry, const FormRequest& request) {
@@ -89,6 +110,17 @@ FormClip describeClip(const Clip& clip, const KsNNDB_STTClipEntry& entry, const 
     return described;
 }
 
+TimeLabel timeLabelOf(const Clip& clip, const KsNNDB_STTClipEntry& entry, const FormRequest& request) {
+    if (!request.isSourceTime) return timecode;
+    const FormClip described = describeClip(clip, entry, request);
+    if (!described.clock)
+        throw Failure(fmt::format("the time code of {} is unknown, since its media is not where it was "
+                                  "transcribed: name --frame-rate and --start-timecode",
+                                  described.name));
+    tellAssumedRate(described);
+    return [clock = *described.clock](std::int64_t milliseconds) { return clock.timecodeAt(milliseconds); };
+}
+
 void writeOut(const FormRequest& request, const std::string& text) {
     if (request.output.empty())
         printResult(text);
@@ -102,12 +134,8 @@ void writeOut(const FormRequest& request, const Selection& selection) {
     options.handleMs = std::llround(request.handleSeconds * 1000.0);
     const Form& form = request.form();
     if (form.isEdit) {
-        for (const FormClip& clip : selection.clips) {
-            if (clip.clock && !clip.clock->hasOwnRate)
-                tell(fmt::format("{} has no frame rate of its own: its time codes count {} frames a second; "
-                                 "--frame-rate names another rate",
-                                 clip.name, clip.clock->rate.name()));
-        }
+        for (const FormClip& clip : selection.clips)
+            tellAssumedRate(clip);
     }
     const Written written = form.write(selection, options);
     writeOut(request, written.text);

@@ -1,5 +1,7 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/base/Timecode.h"
+#include "apps/kestrel/clips/ClipLabels.h"
 #include "apps/kestrel/clips/MeaningSearch.h"
 #include "apps/kestrel/clips/PhraseSearch.h"
 #include "apps/kestrel/clips/Projects.h"
@@ -33,12 +35,12 @@ struct SearchOptions {
     FormRequest form;
 };
 
-void printJson(const PhraseQuery& query, const std::vector<KsNNPhraseHit>& hits, SpeakerLookup& names) {
+void printJson(const PhraseQuery& query, HitOutput& output) {
     auto document = jsonObject();
     document->set("phrase", query.phrase);
     document->set("project", query.project);
     document->set("threshold", roundedScore(query.threshold));
-    document->set("hits", toJson(hits, names));
+    document->set("hits", output.toJson());
     printResult(document);
 }
 
@@ -47,16 +49,21 @@ void tellNothingFound(const Home& home, const PhraseQuery& query) {
     for (const CatalogueClip& clip : Catalogue(home).clips())
         projects.insert(clip.project);
     tell(fmt::format(
-        "nothing like \"{}\" is said in project \"{}\" (threshold {:.2f}; a lower one finds more)",
+        "nothing like \"{}\" was found in project \"{}\" (threshold {:.2f}; a lower one finds more)",
         query.phrase, query.project, query.threshold));
     if (!projects.empty() && !projects.contains(query.project))
         tell(fmt::format("projects with clips: {}", fmt::join(projects, ", ")));
 }
 
+/// The clip of a hit, with its file where that is known.
+Clip clipOf(const KsNNPhraseHit& hit, const KsNNProject& project, const ClipLabels& labels) {
+    return {hit.mediaGuid, hit.clipName, labels.path(hit.mediaGuid), project};
+}
+
 /// The hits, with the clips that they lie in.
 Selection selectionOf(const Home& home, KsNNDatabase& store, const SearchOptions& options,
                       const std::vector<KsNNPhraseHit>& hits) {
-    const std::vector<CatalogueClip> catalogue = Catalogue(home).clips();
+    const ClipLabels labels(home);
     const KsNNProject project = findProject(store, options.query.project);
     Selection selection;
     selection.title = options.query.phrase;
@@ -65,12 +72,7 @@ Selection selectionOf(const Home& home, KsNNDatabase& store, const SearchOptions
         const auto [found, isNew] = known.try_emplace(hit.mediaGuid);
         auto& [position, passages] = found->second;
         if (isNew) {
-            const auto listed =
-                std::find_if(catalogue.begin(), catalogue.end(), [&](const CatalogueClip& clip) {
-                    return clip.id == hit.mediaGuid && clip.project == project.projectName;
-                });
-            const Clip clip{hit.mediaGuid, hit.clipName, listed == catalogue.end() ? "" : listed->path,
-                            project};
+            const Clip clip = clipOf(hit, project, labels);
             const KsNNDB_STTClipEntry entry = readClip(store, clip);
             position = selection.clips.size();
             passages = passagesOf(entry, speakerNames(store));
@@ -80,6 +82,39 @@ Selection selectionOf(const Home& home, KsNNDatabase& store, const SearchOptions
     }
     return selection;
 }
+
+/// Writes times as the time code of each clip's media; of a clip whose media is gone as those of the clip.
+class SourceTimes {
+public:
+    SourceTimes(const Home& home, KsNNDatabase& store, const SearchOptions& options)
+        : mStore(store), mOptions(options), mLabels(home),
+          mProject(findProject(store, options.query.project)) {}
+
+    std::string operator()(const KsNNPhraseHit& hit, std::int64_t milliseconds) {
+        const auto [known, isNew] = mTimes.try_emplace(hit.mediaGuid);
+        if (isNew) known->second = labelFor(hit);
+        return known->second(milliseconds);
+    }
+
+private:
+    TimeLabel labelFor(const KsNNPhraseHit& hit) {
+        const Clip clip = clipOf(hit, mProject, mLabels);
+        try {
+            return timeLabelOf(clip, readClip(mStore, clip), mOptions.form);
+        } catch (const UsageError&) {
+            throw;
+        } catch (const Failure& failure) {
+            tell(failure.what());
+            return timecode;
+        }
+    }
+
+    KsNNDatabase& mStore;
+    const SearchOptions& mOptions;
+    ClipLabels mLabels;
+    KsNNProject mProject;
+    std::map<std::string, TimeLabel> mTimes;
+};
 
 int search(const SearchOptions& options) {
     const PhraseQuery& query = options.query;
@@ -93,9 +128,10 @@ int search(const SearchOptions& options) {
         hits = mixByRank(hits, findMeaning(store, {query.phrase, query.project, query.maxResults}),
                          static_cast<std::size_t>(query.maxResults));
     }
-    SpeakerLookup names(store);
+    HitOutput output(store, home, hits);
+    if (options.form.isSourceTime) output.setTimeLabel(SourceTimes(home, store, options));
     if (options.json) {
-        printJson(query, hits, names);
+        printJson(query, output);
         return ExitFine;
     }
     if (!options.form.format.empty()) {
@@ -106,7 +142,7 @@ int search(const SearchOptions& options) {
         writeOut(options.form, selectionOf(home, store, options, hits));
         return ExitFine;
     }
-    printHits(hits, names);
+    output.print();
     if (hits.empty()) tellNothingFound(home, query);
     return ExitFine;
 }
@@ -136,6 +172,7 @@ Run setUp(CLI::App& app) {
     app.add_option("--format", options->form.format, "Write the hits in another form, see below")
         ->check(CLI::IsMember(names).description(""))
         ->excludes(json);
+    addTimecodeOption(app, options->form);
     addFormOptions(app, options->form);
     app.footer("Forms:\n" + formList() +
                "\nExamples:\n  kestrel search \"the old brige\" --project Rivers\n"

@@ -1,7 +1,6 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/clips/MeaningSearch.h"
-#include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/HitOutput.h"
 #include "apps/kestrel/commands/Options.h"
@@ -41,16 +40,16 @@ int indexProject(KsNNDatabase& store, const SemanticOptions& options) {
 
 int find(KsNNDatabase& store, const SemanticOptions& options) {
     const std::vector<KsNNPhraseHit> hits = findMeaning(store, options.query);
-    SpeakerLookup names(store);
+    HitOutput output(store, Home::fromEnvironment(), hits);
     if (options.json) {
         auto document = jsonObject();
         document->set("query", options.query.text);
         document->set("project", options.query.project);
-        document->set("hits", toJson(hits, names));
+        document->set("hits", output.toJson());
         printResult(document);
         return ExitFine;
     }
-    printHits(hits, names);
+    output.print();
     if (hits.empty())
         tell("nothing is indexed by meaning there yet; `kestrel semantic index --project NAME` does it");
     return ExitFine;

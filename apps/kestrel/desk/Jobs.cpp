@@ -18,6 +18,7 @@ std::string messageOf(const FileOutcome& outcome) {
     std::string text;
     switch (outcome.status) {
     case FileStatus::Transcribed:
+    case FileStatus::Replaced:
         text = fmt::format("{} words", outcome.words);
         break;
     case FileStatus::NoSpeech:

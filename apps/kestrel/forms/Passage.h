@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kestrelml/core/KsNNBase.h"
+#include "apps/kestrel/clips/TimedWords.h"
 
 #include <cstdint>
 #include <functional>
@@ -8,14 +8,6 @@
 #include <vector>
 
 namespace kestrel {
-
-/// A piece of text that stays together, usually a word with its punctuation, and when it is said.
-struct TimedWord {
-    std::string text;
-    bool spaceBefore = true; ///< Scripts that write no spaces have none between words.
-    std::int64_t startMs = 0;
-    std::int64_t endMs = 0;
-};
 
 /// What one speaker says in one go: a segment of a transcript, ready for any output form. Times never run
 /// backwards, neither within a passage nor from one to the next.
@@ -36,6 +28,9 @@ std::vector<Passage> passagesOf(const KsNNDB_STTClipEntry& entry,
 
 /// Passages of one speaker after another, joined unless a pause of `longestPauseMs` parts them.
 std::vector<Passage> turnsOf(const std::vector<Passage>& passages, std::int64_t longestPauseMs);
+
+/// Joins a passage with the one after it.
+void append(Passage& passage, const Passage& next);
 
 /// Words as they are written, spaces where the script has them.
 std::string joined(const std::vector<TimedWord>& words);

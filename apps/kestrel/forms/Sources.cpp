@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace kestrel {
 
@@ -28,10 +29,13 @@ void addHit(Selection& selection, std::size_t clip, const std::vector<Passage>& 
         return candidate.segment == hit.segment;
     });
     if (passage == passages.end()) return;
-    FormItem item = itemOf(clip, *passage);
+    Passage spoken = *passage;
+    for (auto next = passage + 1; next != passages.end() && spoken.endMs < hit.endMS; ++next)
+        append(spoken, *next); // the phrase runs on in the next segment
+    FormItem item = itemOf(clip, std::move(spoken));
     item.score = hit.score;
     item.label = hit.text.substr(hit.matchBegin, hit.matchEnd - hit.matchBegin);
-    item.note = fmt::format("{} ({:.2f}): {}", passage->speaker, hit.score, passage->text);
+    item.note = fmt::format("{} ({:.2f}): {}", item.passage.speaker, hit.score, item.passage.text);
     item.markMs = hit.startMS;
     item.markEndMs = std::max(hit.endMS, hit.startMS);
     selection.items.push_back(std::move(item));

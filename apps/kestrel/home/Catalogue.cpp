@@ -101,12 +101,14 @@ std::vector<CatalogueClip> Catalogue::find(const std::string& text, const std::s
     auto found = select(all, project, [&](const CatalogueClip& clip) { return clip.name == text; });
     if (found.empty() && isIdentifierPart(text))
         found = select(all, project, [&](const CatalogueClip& clip) { return clip.id.starts_with(text); });
+    if (!found.empty()) return found;
     std::error_code error;
-    if (found.empty() && fs::is_regular_file(text, error)) {
+    if (fs::is_regular_file(text, error)) {
         const std::string identifier = clipIdentifier(text);
-        found = select(all, project, [&](const CatalogueClip& clip) { return clip.id == identifier; });
+        return select(all, project, [&](const CatalogueClip& clip) { return clip.id == identifier; });
     }
-    return found;
+    const std::string path = fs::absolute(text, error).lexically_normal().string();
+    return select(all, project, [&](const CatalogueClip& clip) { return clip.path == path; });
 }
 
 } // namespace kestrel

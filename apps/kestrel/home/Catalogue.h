@@ -11,7 +11,7 @@ namespace kestrel {
 struct CatalogueClip {
     std::string id;
     std::string name; ///< File name.
-    std::string path; ///< Where the file lay.
+    std::string path; ///< Of the file, when it was transcribed.
     std::string project;
     std::string language;
 };
@@ -28,8 +28,8 @@ public:
     std::vector<CatalogueClip> clips() const;
 
     /// The clips that the user may mean by `text`: the name of a clip, else an identifier or the beginning of
-    /// one (six digits at least), else a file, which is read for its identifier. An empty `project` means
-    /// any.
+    /// one (six digits at least), else a file: one that is there is read for its identifier, one that has
+    /// gone is known by its path. An empty `project` means any.
     std::vector<CatalogueClip> find(const std::string& text, const std::string& project) const;
 
 private:

@@ -61,7 +61,7 @@ bool hasCredentials(const Home& home) {
     return fs::exists(home.credentialsFile()) && fs::exists(home.keyFile());
 }
 
-void takeUpCredentials(const Home& home) {
+void adoptCredentials(const Home& home) {
     const fs::path source = home.indexData() / "administrator.json";
     if (!fs::exists(source))
         throw Failure(fmt::format("the index service left no password in {}", source.string()));
@@ -83,15 +83,15 @@ void takeUpCredentials(const Home& home) {
 
 void applyCredentials(const Home& home) {
     if (!hasCredentials(home))
-        throw Failure("the password of the index service has not been taken up: run `kestrel up`");
+        throw Failure("there is no password for the index service yet: run `kestrel up`");
     auto credentials = readJson(home.credentialsFile());
     const std::string user = credentials->optValue<std::string>("user", "");
     const std::string password = credentials->optValue<std::string>("password", "");
     KsNNDatabase store = offlineStore();
     if (store.SetCredentials(user, password, readFile(home.keyFile()), false, false) != KsNN_Success ||
         !isReadable(store, user) || !isReadable(store, password))
-        throw Failure(fmt::format("{} is damaged: run `kestrel up` to take the password up anew",
-                                  home.credentialsFile().string()));
+        throw Failure(
+            fmt::format("{} is damaged: run `kestrel up` to make it again", home.credentialsFile().string()));
 }
 
 void applyCredentialsUnder(const Home& home, const std::string& passPhrase) {

@@ -6,12 +6,12 @@
 
 namespace kestrel {
 
-/// Whether a password has been taken up.
+/// Whether there are credentials.
 bool hasCredentials(const Home& home);
-/// Takes up the administrator that the index service made at its first start, and keeps it encrypted. The key
-/// lies in a file of its own, so that neither file alone gives the password away.
+/// Stores the credentials of the administrator that the index service created at its first start, encrypted.
+/// The key has a file of its own, so that neither file alone reveals the password.
 /// @throws Failure when the index service left no password.
-void takeUpCredentials(const Home& home);
+void adoptCredentials(const Home& home);
 /// Hands the stored credentials to the library, for every store of this process.
 /// @throws Failure when they are missing or damaged.
 void applyCredentials(const Home& home);

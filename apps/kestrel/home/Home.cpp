@@ -27,7 +27,7 @@ Home Home::fromEnvironment() {
         return Home(fs::path(data) / "kestrel");
     if (const std::string user = environment("HOME"); !user.empty())
         return Home(fs::path(user) / ".local/share/kestrel");
-    throw Failure("no folder to keep anything in: set KESTREL_HOME to one");
+    throw Failure("there is no home folder: set KESTREL_HOME");
 }
 
 Home::Home(fs::path root) : mRoot(std::move(root)) {
@@ -39,7 +39,7 @@ void Home::create() const {
         if (fs::is_directory(folder, error)) continue;
         fs::create_directories(folder, error);
         if (error)
-            throw Failure(fmt::format("cannot make the folder {}: {}", folder.string(), error.message()));
+            throw Failure(fmt::format("cannot create the folder {}: {}", folder.string(), error.message()));
         fs::permissions(folder, fs::perms::owner_all, error);
     }
 }

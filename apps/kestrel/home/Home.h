@@ -4,7 +4,7 @@
 
 namespace kestrel {
 
-/// The folder that holds all that kestrel keeps: `$KESTREL_HOME`, by default `kestrel` in the user's data
+/// The folder in which kestrel keeps its state: `$KESTREL_HOME`, by default `kestrel` in the user's data
 /// folder.
 class Home {
 public:
@@ -29,7 +29,7 @@ private:
     std::filesystem::path mRoot;
 };
 
-/// Folder of the running executable; the services and the models lie there too.
+/// Folder of the running executable, which also holds the services and the models.
 std::filesystem::path executableFolder();
 /// Folder of the speech models: `$KESTREL_MODEL_DIR`, else `models` beside the executable.
 /// @throws Failure when there is none.

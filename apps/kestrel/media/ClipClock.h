@@ -27,6 +27,10 @@ struct ClipClock {
     bool hasOwnTimecode = false; ///< So does the start.
 
     std::string startTimecode() const { return timecodeOf(startFrame, rate); }
+    /// Time code of the frame at a time of the clip.
+    std::string timecodeAt(std::int64_t milliseconds) const {
+        return timecodeOf(startFrame + rate.frameAt(milliseconds), rate);
+    }
 };
 
 /// What the user says about time codes; what is empty is read from the media.

@@ -28,7 +28,7 @@ struct FrameRate {
 };
 
 /// Reads "25", "29.97", "29.97df" or "30000/1001". A decimal that stands for a rate of the NTSC
-/// family, 23.976 or 23.98 for one, means the exact fraction.
+/// family, such as 23.976 or 23.98, means the exact fraction.
 /// @throws UsageError naming the text.
 FrameRate parseFrameRate(const std::string& text);
 /// The usual rate that a measured one stands for, as 24000/1001 for 2997/125; else the measured one itself.

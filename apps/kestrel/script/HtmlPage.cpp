@@ -1,6 +1,5 @@
 #include "apps/kestrel/script/HtmlPage.h"
 
-#include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/clips/Transcript.h"
 
 #include <fmt/format.h>
@@ -69,7 +68,7 @@ int hue(float score) {
     return static_cast<int>(std::lround(std::clamp((score - 0.5F) * 2.0F, 0.0F, 1.0F) * 130.0F));
 }
 
-std::string scriptItem(const PlacedLine& line, std::size_t index) {
+std::string scriptItem(const PlacedLine& line, std::size_t index, const PageLabels& labels) {
     const std::string who = line.script.character.empty() ? ""
                                                           : fmt::format("<span class=\"who\">{}</span> ",
                                                                         escaped(line.script.character));
@@ -83,16 +82,14 @@ std::string scriptItem(const PlacedLine& line, std::size_t index) {
         "<a href=\"#word-{}-{}\">{}</a><br><time>{}</time> <span class=\"score\">score {:.2f}, from "
         "\u201c{}\u201d</span></li>\n",
         hue(line.score), index, line.script.number, who, line.segment, line.wordIndex, text,
-        timecode(line.startMs), line.score, escaped(line.word));
+        labels.time(line.startMs), line.score, escaped(line.word));
 }
 
 /// The words of one segment at which lines begin, by their place in the segment's text.
 class Starts {
 public:
-    void add(const KsNNDBEntrySeg& segment, const PlacedLine& line, std::size_t index) {
-        // A segment whose words cannot be told apart is linked as a whole.
-        const auto span = wordSpan(segment.transcript, segment.language, line.wordIndex, 1);
-        mStarts[span ? span->begin : 0].push_back({&line, index, span ? span->end : 0});
+    void add(const PlacedLine& line, std::size_t index) {
+        mStarts[line.span.begin].push_back({&line, index});
     }
 
     std::string markUp(const std::string& text) const {
@@ -100,12 +97,13 @@ public:
         std::size_t done = 0;
         for (const auto& [begin, lines] : mStarts) {
             const Start& first = lines.front();
+            const std::size_t end = first.line->span.end;
             html += escaped(text.substr(done, begin - done));
             html += fmt::format("<a class=\"start\" style=\"--hue:{}\" id=\"word-{}-{}\" href=\"#line-{}\" "
                                 "title=\"script line {}\">{}</a>",
                                 hue(first.line->score), first.line->segment, first.line->wordIndex,
-                                first.index, numbers(lines), escaped(text.substr(begin, first.end - begin)));
-            done = first.end;
+                                first.index, numbers(lines), escaped(text.substr(begin, end - begin)));
+            done = end;
         }
         return html + escaped(text.substr(done));
     }
@@ -114,7 +112,6 @@ private:
     struct Start {
         const PlacedLine* line;
         std::size_t index;
-        std::size_t end;
     };
 
     static std::string numbers(const std::vector<Start>& lines) {
@@ -128,17 +125,16 @@ private:
 };
 
 std::string transcriptItems(const std::vector<PlacedLine>& lines, const KsNNDB_STTClipEntry& transcript,
-                            std::int32_t offsetMs) {
+                            std::int32_t offsetMs, const PageLabels& labels) {
     std::vector<Starts> starts(transcript.segments.size());
     for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (lines[i].isFound() && lines[i].segment < starts.size())
-            starts[lines[i].segment].add(transcript.segments[lines[i].segment], lines[i], i);
+        if (lines[i].isFound() && lines[i].segment < starts.size()) starts[lines[i].segment].add(lines[i], i);
     }
     std::string html;
     for (std::size_t i = 0; i < transcript.segments.size(); ++i) {
         const KsNNDBEntrySeg& segment = transcript.segments[i];
-        html += fmt::format("<li><time>{}</time> <span class=\"who\">Speaker {}</span><br>{}</li>\n",
-                            timecode(offsetMs + startOf(segment)), escaped(segment.speakerID),
+        html += fmt::format("<li><time>{}</time> <span class=\"who\">{}</span><br>{}</li>\n",
+                            labels.time(offsetMs + startOf(segment)), escaped(labels.speaker(segment)),
                             starts[i].markUp(segment.transcript));
     }
     return html;
@@ -147,10 +143,11 @@ std::string transcriptItems(const std::vector<PlacedLine>& lines, const KsNNDB_S
 } // namespace
 
 std::string alignmentPage(const std::string& scriptName, const std::vector<PlacedLine>& lines,
-                          const KsNNDB_STTClipEntry& transcript, std::int32_t offsetMs) {
+                          const KsNNDB_STTClipEntry& transcript, std::int32_t offsetMs,
+                          const PageLabels& labels) {
     std::string script;
     for (std::size_t i = 0; i < lines.size(); ++i)
-        script += scriptItem(lines[i], i);
+        script += scriptItem(lines[i], i, labels);
     const auto found =
         std::count_if(lines.begin(), lines.end(), [](const auto& line) { return line.isFound(); });
     const std::string language = transcript.segments.empty() ? "" : transcript.segments.front().language;
@@ -165,7 +162,7 @@ std::string alignmentPage(const std::string& scriptName, const std::vector<Place
         "<section tabindex=\"0\" aria-labelledby=\"transcript\"><h2 id=\"transcript\" "
         "lang=\"en\">Transcript</h2>\n<ol>\n{7}</ol></section>\n</main>\n</body>\n</html>\n",
         escaped(language), escaped(scriptName), escaped(transcript.clipName), kStyle, found, lines.size(),
-        script, transcriptItems(lines, transcript, offsetMs));
+        script, transcriptItems(lines, transcript, offsetMs, labels));
 }
 
 } // namespace kestrel

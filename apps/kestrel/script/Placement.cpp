@@ -5,6 +5,8 @@
 #include "kestrelml/align/KsNNAlignment.h"
 #include "kestrelml/align/KsNNTextLines.h"
 
+#include <algorithm>
+
 namespace kestrel {
 
 namespace {
@@ -20,14 +22,19 @@ PlacedLine place(const ScriptLine& line, const KsNNAlignmentItem& item, const Ks
     PlacedLine placed{.script = line, .score = item.score, .word = ""};
     if (!placed.isFound()) return placed;
     placed.segment = static_cast<std::size_t>(item.lineNumber);
+    placed.startMs = offsetMs + item.startMs;
     const KsNNDBEntrySeg& segment = entry.segments.at(placed.segment);
+    const auto span = spanOfNormalWord(segment.transcript, segment.language, item.wordIndex);
+    if (!span) return placed;
+    placed.span = *span;
+    placed.word = segment.transcript.substr(span->begin, span->end - span->begin);
     // The store counts the words of the normal form, and takes the time of the stored word of that number.
-    placed.wordIndex = wordOfNormalForm(segment.transcript, segment.language, item.wordIndex);
-    const auto word = static_cast<std::size_t>(placed.wordIndex);
-    placed.startMs =
-        offsetMs + (word < segment.wordStartsMS.size() ? segment.wordStartsMS[word] : item.startMs);
-    if (const auto span = wordSpan(segment.transcript, segment.language, placed.wordIndex, 1))
-        placed.word = segment.transcript.substr(span->begin, span->end - span->begin);
+    const std::vector<TimedWord> words = timedWords(segment);
+    const auto word = std::find_if(words.begin(), words.end(),
+                                   [&](const TimedWord& one) { return one.span.end > span->begin; });
+    if (word == words.end()) return placed;
+    placed.wordIndex = static_cast<std::int32_t>(word - words.begin());
+    placed.startMs = offsetMs + static_cast<std::int32_t>(word->startMs);
     return placed;
 }
 

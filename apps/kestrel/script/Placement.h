@@ -1,5 +1,6 @@
 #pragma once
 
+#include "apps/kestrel/clips/TimedWords.h"
 #include "apps/kestrel/script/Script.h"
 #include "kestrelml/store/KsNNDatabase.h"
 
@@ -15,7 +16,8 @@ struct PlacedLine {
     float score = 0.0F;         ///< 0: not found.
     std::int32_t startMs = 0;   ///< In the clip.
     std::size_t segment = 0;    ///< Position in the transcript's segments.
-    std::int32_t wordIndex = 0; ///< Word of that segment.
+    std::int32_t wordIndex = 0; ///< Word of that segment, as `timedWords` counts.
+    TextSpan span{};            ///< The word where the line begins, in the segment's transcript.
     std::string word;           ///< As the transcript has it.
 
     bool isFound() const { return score > 0.0F; }

@@ -18,8 +18,8 @@ enum class ScriptFormat { Auto, Plain, Screenplay };
 ///
 /// Plain text: every line that is not empty; "NAME: words" gives the character. Screenplay: Fountain, or a
 /// screenplay as text; the lines under each character's name, without parentheticals, notes and stage
-/// directions. `Auto` takes a text for a screenplay when names stand above spoken lines at least twice, or
-/// one scene heading comes first.
+/// directions. `Auto` takes a text for a screenplay when it starts with a scene heading, or has names above
+/// spoken lines at least twice.
 std::vector<ScriptLine> readScript(const std::string& text, ScriptFormat format);
 
 } // namespace kestrel

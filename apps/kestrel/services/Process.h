@@ -10,7 +10,7 @@
 
 namespace kestrel {
 
-/// A process, told from a later one that was given the same number by its start time.
+/// A process. The start time distinguishes it from a later one with the same number.
 struct Process {
     pid_t pid = 0;
     std::uint64_t startTime = 0; ///< Clock ticks since boot.
@@ -26,7 +26,7 @@ std::optional<Process> findProcess(pid_t pid);
 Process startDetached(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                       const std::filesystem::path& log);
 
-/// Asks the process's group to end, and makes it after `patience`. Does nothing to a process that is not
+/// Asks the process's group to end, and kills it after `patience`. Does nothing if the process is not
 /// running.
 void stop(const Process& process, std::chrono::milliseconds patience);
 

@@ -15,15 +15,15 @@ bool isPasswordGood(const Home& home, const std::string& uri) {
     try {
         return hasCredentials(home) && acceptsCredentials(home, uri);
     } catch (const Failure&) {
-        return false; // a damaged file is as good as none: it is made anew
+        return false; // a damaged file is replaced, as a missing one is
     }
 }
 
-void settlePassword(const Home& home, const std::string& uri, const std::filesystem::path& log) {
+void ensurePassword(const Home& home, const std::string& uri, const std::filesystem::path& log) {
     // The key and what it encrypts are two files; of several that start at once, one writes them.
     const FileLock lock = FileLock::take(home.root() / "credentials.lock");
     if (isPasswordGood(home, uri)) return;
-    takeUpCredentials(home);
+    adoptCredentials(home);
     if (!acceptsCredentials(home, uri))
         throw Failure(
             fmt::format("the index service at {} refuses the password that it made itself; its log is {}",
@@ -36,7 +36,7 @@ Services::Running bringUp(const Home& home, const Services::Ports& ports, const 
     home.create();
     const Services services(home);
     auto started = services.start(ports, callbacks);
-    settlePassword(home, require(home, Service::Index).uri, services.logFile(Service::Index));
+    ensurePassword(home, require(home, Service::Index).uri, services.logFile(Service::Index));
     return started;
 }
 

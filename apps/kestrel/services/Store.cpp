@@ -39,13 +39,13 @@ KsNNDatabase openStoreOfAnyVersion(const Home& home) {
         return store;
     case KsNN_Exception:
         throw Failure(
-            fmt::format("the index service at {} does not answer as one ({}): run `kestrel down` and "
+            fmt::format("the index service at {} does not answer like one ({}): run `kestrel down` and "
                         "`kestrel up`",
                         service.uri, detailOf(store)));
     default:
         throw Failure(
             fmt::format("the index service at {} refuses the password that kestrel keeps: run `kestrel "
-                        "up` to take it up anew",
+                        "up` to read it again",
                         service.uri));
     }
 }

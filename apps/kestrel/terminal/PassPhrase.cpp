@@ -2,6 +2,7 @@
 
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Files.h"
+#include "apps/kestrel/terminal/Answer.h"
 
 #include <fmt/format.h>
 
@@ -44,9 +45,7 @@ std::string ask(const char* prompt) {
     fmt::print(stderr, "{}: ", prompt);
     std::fflush(stderr);
     const NoEcho hidden;
-    std::string line;
-    std::getline(std::cin, line);
-    return line;
+    return readAnswer();
 }
 
 } // namespace
