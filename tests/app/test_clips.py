@@ -60,7 +60,8 @@ def test_a_misspelt_phrase_is_found_where_it_is_said(kestrel: Kestrel, video: Pa
     assert hit["score"] > 0.85
     assert hit["match"].startswith("installed a set of sample sounds")
     printed = kestrel.good(*arguments).out.splitlines()
-    assert printed[0].startswith(f"{video.name}  {hit['timecode']}  speaker {hit['speaker']}")
+    assert printed[0].startswith(f"{video.name}  {hit['timecode']} - ")
+    assert f"  speaker {hit['speaker']}  " in printed[0]
     assert hit["match"] in printed[1] and "**" not in printed[1]
 
 

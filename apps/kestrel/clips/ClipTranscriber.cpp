@@ -142,11 +142,13 @@ void ClipTranscriber::write(FileOutcome& outcome, ClipAudio& audio, const Callba
 }
 
 void ClipTranscriber::replace(FileOutcome& outcome, ClipAudio& audio, const Callbacks& callbacks) {
+    // Read first: the store may be gone when the new transcript is whole, which is kept then.
+    const KsNNDB_STTClipEntry old =
+        readClip(mStore, {outcome.clip, outcome.file.filename().string(), "", mProject});
     const auto keepNothing = [](const KsNNDB_STTClipEntry&) {};
     KsNNDB_STTClipEntry entry =
         mTranscriber->transcribe(audio, {outcome.clip, mProject.projectGuid}, {}, keepNothing, callbacks);
     nameClip(outcome, entry);
-    const KsNNDB_STTClipEntry old = readClip(mStore, {outcome.clip, entry.clipName, "", mProject});
     replaceTranscript(mStore, mHome, outcome.clip, entry, old.projects);
     remember(outcome);
     describe(entry, audio, outcome);
