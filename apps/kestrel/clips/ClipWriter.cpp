@@ -97,7 +97,7 @@ std::vector<KsNNDBEntrySeg> storedSegments(KsNNDatabase& store, const std::strin
 }
 
 void writeSegments(KsNNDatabase& store, const Home& home, const KsNNDB_STTClipEntry& entry) {
-    for (KsNNDBEntrySeg segment : entry.segments)
+    for (const KsNNDBEntrySeg& segment : entry.segments)
         check(store.WriteToDB(entry, segment, false), store,
               fmt::format("the store did not take segment {}{}; run the same command again to write the rest",
                           segment.segment + 1, spaceWarning(home)));

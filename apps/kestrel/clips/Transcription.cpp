@@ -11,15 +11,15 @@
 namespace kestrel {
 
 std::size_t partSamples() {
-    constexpr double usual = 10.0;
-    constexpr double longest = 60.0;
+    constexpr double kUsual = 10.0;
+    constexpr double kLongest = 60.0;
     const char* const text = std::getenv("KESTREL_PART_MINUTES");
-    if (!text || *text == '\0') return static_cast<std::size_t>(usual * 60 * kSampleRate);
+    if (!text || *text == '\0') return static_cast<std::size_t>(kUsual * 60 * kSampleRate);
     char* end = nullptr;
     const double minutes = std::strtod(text, &end);
-    if (*end != '\0' || !(minutes > 0.0 && minutes <= longest))
+    if (*end != '\0' || !(minutes > 0.0 && minutes <= kLongest))
         throw Failure(fmt::format(
-            "KESTREL_PART_MINUTES is \"{}\", not a number of minutes above 0 and up to {}", text, longest));
+            "KESTREL_PART_MINUTES is \"{}\", not a number of minutes above 0 and up to {}", text, kLongest));
     return static_cast<std::size_t>(minutes * 60 * kSampleRate);
 }
 

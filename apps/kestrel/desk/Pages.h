@@ -19,7 +19,7 @@ public:
 
 private:
     struct Page {
-        const char* type;
+        const char* type = "";
         std::string text;
     };
     std::map<std::string, Page> mPages; ///< By path.

@@ -31,7 +31,7 @@ struct Written {
 /// A way of writing a selection out.
 struct Form {
     /// @throws Failure or UsageError when the selection does not fit the form.
-    Written (*write)(const Selection& selection, const FormOptions& options);
+    Written (*write)(const Selection& selection, const FormOptions& options) = nullptr;
     bool isEdit = false; ///< For editing programs: needs the clocks of the clips.
     const char* summary = "";
 };
