@@ -42,7 +42,7 @@ def test_version_and_overview(fresh: Kestrel) -> None:
         (["show", b"caf\xe9.wav"], '"caf\ufffd.wav" is not UTF-8'),
         (["up", "--index-port", "70000"], "70000"),
         (["transcribe", "a.wav", "--language", "en"], "--project"),
-        (["transcribe", "a.wav", "--project", "P", "--language", "en", "--engine", "steam"], "{service,embedded,ctc}"),
+        (["transcribe", "a.wav", "--project", "P", "--language", "en", "--engine", "steam"], '"steam" is none of {ctc,embedded,service}'),
         (["transcribe", "a.wav", "--project", "", "--language", "en"], "a name must not be empty"),
         (["search", "word", "--project", "P", "--threshold", "1.5"], "1.5"),
         (["search", "word", "--project", "P", "--max", "0"], "--max"),

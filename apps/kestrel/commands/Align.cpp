@@ -160,7 +160,7 @@ Run setUp(CLI::App& app) {
     addAnyProjectOption(app, options->project);
     app.add_option("--range", options->range, "Part of the clip, START-END: 1:30-2:45, or in seconds 90-165");
     app.add_option("--format", options->format, "How the script is written (default: auto)")
-        ->transform(CLI::CheckedTransformer(formats).description("{auto,plain,screenplay}"));
+        ->transform(oneOf(formats));
     app.add_option("--html", options->html, "Also write a page with script and transcript side by side");
     CLI::Option* json = addJsonFlag(app, options->json);
     std::set<std::string> names;

@@ -4,6 +4,7 @@
 #include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/base/Timecode.h"
 #include "apps/kestrel/clips/Transcript.h"
+#include "apps/kestrel/commands/Options.h"
 #include "apps/kestrel/terminal/Output.h"
 
 #include <CLI/CLI.hpp>
@@ -89,7 +90,7 @@ void addTimecodeOption(CLI::App& app, FormRequest& request) {
     app.add_option("--timecode", request.isSourceTime,
                    "Write times from the beginning of the clip, or as the media's time code, with frames "
                    "(default: clip)")
-        ->transform(CLI::CheckedTransformer(kinds).description("{clip,source}"));
+        ->transform(oneOf(kinds));
 }
 
 FormClip describeClip(const Clip& clip, const KsNNDB_STTClipEntry& entry, const FormRequest& request) {

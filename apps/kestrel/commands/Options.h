@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <filesystem>
+#include <map>
 #include <string>
 
 /// Options that several commands share, so that they read alike everywhere.
@@ -21,6 +22,21 @@ inline CLI::Option* addProjectOption(CLI::App& app, std::string& project) {
 inline CLI::Option* addAnyProjectOption(CLI::App& app, std::string& project) {
     return app.add_option("--project", project, "Name of the project, when a clip name is used in several")
         ->check(requireName);
+}
+
+/// Takes one of the names, and tells all of them to whoever gives another.
+template <typename Value>
+CLI::Validator oneOf(const std::map<std::string, Value>& values) {
+    std::string names;
+    for (const auto& [name, value] : values)
+        names += (names.empty() ? "" : ",") + name;
+    const auto translate = [values, names](std::string& text) -> std::string {
+        const auto found = values.find(text);
+        if (found == values.end()) return "\"" + text + "\" is none of {" + names + "}";
+        text = std::to_string(static_cast<int>(found->second));
+        return "";
+    };
+    return {translate, "{" + names + "}"};
 }
 
 inline constexpr const char* kClipHelp =

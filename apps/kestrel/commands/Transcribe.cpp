@@ -246,7 +246,7 @@ Run setUp(CLI::App& app) {
            "--engine", settings.engine,
            "Transcribe in the speech service, embedded in this process, or by an acoustic model alone,\n"
            "which is fast and writes what it hears, without sentences or speakers (default: service)")
-        ->transform(CLI::CheckedTransformer(engines).description("{service,embedded,ctc}"));
+        ->transform(oneOf(engines));
     app.add_option("--model", settings.model,
                    "Recognition model for this run; `kestrel models` lists them (default: the one in use)");
     app.add_option("--terms", settings.terms,
