@@ -196,7 +196,8 @@ private:
 
     bool boolean(const Entry& entry, const Json& value) const {
         if (value == true || value == "true") return true;
-        if (value == false || value == "false" || value == "") return false;
+        if (value == false || value == "false") return false;
+        if (value == "") return false; // NOLINT(readability-container-size-empty): an empty list is no text
         throw fail(
             entry.field.path, "boolean", value,
             fmt::format("Failed to parse value [{}] as only [true] or [false] are allowed.", preview(value)));

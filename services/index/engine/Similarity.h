@@ -28,7 +28,7 @@ public:
 
 private:
     std::uint64_t mDocuments;
-    std::array<float, 256> mInverseNorms;
+    std::array<float, 256> mInverseNorms{};
 };
 
 /// The length code of fields without lengths (keywords).

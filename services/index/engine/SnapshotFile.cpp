@@ -27,7 +27,7 @@ std::filesystem::path companionOf(const std::filesystem::path& snapshot, const s
 } // namespace
 
 CompanionFile::CompanionFile(std::filesystem::path file, Access access) : mFile(std::move(file)) {
-    const bool writing = access == Access::write;
+    const bool writing = access == Access::Write;
     mDescriptor =
         ::open(mFile.c_str(), writing ? O_WRONLY | O_CREAT | O_CLOEXEC : O_RDONLY | O_CLOEXEC, 0600);
     if (mDescriptor >= 0) return;
@@ -102,7 +102,7 @@ CompanionFile& SnapshotWriter::companion(const std::string& name) {
     const std::filesystem::path file = companionOf(mFile, name);
     const auto known = mCompanions.find(file);
     if (known != mCompanions.end()) return known->second;
-    return mCompanions.emplace(file, CompanionFile(file, CompanionFile::Access::write)).first->second;
+    return mCompanions.emplace(file, CompanionFile(file, CompanionFile::Access::Write)).first->second;
 }
 
 void SnapshotWriter::finish() {
@@ -152,7 +152,7 @@ std::string SnapshotReader::text() {
 }
 
 CompanionFile SnapshotReader::companion(const std::string& name) const {
-    return {companionOf(mFile, name), CompanionFile::Access::read};
+    return {companionOf(mFile, name), CompanionFile::Access::Read};
 }
 
 Roaring SnapshotReader::bitmap() {

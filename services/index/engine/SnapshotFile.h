@@ -28,7 +28,7 @@ public:
 /// A file beside a snapshot, such as one of vectors.
 class CompanionFile {
 public:
-    enum class Access { read, write };
+    enum class Access { Read, Write };
     /// Throws SnapshotError, or std::system_error when it is to be written.
     CompanionFile(std::filesystem::path file, Access access);
     ~CompanionFile();

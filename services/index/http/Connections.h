@@ -36,8 +36,8 @@ public:
 
     using Clock = std::chrono::steady_clock;
     struct Entry {
-        int socket;
-        State state;
+        int socket = -1;
+        State state = State::Anonymous;
         Clock::time_point since;
         Clock::time_point deadline;
     };

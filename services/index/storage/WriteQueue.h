@@ -43,7 +43,7 @@ public:
     /// For a document that is replaced or deleted even if it is damaged.
     struct Old {
         StoredDocument document;
-        RowId row;
+        RowId row = 0;
         bool readable = true;
     };
     Old loadOld(const IndexPtr& index, const std::string& id, RowId row);
