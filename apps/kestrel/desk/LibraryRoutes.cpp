@@ -57,8 +57,8 @@ Poco::JSON::Object::Ptr toJson(const ListedClip& clip) {
 void clips(Exchange& exchange, Parts& parts) {
     ClipFilter filter;
     filter.project = exchange.parameter("project");
-    const std::vector<ListedClip> listed = parts.stores.with(
-        [&](KsNNDatabase& store) { return listClips(store, parts.stores.home(), filter); });
+    const std::vector<ListedClip> listed =
+        parts.stores.with([&](KsNNDatabase& store) { return listClips(store, parts.stores.home(), filter); });
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
     for (const ListedClip& clip : listed)
         list->add(toJson(clip));
