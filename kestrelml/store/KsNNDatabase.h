@@ -441,7 +441,8 @@ public:
     /// The transcript index must exist (`CreateIndex`): the service would make it without the store's
     /// mapping. `KsNN_Error` also for a file that cannot be read, is damaged, encrypted under another key, or
     /// of another schema version; then nothing has changed. A failure of the last request leaves the clips
-    /// that were to be replaced deleted; importing again completes it.
+    /// that were to be replaced deleted; importing again writes them, but not into projects that only the
+    /// store knew of.
     KsNN_ErrorCode ImportDBContentsFromKST(std::string path, std::string projectGuid, std::string projectName,
                                            KsNNProgressCallback progress, bool debug);
     /// Writes a transcript to a text file, which is replaced when it exists.

@@ -65,6 +65,10 @@ TEST(TimeLeft, IsJudgedBySizeOfWhatWasWorkedOn) {
 struct Encoded {
     std::string bytes;
     std::string text;
+
+    friend void PrintTo(const Encoded& encoded, std::ostream* out) {
+        *out << testing::PrintToString(encoded.bytes);
+    }
 };
 
 class DecodedScript : public testing::TestWithParam<Encoded> {};

@@ -163,7 +163,8 @@ private:
         remove(index);
         mProxy.ask("PUT", "/" + index,
                    R"({"mappings": {"properties": {"projectList": {"type": "nested", "properties":
-                   {"projectGuid": {"type": "keyword"}, "projectName": {"type": "keyword"}}}}}})");
+                   {"projectGuid": {"type": "keyword"}, "projectName": {"type": "keyword"}}},
+                   "semanticImageVector": {"type": "dense_vector", "dims": 512}}}})");
     }
 
     void insertUsers(Stored& documents) {

@@ -41,6 +41,7 @@ DecodedText decodeText(const std::string& bytes) {
         icu::UnicodeString(bytes.data(), static_cast<std::int32_t>(bytes.size()), decoded.encoding.c_str())
             .toUTF8String(decoded.text);
     }
+    if (decoded.text.starts_with("\xEF\xBB\xBF")) decoded.text.erase(0, 3); // byte order mark
     if (decoded.text.find('\0') != std::string::npos)
         throw Failure("is not text: save it as plain text first");
     return decoded;
