@@ -57,7 +57,7 @@ def test_what_was_meant_is_found_in_another_language(indexed: Kestrel) -> None:
     described = {key: hit[key] for key in ("clipName", "segment", "speaker", "startMS", "endMS", "match")}
     assert described == {"clipName": "talk.mov", "segment": 2, "speaker": "1", "startMS": 10_000, "endMS": 12_400, "match": ""}
     printed = indexed.good("semantic", "tipos de interés", *RIVERS, "--max", 1).out
-    assert printed.startswith("talk.mov  00:00:05.000  speaker 2  ") and "Interest rates rose again." in printed
+    assert printed.startswith("talk.mov  00:00:05.000 - 00:00:06.200  speaker 2  ") and "Interest rates rose again." in printed
     assert indexed.good("semantic", "index", *RIVERS, "--json").json()["segments"] == 0, "all are known"
 
 

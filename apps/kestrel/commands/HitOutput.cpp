@@ -56,9 +56,10 @@ Poco::JSON::Object::Ptr HitOutput::toJson(const KsNNPhraseHit& hit) {
 void HitOutput::print() {
     for (const KsNNPhraseHit& hit : mHits) {
         const std::string name = mNames.nameOf(hit.speakerGuid);
+        std::string when = mTimeLabel(hit, hit.startMS);
+        if (hit.endMS > hit.startMS) when += " - " + mTimeLabel(hit, hit.endMS); // a picture has no end
         printResult(fmt::format(
-            "{}  {} - {}  {}  {:.2f}\n    {}\n", printableName(mClips.label(hit.mediaGuid, hit.clipName)),
-            mTimeLabel(hit, hit.startMS), mTimeLabel(hit, hit.endMS),
+            "{}  {}  {}  {:.2f}\n    {}\n", printableName(mClips.label(hit.mediaGuid, hit.clipName)), when,
             name.empty() ? "speaker " + hit.speakerID : name, hit.score, withEmphasis(hit)));
     }
 }
