@@ -191,6 +191,10 @@ const std::vector<Measured>& operations() {
              std::vector<KsNNSpeakerKV> speakers;
              return store.SpeakerGetList("shared", speakers, false);
          }},
+        {"ShareSpeakers",
+         [](auto& store, int call) {
+             return store.ShareSpeakers(clipName(call), "joined", "Joined", false);
+         }},
         {"LockEntry",
          [](auto& store, int call) { return store.LockEntry("new " + std::to_string(call), false); }},
         {"WriteToDB of segment 0",

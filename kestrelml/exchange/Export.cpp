@@ -43,14 +43,14 @@ public:
         std::ostringstream text;
         page.stringify(text);
         const std::string element = text.str();
-        if (mWriter) mWriter->add(element);
+        encrypt([&] { mWriter->add(element); });
         addPlain((mIsEmpty ? "" : ",") + element);
         mIsEmpty = false;
         flush(); // a full disk need not be asked for the other pages
     }
 
     void finish() {
-        if (mWriter) mWriter->finish();
+        encrypt([&] { mWriter->finish(); });
         addPlain("]");
         if (mPlainCopy != nullptr) mPlainCopy->stream() << '\n';
     }
@@ -66,6 +66,18 @@ public:
     std::string printed() const { return mText.str(); }
 
 private:
+    /// The streams of the encryption say only that writing failed, the file says why.
+    template <typename Step>
+    void encrypt(Step step) {
+        if (!mWriter) return;
+        try {
+            step();
+        } catch (const std::exception&) {
+            require(mFile.failure().empty(), mFile);
+            throw;
+        }
+    }
+
     void addPlain(const std::string& text) {
         if (mPlainCopy != nullptr) mPlainCopy->stream() << text;
         if (mPrinted) mText << text;

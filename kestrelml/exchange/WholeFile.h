@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <string>
 
 namespace kestrelml::detail {
@@ -17,7 +18,7 @@ public:
     /// Removes what was not committed.
     ~WholeFile();
 
-    bool isOpen() const { return mStream.is_open(); }
+    bool isOpen() const { return mBuffer.is_open(); }
     std::ostream& stream() { return mStream; }
     /// Why the file cannot be opened or written; empty while it can.
     std::string failure() const;
@@ -27,12 +28,32 @@ public:
     [[nodiscard]] bool commit();
 
 private:
+    /// Keeps the system's first reason for a failure: until a stream is asked for its state, other calls may
+    /// have replaced it.
+    class Buffer : public std::filebuf {
+    public:
+        int reason() const { return mReason; }
+        void failedFor(int reason) { mReason = reason; }
+
+    protected:
+        int_type overflow(int_type c) override;
+        std::streamsize xsputn(const char* text, std::streamsize size) override;
+        int sync() override;
+
+    private:
+        /// Calls `write` and remembers why it failed.
+        template <typename Write>
+        bool isDone(Write write);
+
+        int mReason = 0;
+    };
+
     void discard();
 
     std::filesystem::path mTarget;
     std::filesystem::path mWritten; ///< Same as `mTarget` for a device.
-    std::ofstream mStream;
-    int mReason = 0;
+    Buffer mBuffer;
+    std::ostream mStream{&mBuffer};
 };
 
 } // namespace kestrelml::detail

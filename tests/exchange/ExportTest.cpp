@@ -121,15 +121,22 @@ TEST_F(Export, FailuresLeaveWhatWasThere) {
 TEST_F(Export, ADiskThatFillsUpLeavesWhatWasThere) {
     namespace fs = std::filesystem;
     const std::string large = R"({"_id": ")" + std::string(5000, 'x') + R"("})";
+    const auto exported = [&] {
+        scriptStart();
+        mServer.script({page(large), page(large), page("")});
+        return run({}, {"p"}, 1, nullptr, true);
+    };
+    ASSERT_EQ(exported(), KsNN_Success);
+    const rlim_t whole = contents().size();
+    for (const char* suffix : {"", ".gtest"})
+        std::filesystem::remove(mFile.path() + suffix);
     for (const bool isReplacing : {false, true}) {
         if (isReplacing) std::ofstream(mFile.path()) << "before";
-        for (const rlim_t room : {0U, 6000U, 9000U}) { // in the plain copy, too
+        for (const rlim_t room : {rlim_t{0}, whole / 3, whole * 2 / 3, whole - 1}) { // in the plain copy, too
             SCOPED_TRACE(room);
             const FullDisk disk(room);
-            scriptStart();
-            mServer.script({page(large), page(large), page("")});
-            EXPECT_EQ(run({}, {"p"}, 1, nullptr, true), KsNN_Error);
-            EXPECT_THAT(mStore->GetErrorStr(), HasSubstr("KsNN Error: "));
+            EXPECT_EQ(exported(), KsNN_Error);
+            EXPECT_THAT(mStore->GetErrorStr(), HasSubstr("File too large"));
             mServer.reset();
             EXPECT_EQ(contents(), isReplacing ? "before" : "");
             for (const auto& left : fs::directory_iterator(fs::path(mFile.path()).parent_path()))
