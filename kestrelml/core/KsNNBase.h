@@ -48,6 +48,8 @@ struct KsNNDBEntrySeg {
     std::vector<std::int32_t> wordStartsMS;   ///< Start of each word.
     std::vector<std::int32_t> wordEndsMS;     ///< End of each word.
     std::vector<std::string> projectGuidList; ///< Every project that the stored document lists.
+    /// How sure the recogniser is of each word, 0 to 100; empty when it does not say.
+    std::vector<std::int32_t> wordConfidences;
 };
 
 struct KsNNProject {

@@ -12,6 +12,7 @@ void addSegmentFields(Object& document, const KsNNDBEntrySeg& seg) {
     document.set(field::kTranscript, seg.transcript);
     document.set(field::kWordStartsMS, toArray(seg.wordStartsMS));
     document.set(field::kWordEndsMS, toArray(seg.wordEndsMS));
+    if (!seg.wordConfidences.empty()) document.set(field::kWordConfidences, toArray(seg.wordConfidences));
     document.set(field::kLanguage, seg.language);
     document.set(field::kSpeakerID, seg.speakerID);
 }
@@ -236,6 +237,18 @@ void readSpeaker(const Object& document, KsNNDBEntrySeg& seg) {
     if (hasSpeaker(document)) seg.speakerGuid = speakerGuidOf(document);
 }
 
+/// Other programs may have given the field another meaning: what does not fit the words is left out.
+void readConfidences(const Object& document, KsNNDBEntrySeg& seg) {
+    const Var value = document.get(field::kWordConfidences);
+    if (value.type() != typeid(Array::Ptr)) return;
+    const Array& confidences = *value.extract<Array::Ptr>();
+    const bool fits = confidences.size() == seg.wordStartsMS.size() &&
+                      std::all_of(confidences.begin(), confidences.end(),
+                                  [](const Var& one) { return one.isInteger() && !one.isBoolean(); });
+    for (std::size_t i = 0; fits && i < confidences.size(); ++i)
+        seg.wordConfidences.push_back(integerAt(confidences, i));
+}
+
 bool readTimes(const Object& document, KsNNDBEntrySeg& seg) {
     const Array::Ptr starts = arrayOf(document, field::kWordStartsMS);
     const Array::Ptr ends = arrayOf(document, field::kWordEndsMS);
@@ -244,6 +257,7 @@ bool readTimes(const Object& document, KsNNDBEntrySeg& seg) {
         seg.wordStartsMS.push_back(integerAt(*starts, i));
         seg.wordEndsMS.push_back(integerAt(*ends, i));
     }
+    readConfidences(document, seg);
     return true;
 }
 

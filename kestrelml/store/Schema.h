@@ -25,6 +25,7 @@ inline constexpr const char* kMediaGuid = "mediaGuid";
 inline constexpr const char* kTranscript = "transcript";
 inline constexpr const char* kWordStartsMS = "wordStartsMS";
 inline constexpr const char* kWordEndsMS = "wordEndsMS";
+inline constexpr const char* kWordConfidences = "wordConfidences"; // optional
 inline constexpr const char* kLanguage = "language";
 inline constexpr const char* kSpeakerID = "speakerID";
 inline constexpr const char* kSpeakerGuid = "speakerGuid";

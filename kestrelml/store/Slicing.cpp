@@ -93,6 +93,7 @@ void dropWordsAfter(std::size_t last, KsNNDBEntrySeg& seg) {
     setTranscript(seg, words.text.tempSubString(0, words.ends[last]));
     seg.wordStartsMS.resize(last + 1);
     seg.wordEndsMS.resize(last + 1);
+    if (last < seg.wordConfidences.size()) seg.wordConfidences.resize(last + 1);
 }
 
 void dropWordsBefore(std::size_t first, KsNNDBEntrySeg& seg) {
@@ -102,6 +103,8 @@ void dropWordsBefore(std::size_t first, KsNNDBEntrySeg& seg) {
     const auto count = static_cast<std::ptrdiff_t>(first);
     seg.wordStartsMS.erase(seg.wordStartsMS.begin(), std::next(seg.wordStartsMS.begin(), count));
     seg.wordEndsMS.erase(seg.wordEndsMS.begin(), std::next(seg.wordEndsMS.begin(), count));
+    if (first < seg.wordConfidences.size())
+        seg.wordConfidences.erase(seg.wordConfidences.begin(), std::next(seg.wordConfidences.begin(), count));
 }
 
 KsNNDBEntrySeg emptySegmentLike(const KsNNDBEntrySeg& original) {

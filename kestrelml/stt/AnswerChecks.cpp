@@ -31,6 +31,10 @@ KsNNDBEntrySeg& readWordTimes(const Answer& element, KsNNDBEntrySeg& segment) {
         segment.wordStartsMS.push_back(starts->getElement<std::int32_t>(i));
         segment.wordEndsMS.push_back(ends->getElement<std::int32_t>(i));
     }
+    segment.wordConfidences.clear();
+    if (const Array::Ptr confidences = element->getArray("wordConfidences"))
+        for (unsigned i = 0; i < confidences->size(); ++i)
+            segment.wordConfidences.push_back(confidences->getElement<std::int32_t>(i));
     return segment;
 }
 

@@ -53,6 +53,7 @@ class Transcriber:
     """A loaded Whisper model, exchanged between two recordings when the settings name another one."""
 
     model_pkg = "faster-whisper"
+    tells_confidence = True  # the words' probabilities
 
     def __init__(self, model_dir: Optional[str]) -> None:
         self._model_dir = model_dir

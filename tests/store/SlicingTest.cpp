@@ -16,6 +16,7 @@ KsNNDBEntrySeg segment(int index, const std::string& text, std::vector<int> star
     seg.transcript = text;
     seg.wordStartsMS.assign(starts.begin(), starts.end());
     seg.wordEndsMS.assign(ends.begin(), ends.end());
+    seg.wordConfidences.assign(starts.begin(), starts.end());
     return seg;
 }
 
@@ -57,6 +58,10 @@ TEST(Slicing, KeepsWordsThatLieMostlyInside) {
             if (!seg.transcript.empty()) texts.push_back(seg.transcript);
             starts.insert(starts.end(), seg.wordStartsMS.begin(), seg.wordStartsMS.end());
             EXPECT_EQ(seg.wordStartsMS.size(), seg.wordEndsMS.size());
+            ASSERT_EQ(seg.wordStartsMS.size(), seg.wordConfidences.size());
+            // They are the words' original starts; half of a word may lie before the range.
+            for (std::size_t w = 0; w < seg.wordStartsMS.size(); ++w)
+                EXPECT_NEAR(seg.wordConfidences[w] - cut.startMS, seg.wordStartsMS[w], 50);
         }
         EXPECT_EQ(texts, cut.texts) << cut.startMS;
         EXPECT_EQ(starts, cut.starts) << cut.startMS;

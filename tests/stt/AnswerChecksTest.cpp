@@ -135,7 +135,7 @@ TEST(AnswerReading, SegmentsAreAppendedToTheEntryAndOtherFieldsStay) {
     const Read read =
         readBy(Finalize,
                finalizeAnswer(R"({"segment":0,"transcript":"two words","language":"en","speakerID":"2",)"
-                              R"("wordStartsMS":[10,500],"wordEndsMS":[400,900]},)"
+                              R"("wordStartsMS":[10,500],"wordEndsMS":[400,900],"wordConfidences":[97,31]},)"
                               R"({"segment":1,"transcript":"","language":"en","speakerID":"1",)"
                               R"("wordStartsMS":[],"wordEndsMS":[]})"),
                KsNN_Success, before);
@@ -146,8 +146,10 @@ TEST(AnswerReading, SegmentsAreAppendedToTheEntryAndOtherFieldsStay) {
     EXPECT_EQ(seg.transcript + seg.mediaGuid + seg.projectGuid + seg.speakerID + seg.speakerGuid,
               "two wordsmp2Unk");
     EXPECT_THAT(seg.wordStartsMS, ElementsAre(10, 500));
+    EXPECT_THAT(seg.wordConfidences, ElementsAre(97, 31));
     EXPECT_THAT(seg.wordEndsMS, ElementsAre(400, 900));
     EXPECT_THAT(read.entry.segments[2].wordStartsMS, ElementsAre());
+    EXPECT_THAT(read.entry.segments[2].wordConfidences, ElementsAre());
 }
 
 TEST(AnswerReading, SilenceBecomesOneEmptySegment) {

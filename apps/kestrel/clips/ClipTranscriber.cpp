@@ -17,8 +17,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 #include <numeric>
 #include <optional>
+#include <set>
 #include <utility>
 
 namespace kestrel {
@@ -55,6 +57,34 @@ std::string speechWithoutText(const KsNNDB_STTClipEntry& entry, const ClipAudio&
                             static_cast<double>(all[i].spoken) / 1000, wholeSeconds(all[i].begin));
     if (all.size() > kMostPlaces) text += fmt::format(", and {} more places", all.size() - kMostPlaces);
     return text;
+}
+
+/// Gives each new segment the speaker who was named for most of its time before. Returns how many of the
+/// speakers that were named have no segment now.
+std::size_t keepSpeakerNames(const KsNNDB_STTClipEntry& old, KsNNDB_STTClipEntry& made) {
+    std::vector<const KsNNDBEntrySeg*> named;
+    std::set<std::string> lost;
+    for (const KsNNDBEntrySeg& segment : old.segments) {
+        if (!hasSpeaker(segment)) continue;
+        named.push_back(&segment);
+        lost.insert(segment.speakerGuid);
+    }
+    auto first = named.begin();
+    for (KsNNDBEntrySeg& segment : made.segments) {
+        const std::int32_t start = startOf(segment);
+        const std::int32_t end = endOf(segment);
+        first = std::find_if(first, named.end(), [&](const auto* before) { return endOf(*before) > start; });
+        std::map<std::string, std::int64_t> spoken;
+        for (auto before = first; before != named.end() && startOf(**before) < end; ++before)
+            spoken[(*before)->speakerGuid] +=
+                std::max(0, std::min(endOf(**before), end) - std::max(startOf(**before), start));
+        for (const auto& [speaker, time] : spoken) {
+            if (2 * time <= end - start) continue;
+            segment.speakerGuid = speaker;
+            lost.erase(speaker);
+        }
+    }
+    return lost.size();
 }
 
 /// What to do when a service has gone in the middle; empty when none has.
@@ -149,13 +179,16 @@ void ClipTranscriber::replace(FileOutcome& outcome, ClipAudio& audio, const Call
     KsNNDB_STTClipEntry entry =
         mTranscriber->transcribe(audio, {outcome.clip, mProject.projectGuid}, {}, keepNothing, callbacks);
     nameClip(outcome, entry);
+    const std::size_t lostNames = keepSpeakerNames(old, entry);
     replaceTranscript(mStore, mHome, outcome.clip, entry, old.projects);
     remember(outcome);
     describe(entry, audio, outcome);
     outcome.status = FileStatus::Replaced;
-    if (std::any_of(old.segments.begin(), old.segments.end(), hasSpeaker))
-        outcome.warnings.emplace_back("the names given to its speakers went with the old transcript; assign "
-                                      "them again with `kestrel speakers assign`");
+    if (lostNames > 0)
+        outcome.warnings.push_back(
+            fmt::format("{} of the old transcript could not be found again in the new one; assign names with "
+                        "`kestrel speakers assign`",
+                        counted(lostNames, "named speaker")));
 }
 
 void ClipTranscriber::describe(const KsNNDB_STTClipEntry& entry, const ClipAudio& audio,

@@ -5,6 +5,7 @@
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/clips/ClipWriter.h"
 #include "apps/kestrel/clips/Membership.h"
+#include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/home/Identity.h"
 #include "apps/kestrel/services/Store.h"
 
@@ -48,8 +49,10 @@ Poco::JSON::Object::Ptr documentOf(const KsNNDBEntrySeg& segment, const KsNNDB_S
     document->set("transcript", segment.transcript);
     document->set("wordStartsMS", toArray(segment.wordStartsMS));
     document->set("wordEndsMS", toArray(segment.wordEndsMS));
+    if (!segment.wordConfidences.empty()) document->set("wordConfidences", toArray(segment.wordConfidences));
     document->set("language", segment.language);
     document->set("speakerID", segment.speakerID);
+    if (hasSpeaker(segment)) document->set("speakerGuid", segment.speakerGuid);
     if (segment.segment != 0) return document;
     document->set("model", entry.model);
     document->set("clipName", entry.clipName);

@@ -95,6 +95,7 @@ void setTimes(std::vector<TimedWord>& words, const KsNNDBEntrySeg& segment, std:
         for (std::size_t i = 0; i < words.size(); ++i) {
             words[i].startMs = starts[i];
             words[i].endMs = ends[i];
+            if (i < segment.wordConfidences.size()) words[i].confidence = segment.wordConfidences[i];
         }
         return;
     }

@@ -28,7 +28,8 @@ struct TimedWord {
     bool spaceBefore = true; ///< Scripts that write no spaces have none between words.
     std::int64_t startMs = 0;
     std::int64_t endMs = 0;
-    TextSpan span{}; ///< In the segment's transcript.
+    TextSpan span{};                 ///< In the segment's transcript.
+    std::optional<int> confidence{}; ///< How sure the recogniser is, 0 to 100; nothing when it did not say.
 };
 
 /// The words of a segment with their times. Engines count words by white space or as the store does; where

@@ -40,6 +40,7 @@ Poco::JSON::Array::Ptr wordsOf(const KsNNDBEntrySeg& segment) {
         object->set("text", word.text);
         object->set("startMS", word.startMs);
         object->set("endMS", word.endMs);
+        if (word.confidence) object->set("confidence", *word.confidence);
         list->add(object);
     }
     return list;

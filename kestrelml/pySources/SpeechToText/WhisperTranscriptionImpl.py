@@ -648,6 +648,16 @@ def map_to_hx_format(stt_segments: Iterable[Mapping[str, Any]]) -> list[dict[str
     ]
 
 
+def with_confidences(
+    stored: list[dict[str, Any]], stt_segments: Iterable[Mapping[str, Any]]
+) -> list[dict[str, Any]]:
+    """Adds how sure the recogniser is of each word, in percent, if its probabilities are said to mean that."""
+    if getattr(transcriber, "tells_confidence", False):
+        for record, segment in zip(stored, stt_segments):
+            record["wordConfidences"] = [int(round(100 * word["probability"])) for word in segment["words"]]
+    return stored
+
+
 # ---------------------------------------------------------------------------------------------------------------------
 # Speakers
 
@@ -798,7 +808,7 @@ def stt_finalize_func(params: Mapping[str, Any]) -> dict[str, Any]:
             "projectGuid": projectGuid,
             "model": model,
             "device": device,
-            "transcriptSegments": map_to_hx_format(segments),
+            "transcriptSegments": with_confidences(map_to_hx_format(segments), segments),
             "cancel": GetCancel(),
         }
     except UserCancelledException as cancelled:
