@@ -12,7 +12,7 @@ from pathlib import Path
 
 CODE = ("kestrelml", "services", "apps", "python")
 TESTS = ("tests", "fuzz")
-SUFFIXES = {".cpp", ".h", ".py", ".pyx"}
+SUFFIXES = {".cpp", ".h", ".py", ".pyx", ".js", ".css", ".html"}
 
 
 def counts(checkout: Path) -> Counter[str]:
