@@ -93,19 +93,6 @@ TEST(RestCall, TheFlagsAndNotTheSchemeChooseTlsAndAuthentication) {
     EXPECT_THAT(caller.GetLastRESTCall(), HasSubstr("-u transcript_user_dbg:Wq3ZbN8yPc2Lx6"));
 }
 
-TEST(RestCall, HandsEveryStatusBack) {
-    ScriptedServer server;
-    KsNNBase caller(server.uri().c_str());
-    for (const int status : {400, 401, 404, 409, 500, 503}) {
-        server.script({Reply::json(status, R"({"error": {"reason": "x"}})")});
-        const Outcome outcome = Call{}.send(caller);
-        EXPECT_EQ(outcome.code, KsNN_Success);
-        EXPECT_EQ(outcome.status, static_cast<unsigned>(status));
-        EXPECT_TRUE(outcome.answer->has("error"));
-    }
-    EXPECT_THAT(caller.GetErrorStr(), IsEmpty());
-}
-
 TEST(RestCall, TracesForDebugAndIsSilentOtherwise) {
     ScriptedServer server;
     server.script({Reply::json(404, R"({"a":1})"), Reply::json(200, "{}")});
@@ -190,27 +177,6 @@ TEST(RestCall, ThreadsWithCallersOfTheirOwnDoNotDisturbEachOther) {
     for (auto& thread : threads)
         thread.join();
     EXPECT_THAT(right, testing::Each(20));
-}
-
-TEST(QueryResultCount, ReadsTheCountOrSaysWhyNot) {
-    ScriptedServer server;
-    KsNNBase caller(server.uri().c_str());
-    int count = 5;
-    const auto ask = [&](Reply reply) {
-        server.script({std::move(reply)});
-        caller.ResetErrorStr();
-        return GetQueryResultCount("GET", "i/_count", nullptr, &caller, count, false);
-    };
-    EXPECT_EQ(ask(Reply::json(200, R"({"count": 12})")), KsNN_Success);
-    EXPECT_EQ(count, 12);
-    for (const Reply& bad :
-         {Reply::json(404, R"({"count": 1})"), Reply::json(200, "{}"),
-          Reply::json(200, R"({"count": "many"})"), Reply::json(200, R"({"count": 3000000000})")}) {
-        EXPECT_EQ(ask(bad), KsNN_Error);
-        EXPECT_THAT(caller.GetErrorStr(), HasSubstr(", KsNNDatabase::GetQueryResultCount err: \n"));
-    }
-    EXPECT_EQ(ask(Reply::html()), KsNN_Exception);
-    EXPECT_EQ(count, 12);
 }
 
 } // namespace

@@ -107,28 +107,6 @@ TEST_F(Conversations, DebugOnlyPrints) {
                                           "transcript_user_dbg credentials.\n"));
 }
 
-TEST(Schema, BulkLinesListTheProjectsOfClipAndSegment) {
-    KsNNDB_STTClipEntry entry;
-    entry.projects = {{"X", "x"}, {"Y", "y"}};
-    std::stringstream bulk;
-    for (const int index : {0, 1}) {
-        KsNNDBEntrySeg seg = someSegment("m", index);
-        seg.projectGuidList = {"x", "y"};
-        kestrelml::detail::appendBulkCreate(entry, seg, bulk);
-    }
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(bulk, line);)
-        lines.push_back(line);
-    EXPECT_THAT(
-        lines, testing::ElementsAre(
-                   R"({ "create" : {} })",
-                   testing::HasSubstr(R"("projectGuidList":["x","y"],"projectList":[{"projectGuid":"x",)"
-                                      R"("projectName":"X"},{"projectGuid":"y","projectName":"Y"}],)"
-                                      R"("schemaVersion":2)"),
-                   R"({ "create" : {} })", testing::HasSubstr(R"("projectGuidList":["x","y"],"segment":1)")));
-    EXPECT_EQ(bulk.str().back(), '\n');
-}
-
 // A service that is starting gets four seconds.
 TEST(Deletion, WaitsForAServiceAndSaysThatItIsNotRunning) {
     ScriptedServer server;

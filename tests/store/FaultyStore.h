@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/store/Operations.h"
 #include "tests/store/RealStore.h"
 #include "tests/support/FaultProxy.h"
 
@@ -13,8 +14,10 @@ namespace kestrel_test {
 
 /// An operation under test.
 struct Subject {
-    const char* name;
-    std::function<KsNN_ErrorCode(KsNNDatabase&)> run;
+    /// As in stories.txt; `@index` is the transcript index, `@other` one that is not there. With `run`, a
+    /// name.
+    const char* call;
+    std::function<KsNN_ErrorCode(KsNNDatabase&)> run = nullptr;
     /// Calling again after a fault leaves the store as one undisturbed call does.
     bool isRepeatable = true;
     /// What calling again may return, besides success: the first call did the work and its answer was lost.
@@ -39,8 +42,10 @@ protected:
         if (mUsers != Users::Untouched) removeUsers();
     }
 
+    void expectCleanFailures(const char* call) { expectCleanFailures(Subject{call}); }
     /// Fails each request of the subject in turn, in each way that there is.
     void expectCleanFailures(const Subject& subject) {
+        SCOPED_TRACE(subject.call);
         const Stored before = stored();
         const auto [code, requests] = call(subject);
         ASSERT_EQ(code, KsNN_Success) << mStoreBehindProxy.GetErrorStr();
@@ -125,13 +130,20 @@ private:
 
     std::pair<KsNN_ErrorCode, std::vector<std::string>> call(const Subject& subject) {
         mProxy.pass();
-        const KsNN_ErrorCode code = subject.run(mStoreBehindProxy);
+        const KsNN_ErrorCode code = run(subject);
         return {code, mProxy.conversation()};
+    }
+
+    KsNN_ErrorCode run(const Subject& subject) {
+        if (subject.run) return subject.run(mStoreBehindProxy);
+        std::string output;
+        const std::string call = expanded(subject.call, {{"@index", mIndex}, {"@other", mOtherIndex}});
+        return callOperation(mStoreBehindProxy, call, output);
     }
 
     void expectCleanFailure(const Subject& subject, const std::string& request, std::size_t position) {
         mStoreBehindProxy.ResetErrorStr();
-        const KsNN_ErrorCode code = subject.run(mStoreBehindProxy);
+        const KsNN_ErrorCode code = run(subject);
         const std::string report = mStoreBehindProxy.GetErrorStr();
         if (subject.passesOver && request.find(*subject.passesOver) != std::string::npos) return;
         EXPECT_THAT(code, testing::AnyOf(KsNN_Error, KsNN_Exception));

@@ -57,6 +57,8 @@ void print(std::ostream& out, const KsNNDB_STTClipEntry& entry, const std::strin
             if (name == "label") print(out, seg.speakerID);
             if (name == "speaker") print(out, seg.speakerGuid);
             if (name == "starts") print(out, seg.wordStartsMS);
+            if (name == "ends") print(out, seg.wordEndsMS);
+            if (name == "project") print(out, seg.projectGuid);
             if (name == "member") print(out, seg.projectGuidList);
         }
     }

@@ -3,9 +3,7 @@
 namespace kestrel_test {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 /// A hit of the transcript query with the fields that every version has.
 std::string hit(int segment, const std::string& more, const std::string& ends = "[9, 20]") {
@@ -25,42 +23,18 @@ const char* const kOne = R"("speakerID": "S1", "speakerGuid": "G1", "projectGuid
 
 class Reading : public ScriptedStore {
 protected:
-    KsNN_ErrorCode read(const std::string& elements, int version = 2) {
+    KsNN_ErrorCode read(const std::string& elements) {
         mServer.script({ok(), ok(), hits(elements)});
-        return mStore->GetDBContents("m", "p", mEntry, false, version);
+        return mStore->GetDBContents("m", "p", mEntry, false, 2);
     }
     KsNNDB_STTClipEntry mEntry;
 };
 
-TEST_F(Reading, VersionTwo) {
+TEST_F(Reading, ReplacesTheSegmentsAndAddsTheProjects) {
     ASSERT_EQ(read(hit(0, kZero) + "," + hit(1, kOne)), KsNN_Success) << mStore->GetErrorStr();
-    ASSERT_EQ(mEntry.segments.size(), 2U);
-    const KsNNDBEntrySeg& zero = mEntry.segments[0];
-    EXPECT_EQ(zero.transcript, "two words");
-    EXPECT_EQ(zero.speakerID, "S0");
-    EXPECT_EQ(zero.speakerGuid, "Unk");
-    EXPECT_EQ(zero.projectGuid, "p");
-    EXPECT_THAT(zero.projectGuidList, ElementsAre("q", "p"));
-    EXPECT_THAT(zero.wordStartsMS, ElementsAre(0, 10));
-    EXPECT_THAT(zero.wordEndsMS, ElementsAre(9, 20));
-    EXPECT_EQ(mEntry.segments[1].speakerGuid, "G1");
-    EXPECT_EQ(mEntry.segments[1].projectGuid, "Unk");
-    EXPECT_EQ(mEntry.projectName, "Film");
-    EXPECT_EQ(mEntry.model + mEntry.clipName + mEntry.audioTracks + mEntry.clientApp, "smallA0011Editor");
-    EXPECT_TRUE(mEntry.progressComplete);
-
     ASSERT_EQ(read(hit(0, kZero)), KsNN_Success);
     EXPECT_EQ(mEntry.segments.size(), 1U);
     EXPECT_EQ(mEntry.projects.size(), 4U);
-}
-
-TEST_F(Reading, VersionOneWithoutSpeakers) {
-    const std::string zero = R"("projectGuid": "p", "project": "Old film", )" + std::string(kClip);
-    ASSERT_EQ(read(hit(0, zero) + "," + hit(1, R"("projectGuid": "p", "speakerID": "S1")"), 1), KsNN_Success);
-    EXPECT_EQ(mEntry.projectName, "Old film");
-    EXPECT_EQ(mEntry.segments[1].projectGuid, "p");
-    EXPECT_EQ(mEntry.segments[1].speakerID, "Unk");
-    EXPECT_THAT(mEntry.projects, IsEmpty());
 }
 
 TEST_F(Reading, BrokenDocumentsAreReported) {
