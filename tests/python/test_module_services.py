@@ -4,7 +4,6 @@ from __future__ import annotations
 
 import ctypes
 import json
-import sys
 import threading
 from array import array
 from collections.abc import Iterator
@@ -93,13 +92,6 @@ def test_languages_are_read_once(module: Any, tmp_path: Path) -> None:
     assert module.getLanguageDict() is module.getLanguageDict() and module.getLanguageDict() == languages
 
 
-def test_base64_goes_there_and_back(module: Any) -> None:
-    samples = array("h", [0, 1, -1, 32767, -32768, 1234])
-    text = module.array_to_base64(samples)
-    assert module.base64_to_array(text) == samples
-    assert module.base64_to_array(text[:5] + "\r\n" + text[5:]) == samples
-
-
 @pytest.mark.parametrize("flag", [True, False])
 def test_upload(module: Any, flag: bool) -> None:
     module.stt_cancel_func({})
@@ -152,27 +144,6 @@ def test_silence_gives_an_empty_transcript(module: Any) -> None:
     assert (answer["success"], answer["transcriptSegments"], module.progress) == (True, [], 1.0)
 
 
-def test_unknown_language_drops_the_audio(ready: Any) -> None:
-    upload(ready)
-    missing = "lang-code parameter is missing - please select a language"
-    clip = {"total_samples": 1, "mediaGuid": "M", "projectGuid": "P", "audioTracks": ""}
-    assert ready.stt_finalize_func(clip) == {"success": False, "error": missing}
-    assert finalize(ready, langCode="tlh") == {
-        "success": False, "error": "language is not supported - choose a valid language"
-    }  # fmt: skip
-    assert ready.dataset == {}
-
-
-@pytest.mark.parametrize("clip", [{"mediaGuid": "other"}, {"projectGuid": "other"}])
-def test_finalize_without_audio(ready: Any, clip: dict[str, str]) -> None:
-    upload(ready)
-    answer = finalize(ready, **clip)
-    expected = {"mediaGuid": "M", "projectGuid": "P", **clip}
-    error = "projectGuid or mediaGuid not present"
-    assert answer == {"total_samples": 96000, **expected, "success": False, "error": error}
-    assert "M" in ready.dataset["P"]
-
-
 def test_progress_rises_and_cancel_stops_at_the_next_segment(ready: Any) -> None:
     class Cancelled(ScriptedRecogniser):
         def produce(self) -> Iterator[Segment]:
@@ -210,14 +181,6 @@ def test_transcribe_with_switches(ready: Any) -> None:
     assert answer["segments"][0]["words"][1] == {"startMs": 1250, "endMs": 1500, "word": "no", "probability": 0.9}
     assert "speakerID" not in answer["segments"][0] and answer["segments"][0]["language"] == "fr"
     assert recogniser.languages == [None, None]
-
-
-def test_transcribe_errors(ready: Any, capsys: pytest.CaptureFixture[str]) -> None:
-    assert ready.stt_transcribe_audio_func({}) == {"success": False, "error": "mediaGuid parameter is missing"}
-    upload(ready)  # with a project, where transcribe does not look
-    answer = ready.stt_transcribe_audio_func({"mediaGuid": "M"})
-    assert answer["success"] is False and "no audio was uploaded for clip 'M'" in answer["error"]
-    assert "KeyError" in capsys.readouterr().err
 
 
 def test_one_run_at_a_time(ready: Any) -> None:

@@ -34,31 +34,6 @@ Array::Ptr toJson(const KsNNDB_STTClipEntry& entry) {
     return segments;
 }
 
-/// Polls an engine from a second thread, and cancels it if asked to, until destroyed.
-class Poller {
-public:
-    Poller(KsNNSpeechToTextInterface& engine, bool cancelOnProgress)
-        : mThread([this, &engine, cancelOnProgress] {
-              while (!mStop) {
-                  float progress = 0.0F;
-                  engine.GetProgress(progress, false);
-                  if (mSeen.empty() || progress != mSeen.back()) mSeen.push_back(progress);
-                  if (cancelOnProgress && progress > 0.0F) engine.Cancel(false);
-                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
-              }
-          }) {}
-    Array::Ptr finish() {
-        mStop = true;
-        mThread.join();
-        return toArray(mSeen);
-    }
-
-private:
-    std::atomic<bool> mStop{false};
-    std::vector<float> mSeen;
-    std::thread mThread;
-};
-
 class EngineScenario : public kestrel_test::Scenario {
 public:
     EngineScenario(std::string engineKind, std::string modelDir, std::string logDir)
@@ -74,8 +49,7 @@ public:
             {"set-model-dir", [this](const Arguments& a) { return mEngine->SetModelDir(a.at(0), false); }},
             {"upload", [this](const Arguments& a) { return upload(a); }},
             {"finalize", [this](const Arguments& a) { return finalize(a); }},
-            {"finalize-polled", [this](const Arguments& a) { return finalizePolled(a, false); }},
-            {"finalize-cancelled", [this](const Arguments& a) { return finalizePolled(a, true); }},
+            {"finalize-cancelled", [this](const Arguments& a) { return finalizeCancelled(a); }},
             {"transcribe", [this](const Arguments& a) { return transcribe(a); }},
             {"cancel", [this](const Arguments&) { return mEngine->Cancel(false); }},
             {"progress", [this](const Arguments&) { return progress(); }},
@@ -116,12 +90,19 @@ private:
         return result;
     }
 
-    KsNN_ErrorCode finalizePolled(const Arguments& a, bool cancel) {
-        // The embedded engine may be polled itself; an object of the other kind belongs to one thread.
-        const auto other = mEngineKind == "embedded" ? nullptr : newEngine();
-        Poller poller(other ? *other : *mEngine, cancel);
+    /// A second engine polls the first, and cancels it when there is progress.
+    KsNN_ErrorCode finalizeCancelled(const Arguments& a) {
+        const auto other = newEngine();
+        std::atomic<bool> stop{false};
+        std::thread poller([&] {
+            for (float progress = 0.0F; !stop; std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
+                other->GetProgress(progress, false);
+                if (progress > 0.0F) other->Cancel(false);
+            }
+        });
         const KsNN_ErrorCode result = finalize(a);
-        mOutcome->set("progress", poller.finish());
+        stop = true;
+        poller.join();
         return result;
     }
 

@@ -51,37 +51,47 @@ struct Operation {
     std::string answer;
     bool acceptsCreated;
     std::string statusMessage;
+    std::string lacking;        ///< Message for an answer that lacks a key, or that refuses.
+    bool textTrueOnly = true;   ///< Whether only the text "true" counts as success.
+    std::string unchecked = ""; ///< Keys that need not be there, or whose absence is an exception.
+    bool saysWhy = true;        ///< Whether the message ends with the error of a refusal.
 };
 
 // clang-format off
 const Operation kOperations[] = {
     {"SetModelDir", [](auto& e) { return e.SetModelDir("/models", false); },
      "PUT /set_stt_model_dir", R"({"modelDir":"/models"})",
-     R"({"success":true,"modelDir":"/models"})", true, "KsNNSTTRest SetModelDir error: "},
+     R"({"success":true,"modelDir":"/models"})", true, "KsNNSTTRest SetModelDir error: ",
+     "KsNNSTT checkSetModelDir error: "},
     {"GetSupportedLanguages", [](auto& e) { std::vector<KsNNLanguage> out; return e.GetSupportedLanguages(out, false); },
      "GET /stt_getSupportedLanguages", "",
      R"({"success":true,"languages":{"en":{"language":"English","local":"English"}}})", false,
-     "KsNNSTTRest::GetSupportedLanguages err: "},
+     "KsNNSTTRest::GetSupportedLanguages err: ", "KsNNSTTRest::GetSupportedLanguages err: ", true, "", false},
     {"ProcessAudio", [](auto& e) { return e.ProcessAudio(ramp(4).data(), 48000, 4, "m", "p", false); },
      "PUT /stt_upload_audio",
      R"({"start_sample":48000,"end_sample":48004,"mediaGuid":"m","projectGuid":"p",)"
      R"("audioSamples":"1P7V/tb+1/4=","encodedData":true})",
-     kUploadAnswer, true, "KsNNSTTRest ProcessAudio error: "},
+     kUploadAnswer, true, "KsNNSTTRest ProcessAudio error: ",
+     "KsNNSTT checkAudioUpload error: ", true, "", false},
     {"FinalizeTranscript", [](auto& e) { KsNNDB_STTClipEntry out; return e.FinalizeTranscript(out, 64000, "m", "p", "A1, A2", "en", false); },
      "PUT /stt_finalize",
      R"({"total_samples":64000,"mediaGuid":"m","projectGuid":"p","audioTracks":"A1, A2","langCode":"en"})",
      R"({"success":true,"total_samples":64000,"audioTracks":"A1, A2","mediaGuid":"m","projectGuid":"p",)"
      R"("model":"w","device":"cpu","transcriptSegments":[]})",
-     true, "KsNNSTTRest FinalizeTranscript error: "},
+     true, "KsNNSTTRest FinalizeTranscript error: ", "checkFinalizeTranscript error: ", false,
+     "audioTracks transcriptSegments"},
     {"TranscribeAudio", [](auto& e) { KsNNTranscript out; return e.TranscribeAudio(out, "m", {true, false, true}, 0.01F); },
      "PUT /stt_transcribe_audio",
      R"({"mediaGuid":"m","removeSymbols":true,"removeAudioDescriptions":false,"makePhrases":true,)"
      R"("diarizationThreshold":0.01})",
-     R"({"success":true,"model":"w","device":"cpu","segments":[]})", true, "KsNNSTTRest TranscribeAudio error: "},
+     R"({"success":true,"model":"w","device":"cpu","segments":[]})", true, "KsNNSTTRest TranscribeAudio error: ",
+     "buildTranscriptFromJson error: ", false, "model device segments"},
     {"Cancel", [](auto& e) { return e.Cancel(false); },
-     "PUT /stt_cancel", "{}", R"({"success":true})", false, "KsNNSTTRest Cancel error: "},
+     "PUT /stt_cancel", "{}", R"({"success":true})", false, "KsNNSTTRest Cancel error: ",
+     "checkCancel error: "},
     {"GetProgress", [](auto& e) { float out = 0.0F; return e.GetProgress(out, false); },
-     "PUT /stt_progress", "{}", R"({"success":true,"progress":0.5})", false, "KsNNSTTRest GetProgress error: "},
+     "PUT /stt_progress", "{}", R"({"success":true,"progress":0.5})", false, "KsNNSTTRest GetProgress error: ",
+     "checkGetProgress error: ", true, "", false},
 };
 // clang-format on
 
@@ -116,6 +126,43 @@ TEST_P(RestOperation, JudgesTheStatusAndPassesTransportFailuresThrough) {
     EXPECT_THAT(engine.GetErrorStr(), testing::StartsWith("KsNN Error: "));
 }
 
+TEST_P(RestOperation, ReportsAnswersThatLackAKeyOrRefuse) {
+    const Operation& operation = GetParam();
+    const auto good = [&] {
+        return Poco::JSON::Parser().parse(operation.answer).extract<Poco::JSON::Object::Ptr>();
+    };
+    KsNNSpeechToTextREST engine = engineWith();
+    const auto reportOf = [&](const Poco::JSON::Object::Ptr& answer) {
+        std::ostringstream text;
+        answer->stringify(text);
+        mServer.script({Reply::json(200, text.str())});
+        engine.ResetErrorStr();
+        const KsNN_ErrorCode code = operation.call(engine);
+        EXPECT_EQ(code, engine.GetErrorStr().empty() ? KsNN_Success : KsNN_Error);
+        return engine.GetErrorStr();
+    };
+    const auto reportWith = [&](const Poco::Dynamic::Var& success) {
+        auto answer = good();
+        answer->set("success", success);
+        if (success == false) answer->set("error", "why");
+        return reportOf(answer);
+    };
+    for (const std::string& key : good()->getNames()) {
+        if (operation.unchecked.find(key) != std::string::npos) continue;
+        auto answer = good();
+        answer->remove(key);
+        const std::string& message =
+            operation.name == std::string("SetModelDir") ? "KsNNSTT JSON err" : operation.lacking;
+        EXPECT_THAT(reportOf(answer), HasSubstr(", " + message + "\n")) << key;
+    }
+    EXPECT_THAT(reportWith(false),
+                HasSubstr(", " + operation.lacking + (operation.saysWhy ? "why\n" : "\n")));
+    EXPECT_EQ(reportWith("true"), "");
+    for (const char* value : {"True", "1"})
+        EXPECT_EQ(reportWith(value).empty(), !operation.textTrueOnly) << value;
+    EXPECT_NE(reportWith({}), "");
+}
+
 INSTANTIATE_TEST_SUITE_P(All, RestOperation, testing::ValuesIn(kOperations),
                          [](const auto& each) { return each.param.name; });
 
@@ -133,14 +180,6 @@ TEST_F(RestEngine, SendsTheModelFolderBeforeTheFirstChunkUntilItIsAccepted) {
     EXPECT_EQ(send(), KsNN_Success);
     EXPECT_THAT(mServer.conversation(), ElementsAre("PUT /set_stt_model_dir", "PUT /set_stt_model_dir",
                                                     "PUT /stt_upload_audio", "PUT /stt_upload_audio"));
-}
-
-TEST_F(RestEngine, AFailedLanguageListIsReportedUnderTheOperationsName) {
-    mServer.script({Reply::json(200, R"({"success":false})")});
-    KsNNSpeechToTextREST engine = engineWith();
-    std::vector<KsNNLanguage> languages;
-    EXPECT_EQ(engine.GetSupportedLanguages(languages, false), KsNN_Error);
-    EXPECT_THAT(engine.GetErrorStr(), testing::EndsWith(", KsNNSTTRest::GetSupportedLanguages err: \n"));
 }
 
 TEST_F(RestEngine, WithoutServiceTheTransportsCodeIsReturned) {

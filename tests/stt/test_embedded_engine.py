@@ -84,18 +84,6 @@ def test_nothing_outside_the_tree_is_imported(executable: str, tmp_path: Path, s
     assert foreign == "[]"
 
 
-def test_progress_rises_and_a_second_thread_cancels(host: Host, samples: Path) -> None:
-    _, whole, _, cancelled = host.run(f"upload|{samples}|clip|project", "finalize-polled|clip|project|en",
-                                      f"upload|{samples}|clip|project", "finalize-cancelled|clip|project|en")
-    assert whole["code"] == 0
-    assert whole["progress"] == sorted(whole["progress"])
-    assert whole["progress"][0] == 0
-    assert 0 < whole["progress"][-1] <= 1
-    assert cancelled["code"] == 1
-    assert "STT transcription cancelled" in cancelled["error"]
-    assert cancelled["segments"] == []
-
-
 def test_cancel_and_progress_last_until_a_clip_begins(host: Host, samples: Path) -> None:
     outcomes = host.run("cancel", f"upload|{samples}|clip|project|16000", "finalize|clip|project|en",
                         f"upload|{samples}|clip|project", "progress", "finalize|clip|project|en", "progress",

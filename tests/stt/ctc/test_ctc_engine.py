@@ -20,9 +20,10 @@ from onnx import TensorProto, helper
 ROOT = Path(__file__).resolve().parents[3]
 BIN = Path(os.environ.get("KESTREL_BUILD_BIN", ROOT / "build" / "bin"))
 DEPS = Path(os.environ.get("KESTREL_DEPS_DIR", ROOT / ".deps"))
-sys.path.insert(0, str(ROOT / "models"))
+sys.path[:0] = [str(ROOT / "models"), str(ROOT / "oracles")]
 
 import tone_model
+from ctc_oracle import Oracle, Transcript
 
 Outcome = dict[str, Any]
 
