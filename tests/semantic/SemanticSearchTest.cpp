@@ -1,15 +1,10 @@
 // Search by meaning over a real index service, with real models in this process.
 
-#include "kestrelml/core/RESTCall.h"
-#include "kestrelml/store/KsNNDatabase.h"
+#include "tests/store/RealStore.h"
 #include "tests/store/ScriptedStore.h"
-#include "tests/support/IndexService.h"
-
-#include <Poco/UUIDGenerator.h>
 
 #include <cstdlib>
 #include <onnxruntime_cxx_api.h>
-#include <optional>
 
 namespace kestrel_test {
 namespace {
@@ -26,48 +21,24 @@ std::string models() {
     return std::string(deps == nullptr ? ".deps" : deps) + "/models/semantic";
 }
 
-class SemanticSearch : public testing::Test {
+/// A store with models and a semantic index of its own.
+class SemanticSearch : public RealStore {
 protected:
     static void SetUpTestSuite() {
-        sService.emplace();
-        sService->giveCredentialsToLibrary();
-        sLoaded.emplace(sService->uri().c_str(), nullptr, nullptr, nullptr, false);
+        RealStore::SetUpTestSuite();
+        sLoaded.emplace(connect());
         ASSERT_EQ(sLoaded->LoadSemanticSearchModels(models(), "", KsNNSemanticOnnx, false), KsNN_Success);
     }
     static void TearDownTestSuite() {
         sLoaded.reset();
-        sService.reset();
+        RealStore::TearDownTestSuite();
     }
 
     SemanticSearch() {
-        const std::string unique = Poco::UUIDGenerator().createRandom().toString();
-        KsNNDatabase::setTranscriptIndex("kestrel_test_" + unique);
-        KsNNDatabase::setSemanticIndex("kestrel_test_frames_" + unique);
+        mStore = *sLoaded; // copies share the models
+        KsNNDatabase::setSemanticIndex(KsNNDatabase::getTranscriptIndex() + "_frames");
     }
-    ~SemanticSearch() override {
-        mStore.DeleteIndex(KsNNDatabase::getTranscriptIndex(), false);
-        mStore.DeleteIndex(KsNNDatabase::getSemanticIndex(), false);
-    }
-
-    void writeClip(const std::string& clip, const std::vector<std::string>& texts) {
-        KsNNDBEntryBase base;
-        base.projectName = "Film";
-        base.clipName = clip + ".mov";
-        mStore.LockEntry(clip, false);
-        for (std::size_t i = 0; i < texts.size(); ++i) {
-            KsNNDBEntrySeg seg;
-            seg.segment = static_cast<int>(i);
-            seg.mediaGuid = clip;
-            seg.projectGuid = "p";
-            seg.transcript = texts[i];
-            seg.language = "en";
-            seg.wordStartsMS = {static_cast<int>(1000 * i)};
-            seg.wordEndsMS = {static_cast<int>(1000 * i + 500)};
-            ASSERT_EQ(mStore.WriteToDB(base, seg, false), KsNN_Success) << mStore.GetErrorStr();
-        }
-        ASSERT_EQ(mStore.SetProgressComplete(clip, false, 2, ""), KsNN_Success) << mStore.GetErrorStr();
-        mStore.UnlockEntry(clip, false);
-    }
+    ~SemanticSearch() override { mStore.DeleteIndex(KsNNDatabase::getSemanticIndex(), false); }
 
     int writeFrames(const std::string& clip) {
         int written = -1;
@@ -83,22 +54,8 @@ protected:
         return results;
     }
 
-    unsigned send(const std::string& method, const std::string& path, const std::string& body) {
-        std::stringstream stream(body);
-        Poco::JSON::Object::Ptr answer;
-        unsigned status = 0;
-        EXPECT_EQ(RESTCall(method, path, 10, stream, answer, status, &mStore, true, true, false),
-                  KsNN_Success);
-        return status;
-    }
-
-    static std::optional<IndexService> sService;
-    static std::optional<KsNNDatabase> sLoaded;
-    KsNNDatabase mStore = *sLoaded; ///< Copies share the models.
+    inline static std::optional<KsNNDatabase> sLoaded;
 };
-
-std::optional<IndexService> SemanticSearch::sService;
-std::optional<KsNNDatabase> SemanticSearch::sLoaded;
 
 TEST_F(SemanticSearch, FindsWhatWasMeantInAnotherLanguage) {
     writeClip("a",
