@@ -16,7 +16,6 @@ namespace kestrel_test {
 namespace {
 
 using namespace kestrelml::detail;
-using testing::ElementsAre;
 
 icu::UnicodeString unicode(const std::u16string& text) {
     return {text.data(), static_cast<int32_t>(text.size())};
@@ -55,23 +54,16 @@ protected:
     std::unique_ptr<icu::Transliterator> mTransliterator;
 };
 
+/// Beside those of the store's self test.
 TEST_F(PhraseMatcherTest, KnownPhrases) {
     struct Case {
         const char16_t* phrase;
         const char16_t* text;
         float threshold;
         std::vector<std::pair<int, float>> matches;
-        const char* language = "en";
     };
     const Case cases[] = {
-        {u" Rich peeple!", u"filthy rich people, oh rich people ", 0.6F, {{1, 0.9091F}, {4, 0.9091F}}},
         {u" Rich peeple!", u"filthy rich people, oh rich people ", 0.0F, {{1, 0.9091F}, {4, 0.9091F}}},
-        {u" Rich people!", u"filthy      rich people", 0.6F, {{1, 1.0F}}},
-        {u"  why, can't rich people!", u"Oh WHY can't rich people understand?", 0.6F, {{1, 1.0F}}},
-        {u"hApحباPy", u"Shiny Happy pEoPle", 0.6F, {{1, 0.625F}}},
-        {u"hApحباPy", u"Shiny hApحباPy pEoPle", 0.6F, {{1, 1.0F}}},
-        {u"مرحبا", u"مرحبا", 0.6F, {{0, 1.0F}}, "ar"},
-        {u"b", u"   ABC   !.?", 0.6F, {}},
         {u"b", u"   ABC   !.?", 0.0F, {{0, 0.3333F}}},
         {u"    def   abc   !.?", u"b", 0.0F, {{0, 0.1429F}}},
         {u"filthy rich people", u" Rich peeple!", 0.0F, {{0, 0.5556F}}},
@@ -84,13 +76,13 @@ TEST_F(PhraseMatcherTest, KnownPhrases) {
         {u"some words", u" ... ", 0.01F, {}},
     };
     for (const Case& expected : cases) {
-        const auto matches = find(expected.phrase, expected.text, expected.threshold, expected.language);
+        const auto matches = find(expected.phrase, expected.text, expected.threshold);
         ASSERT_EQ(matches.size(), expected.matches.size());
         for (std::size_t i = 0; i < matches.size(); ++i) {
             EXPECT_EQ(matches[i].firstWord, expected.matches[i].first);
             EXPECT_NEAR(matches[i].score, expected.matches[i].second, 0.00005F);
         }
-        expectPlain(expected.phrase, expected.text, expected.language);
+        expectPlain(expected.phrase, expected.text, "en");
     }
 }
 
@@ -119,25 +111,10 @@ TEST_F(PhraseMatcherTest, WordsNeedATransliterator) {
 }
 
 TEST_F(PhraseMatcherTest, RandomWords) {
-    const std::u16string_view words[] = {u"a",
-                                         u"ab",
-                                         u"Ba",
-                                         u"abba",
-                                         u"can't",
-                                         u"_",
-                                         u"ÆON",
-                                         u"3.14",
-                                         u"été",
-                                         u"ΟΔΟΣ",
-                                         u"привет",
-                                         u"日本",
-                                         u"สวัสดี",
-                                         u"مرحبا",
-                                         u"abcdefghijklmnop",
-                                         u"-",
-                                         u"\U0001D538\U0001D539",
-                                         u"…",
-                                         u"ß"};
+    // clang-format off
+    const std::u16string_view words[] = {u"a", u"ab", u"Ba", u"abba", u"can't", u"_", u"ÆON", u"3.14", u"été", u"ΟΔΟΣ", u"привет",
+                                         u"日本", u"สวัสดี", u"مرحبا", u"abcdefghijklmnop", u"-", u"\U0001D538\U0001D539", u"…", u"ß"};
+    // clang-format on
     RandomText random(7);
     const auto sentence = [&](std::size_t count) {
         std::u16string text;

@@ -58,6 +58,27 @@ def noisy(text: str, percent: int, rng: random.Random) -> str:
     return "".join(damaged(character) for character in text)
 
 
+def rising_runs(count: int, mark: str) -> str:
+    """Runs of x, one longer each time, with `mark` between them."""
+    return "".join("x" * length + mark for length in range(1, count + 1))
+
+
+def test_nothing_and_equal_lengths() -> None:
+    check([("", ""), ("abc", ""), ("", "abc"), ("abc", "xyz"), ("ab", "b-a-a"), ("\U0001f600", "\U0001f601")])
+
+
+def test_repetitions() -> None:
+    letters = "a" * 400
+    words = ["a", "ab"]
+    while len(words[-1]) < 400:
+        words.append(words[-1] + words[-2])
+    fibonacci = words[-1][:400]
+    check([(letters, letters), (letters, letters[:150]), (letters + "b", letters + "c"), ("b" + letters, "c" + letters),
+           (fibonacci, words[-1][44:377] + fibonacci[:99]), (fibonacci, fibonacci[::-1]),
+           (rising_runs(26, "y"), rising_runs(26, "z")), (rising_runs(26, "y")[::-1], rising_runs(27, "y")),
+           (letters, rising_runs(20, "a"))])
+
+
 @pytest.mark.parametrize("alphabet", ["a", "ab", "abc", "ab \n", "abcdefgh", "a\U0001f600\U0001f601é"])
 def test_small_alphabets(alphabet: str) -> None:
     rng = random.Random(alphabet)
