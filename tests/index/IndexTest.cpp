@@ -16,11 +16,7 @@
 #include <random>
 #include <thread>
 
-using kestrel::index::ApiError;
-using kestrel::index::Json;
-using kestrel::index::MemoryBudget;
-using kestrel::index::Work;
-
+namespace kestrel::index {
 namespace {
 
 /// A store and an index in a temporary folder, written to without the write queue.
@@ -29,58 +25,54 @@ protected:
     IndexTest() : mFolder(testing::TempDir() + "/index-" + std::to_string(::getpid())), mStore(file()) {}
     ~IndexTest() override { std::filesystem::remove_all(mFolder); }
 
-    std::shared_ptr<kestrel::index::Index> makeIndex() {
+    std::shared_ptr<Index> makeIndex() {
         const Json mappings = {
             {"properties",
              {{"semanticImageVector", {{"type", "dense_vector"}, {"dims", 3}, {"index", false}}},
               {"projects", {{"type", "nested"}, {"properties", {{"name", {{"type", "keyword"}}}}}}}}}};
         const std::int64_t number = ++mIndices;
-        return std::make_shared<kestrel::index::Index>(
-            kestrel::index::IndexInfo{number, "test", "uuid", 0, Json::object()},
-            std::make_shared<const kestrel::index::Mapping>(mappings),
-            number << kestrel::index::kSequenceBits);
+        return std::make_shared<Index>(IndexInfo{number, "test", "uuid", 0, Json::object()},
+                                       std::make_shared<const Mapping>(mappings), number << kSequenceBits);
     }
 
     /// As the writer does: fields that the mapping lacks are added.
-    static kestrel::index::Prepared prepare(kestrel::index::Index& index, const Json& document,
-                                            const std::string& id) {
-        auto extended = std::make_shared<kestrel::index::Mapping>(*index.mapping());
-        auto prepared = kestrel::index::DocumentParser(*extended).parse(document, id);
+    static Prepared prepare(Index& index, const Json& document, const std::string& id) {
+        auto extended = std::make_shared<Mapping>(*index.mapping());
+        auto prepared = DocumentParser(*extended).parse(document, id);
         index.setMapping(std::move(extended));
-        return std::make_shared<const kestrel::index::PreparedDocument>(std::move(*prepared));
+        return std::make_shared<const PreparedDocument>(std::move(*prepared));
     }
 
-    static void put(kestrel::index::Index& index, const std::string& id, const Json* before,
-                    const Json& after) {
-        kestrel::index::DocumentChange change{id, std::nullopt, std::nullopt};
+    static void put(Index& index, const std::string& id, const Json* before, const Json& after) {
+        DocumentChange change{id, std::nullopt, std::nullopt};
         if (before != nullptr) change.removed = {*index.rowOf(id), prepare(index, *before, id)};
         change.added = {index.takeRow(), prepare(index, after, id)};
         index.apply({change});
     }
 
-    static void remove(kestrel::index::Index& index, const std::string& id, const Json& before) {
-        index.apply({{id, kestrel::index::DocumentChange::State{*index.rowOf(id), prepare(index, before, id)},
-                      std::nullopt}});
+    static void remove(Index& index, const std::string& id, const Json& before) {
+        index.apply(
+            {{id, DocumentChange::State{*index.rowOf(id), prepare(index, before, id)}, std::nullopt}});
     }
 
     /// The same index, written to a file and read from it.
-    std::shared_ptr<kestrel::index::Index> throughSnapshot(const kestrel::index::Index& index) const {
+    std::shared_ptr<Index> throughSnapshot(const Index& index) const {
         const std::filesystem::path file = mFolder / "snapshot";
-        kestrel::index::SnapshotWriter writer(file);
+        SnapshotWriter writer(file);
         index.save(writer);
         writer.finish();
-        auto loaded = std::make_shared<kestrel::index::Index>(index.info(), index.mapping(), index.lastRow());
-        kestrel::index::SnapshotReader reader(file);
+        auto loaded = std::make_shared<Index>(index.info(), index.mapping(), index.lastRow());
+        SnapshotReader reader(file);
         loaded->load(reader);
         reader.finish();
         return loaded;
     }
 
     /// Number of hits and their scores, best first.
-    std::string outcome(const std::shared_ptr<kestrel::index::Index>& index, const Json& query) {
-        kestrel::index::SearchRequest request;
+    std::string outcome(const std::shared_ptr<Index>& index, const Json& query) {
+        SearchRequest request;
         request.query = query;
-        const kestrel::index::Found found = kestrel::index::search(index, mStore, request, 10'000);
+        const Found found = search(index, mStore, request, 10'000);
         return fmt::format("{}: {}", found.total, fmt::join(found.scores, " "));
     }
 
@@ -94,7 +86,7 @@ private:
     std::int64_t mIndices = 0;
 
 protected:
-    kestrel::index::DocumentStore mStore;
+    DocumentStore mStore;
 };
 
 Json randomDocument(std::mt19937& random) {
@@ -140,7 +132,7 @@ TEST_F(IndexTest, ChangesLeaveNoTrace) {
     }
     change(1500);
     const auto earlier = throughSnapshot(*changed);
-    const std::vector<kestrel::index::RowId> rowsThen = earlier->rows();
+    const std::vector<RowId> rowsThen = earlier->rows();
     change(1500);
     const auto rebuilt = makeIndex();
     for (const auto& [id, document] : documents)
@@ -148,17 +140,16 @@ TEST_F(IndexTest, ChangesLeaveNoTrace) {
     const auto copied = throughSnapshot(*changed);
 
     // What happened since the earlier state: rows are gone whose content nobody knows, and others came.
-    const std::vector<kestrel::index::RowId> rowsNow = changed->rows();
-    std::vector<kestrel::index::RowId> gone;
+    const std::vector<RowId> rowsNow = changed->rows();
+    std::vector<RowId> gone;
     std::set_difference(rowsThen.begin(), rowsThen.end(), rowsNow.begin(), rowsNow.end(),
                         std::back_inserter(gone));
     ASSERT_FALSE(gone.empty());
     earlier->forget(gone);
     for (const auto& [id, document] : documents) {
-        const kestrel::index::RowId row = *changed->rowOf(id);
+        const RowId row = *changed->rowOf(id);
         if (row > rowsThen.back())
-            earlier->apply({{id, std::nullopt,
-                             kestrel::index::DocumentChange::State{row, prepare(*earlier, document, id)}}});
+            earlier->apply({{id, std::nullopt, DocumentChange::State{row, prepare(*earlier, document, id)}}});
     }
     EXPECT_EQ(earlier->rows(), rowsNow);
     earlier->requireIntact();
@@ -197,7 +188,7 @@ TEST_F(IndexTest, ScoresAsLuceneDoes) {
     // "river" and "rover" each are in one document; the second is one edit away: a boost of 0.8.
     const std::string fuzzy =
         outcome(index, Json::parse(R"({"match": {"text": {"query": "river", "fuzziness": "AUTO:4,6"}}})"));
-    const kestrel::index::Bm25 similarity({3, 10});
+    const Bm25 similarity({3, 10});
     const float whole = similarity.score(similarity.weight(1, 1.0F), 1, 4);
     const float nearly = similarity.score(similarity.weight(1, 0.8F), 1, 4);
     EXPECT_EQ(fuzzy, fmt::format("2: {} {}", whole, nearly));
@@ -212,7 +203,7 @@ TEST_F(IndexTest, ScoresAsLuceneDoes) {
 TEST_F(IndexTest, ADocumentThatWasSetAsideLeavesNoTrace) {
     const auto index = makeIndex();
     const Json document = {{"text", "the river"}, {"projects", {{{"name", "A"}}}}};
-    index->apply({{"1", std::nullopt, kestrel::index::DocumentChange::State{index->takeRow(), nullptr}}});
+    index->apply({{"1", std::nullopt, DocumentChange::State{index->takeRow(), nullptr}}});
     EXPECT_EQ(index->documentCount(), 0);
     put(*index, "1", &document, document);
     EXPECT_EQ(index->documentCount(), 1);
@@ -228,7 +219,7 @@ TEST_F(IndexTest, ABoostOfZeroFindsEachDocumentOnce) {
 }
 
 TEST_F(IndexTest, AReaderDoesNotOvertakeAWaitingWriter) {
-    kestrel::index::FairSharedMutex mutex;
+    FairSharedMutex mutex;
     bool written = false;
     mutex.lock_shared();
     std::thread writer([&] {
@@ -257,11 +248,11 @@ TEST_F(IndexTest, ASearchThatTakesLongGivesWayToAWriter) {
     const Work::Scope scope(&work);
     std::thread writer;
     try {
-        const kestrel::index::IndexView view(*index);
-        kestrel::index::checkStillWanted();
+        const IndexView view(*index);
+        checkStillWanted();
         writer = std::thread([&] { index->remember("written"); });
         for (;;)
-            kestrel::index::checkStillWanted();
+            checkStillWanted();
     } catch (const ApiError& e) {
         EXPECT_EQ(e.status(), 503);
     }
@@ -295,3 +286,5 @@ TEST_F(IndexTest, SearchesEndWhenTheirTimeIsUpOrTheirClientHasGone) {
         EXPECT_NE(typeOfError(std::chrono::hours(1), false, query).find(':'), std::string::npos) << query;
     }
 }
+
+} // namespace kestrel::index

@@ -8,6 +8,7 @@ import json
 import os
 import select
 import signal
+import socket
 import ssl
 import subprocess
 import tempfile
@@ -22,6 +23,14 @@ from urllib.parse import urlsplit
 Body = Union[None, str, bytes, dict[str, Any]]
 BINARY = Path(os.environ["KESTREL_BUILD_BIN"]) / "kestrel-index"
 START_SECONDS = 60.0
+
+
+def trusting_context() -> ssl.SSLContext:
+    """For certificates that the service has signed itself."""
+    context = ssl.create_default_context()
+    context.check_hostname = False
+    context.verify_mode = ssl.CERT_NONE
+    return context
 
 
 @dataclass
@@ -67,12 +76,9 @@ class Client:
         self.connection = self._connect()
 
     def _connect(self) -> http.client.HTTPSConnection:
-        context = ssl.create_default_context()
-        context.check_hostname = False
-        context.verify_mode = ssl.CERT_NONE
         assert self.address.hostname is not None
         return http.client.HTTPSConnection(
-            self.address.hostname, self.address.port, context=context, timeout=120
+            self.address.hostname, self.address.port, context=trusting_context(), timeout=120
         )
 
     def __call__(self, method: str, path: str, body: Body = None, **headers: str) -> Answer:
@@ -93,8 +99,8 @@ class Client:
 
     def _reopen_if_closed(self) -> None:
         """The service closes connections that were idle for long, and says so before anything is sent."""
-        socket = self.connection.sock
-        if socket is not None and select.select([socket], [], [], 0)[0]:
+        opened = self.connection.sock
+        if opened is not None and select.select([opened], [], [], 0)[0]:
             self.connection.close()
 
 
@@ -135,6 +141,15 @@ class IndexProcess:
 
     def anonymous(self) -> Client:
         return Client(self.uri, None, "")
+
+    @property
+    def address(self) -> tuple[str, int]:
+        parts = urlsplit(self.uri)
+        assert parts.hostname is not None and parts.port is not None
+        return parts.hostname, parts.port
+
+    def connect(self) -> ssl.SSLSocket:
+        return trusting_context().wrap_socket(socket.create_connection(self.address, timeout=60))
 
     def kill(self) -> None:
         self.process.kill()

@@ -6,7 +6,9 @@ from __future__ import annotations
 import json
 import os
 import random
+import re
 from collections.abc import Iterator
+from pathlib import Path
 from typing import Any
 
 import pytest
@@ -149,36 +151,36 @@ def test_searches(clients: list[Client], body: dict[str, Any], expected: str) ->
         assert ours == about(answer)
 
 
-@pytest.mark.parametrize(("method", "path", "body", "status", "error"), [
-    ("GET", "absent_rel", None, 404, "index_not_found_exception"),
-    ("GET", "absent_rel/_count", None, 404, "index_not_found_exception"),
-    ("GET", f"{INDEX}/_doc/absent", None, 404, None), ("DELETE", f"{INDEX}/_doc/absent", None, 404, None),
-    ("POST", f"{INDEX}/_doc/d0000?op_type=create", {"KSNNlock": True}, 409, "version_conflict_engine_exception"),
-    ("POST", f"{INDEX}/_update/absent", {"doc": {"a": 1}}, 404, "document_missing_exception"),
-    ("PUT", INDEX, None, 400, "resource_already_exists_exception"),
-    ("PUT", "Upper", None, 400, "invalid_index_name_exception"),
-    ("GET", f"{INDEX}/_search", {"size": 10001}, 400, "search_phase_execution_exception"),
-    ("GET", f"{INDEX}/_search?scroll=1m", {"size": 10001}, 400, "search_phase_execution_exception"),
-    ("GET", f"{INDEX}/_search", {"query": {"foo": {}}}, 400, "parsing_exception"),
-    ("GET", f"{INDEX}/_search", {"sort": ["transcript"]}, 400, "search_phase_execution_exception"),
-    ("GET", f"{INDEX}/_search", {"query": term("segment", "x")}, 400, "search_phase_execution_exception"),
-    ("GET", "a/b/c", None, 400, None), ("PUT", f"{INDEX}/_search", None, 405, None),
-    ("GET", f"{INDEX}/_search?colour=1", None, 400, "illegal_argument_exception"),
-    ("DELETE", "*", None, 400, "illegal_argument_exception"),
-    ("DELETE", "_security/user/ghost", None, 404, None), ("DELETE", "_security/role/ghost", None, 404, None),
-    ("POST", f"{INDEX}/_doc", {"segment": "x"}, 400, "document_parsing_exception"),
-    ("POST", f"{INDEX}/_doc", None, 400, "parse_exception"),
-    ("PUT", f"{INDEX}/_bulk", "{}", 400, "illegal_argument_exception"),
-    ("POST", f"{INDEX}/_delete_by_query", {}, 400, "action_request_validation_exception"),
-])
-def test_refusals(clients: list[Client], method: str, path: str, body: Any, status: int, error: str | None) -> None:
+def refusals() -> Iterator[tuple[bool, str]]:
+    """The lines of refusals.txt, and whether a genuine Elasticsearch answers alike."""
+    text = (Path(__file__).parent / "refusals.txt").read_text(encoding="utf-8")
+    compared = False
+    for line in re.sub(r"\n  +", " ", text).splitlines():
+        if line.startswith("["):
+            compared = "genuine" in line
+        elif line and not line.startswith("#"):
+            yield compared, line.replace("@index", INDEX).replace("@long", "x" * 256)
+
+
+@pytest.mark.parametrize(("compared", "line"), list(refusals()), ids=lambda value: str(value)[:80])
+def test_refusals(clients: list[Client], compared: bool, line: str) -> None:
     def cause(answer: Answer) -> Any:
         """Type of the error and of its root, or the keys of an answer that has none."""
         found = answer.json.get("error")
         return (found["type"], found["root_cause"][0]["type"]) if isinstance(found, dict) else sorted(answer.json)
 
-    ours, *genuine = (client(method, path, body) for client in clients)
-    assert ours.status == status
-    assert error is None or ours.error_type == error
+    request, _, expected = line.rpartition(" < ")
+    method, path, *body = request.split(" ", 2)
+    status, _, error = expected.partition(" ")
+    ours, *genuine = (client(method, path, *body) for client in clients[: None if compared else 1])
+    assert ours.status == int(status), ours.text
+    if error and ours.error_type != error:
+        assert re.match(".*".join(map(re.escape, error.split("…"))), ours.cause), ours.text
+    assert ours.status != 405 or "Allow" in ours.headers
     for answer in genuine:
         assert (ours.status, cause(ours)) == (answer.status, cause(answer)), answer.text
+
+
+def test_nothing_comes_of_refusals(clients: list[Client]) -> None:
+    assert clients[0]("HEAD", "odd_rel").status == 404
+    assert clients[0]("GET", f"{INDEX}/_count").json["count"] == len(documents())

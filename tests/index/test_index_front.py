@@ -18,17 +18,6 @@ import pytest
 from index_process import Client, IndexProcess
 
 
-def address(service: IndexProcess) -> tuple[str, int]:
-    return "127.0.0.1", int(service.uri.rstrip("/").rsplit(":", 1)[1])
-
-
-def connect(service: IndexProcess) -> ssl.SSLSocket:
-    context = ssl.create_default_context()
-    context.check_hostname = False
-    context.verify_mode = ssl.CERT_NONE
-    return context.wrap_socket(socket.create_connection(address(service), timeout=60))
-
-
 def head(service: IndexProcess, authorized: bool, *lines: str) -> bytes:
     token = base64.b64encode(":".join(service.administrator()).encode()).decode()
     own = [f"Authorization: Basic {token}"] if authorized else []
@@ -48,7 +37,7 @@ def small(data: Path) -> IndexProcess:
 
 
 def test_silent_connections_give_way(small: IndexProcess) -> None:
-    silent = [socket.create_connection(address(small)) for _ in range(20)]
+    silent = [socket.create_connection(small.address) for _ in range(20)]
     assert small.client()("GET", "").status == 200
     for connection in silent:
         connection.close()
@@ -62,7 +51,7 @@ def test_idle_clients_give_way(small: IndexProcess) -> None:
 
 
 def test_clients_at_work_do_not_give_way(small: IndexProcess) -> None:
-    at_work = [connect(small) for _ in range(4)]
+    at_work = [small.connect() for _ in range(4)]
     for connection in at_work:
         connection.sendall(head(small, True, "POST /busy_rel/_doc HTTP/1.1", "Content-Length: 9", "Expect: 100-continue"))
         assert b"100 Continue" in answer_of(connection)
@@ -83,14 +72,14 @@ def test_clients_at_work_do_not_give_way(small: IndexProcess) -> None:
     (True, ["POST /%ff/_doc HTTP/1.1", "Content-Length: 90000000"], b" 400 "),
 ])
 def test_refused_before_the_body_is_received(service: IndexProcess, authorized: bool, lines: list[str], status: bytes) -> None:
-    with connect(service) as connection:
+    with service.connect() as connection:
         connection.sendall(head(service, authorized, *lines))
         assert status in answer_of(connection)
 
 
 def test_bodies_share_a_budget(data: Path) -> None:
     service = IndexProcess(data, "--max-memory", "3").wait_until_ready()
-    with connect(service) as first:
+    with service.connect() as first:
         first.sendall(head(service, True, "POST /x_rel/_doc HTTP/1.1", "Content-Length: 2000000", "Expect: 100-continue"))
         assert b"100 Continue" in answer_of(first)
         other = service.client()("POST", "x_rel/_doc", b'{"a": 1' + b" " * 2_000_000 + b"}")
@@ -127,7 +116,7 @@ def test_what_a_request_is_parsed_into_shares_the_budget(data: Path) -> None:
 
 
 def test_chunked_bodies(service: IndexProcess, index: str) -> None:
-    with connect(service) as connection:
+    with service.connect() as connection:
         connection.sendall(head(service, True, f"POST /{index}/_doc/chunked HTTP/1.1", "Transfer-Encoding: chunked"))
         for part in (b'{"a":', b" 1", b"}"):
             connection.sendall(b"%x\r\n%s\r\n" % (len(part), part))
@@ -136,7 +125,7 @@ def test_chunked_bodies(service: IndexProcess, index: str) -> None:
 
 
 def test_bodies_without_a_length_are_none(service: IndexProcess) -> None:
-    with connect(service) as connection:
+    with service.connect() as connection:
         connection.sendall(head(service, True, "GET / HTTP/1.1") * 2)
         assert b" 200 " in answer_of(connection)
 

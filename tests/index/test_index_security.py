@@ -85,12 +85,3 @@ def test_scrolls_belong_to_their_user(client: Client, limited: Client) -> None:
     scroll = client("GET", "mine_dbg/_search?scroll=1m", {"size": 1}).json["_scroll_id"]
     assert limited("POST", "_search/scroll", {"scroll_id": scroll}).status == 404
     client("DELETE", "mine_dbg")
-
-
-@pytest.mark.parametrize(("path", "body"), [
-    ("user/short", {"password": "abc", "roles": []}), ("user/none", {"roles": []}), ("user/kestrel_admin", {"roles": []}),
-    ("user/odd", {"password": "long enough", "colour": 1}), ("role/odd", {"cluster": ["fly"]}),
-    ("role/odd", {"indices": [{"names": ["*"], "privileges": ["fly"]}]}), ("role/odd", {"indices": [{"names": ["*"]}]}),
-])
-def test_refused_users_and_roles(client: Client, path: str, body: dict[str, object]) -> None:
-    assert client("PUT", f"_security/{path}", body).status == 400
