@@ -1,13 +1,11 @@
 #include "apps/kestrel/media/AudioReader.h"
 
 #include "apps/kestrel/base/Failure.h"
+#include "tests/app/TestMedia.h"
 
-#include <Poco/TemporaryFile.h>
-#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 
 namespace kestrel {
@@ -15,19 +13,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class AudioReaderTest : public testing::Test {
+class AudioReaderTest : public TestMedia {
 protected:
-    AudioReaderTest() : mFolder(Poco::TemporaryFile::tempName()) { fs::create_directories(mFolder); }
-    ~AudioReaderTest() override { fs::remove_all(mFolder); }
-
-    /// Has ffmpeg make a file.
-    fs::path make(const char* name, const std::string& arguments) const {
-        const fs::path file = mFolder / name;
-        const std::string command = fmt::format("ffmpeg -v error -y {} {}", arguments, file.string());
-        EXPECT_EQ(std::system(command.c_str()), 0) << command;
-        return file;
-    }
-
     static std::vector<float> readAll(AudioReader& reader) {
         std::vector<float> all;
         for (auto some = reader.read(1000); !some.empty(); some = reader.read(1000))
@@ -60,8 +47,6 @@ protected:
             return error.what();
         }
     }
-
-    fs::path mFolder;
 };
 
 // A second of silence, then a tone.

@@ -52,16 +52,6 @@ TEST_F(FilesTest, ALockIsTakenOnceAndItsNoteOutlivesItsHolder) {
     EXPECT_EQ(FileLock::tryTake(file)->note(), ""); // a removed file locks nobody out
 }
 
-TEST_F(FilesTest, AClipIsItsContentAndAProjectItsName) {
-    const std::string one = clipIdentifier(write("a.mov", "abc"));
-    EXPECT_EQ(one, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-    EXPECT_EQ(clipIdentifier(write("b.mov", "abc")), one);
-    EXPECT_NE(clipIdentifier(write("a.mov", "abd")), one);
-    EXPECT_EQ(projectIdentifier("Rivers"), projectIdentifier("Rivers"));
-    EXPECT_NE(projectIdentifier("Rivers"), projectIdentifier("rivers"));
-    EXPECT_EQ(projectIdentifier("Rivers").size(), 36U);
-}
-
 TEST_F(FilesTest, ClipsAreKnownByNameIdentifierAndFile) {
     const Catalogue catalogue{Home(mFolder)};
     const fs::path file = write("a.mov", "abc");

@@ -18,7 +18,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 TEST(Script, PlainTextIsALineALine) {
-    EXPECT_THAT(readScript("\xEF\xBB\xBFHello there.\r\n\r\n  How are you?\n", ScriptFormat::Auto),
+    EXPECT_THAT(readScript("Hello there.\r\n\r\n  How are you?\n", ScriptFormat::Auto),
                 ElementsAre(ScriptLine{1, "", "Hello there."}, ScriptLine{3, "", "How are you?"}));
 }
 

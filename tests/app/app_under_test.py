@@ -51,6 +51,12 @@ class Kestrel:
         assert result.code == 0, result.err
         return result
 
+    def fails(self, *arguments: object, code: int = 1) -> str:
+        """What a run says that ends with this code."""
+        result = self.run(*arguments)
+        assert result.code == code, result.err
+        return result.err
+
     def up(self) -> Result:
         return self.good("up", "--index-port", 0, "--speech-port", 0)
 

@@ -5,8 +5,6 @@ from __future__ import annotations
 import base64
 import json
 import re
-import resource
-import signal
 import subprocess
 import textwrap
 from collections.abc import Iterator
@@ -139,8 +137,7 @@ def test_an_unfinished_transcript_gives_way(house: Kestrel, exchange_file: Path,
     put(other, StoredClip("river 0.mov", "Rivers", [Line("half a", 0), Line("transcript", 900)], complete=False))
     clip = StoredClip("river 0.mov", "Rivers", []).id
     other.index("POST", f"{TRANSCRIPTS}/_doc/{clip}?op_type=create", {"KSNNlock": True})
-    locked = other.run("import", exchange_file, "--project", "Rivers")
-    assert locked.code == 1 and "is being transcribed here" in locked.err
+    assert "is being transcribed here" in other.fails("import", exchange_file, "--project", "Rivers")
     assert len(documents(other)) == 2
     other.index("DELETE", f"{TRANSCRIPTS}/_doc/{clip}")
     assert "never completed" in other.good("import", exchange_file, "--project", "Rivers").err
@@ -158,9 +155,7 @@ def test_a_file_that_is_wrong_changes_nothing(house: Kestrel, exchange_file: Pat
         "altered": (text[:999] + (b"A" if text[999:1000] != b"A" else b"B") + text[1000:], "damaged"),
         "foreign": (b"%PDF-1.7 or something of the sort", "no exchange file"),
         "wrongly keyed": (encrypted(decrypted(text), "another"), "another pass phrase"),
-        "nested": (encrypted(b"[" * 1_000_000), "damaged"),
         "no clip": (encrypted(b'[{"hits":{"hits":[]}}]'), "holds no clip"),
-        "unequal": (encrypted(json.dumps([page]).replace('"wordEndsMS": [', '"wordEndsMS": [1, ').encode()), "cannot"),
         "version 1": (encrypted(json.dumps([page]).replace('"schemaVersion": 2', '"schemaVersion": 1').encode()), "schema"),
     }
     last["segment"] = "forty"
@@ -169,16 +164,14 @@ def test_a_file_that_is_wrong_changes_nothing(house: Kestrel, exchange_file: Pat
         file = tmp_path / f"{name}.kst"
         file.write_bytes(content)
         for dry in ([], ["--dry-run"]):
-            result = house.run("import", file, "--project", "Rivers", *dry)
-            assert result.code == 1, name
-            assert file.name in result.err and message in result.err, (name, result.err)
+            said = house.fails("import", file, "--project", "Rivers", *dry)
+            assert file.name in said and message in said, (name, said)
     assert documents(house) == before
 
 
 def test_exports_that_cannot_be(house: Kestrel, exchange_file: Path, tmp_path: Path) -> None:
     file = tmp_path / "x.kst"
-    unknown = house.run("export", file, "--project", "Seas")
-    assert unknown.code == 1 and "Rivers" in unknown.err
+    assert "Rivers" in house.fails("export", file, "--project", "Seas")
     put(house, StoredClip("half.mov", "Half", [Line("half", 0)], complete=False))
     house.index("POST", f"{TRANSCRIPTS}/_refresh")
     assert "is not complete" in house.run("export", file, "--project", "Half").err
@@ -188,19 +181,3 @@ def test_exports_that_cannot_be(house: Kestrel, exchange_file: Path, tmp_path: P
     assert not file.exists()
     one = StoredClip("river 1.mov", "Rivers", []).id
     assert "40 segments of 1 clips" in house.good("export", file, one, "--project", "Rivers").err
-
-
-def test_a_full_disk_leaves_no_file_that_looks_whole(house: Kestrel, exchange_file: Path, tmp_path: Path) -> None:
-    def limit() -> None:
-        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
-        resource.setrlimit(resource.RLIMIT_FSIZE, (20_000, 20_000))
-
-    for before in (None, b"an earlier export"):
-        file = tmp_path / "full.kst"
-        if before is not None:
-            file.write_bytes(before)
-        result = subprocess.run([BIN / "kestrel", "export", file, "--project", "Rivers"], stdin=subprocess.DEVNULL, text=True,
-                                env=house.environment, preexec_fn=limit, restore_signals=False, capture_output=True)
-        assert result.returncode == 1 and "full.kst cannot be exported" in result.stderr, result.stderr
-        assert (file.read_bytes() if file.exists() else None) == before
-        assert list(tmp_path.glob("*.part")) == []

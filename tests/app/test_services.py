@@ -52,9 +52,7 @@ def test_version_and_overview(fresh: Kestrel) -> None:
 )
 def test_wrong_usage_is_code_2(fresh: Kestrel, arguments: list[str | bytes], message: str) -> None:
     result = fresh.run(*arguments)
-    assert result.code == 2
-    assert message in result.err
-    assert result.out == ""
+    assert (result.code, result.out) == (2, "") and message in result.err
 
 
 def test_services_come_up_once_and_go_down(fresh: Kestrel) -> None:
@@ -67,8 +65,7 @@ def test_services_come_up_once_and_go_down(fresh: Kestrel) -> None:
     status = fresh.good("status", "--json").json()
     assert status["index"]["answers"] and status["speech"]["answers"]
 
-    late = fresh.run("up", "--speech-port", 1)
-    assert late.code == 1 and "port 1 comes too late: the speech service runs at" in late.err
+    assert "port 1 comes too late: the speech service runs at" in fresh.fails("up", "--speech-port", 1)
     again = fresh.good("up")
     assert again.err.count("already running") == 2
     assert fresh.pids() == pids
@@ -127,9 +124,8 @@ def test_down_leaves_a_stranger_with_the_same_number_alone(fresh: Kestrel) -> No
 def test_a_taken_port_is_named_and_nothing_stays_started(fresh: Kestrel) -> None:
     with socket.create_server(("127.0.0.1", 0)) as taken:
         port = taken.getsockname()[1]
-        result = fresh.run("up", "--index-port", 0, "--speech-port", port)
-    assert result.code == 1
-    assert f"port {port} is taken" in result.err and "--speech-port" in result.err
+        message = fresh.fails("up", "--index-port", 0, "--speech-port", port)
+    assert f"port {port} is taken" in message and "--speech-port" in message
     assert fresh.pids() == {}
     fresh.up()
 
@@ -142,13 +138,11 @@ def test_a_service_that_dies_at_start_shows_the_end_of_its_log(fresh: Kestrel, t
     try:
         while not ready.exists():
             assert other.poll() is None
-        result = fresh.run("up", "--index-port", 0, "--speech-port", 0)
+        message = fresh.fails("up", "--index-port", 0, "--speech-port", 0)
     finally:
         other.terminate()
         other.wait()
-    assert result.code == 1
-    assert "the index service ended while it was starting" in result.err
-    assert "index.log ends with:\n    " in result.err
+    assert "the index service ended while it was starting" in message and "index.log ends with:\n    " in message
     assert fresh.pids() == {}
 
 
@@ -170,10 +164,9 @@ def test_up_repairs_damaged_credentials(kestrel: Kestrel, file: str, content: st
     (kestrel.home / file).unlink()
     if content is not None:
         (kestrel.home / file).write_text(content)
-    result = kestrel.run("search", "word", "--project", "P")
-    assert result.code == 1
-    assert "credentials" in result.err or "password" in result.err
-    assert "run `kestrel up`" in result.err or "damaged" in result.err
+    message = kestrel.fails("search", "word", "--project", "P")
+    assert "credentials" in message or "password" in message
+    assert "run `kestrel up`" in message or "damaged" in message
     kestrel.good("up")
     kestrel.good("search", "word", "--project", "P")
 
@@ -186,9 +179,8 @@ def test_up_replaces_the_password_of_a_former_index(fresh: Kestrel) -> None:
     fresh.up()
     (fresh.home / "credentials.json").write_text(former[0])
     (fresh.home / "credentials.key").write_text(former[1])
-    refused = fresh.run("search", "word", "--project", "P")
-    assert refused.code == 1
-    assert "refuses the password" in refused.err and "`kestrel up`" in refused.err
+    refused = fresh.fails("search", "word", "--project", "P")
+    assert "refuses the password" in refused and "`kestrel up`" in refused
     fresh.good("up")
     fresh.good("search", "word", "--project", "P")
 
@@ -203,10 +195,7 @@ def test_up_replaces_the_password_of_a_former_index(fresh: Kestrel) -> None:
     ],
 )
 def test_without_services_every_command_says_what_to_do(fresh: Kestrel, arguments: list[str]) -> None:
-    result = fresh.run(*arguments)
-    assert result.code == 1
-    assert "the index service is not running: start it with `kestrel up`" in result.err
-    assert result.out == ""
+    assert "the index service is not running: start it with `kestrel up`" in fresh.fails(*arguments)
 
 
 @pytest.mark.parametrize(
@@ -214,9 +203,8 @@ def test_without_services_every_command_says_what_to_do(fresh: Kestrel, argument
     [("xx", "there are: "), ("English", "use --language en for English"), ("français", "use --language fr")],
 )
 def test_an_unknown_language_is_explained(kestrel: Kestrel, language: str, message: str) -> None:
-    result = kestrel.run("transcribe", SPEECH / "librivox_2.wav", "--project", "P", "--language", language)
-    assert result.code == 1
-    assert language in result.err and message in result.err
+    said = kestrel.fails("transcribe", SPEECH / "librivox_2.wav", "--project", "P", "--language", language)
+    assert language in said and message in said
 
 
 def test_files_that_cannot_be_transcribed_are_told_one_by_one(kestrel: Kestrel, tmp_path: Path) -> None:
@@ -291,9 +279,7 @@ def test_a_clip_that_another_program_writes_is_left_to_it(kestrel: Kestrel) -> N
 
 @pytest.mark.parametrize("phrase", ["", " ?! "])
 def test_a_phrase_without_words_is_refused(kestrel: Kestrel, phrase: str) -> None:
-    result = kestrel.run("search", phrase, "--project", "P")
-    assert result.code == 2
-    assert "holds no word" in result.err
+    assert "holds no word" in kestrel.fails("search", phrase, "--project", "P", code=2)
 
 
 def test_a_search_without_hits_is_an_empty_answer(kestrel: Kestrel) -> None:
@@ -312,6 +298,4 @@ def test_results_that_cannot_be_written_are_an_error(kestrel: Kestrel) -> None:
 
 def test_a_home_that_cannot_be_made_is_named(tmp_path: Path) -> None:
     (tmp_path / "file").touch()
-    result = Kestrel(tmp_path / "file" / "home").run("up")
-    assert result.code == 1
-    assert str(tmp_path / "file" / "home") in result.err
+    assert str(tmp_path / "file" / "home") in Kestrel(tmp_path / "file" / "home").fails("up")

@@ -28,8 +28,7 @@ void blankOut(std::string& text, const std::string& open, const std::string& clo
     }
 }
 
-Lines split(std::string text) {
-    if (text.starts_with("\xEF\xBB\xBF")) text.erase(0, 3);
+Lines split(const std::string& text) {
     std::istringstream in(text);
     Lines lines;
     for (std::string line; std::getline(in, line);)
