@@ -5,6 +5,12 @@
 
 namespace kestrel::index {
 
+namespace {
+
+constexpr std::chrono::seconds kLastWords{5};
+
+} // namespace
+
 Connections::Handle Connections::add(int socket) {
     const std::lock_guard lock(mMutex);
     const auto served = std::count_if(mEntries.begin(), mEntries.end(), [](const Entry& entry) {
@@ -21,7 +27,8 @@ Connections::Handle Connections::add(int socket) {
             ::shutdown(leaving->socket, SHUT_RDWR);
         }
     }
-    return mEntries.insert(mEntries.end(), Entry{socket, state, Clock::now(), Clock::time_point::max()});
+    return mEntries.insert(mEntries.end(),
+                           Entry{socket, state, Clock::now(), Clock::time_point::max(), false});
 }
 
 Connections::Handle Connections::longestIn(State state) {
@@ -41,6 +48,7 @@ void Connections::set(Handle handle, State state, std::chrono::seconds time) {
     const std::lock_guard lock(mMutex);
     const auto now = Clock::now();
     handle->deadline = now + time;
+    handle->overdue = false;
     if (handle->state == state || handle->state == State::Refused || handle->state == State::Leaving) return;
     handle->state = state;
     handle->since = now;
@@ -57,11 +65,20 @@ std::size_t Connections::count(State state) const {
                                                   [&](const Entry& entry) { return entry.state == state; }));
 }
 
+bool Connections::overdue(Handle handle) const {
+    const std::lock_guard lock(mMutex);
+    return handle->overdue;
+}
+
 void Connections::shutdownOverdue() {
     const auto now = Clock::now();
     const std::lock_guard lock(mMutex);
-    for (const Entry& entry : mEntries)
-        if (entry.deadline < now) ::shutdown(entry.socket, SHUT_RDWR);
+    for (Entry& entry : mEntries) {
+        if (entry.deadline >= now) continue;
+        ::shutdown(entry.socket, entry.overdue ? SHUT_RDWR : SHUT_RD);
+        entry.overdue = true;
+        entry.deadline = now + kLastWords;
+    }
 }
 
 void Connections::shutdownAll() {

@@ -12,9 +12,9 @@ struct Limits {
     std::size_t clients = 256;
     std::size_t requestBytes = 100U * 1024 * 1024;
     std::size_t memoryBytes = 1024U * 1024 * 1024; ///< of all requests together
-    std::chrono::seconds handshake{10};
+    std::chrono::seconds handshake{20};
     std::chrono::seconds header{
-        10}; ///< from the first byte of a request, or the handshake, to the end of its headers
+        20}; ///< from the first byte of a request, or the handshake, to the end of its headers
     std::chrono::seconds login{60}; ///< may have to wait for others
     std::chrono::seconds body{120};
     std::chrono::seconds work{60}; ///< for a search
@@ -23,7 +23,8 @@ struct Limits {
 };
 
 /// The open connections. Shuts down the sockets of those that exceed their time, those that have to give way
-/// to others, and all of them at the end; their threads then end by themselves.
+/// to others, and all of them at the end; their threads then end by themselves. A client that is too slow can
+/// still be told so.
 class Connections {
 public:
     enum class State {
@@ -40,6 +41,7 @@ public:
         State state = State::Anonymous;
         Clock::time_point since;
         Clock::time_point deadline;
+        bool overdue = false;
     };
     using Handle = std::list<Entry>::iterator;
 
@@ -55,7 +57,10 @@ public:
     /// Number of connections in the state.
     std::size_t count(State state) const;
 
+    /// Those that exceed their time read nothing more; a little later they write nothing more either.
     void shutdownOverdue();
+    /// Whether the connection has exceeded the time that was set last.
+    bool overdue(Handle handle) const;
     void shutdownAll();
 
 private:

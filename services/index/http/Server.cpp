@@ -177,21 +177,27 @@ private:
             mConnections.shutdownOverdue();
     }
 
-    void admit(Request& request) {
+    void admit(Request& request) try {
         request.user = mAuthenticator.authenticate(request.authorization, request.method, request.uri);
         parseTarget(request.uri, request);
         if (request.hasBody) checkContentType(request);
+    } catch (const ApiError&) {
+        throw;
+    } catch (const std::exception& e) {
+        throw unexpected(request, e);
     }
 
-    Answer answer(const Request& request) {
-        try {
-            return mRouter.dispatch(request);
-        } catch (const ApiError& e) {
-            return errorAnswer(e);
-        } catch (const std::exception& e) {
-            spdlog::error("{} {}: {}", request.method, request.uri, e.what());
-            return errorAnswer({500, "exception", e.what()});
-        }
+    Answer answer(const Request& request) try {
+        return mRouter.dispatch(request);
+    } catch (const ApiError& e) {
+        return errorAnswer(e);
+    } catch (const std::exception& e) {
+        return errorAnswer(unexpected(request, e));
+    }
+
+    static ApiError unexpected(const Request& request, const std::exception& error) {
+        spdlog::error("{} {}: {}", request.method, request.uri, error.what());
+        return {500, "exception", error.what()};
     }
 
     const Limits mLimits;

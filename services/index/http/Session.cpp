@@ -45,6 +45,10 @@ ApiError malformed(const beast::error_code& error, std::size_t bodyLimit) {
     return {400, "bad_request_exception", fmt::format("this is not an HTTP request: {}", error.message())};
 }
 
+ApiError tooSlow() {
+    return {408, "request_timeout_exception", "the request took too long to arrive"};
+}
+
 /// The request is malformed, as opposed to a connection that has ended.
 bool isMalformed(const beast::error_code& error) {
     return error.category() == http::make_error_code(http::error::end_of_stream).category() &&
@@ -72,7 +76,8 @@ void Session::run() {
     mStream.next_layer().set_option(asio::ip::tcp::no_delay(true), error);
     mStream.handshake(asio::ssl::stream_base::server, error);
     if (error) {
-        spdlog::debug("no TLS connection: {}", error.message());
+        spdlog::debug("no TLS connection: {}",
+                      mContext.connections.overdue(mHandle) ? "it took too long" : error.message());
         return;
     }
     if (mContext.connections.state(mHandle) == State::Refused) {
@@ -126,7 +131,10 @@ bool Session::readHeader(Parser& parser) {
     }
     set(mKnown ? State::Working : State::Anonymous, mContext.limits.header);
     http::read_header(mStream, mBuffer, parser, error);
-    if (isMalformed(error)) refuse(malformed(error, mContext.limits.requestBytes));
+    if (error && mContext.connections.overdue(mHandle))
+        refuse(tooSlow());
+    else if (isMalformed(error))
+        refuse(malformed(error, mContext.limits.requestBytes));
     return !error;
 }
 
@@ -141,6 +149,7 @@ bool Session::readBody(Parser& parser, MemoryBudget::Lease& memory) {
         const std::size_t held = parser.get().body().capacity();
         if (held > memory.bytes()) memory.take(held - memory.bytes());
     }
+    if (error && mContext.connections.overdue(mHandle)) throw tooSlow();
     if (isMalformed(error)) throw malformed(error, mContext.limits.requestBytes);
     return !error;
 }

@@ -1,0 +1,68 @@
+#include "http/Server.h"
+
+#include "handlers/Handlers.h"
+#include "security/Certificate.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/ssl.hpp>
+#include <boost/asio/write.hpp>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+
+namespace kestrel::index {
+
+namespace {
+
+namespace asio = boost::asio;
+
+class SlowClients : public testing::Test {
+protected:
+    SlowClients() : folder(std::filesystem::path(testing::TempDir()) / fmt::format("server-{}", ::getpid())) {
+        std::filesystem::remove_all(folder);
+        std::filesystem::create_directories(folder);
+        ensureCertificate(folder / "certificate.pem", folder / "private-key.pem");
+    }
+    ~SlowClients() override { std::filesystem::remove_all(folder); }
+
+    /// All that the server sends to a client that sends no more than the text.
+    static std::string answerTo(std::string_view sent, const Server& server) {
+        asio::io_context network;
+        asio::ssl::context tls(asio::ssl::context::tls_client);
+        asio::ssl::stream<asio::ip::tcp::socket> stream(network, tls);
+        stream.next_layer().connect({asio::ip::address_v4::loopback(), server.port()});
+        stream.handshake(asio::ssl::stream_base::client);
+        asio::write(stream, asio::buffer(sent));
+        std::string answer;
+        boost::system::error_code end;
+        asio::read(stream, asio::dynamic_buffer(answer), end);
+        return answer;
+    }
+
+    std::filesystem::path folder;
+};
+
+} // namespace
+
+TEST_F(SlowClients, AreToldWhyTheirConnectionEnds) {
+    DocumentStore store(folder / "documents.db");
+    Scrolls scrolls(store);
+    WriteQueue writes(store, scrolls);
+    Users users(store, writes);
+    Authenticator authenticator(users);
+    const Router router;
+    Server::Options options{
+        .certificate = folder / "certificate.pem", .privateKey = folder / "private-key.pem", .limits = {}};
+    options.limits.header = std::chrono::seconds(1);
+    const Server server(options, router, authenticator);
+    for (const std::string_view sent : {"", "GET / HTTP/1.1\r\nHost: x"})
+        EXPECT_THAT(answerTo(sent, server), testing::StartsWith("HTTP/1.1 408"));
+}
+
+} // namespace kestrel::index
