@@ -7,9 +7,7 @@
 namespace kestrel::index {
 
 /// Keeps the order of keys, so that a document changed by a script is returned in the order in which it was
-/// sent. Documents and bodies are both read into this type. A faster parser such as simdjson reads into a
-/// type of its own that cannot be changed: updates and scripts would still need this one, and every check of
-/// a document would exist twice. Parsing happens in the clients' threads, outside the writer.
+/// sent. Documents and bodies are both read into this type, which updates and scripts can change.
 using Json = nlohmann::ordered_json;
 
 /// Parses a request body. Throws an ApiError with status 400 when it is not JSON, nested too deeply, or has
