@@ -80,8 +80,8 @@ Answer updateByQuery(const Services& services, const Request& request, const std
             total = 0;
             for (const IndexPtr& index : indices) {
                 for (const RowId row : documents.find(index, body.value("query", Json()))) {
-                    const WriteBatch::Old old = documents.load(batch, row);
-                    Json source = parsedSource(old.document);
+                    WriteBatch::Old old = documents.load(batch, row);
+                    Json source = parsedSource(batch, index, old);
                     if (script) script->run(source);
                     replaceDocument(batch, index, old, source);
                     ++total;

@@ -149,10 +149,13 @@ WriteResult deleteDocument(WriteBatch& batch, const IndexPtr& index, const std::
     return {index->name(), id, "deleted", written.version, written.row};
 }
 
-Json parsedSource(const StoredDocument& document) try {
-    return parseStored(document.source);
+Json parsedSource(const WriteBatch& batch, const IndexPtr& index, WriteBatch::Old& old) try {
+    Json source = parseStored(old.document.source);
+    old.content = batch.contentOf(index, old.document.id, source);
+    return source;
 } catch (const Json::exception& e) {
-    throw ApiError(500, "i_o_exception", fmt::format("document [{}] is damaged: {}", document.id, e.what()));
+    throw ApiError(500, "i_o_exception",
+                   fmt::format("document [{}] is damaged: {}", old.document.id, e.what()));
 }
 
 WriteResult replaceDocument(WriteBatch& batch, const IndexPtr& index, const WriteBatch::Old& old,
@@ -192,8 +195,8 @@ WriteResult Update::apply(WriteBatch& batch, const IndexPtr& index, const std::s
     if (!row)
         throw ApiError(404, "document_missing_exception", fmt::format("[{}]: document missing", id),
                        {{"index_uuid", index->info().uuid}, {"shard", "0"}, {"index", index->name()}});
-    const WriteBatch::Old old{batch.load(*row), *row};
-    Json source = parsedSource(old.document);
+    WriteBatch::Old old{batch.load(*row), *row};
+    Json source = parsedSource(batch, index, old);
     if (mScript)
         mScript->run(source);
     else if (!merge(source, mFields))

@@ -54,8 +54,9 @@ private:
     std::optional<UpdateScript> mScript;
 };
 
-/// Throws an ApiError when the document is damaged.
-Json parsedSource(const StoredDocument& document);
+/// The document as it is, for changes that replaceDocument then writes. Throws an ApiError when it is
+/// damaged.
+Json parsedSource(const WriteBatch& batch, const IndexPtr& index, WriteBatch::Old& old);
 
 /// Writes the next state of an existing document.
 WriteResult replaceDocument(WriteBatch& batch, const IndexPtr& index, const WriteBatch::Old& old,

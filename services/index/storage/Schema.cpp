@@ -20,7 +20,8 @@ constexpr std::int64_t kApplicationId = 0x4B534E58; // "KSNX"
 constexpr std::int64_t kFormat = 2;
 constexpr std::int64_t kFirstFormat = 1;
 
-/// Identifiers are unique within an index; the upper bits of a row are the number of its index.
+/// Identifiers are unique within an index; the upper bits of a row are the number of its index. A sequence
+/// remembers the last row of an index when it is not the row of a document.
 constexpr const char* kTablesBesideDocuments =
     "CREATE UNIQUE INDEX documents_by_id ON documents (row >> 40, id);"
     "CREATE TABLE sequences (number INTEGER PRIMARY KEY, last INTEGER NOT NULL);"

@@ -28,7 +28,7 @@ constexpr int kPartOfTime = 20;
 Snapshots::Snapshots(const std::filesystem::path& folder, const Catalogue& catalogue)
     : mFolder(folder), mCatalogue(catalogue) {
     for (const IndexPtr& index : catalogue.all())
-        mSeen[index->info().uuid] = {0, index->changes(), Clock::now(), Clock::now()};
+        mSeen[index->info().uuid] = {0, index->changes(), 0, Clock::now(), Clock::now()};
     mThread = std::thread([this] { watch(); });
 }
 
@@ -73,17 +73,19 @@ void Snapshots::look() {
     std::set<std::string> present;
     for (const IndexPtr& index : mCatalogue.all()) {
         present.insert(index->info().uuid);
-        const auto [place, added] = mSeen.try_emplace(index->info().uuid, Seen{0, 0, now, now});
+        const auto [place, added] = mSeen.try_emplace(index->info().uuid, Seen{0, 0, 0, now, now});
         Seen& seen = place->second;
         const std::uint64_t changes = index->changes();
         if (changes != seen.changes) seen.quietSince = now;
         seen.changes = changes;
-        const std::uint64_t unsaved = changes - seen.saved;
-        const bool calm = unsaved >= kFewChanges && now - seen.quietSince >= kQuiet;
-        if (now < seen.next || (!calm && unsaved < kManyChanges)) continue;
-        save(*index, seen);
+        const bool quiet = now - seen.quietSince >= kQuiet;
+        if (now >= seen.next && changes - seen.saved >= (quiet ? kFewChanges : kManyChanges))
+            save(*index, seen);
 #ifdef __GLIBC__
-        if (calm) ::malloc_trim(0); // what writing many documents took and gave back
+        if (quiet && changes - seen.trimmed >= kFewChanges) {
+            ::malloc_trim(0); // what writing many documents took and gave back
+            seen.trimmed = changes;
+        }
 #endif
     }
     if (std::erase_if(mSeen, [&](const auto& seen) { return !present.contains(seen.first); }) > 0)

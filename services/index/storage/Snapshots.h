@@ -34,6 +34,7 @@ private:
     struct Seen {
         std::uint64_t saved = 0;   ///< changes that the file covers
         std::uint64_t changes = 0; ///< when last looked at
+        std::uint64_t trimmed = 0; ///< when unused memory was last given back
         Clock::time_point quietSince;
         Clock::time_point next; ///< not before it, so that saving takes a small part of the time
     };

@@ -47,15 +47,15 @@ StoredDocument WriteBatch::load(RowId row) try {
 
 WriteBatch::Old WriteBatch::loadOld(const IndexPtr& index, const std::string& id, RowId row) try {
     auto document = mStore.readForWrite(row);
-    if (!document) return {{id, 1, {}}, row, false};
-    return {std::move(*document), row, true};
+    if (!document) return {{id, 1, {}}, row, false, nullptr};
+    return {std::move(*document), row, true, nullptr};
 } catch (const DamagedRow& e) {
     spdlog::warn("index [{}]: {}; it is overwritten", index->name(), e.what());
-    return {{id, std::max<std::int64_t>(e.document().version, 1), {}}, row, false};
+    return {{id, std::max<std::int64_t>(e.document().version, 1), {}}, row, false, nullptr};
 }
 
 RowId WriteBatch::takeRow(const IndexPtr& index) {
-    ++mTouched[index];
+    mVacant.insert(index);
     return index->takeRow();
 }
 
@@ -82,16 +82,22 @@ Prepared WriteBatch::prepare(const IndexPtr& index, const Json& document, const 
     return std::make_shared<const PreparedDocument>(std::move(*prepared));
 }
 
-Prepared WriteBatch::contentOf(const IndexPtr& index, const Old& old) {
-    if (!old.readable) return nullptr;
+Prepared WriteBatch::contentOf(const IndexPtr& index, const std::string& id, const Json& document) const {
     try {
-        auto prepared =
-            DocumentParser(*mappingOf(index)).parse(parseStored(old.document.source), old.document.id);
-        if (prepared) return std::make_shared<const PreparedDocument>(std::move(*prepared));
+        if (auto prepared = DocumentParser(*mappingOf(index)).parse(document, id))
+            return std::make_shared<const PreparedDocument>(std::move(*prepared));
     } catch (const ApiError&) {
-    } catch (const Json::exception&) {
     }
     return std::make_shared<const PreparedDocument>();
+}
+
+Prepared WriteBatch::contentOf(const IndexPtr& index, const Old& old) const {
+    if (old.content || !old.readable) return old.content;
+    try {
+        return contentOf(index, old.document.id, parseStored(old.document.source));
+    } catch (const Json::exception&) {
+        return std::make_shared<const PreparedDocument>();
+    }
 }
 
 void WriteBatch::requireRoom(const IndexPtr& index, const PreparedDocument& content) {
@@ -110,7 +116,7 @@ WriteBatch::Written WriteBatch::add(const IndexPtr& index, const std::string& id
     std::int64_t version = 1;
     if (index->knows(id) || mRows.contains(Key(index.get(), id)))
         version = mStore.takeTombstone(index->info().number, id).value_or(0) + 1;
-    const RowId row = takeRow(index);
+    const RowId row = index->takeRow();
     mStore.insert(row, id, version, source);
     setRow(index, id, row);
     change(index, {id, std::nullopt, DocumentChange::State{row, std::move(content)}});
@@ -121,7 +127,7 @@ WriteBatch::Written WriteBatch::replace(const IndexPtr& index, const Old& old, s
                                         Prepared content) {
     requireRoom(index, *content);
     Prepared before = contentOf(index, old);
-    const RowId row = takeRow(index);
+    const RowId row = index->takeRow();
     mRetired.retire(*index, old.row, old.document);
     mStore.remove(old.row);
     mStore.insert(row, old.document.id, old.document.version + 1, source);
@@ -173,7 +179,7 @@ void WriteBatch::revert(Mark mark) {
 void WriteBatch::beforeCommit() {
     for (const auto& [index, mapping] : mMappings)
         mStore.updateMapping(index->info().number, *mapping);
-    for (const auto& [index, rows] : mTouched)
+    for (const IndexPtr& index : mVacant)
         if (!index->deleted()) mStore.updateLastRow(index->info().number, index->lastRow());
 }
 

@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <shared_mutex>
 #include <string>
 #include <thread>
@@ -45,8 +46,12 @@ public:
         StoredDocument document;
         RowId row = 0;
         bool readable = true;
+        Prepared content = nullptr; ///< what the index holds of it, when it is known already
     };
     Old loadOld(const IndexPtr& index, const std::string& id, RowId row);
+    /// What the index holds of a stored document; empty for one that could not be indexed.
+    Prepared contentOf(const IndexPtr& index, const std::string& id, const Json& document) const;
+    /// A row that no document gets, for a write that leaves none.
     RowId takeRow(const IndexPtr& index);
 
     /// Parses a document and adds its new fields to the mapping. Call it last before the write, when nothing
@@ -70,8 +75,7 @@ private:
     using Key = std::pair<const Index*, std::string>;
 
     MappingPtr mappingOf(const IndexPtr& index) const;
-    /// What the index holds of a stored document; empty for one that could not be indexed.
-    Prepared contentOf(const IndexPtr& index, const Old& old);
+    Prepared contentOf(const IndexPtr& index, const Old& old) const;
     void requireRoom(const IndexPtr& index, const PreparedDocument& content);
     void setRow(const IndexPtr& index, const std::string& id, std::optional<RowId> row);
     void change(const IndexPtr& index, DocumentChange change);
@@ -95,8 +99,8 @@ private:
     std::vector<Step> mSteps;
     std::map<Key, std::optional<RowId>> mRows;
     std::map<IndexPtr, MappingPtr> mMappings; ///< extended by the batch
-    std::map<IndexPtr, std::size_t> mTouched; ///< indices in which rows were taken
-    std::size_t mChildren = 0;                ///< nested objects of all documents
+    std::set<IndexPtr> mVacant; ///< indices whose last row may be of no document and has to be remembered
+    std::size_t mChildren = 0;  ///< nested objects of all documents
     std::vector<std::function<void()>> mUndo;
 };
 

@@ -62,9 +62,7 @@ private:
         while (removed.step())
             mRemoved.insert(removed.integer(0));
         SqliteStatement statement(
-            mConnection,
-            "SELECT number, name, uuid, created, settings, mappings, checksum, (SELECT last FROM "
-            "sequences WHERE sequences.number = indices.number) FROM indices");
+            mConnection, "SELECT number, name, uuid, created, settings, mappings, checksum FROM indices");
         while (statement.step()) {
             const std::string name = statement.text(1);
             ++mReport.indices;
@@ -79,8 +77,7 @@ private:
                 IndexInfo info{statement.integer(0), name, statement.text(2), statement.integer(3),
                                Json::object()};
                 const std::int64_t number = info.number;
-                mIndices[number] =
-                    std::make_unique<Index>(std::move(info), std::move(mapping), statement.integer(7));
+                mIndices[number] = std::make_unique<Index>(std::move(info), std::move(mapping), 0);
             } catch (const std::exception& e) {
                 found("index [{}]: its mapping cannot be read: {}", name, e.what());
             }
@@ -137,9 +134,6 @@ private:
             }
         }
         if (index == mIndices.end()) return;
-        if (row.integer(0) > index->second->lastRow())
-            found("index [{}]: row {} is greater than the last row used, {}", name, row.integer(0),
-                  index->second->lastRow());
         index->second->apply({std::move(change)});
     }
 
