@@ -29,6 +29,10 @@ File& fileOf(sqlite3_file* file) {
     return *reinterpret_cast<File*>(file);
 }
 
+std::string nameOf(const File& file) {
+    return file.path == nullptr ? std::string() : *file.path;
+}
+
 /// Remembers a change of the bytes from offset on; without data, that the file is cut there.
 void remember(File& file, std::int64_t offset, const void* data, int amount) {
     if (file.path == nullptr) return;
@@ -59,14 +63,14 @@ int readFile(sqlite3_file* handle, void* data, int amount, sqlite3_int64 offset)
 int writeFile(sqlite3_file* handle, const void* data, int amount, sqlite3_int64 offset) {
     File& file = fileOf(handle);
     const std::lock_guard lock(file.vfs->mutex());
-    if (const int code = file.vfs->before(Operation::Write)) return code;
+    if (const int code = file.vfs->before(Operation::Write, nameOf(file))) return code;
     remember(file, offset, data, amount);
     return file.real->pMethods->xWrite(file.real, data, amount, offset);
 }
 int truncateFile(sqlite3_file* handle, sqlite3_int64 size) {
     File& file = fileOf(handle);
     const std::lock_guard lock(file.vfs->mutex());
-    if (const int code = file.vfs->before(Operation::Truncate)) return code;
+    if (const int code = file.vfs->before(Operation::Truncate, nameOf(file))) return code;
     remember(file, size, nullptr, 0);
     return file.real->pMethods->xTruncate(file.real, size);
 }
@@ -74,7 +78,7 @@ int syncFile(sqlite3_file* handle, int) {
     // The disk of the test is this object's memory: nothing needs to reach a real one.
     File& file = fileOf(handle);
     const std::lock_guard lock(file.vfs->mutex());
-    if (const int code = file.vfs->before(Operation::Sync)) return code;
+    if (const int code = file.vfs->before(Operation::Sync, nameOf(file))) return code;
     if (file.path != nullptr) {
         FaultyVfs::State& state = file.vfs->stateOf(*file.path);
         // The system file system synchronises the folder of a new file too.
@@ -144,7 +148,7 @@ int openFile(sqlite3_vfs* vfs, const char* name, sqlite3_file* handle, int flags
     File& file = fileOf(handle);
     file.base.pMethods = nullptr;
     const std::lock_guard lock(faulty.mutex());
-    if (const int code = faulty.before(Operation::Open)) return code;
+    if (const int code = faulty.before(Operation::Open, name == nullptr ? "" : name)) return code;
     const bool existed = name != nullptr && std::filesystem::exists(name);
     file.real = static_cast<sqlite3_file*>(std::calloc(1, static_cast<std::size_t>(faulty.base()->szOsFile)));
     const int code = faulty.base()->xOpen(faulty.base(), name, file.real, flags, outFlags);
@@ -164,7 +168,7 @@ int openFile(sqlite3_vfs* vfs, const char* name, sqlite3_file* handle, int flags
 int removeFile(sqlite3_vfs* vfs, const char* name, int syncFolder) {
     FaultyVfs& faulty = vfsOf(vfs);
     const std::lock_guard lock(faulty.mutex());
-    if (const int code = faulty.before(Operation::Remove)) return code;
+    if (const int code = faulty.before(Operation::Remove, name)) return code;
     if (syncFolder == 0) faulty.removed(name);
     return faulty.base()->xDelete(faulty.base(), name, 0);
 }
@@ -219,6 +223,16 @@ void FaultyVfs::failAt(Operation operation, int n) {
     mFailing = operation;
     mCountdown = n;
     mFailed = false;
+    mCalls = 0;
+    mFirstCalls.clear();
+}
+
+std::vector<int> FaultyVfs::firstCalls() {
+    const std::lock_guard lock(mMutex);
+    std::vector<int> calls;
+    for (const auto& [call, number] : mFirstCalls)
+        calls.push_back(number);
+    return calls;
 }
 
 bool FaultyVfs::hasFailed() {
@@ -236,7 +250,8 @@ void FaultyVfs::cutPowerAt(int n) {
     mCutsPower = true;
 }
 
-int FaultyVfs::before(Operation operation) {
+int FaultyVfs::before(Operation operation, const std::string& path) {
+    mFirstCalls.try_emplace({operation, path}, ++mCalls);
     if (!mPower) return SQLITE_IOERR;
     if ((operation != mFailing && mFailing != Operation::Any) || --mCountdown != 0) return SQLITE_OK;
     mFailed = true;
@@ -270,7 +285,7 @@ void FaultyVfs::folderSynchronised() {
 
 int FaultyVfs::beforeRename(const std::string& from, const std::string& to) {
     const std::lock_guard lock(mMutex);
-    if (before(Operation::Rename) != SQLITE_OK) return -1;
+    if (before(Operation::Rename, from) != SQLITE_OK) return -1;
     const auto known = mFiles.find(from);
     const bool onDisk = known == mFiles.end()
                             ? mSynchronised.contains(from)
@@ -286,7 +301,7 @@ int FaultyVfs::beforeRename(const std::string& from, const std::string& to) {
 
 int FaultyVfs::beforeSync(const std::string& path) {
     const std::lock_guard lock(mMutex);
-    if (before(Operation::Sync) != SQLITE_OK) return -1;
+    if (before(Operation::Sync, path) != SQLITE_OK) return -1;
     if (std::filesystem::is_directory(path))
         folderSynchronised();
     else
@@ -324,10 +339,21 @@ void FaultyVfs::forgetUnsynchronised(std::mt19937& random) {
         else
             std::filesystem::remove(renamed->to);
     }
+    clear();
+}
+
+void FaultyVfs::startAgain() {
+    const std::lock_guard lock(mMutex);
+    clear();
+}
+
+void FaultyVfs::clear() {
     mFiles.clear();
     mRemoved.clear();
     mRenames.clear();
     mSynchronised.clear();
+    mFirstCalls.clear();
+    mCalls = 0;
     mFailing = Operation::None;
     mCutsPower = false;
     mPower = true;

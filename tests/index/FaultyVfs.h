@@ -10,6 +10,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kestrel_test {
@@ -29,12 +30,17 @@ public:
     /// The n-th call from now on fails; 1 is the next one.
     void failAt(Operation operation, int n);
     bool hasFailed();
+    /// The calls since startAgain or failAt that were the first of their kind on their file: 1 is the first
+    /// of all.
+    std::vector<int> firstCalls();
     /// From now on nothing reaches the files.
     void cutPower();
     /// The power is cut at the n-th call from now on.
     void cutPowerAt(int n);
     /// When all connections are closed: leaves the files as the disk has them, and restores the power.
     void forgetUnsynchronised(std::mt19937& random);
+    /// For an empty folder: nothing has been written and nothing fails.
+    void startAgain();
 
     // For the methods of the files.
     struct Write {
@@ -48,7 +54,7 @@ public:
         std::vector<Write> pending;
     };
     /// An SQLite code when the call has to fail.
-    int before(Operation operation);
+    int before(Operation operation, const std::string& path);
     State& stateOf(const std::string& path) { return mFiles[path]; }
     void removed(const std::string& path);
     /// What was removed or renamed stays so.
@@ -60,6 +66,8 @@ public:
     sqlite3_vfs* base() const { return mBase; }
 
 private:
+    void clear();
+
     struct Rename {
         std::string from, to;
         std::optional<std::vector<char>> replaced; ///< what had the name before
@@ -75,6 +83,8 @@ private:
         mRemoved; ///< content of files whose removal may not be on the disk
     Operation mFailing = Operation::None;
     int mCountdown = 0;
+    int mCalls = 0;
+    std::map<std::pair<Operation, std::string>, int> mFirstCalls;
     bool mFailed = false;
     bool mPower = true;
     sqlite3_vfs* mBase;

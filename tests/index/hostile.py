@@ -13,6 +13,7 @@ import argparse
 import copy
 import json
 import random
+import subprocess
 import sys
 import tempfile
 import threading
@@ -54,7 +55,7 @@ TEXTS = [
     "", " ", "plain", "12", "12.5", "true", "1e400", "NaN", "2020-01-01", "\u0000", "\ufeff", "ß", "e\u0301", "\U0001f600",
     "東京", "x" * 300, "y" * 33_000, "a" * 300 + " b", '"\\/', "\u2028", "don't it's",
 ]
-REFUSABLE = (400, 403, 404, 405, 406, 409, 413, 414, 415, 429, 431)
+REFUSABLE = (400, 403, 404, 405, 406, 408, 409, 413, 414, 415, 429, 431)
 
 
 def parse(text: str) -> Any:
@@ -654,15 +655,24 @@ class Reader(threading.Thread):
         assert self.failure is None, self.failure
 
 
+def ending(service: IndexProcess) -> str:
+    """Whether the service had died, and what it said; ends it."""
+    try:
+        died = f"the service had ended with code {service.process.wait(timeout=5)}"
+    except subprocess.TimeoutExpired:
+        died = "the service was still running"
+        service.kill()
+    log = service.log.read_text()[-6000:] if service.log.exists() else service.log_text
+    return f"{died}; its standard error:\n{log}"
+
+
 def run(data: Path, seed: int, rounds: int, operations: int, show: bool = False) -> Counter[str]:
     running = Run(data, seed, operations)
     for number in range(rounds):
         try:
             running.round(number)
         except BaseException:
-            running.service.process.kill()
-            log = running.service.log.read_text()[-6000:] if running.service.log.exists() else ""
-            print(f"seed {seed}, round {number}\n{log}", file=sys.stderr)
+            print(f"seed {seed}, round {number}: {ending(running.service)}", file=sys.stderr)
             raise
         if show:
             print(f"round {number + 1} of {rounds}: {len(running.record.states)} documents", flush=True)

@@ -138,15 +138,19 @@ void DataFolder::requireWhole() const {
     const bool documentsThere =
         std::filesystem::exists(documents()) && std::filesystem::file_size(documents()) > 0;
     if (documentsThere) return;
-    const bool keysThere = std::filesystem::exists(administrator()) ||
-                           std::filesystem::exists(privateKey()) || std::filesystem::exists(certificate());
-    if (keysThere && !std::filesystem::exists(firstStart()))
+    const std::filesystem::path journal = documents().string() + "-wal";
+    const bool restThere = std::filesystem::exists(administrator()) ||
+                           std::filesystem::exists(privateKey()) || std::filesystem::exists(certificate()) ||
+                           std::filesystem::exists(journal);
+    if (restThere && !std::filesystem::exists(firstStart()))
         throw DataFolderError(
             fmt::format("{} is {}, although the service was started here before: restore a backup, or, if "
                         "nothing was ever stored here, empty the folder; nothing was changed",
                         documents().string(), std::filesystem::exists(documents()) ? "empty" : "missing"));
-    // An interrupted first start may have left an empty file.
+    // An interrupted first start may have left an empty file. A journal of another database would be applied
+    // to the new one.
     std::filesystem::remove(documents());
+    std::filesystem::remove(journal);
     writeFileAtomically(firstStart(),
                         "kestrel-index was started here for the first time and is not ready yet\n");
 }
