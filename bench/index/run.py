@@ -3,8 +3,8 @@
     .deps/venv/bin/python bench/index/run.py --before /path/to/earlier/kestrel-index --segments 10000 100000 1000000
 
 An Elasticsearch takes part when KESTREL_ELASTICSEARCH_URI (with KESTREL_ELASTICSEARCH_USER and _PASSWORD) names one. The
-engines take turns with every single request, so that whatever else the machine does meets all of them. Of this service's
-processes the processor time is shown too, which on a busy machine says more.
+engines take turns with every single request, in changing order, so that whatever else the machine does meets all of
+them. Of this service's processes the processor time is shown too, which on a busy machine says more.
 """
 
 from __future__ import annotations
@@ -197,10 +197,11 @@ def measure(engines: list[Engine], name: str, request: Request, repetitions: int
     times: list[list[float]] = [[] for _ in engines]
     before = [engine.processor_ms() for engine in engines]
     for repetition in range(repetitions):
-        for position, engine in enumerate(engines):
+        # In changing order: who comes after a busy engine finds the processor's caches full of its work.
+        for position in random.sample(range(len(engines)), len(engines)):
             rng = random.Random(repetition)
             started = time.monotonic()
-            request(engine.client, rng)
+            request(engines[position].client, rng)
             times[position].append((time.monotonic() - started) * 1000)
     row(name, "ms", [statistics.median(own) for own in times])
     after = [engine.processor_ms() for engine in engines]
