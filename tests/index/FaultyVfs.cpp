@@ -227,11 +227,11 @@ void FaultyVfs::failAt(Operation operation, int n) {
     mFirstCalls.clear();
 }
 
-std::vector<int> FaultyVfs::firstCalls() {
+std::vector<FaultyVfs::Call> FaultyVfs::firstCalls() {
     const std::lock_guard lock(mMutex);
-    std::vector<int> calls;
+    std::vector<Call> calls;
     for (const auto& [call, number] : mFirstCalls)
-        calls.push_back(number);
+        calls.push_back({call.first, number});
     return calls;
 }
 

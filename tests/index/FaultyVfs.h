@@ -32,7 +32,11 @@ public:
     bool hasFailed();
     /// The calls since startAgain or failAt that were the first of their kind on their file: 1 is the first
     /// of all.
-    std::vector<int> firstCalls();
+    struct Call {
+        Operation operation;
+        int number;
+    };
+    std::vector<Call> firstCalls();
     /// From now on nothing reaches the files.
     void cutPower();
     /// The power is cut at the n-th call from now on.

@@ -262,22 +262,27 @@ TEST_F(StoreFaults, TheNthFailureLeavesWhatWasAcknowledged) {
 
 /// At the first call of each kind on each of its files.
 TEST_F(StoreFaults, AFirstStartThatIsCutShortIsCompletedByTheNext) {
+    using Operation = FaultyVfs::Operation;
     std::mt19937 random(7);
     start(folder);
-    const std::vector<int> calls = vfs.firstCalls();
+    const std::vector<FaultyVfs::Call> calls = vfs.firstCalls();
     ASSERT_THAT(calls, testing::SizeIs(testing::Gt(10)));
     for (const bool power : {true, false}) {
-        for (const int call : calls) {
+        for (const auto& [operation, call] : calls) {
+            // What was written before is only certain after these.
+            if (power && operation != Operation::Sync && operation != Operation::Rename &&
+                operation != Operation::Remove)
+                continue;
             SCOPED_TRACE(fmt::format("{}, call {}", power ? "power cut" : "failure", call));
             clearFolder();
-            power ? vfs.cutPowerAt(call) : vfs.failAt(FaultyVfs::Operation::Any, call);
+            power ? vfs.cutPowerAt(call) : vfs.failAt(Operation::Any, call);
             try {
                 start(folder);
             } catch (const std::exception&) {
             }
             EXPECT_TRUE(vfs.hasFailed());
             if (power) vfs.forgetUnsynchronised(random);
-            vfs.failAt(FaultyVfs::Operation::None, 0);
+            vfs.failAt(Operation::None, 0);
             ASSERT_NO_THROW({
                 const std::unique_ptr<Users> users = start(folder);
                 std::ifstream file(folder / "administrator.json");

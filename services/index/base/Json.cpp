@@ -226,10 +226,10 @@ Json build(std::string_view text, bool keepWideIntegers) {
 }
 
 Json buildChecked(std::string_view text, bool keepWideIntegers) {
-    if (auto built = buildShort(text)) return std::move(*built);
-    // The parser would accept both, but the document is stored as it was sent.
+    // A parser may accept both, but the document is stored as it was sent.
     if (text.starts_with("\xEF\xBB\xBF") || text.find('\0') != std::string_view::npos)
         throw ApiError(400, "x_content_parse_exception", "a byte order mark or a NUL is no part of JSON");
+    if (auto built = buildShort(text)) return std::move(*built);
     checkStructure(text);
     try {
         return build(text, keepWideIntegers);
