@@ -185,6 +185,10 @@ public:
     /// `entry` keeps the segments before it.
     KsNN_ErrorCode GetDBContents(const std::string& mediaGuid, const std::string& projectGuid,
                                  KsNNDB_STTClipEntry& entry, bool debug, int version);
+    /// Reads a clip of schema version 2 with all of its segments, 10,000 by each request; otherwise as
+    /// `GetDBContents`.
+    KsNN_ErrorCode GetWholeClip(const std::string& mediaGuid, const std::string& projectGuid,
+                                KsNNDB_STTClipEntry& entry, bool debug);
     /// Reads the words between two times, which become relative to `startMS`. `KsNN_Error` also when `endMS`
     /// lies before `startMS`.
     KsNN_ErrorCode GetDBContentsRange(const std::string& mediaGuid, const std::string& projectGuid,

@@ -2,6 +2,7 @@
 #include "kestrelml/store/KsNNDatabase.h"
 #include "kestrelml/store/Operation.h"
 #include "kestrelml/store/Schema.h"
+#include "kestrelml/store/Scroll.h"
 #include "kestrelml/store/Slicing.h"
 
 #include <algorithm>
@@ -94,6 +95,21 @@ KsNN_ErrorCode KsNNDatabase::GetDBContents(const std::string& mediaGuid, const s
     return operation.read([&](const Object& answer) {
         return ClipReader(operation, projectGuid, version, entry).read(hitsOf(answer));
     });
+}
+
+KsNN_ErrorCode KsNNDatabase::GetWholeClip(const std::string& mediaGuid, const std::string& projectGuid,
+                                          KsNNDB_STTClipEntry& entry, bool debug) {
+    entry.segments.clear();
+    Operation operation(*this, "KsNNDatabase::GetWholeClip err: ", debug);
+    if (const auto index = operation.refresh(mTranscriptIndex); !index.isReady()) return index.code();
+    Scroll scroll(operation, mTranscriptIndex, transcriptQuery(mediaGuid, projectGuid, kVersion2),
+                  kMaximumHits);
+    ClipReader reader(operation, projectGuid, kVersion2, entry);
+    while (scroll.hasNext()) {
+        if (const auto code = scroll.fetch()) return code;
+        if (const auto code = operation.guard([&] { return reader.read(scroll.hits()); })) return code;
+    }
+    return KsNN_Success;
 }
 
 KsNN_ErrorCode KsNNDatabase::GetDBContentsRange(const std::string& mediaGuid, const std::string& projectGuid,

@@ -97,7 +97,7 @@ KsNN_ErrorCode KsNNDatabase::WriteSemanticFrames(const std::string& mediaGuid, c
     const auto embedder = createTextEmbedder(route, *this, textModels(), debug);
     if (!embedder) return operation.failSaying("There is no route " + std::to_string(route) + ".");
     KsNNDB_STTClipEntry entry;
-    if (const auto code = GetDBContents(mediaGuid, projectGuid, entry, debug, kVersion2)) return code;
+    if (const auto code = GetWholeClip(mediaGuid, projectGuid, entry, debug)) return code;
     if (const auto code = CreateIndex(mSemanticIndex, debug)) return code;
     if (const auto code = operation.refresh(mSemanticIndex).code()) return code;
 

@@ -91,7 +91,7 @@ ClipState clipState(KsNNDatabase& store, const std::string& mediaGuid, const std
 std::vector<KsNNDBEntrySeg> storedSegments(KsNNDatabase& store, const std::string& mediaGuid,
                                            const std::string& projectGuid) {
     KsNNDB_STTClipEntry stored;
-    check(store.GetDBContents(mediaGuid, projectGuid, stored, false, kSchemaVersion), store,
+    check(store.GetWholeClip(mediaGuid, projectGuid, stored, false), store,
           "the store cannot be asked for the clip");
     return stored.segments;
 }

@@ -50,7 +50,7 @@ public:
     const KsNNDB_STTClipEntry& read(const std::string& clip) {
         const auto [found, isNew] = mRead.try_emplace(clip);
         KsNNDB_STTClipEntry& entry = found->second;
-        if (isNew && mStore.GetDBContents(clip, mProject, entry, false, kSchemaVersion) != KsNN_Success)
+        if (isNew && mStore.GetWholeClip(clip, mProject, entry, false) != KsNN_Success)
             entry.segments.clear();
         return entry;
     }

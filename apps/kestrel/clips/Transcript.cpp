@@ -21,7 +21,7 @@ std::size_t utf8Length(const icu::UnicodeString& text, int units) {
 
 KsNNDB_STTClipEntry readClip(KsNNDatabase& store, const Clip& clip) {
     KsNNDB_STTClipEntry entry;
-    check(store.GetDBContents(clip.id, clip.project.projectGuid, entry, false, kSchemaVersion), store,
+    check(store.GetWholeClip(clip.id, clip.project.projectGuid, entry, false), store,
           fmt::format("the transcript of {} cannot be read", clip.name));
     if (entry.segments.empty())
         throw Failure(
