@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace kestrel {
 
@@ -12,6 +13,9 @@ namespace kestrel {
 Poco::JSON::Object::Ptr jsonObject();
 /// @throws Failure naming the file when it is not a JSON object.
 Poco::JSON::Object::Ptr readJson(const std::filesystem::path& file);
+Poco::JSON::Array::Ptr jsonArray(const std::vector<std::string>& texts);
+/// The texts of an array in an object; none when it has no such array.
+std::vector<std::string> textsOf(const Poco::JSON::Object& object, const std::string& name);
 std::string toText(const Poco::JSON::Object::Ptr& object);
 /// A score with the digits that a 32-bit float really has.
 double roundedScore(float score);

@@ -1,5 +1,6 @@
 #include "apps/kestrel/clips/ClipList.h"
 
+#include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/home/Catalogue.h"
@@ -68,6 +69,28 @@ std::vector<ListedClip> listClips(KsNNDatabase& store, const Home& home, const C
                std::tie(right.stored.clipName, right.stored.mediaGuid);
     });
     return listed;
+}
+
+const char* stateOf(const ListedClip& clip) {
+    return clip.stored.isComplete ? "complete" : "unfinished";
+}
+
+Poco::JSON::Object::Ptr toJson(const ListedClip& clip) {
+    const KsNNClipSummary& stored = clip.stored;
+    std::vector<std::string> projects;
+    for (const KsNNProject& project : stored.projects)
+        projects.push_back(project.projectName);
+    auto object = jsonObject();
+    object->set("clip", stored.mediaGuid);
+    object->set("clipName", stored.clipName);
+    if (!clip.path.empty()) object->set("path", clip.path);
+    object->set("projects", jsonArray(projects));
+    object->set("state", stateOf(clip));
+    object->set("segments", stored.segmentCount);
+    object->set("endMS", stored.endMS);
+    object->set("languages", jsonArray(stored.languages));
+    object->set("speakers", jsonArray(clip.speakers));
+    return object;
 }
 
 std::vector<KsNNClipSummary> findClips(KsNNDatabase& store, const KsNNClipQuery& query) {

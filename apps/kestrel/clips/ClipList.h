@@ -3,6 +3,8 @@
 #include "apps/kestrel/home/Home.h"
 #include "kestrelml/store/KsNNDatabase.h"
 
+#include <Poco/JSON/Object.h>
+
 #include <string>
 #include <vector>
 
@@ -26,6 +28,11 @@ struct ListedClip {
 /// The clips of the store, finished or not, by name. No transcript is read.
 /// @throws Failure when the store cannot be read or has no such project.
 std::vector<ListedClip> listClips(KsNNDatabase& store, const Home& home, const ClipFilter& filter);
+
+/// "complete" or "unfinished".
+const char* stateOf(const ListedClip& clip);
+/// As `kestrel clips --json` and the desk give it to programs.
+Poco::JSON::Object::Ptr toJson(const ListedClip& clip);
 
 /// Clips with their names and projects, without their contents unless the query asks for these.
 /// @throws Failure when the store cannot be read.

@@ -21,35 +21,6 @@ struct ClipsOptions {
     bool json = false;
 };
 
-Poco::JSON::Array::Ptr toArray(const std::vector<std::string>& texts) {
-    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-    for (const std::string& text : texts)
-        list->add(text);
-    return list;
-}
-
-const char* stateOf(const ListedClip& clip) {
-    return clip.stored.isComplete ? "complete" : "unfinished";
-}
-
-Poco::JSON::Object::Ptr toJson(const ListedClip& clip) {
-    const KsNNClipSummary& stored = clip.stored;
-    std::vector<std::string> projects;
-    for (const KsNNProject& project : stored.projects)
-        projects.push_back(project.projectName);
-    auto object = jsonObject();
-    object->set("clip", stored.mediaGuid);
-    object->set("clipName", stored.clipName);
-    if (!clip.path.empty()) object->set("path", clip.path);
-    object->set("projects", toArray(projects));
-    object->set("state", stateOf(clip));
-    object->set("segments", stored.segmentCount);
-    object->set("endMS", stored.endMS);
-    object->set("languages", toArray(stored.languages));
-    object->set("speakers", toArray(clip.speakers));
-    return object;
-}
-
 std::string toText(const ListedClip& clip) {
     const KsNNClipSummary& stored = clip.stored;
     return fmt::format("{}  {:10}  {}  {:5}  {}  ({})\n", stored.mediaGuid.substr(0, 12), stateOf(clip),

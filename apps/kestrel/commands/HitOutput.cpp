@@ -58,9 +58,11 @@ void HitOutput::print() {
         const std::string name = mNames.nameOf(hit.speakerGuid);
         std::string when = mTimeLabel(hit, hit.startMS);
         if (hit.endMS > hit.startMS) when += " - " + mTimeLabel(hit, hit.endMS); // a picture has no end
-        printResult(fmt::format(
-            "{}  {}  {}  {:.2f}\n    {}\n", printableName(mClips.label(hit.mediaGuid, hit.clipName)), when,
-            name.empty() ? "speaker " + hit.speakerID : name, hit.score, withEmphasis(hit)));
+        std::string speaker = name.empty() && !hit.speakerID.empty() ? "speaker " + hit.speakerID : name;
+        if (!speaker.empty()) speaker += "  "; // nobody speaks in a picture
+        printResult(fmt::format("{}  {}  {}{:.2f}\n    {}\n",
+                                printableName(mClips.label(hit.mediaGuid, hit.clipName)), when, speaker,
+                                hit.score, withEmphasis(hit)));
     }
 }
 
