@@ -1,0 +1,177 @@
+#include "apps/kestrel/clips/ExchangeImport.h"
+
+#include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/clips/ClipList.h"
+#include "apps/kestrel/clips/Membership.h"
+#include "apps/kestrel/clips/Projects.h"
+#include "apps/kestrel/home/Catalogue.h"
+#include "apps/kestrel/services/Store.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace kestrel {
+
+namespace {
+
+/// Under this project the library files clips whose own projects the store does not know.
+constexpr const char* kPlaceholderId = "KST_Import_ProjectGuid";
+constexpr const char* kPlaceholderName = "KST_Import_ProjectName";
+/// What the library reports when every document has been checked and nothing has been changed yet.
+constexpr std::string_view kAboutToChange = "Overwriting existing transcriptions in database";
+
+/// Somebody who transcribes a clip at this moment would write into the imported one.
+void requireNoWriter(KsNNDatabase& store, const ImportPlan& plan) {
+    for (const ExchangeClip& clip : plan.unfinished) {
+        bool locked = false;
+        check(store.GetLockState(clip.id, locked, false), store, "the locks cannot be read");
+        if (locked)
+            throw Failure(
+                fmt::format("{} is being transcribed here: import the file when that is done", clip.name));
+    }
+}
+
+/// The library replaces complete clips only, and would put the new segments beside those of an unfinished
+/// one.
+void removeUnfinished(KsNNDatabase& store, const ImportPlan& plan) {
+    std::vector<std::string> identifiers;
+    for (const ExchangeClip& clip : plan.unfinished)
+        identifiers.push_back(clip.id);
+    if (!identifiers.empty())
+        check(store.HardDeleteEntries(identifiers, false), store, "unfinished transcripts cannot be removed");
+}
+
+/// The library's import, which checks every document before it changes the store.
+/// @param beginChanges Whether to go on when everything is checked; what must be done first is done there.
+void importFile(KsNNDatabase& store, const ImportPlan& plan, const std::function<bool()>& beginChanges,
+                const Callbacks& callbacks) {
+    bool isChecked = false;
+    bool isOnlyCheck = false;
+    const KsNNProgressCallback progress = [&](int current, int total, const char* text) {
+        if (!isChecked && callbacks.isCancelled()) return KsNN_Error;
+        callbacks.report(isChecked ? "writing" : "checking",
+                         static_cast<double>(current) / std::max(total, 1));
+        if (isChecked || text != kAboutToChange) return KsNN_Success;
+        isChecked = true;
+        isOnlyCheck = !beginChanges();
+        return isOnlyCheck ? KsNN_Error : KsNN_Success;
+    };
+    const std::string file = plan.request.file.string();
+    const KsNN_ErrorCode code = store.ImportDBContentsFromKST(file, plan.project.projectGuid,
+                                                              plan.project.projectName, progress, false);
+    if (!isChecked && callbacks.isCancelled()) throw Cancelled("cancelled; nothing was changed");
+    if (isOnlyCheck) return;
+    check(code, store,
+          fmt::format("{} cannot be imported{}", file,
+                      isChecked ? "; clips that were to be replaced may be missing now, import the file again"
+                                : ", nothing was changed"));
+}
+
+/// The library files clips that belong to no project of the store under a placeholder, whatever project is
+/// named: who names one wants them there.
+void adoptStrangers(KsNNDatabase& store, const Home& home, const ImportPlan& plan) {
+    const KsNNProject placeholder{kPlaceholderName, kPlaceholderId};
+    for (const ExchangeClip& clip : plan.strangers) {
+        joinProject(store, home, {clip.id, clip.name, "", placeholder}, plan.project);
+        Catalogue(home).add({clip.id, clip.name, "", plan.project.projectName, clip.language});
+    }
+}
+
+void addToCatalogue(const Home& home, const ImportPlan& plan) {
+    const Catalogue catalogue(home);
+    const std::vector<CatalogueClip> before = catalogue.clips();
+    for (const ExchangeClip& clip : plan.clips) {
+        for (const std::string& id : clip.projectIds) {
+            const auto project = plan.projectNames.find(id);
+            if (project == plan.projectNames.end() || id == kPlaceholderId) continue;
+            const bool isListed = std::any_of(before.begin(), before.end(), [&](const CatalogueClip& known) {
+                return known.id == clip.id && known.project == project->second;
+            });
+            if (!isListed) catalogue.add({clip.id, clip.name, "", project->second, clip.language});
+        }
+    }
+}
+
+Poco::JSON::Array::Ptr names(const std::vector<ExchangeClip>& clips) {
+    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
+    for (const ExchangeClip& clip : clips) {
+        auto object = jsonObject();
+        object->set("clip", clip.id);
+        object->set("clipName", clip.name);
+        object->set("segments", clip.segments);
+        list->add(object);
+    }
+    return list;
+}
+
+} // namespace
+
+std::string placeholderProject() {
+    return kPlaceholderName;
+}
+
+ImportPlan planImport(KsNNDatabase& store, const ImportRequest& request) {
+    ImportPlan plan;
+    plan.request = request;
+    plan.clips = readExchangeContents(store, request.file);
+    if (plan.clips.empty()) throw Failure(fmt::format("{} holds no clip", request.file.string()));
+    std::vector<KsNNProject> projects;
+    check(store.GetAllEntries(projects, false), store, "the projects cannot be listed");
+    for (const KsNNProject& project : projects)
+        plan.projectNames[project.projectGuid] = project.projectName;
+    plan.project = request.project.empty() ? KsNNProject{kPlaceholderName, kPlaceholderId}
+                                           : findProject(store, request.project);
+    plan.projectNames.emplace(plan.project.projectGuid, plan.project.projectName);
+    std::map<std::string, bool> isComplete; // of every clip of the store
+    for (const KsNNClipSummary& clip : findClips(store, {}))
+        isComplete[clip.mediaGuid] = clip.isComplete;
+    for (const ExchangeClip& clip : plan.clips) {
+        plan.segments += clip.segments;
+        const bool isKnown = std::any_of(clip.projectIds.begin(), clip.projectIds.end(), [&](const auto& id) {
+            return id != kPlaceholderId && plan.projectNames.contains(id);
+        });
+        if (!isKnown) plan.strangers.push_back(clip);
+        const auto stored = isComplete.find(clip.id);
+        if (stored == isComplete.end())
+            plan.fresh.push_back(clip);
+        else
+            (stored->second ? plan.replaced : plan.unfinished).push_back(clip);
+    }
+    requireNoWriter(store, plan);
+    return plan;
+}
+
+void checkImport(KsNNDatabase& store, const ImportPlan& plan, const Callbacks& callbacks) {
+    importFile(
+        store, plan, [] { return false; }, callbacks);
+}
+
+void runImport(KsNNDatabase& store, const Home& home, const ImportPlan& plan, const Callbacks& callbacks) {
+    KsNNDatabase helper = store; // one object does one operation at a time
+    const auto beginChanges = [&] {
+        // The service would make a missing index itself, but without the store's mapping.
+        check(helper.CreateIndex(KsNNDatabase::getTranscriptIndex(), false), helper,
+              "the store cannot be set up");
+        removeUnfinished(helper, plan);
+        return true;
+    };
+    importFile(store, plan, beginChanges, callbacks);
+    addToCatalogue(home, plan);
+    if (!plan.request.project.empty()) adoptStrangers(store, home, plan);
+}
+
+Poco::JSON::Object::Ptr toJson(const ImportPlan& plan) {
+    auto document = jsonObject();
+    document->set("segments", plan.segments);
+    document->set("new", names(plan.fresh));
+    document->set("replaced", names(plan.replaced));
+    document->set("unfinishedReplaced", names(plan.unfinished));
+    document->set("project", plan.project.projectName);
+    document->set("filedUnderProject", names(plan.strangers));
+    return document;
+}
+
+} // namespace kestrel
