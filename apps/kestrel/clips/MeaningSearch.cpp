@@ -8,7 +8,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -20,16 +22,15 @@ constexpr KsNNDBSemanticSearchImpl kRoute = KsNNSemanticOnnx;
 /// The most frames that the index gives.
 constexpr int kMostFrames = 10'000;
 
-/// Reads each clip once, and leaves out those of other projects.
+/// Looks up and reads each clip once.
 class FrameReader {
 public:
+    /// @param project Empty: any.
     FrameReader(KsNNDatabase& store, const std::string& project)
-        : mStore(store), mProject(requireProject(store, project).projectGuid) {
-        const std::vector<std::string> clips = completeClips(store, mProject);
-        mClips.insert(clips.begin(), clips.end());
-    }
+        : mStore(store), mProject(project.empty() ? "" : requireProject(store, project).projectGuid) {}
 
-    bool isWanted(const KsNNSearchResults& frame) const { return mClips.contains(frame.mediaGuid); }
+    /// Whether the frame's clip is complete and of the project.
+    bool isWanted(const KsNNSearchResults& frame) { return !projectOf(frame.mediaGuid).empty(); }
 
     KsNNPhraseHit describe(const KsNNSearchResults& frame) {
         KsNNPhraseHit hit;
@@ -59,18 +60,59 @@ private:
     const KsNNDB_STTClipEntry& read(const std::string& clip) {
         const auto [found, isNew] = mRead.try_emplace(clip);
         if (!isNew) return found->second;
-        check(mStore.GetDBContents(clip, mProject, found->second, false, kSchemaVersion), mStore,
+        check(mStore.GetWholeClip(clip, projectOf(clip), found->second, false), mStore,
               "a clip cannot be read");
         return found->second;
     }
 
+    /// Identifier of the project by which the clip is read; empty when it is not wanted.
+    const std::string& projectOf(const std::string& clip) {
+        const auto [known, isNew] = mProjects.try_emplace(clip);
+        if (!isNew) return known->second;
+        if (!mProject.empty() && mProjects.size() > kMostAskedSingly) {
+            if (isMember(clip)) known->second = mProject;
+            return known->second;
+        }
+        KsNNClipQuery query;
+        query.mediaGuid = clip;
+        query.projectGuid = mProject;
+        const std::vector<KsNNClipSummary> found = findClips(mStore, query);
+        if (!found.empty() && found.front().isComplete && !found.front().projects.empty())
+            known->second = mProject.empty() ? found.front().projects.front().projectGuid : mProject;
+        return known->second;
+    }
+
+    bool isMember(const std::string& clip) {
+        if (!mMembers) {
+            const std::vector<std::string> clips = completeClips(mStore, mProject);
+            mMembers.emplace(clips.begin(), clips.end());
+        }
+        return mMembers->contains(clip);
+    }
+
+    /// Of a small project among many, few of the nearest frames are; then a list costs less than asking.
+    static constexpr std::size_t kMostAskedSingly = 100;
+
     KsNNDatabase& mStore;
-    std::string mProject;
-    std::set<std::string> mClips;
+    std::string mProject; ///< Identifier; empty: any.
+    std::optional<std::set<std::string>> mMembers;
+    std::map<std::string, std::string> mProjects;
     std::map<std::string, KsNNDB_STTClipEntry> mRead;
 };
 
 } // namespace
+
+std::string whyNoMeaning(KsNNDatabase& store) {
+    std::error_code error;
+    for (const char* name : {"openclip_model_uint8.onnx", "xlm_roberta_base_tokenizer.onnx"}) {
+        if (!std::filesystem::exists(modelFolder() / "semantic" / name, error))
+            return "the models of search by meaning are not installed";
+    }
+    bool isThere = false;
+    check(store.CheckIndex(isThere, KsNNDatabase::getSemanticIndex(), false), store,
+          "the store's indices cannot be listed");
+    return isThere ? "" : "no project is indexed by meaning yet";
+}
 
 void loadMeaningModels(KsNNDatabase& store) {
     const std::string folder = (modelFolder() / "semantic").string();
@@ -93,14 +135,13 @@ std::vector<KsNNPhraseHit> findMeaning(KsNNDatabase& store, const MeaningQuery& 
         std::vector<KsNNSearchResults> frames;
         check(store.SemanticSearch(query.text, "", 0.0F, frames, asked, kRoute, false), store,
               "the search by meaning failed");
-        const bool isAll = frames.size() < static_cast<std::size_t>(asked) || asked == kMostFrames;
-        std::erase_if(frames, [&](const KsNNSearchResults& frame) { return !reader.isWanted(frame); });
-        if (frames.size() < most && !isAll) continue;
-        frames.resize(std::min(frames.size(), most));
         std::vector<KsNNPhraseHit> hits;
-        for (const KsNNSearchResults& frame : frames)
-            hits.push_back(reader.describe(frame));
-        return hits;
+        for (const KsNNSearchResults& frame : frames) {
+            if (hits.size() == most) break;
+            if (reader.isWanted(frame)) hits.push_back(reader.describe(frame));
+        }
+        const bool isAll = frames.size() < static_cast<std::size_t>(asked) || asked == kMostFrames;
+        if (hits.size() == most || isAll) return hits;
     }
 }
 

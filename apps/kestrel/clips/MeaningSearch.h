@@ -11,9 +11,13 @@ namespace kestrel {
 /// What to look for by its meaning, and where.
 struct MeaningQuery {
     std::string text;
-    std::string project; ///< Name or identifier.
+    std::string project; ///< Name or identifier; empty: any.
     int maxResults = 20;
 };
+
+/// Why nothing can be found by meaning, and what to do about it; empty when it can be.
+/// @throws Failure when the store cannot be asked.
+std::string whyNoMeaning(KsNNDatabase& store);
 
 /// Loads the models of search by meaning into the store.
 /// @throws Failure that says what is missing.
