@@ -1,6 +1,7 @@
 #include "apps/kestrel/clips/ProjectSpeakers.h"
 
 #include "apps/kestrel/base/Failure.h"
+#include "apps/kestrel/clips/ClipList.h"
 #include "apps/kestrel/services/Store.h"
 
 #include <fmt/format.h>
@@ -67,6 +68,21 @@ KsNNSpeakerKV ProjectSpeakers::find(const std::string& text) {
     for (const KsNNSpeakerKV& speaker : listed)
         message += fmt::format("\n    {}  {}", speaker.speakerGuid, speaker.speakerName);
     throw Failure(message);
+}
+
+std::vector<Clip> ProjectSpeakers::clipsOf(const KsNNSpeakerKV& speaker) {
+    KsNNClipQuery query;
+    query.projectGuid = mProject.projectGuid;
+    query.withContents = true;
+    std::vector<Clip> clips;
+    for (const KsNNClipSummary& clip : findClips(mStore, query)) {
+        const bool speaks =
+            std::any_of(clip.speakers.begin(), clip.speakers.end(), [&](const KsNNClipSpeaker& known) {
+                return known.speakerGuid == speaker.speakerGuid;
+            });
+        if (speaks) clips.push_back({clip.mediaGuid, clip.clipName, "", mProject});
+    }
+    return clips;
 }
 
 void ProjectSpeakers::requireNewName(const std::string& name) {

@@ -29,6 +29,9 @@ public:
     /// @throws Failure that lists the speakers when there is none, or several of that name.
     KsNNSpeakerKV find(const std::string& text);
 
+    /// The clips of the project in which the speaker is assigned to a segment.
+    std::vector<Clip> clipsOf(const KsNNSpeakerKV& speaker);
+
     /// @throws Failure when the project has a speaker of that name.
     KsNNSpeakerKV create(const std::string& name);
     /// Renames a speaker, for all its projects.
