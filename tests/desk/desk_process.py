@@ -5,6 +5,8 @@ from __future__ import annotations
 import http.client
 import json
 import signal
+import time
+from collections.abc import Callable
 from types import TracebackType
 from typing import Any
 from urllib.parse import urlsplit
@@ -65,6 +67,15 @@ class Desk:
             return Answer(connection.getresponse())
         finally:
             connection.close()
+
+    def wait_for(self, path: str, condition: Callable[[Any], bool]) -> Any:
+        """Asks until the answer is as it should be."""
+        for _ in range(600):
+            answer = self.ask("GET", path).json()
+            if condition(answer):
+                return answer
+            time.sleep(0.1)
+        raise AssertionError(f"{path} stays {answer}")
 
     def sign_in(self) -> Answer:
         answer = self.ask("POST", "/api/session", {"token": self.token})

@@ -3,11 +3,15 @@
 from __future__ import annotations
 
 import json
+from collections.abc import Iterator
 from pathlib import Path
 
+import pytest
 from app_under_test import SPEECH, Kestrel
 from browser import Browser
+from desk_process import Desk
 from selenium.webdriver.common.keys import Keys
+from stored_clips import Line, StoredClip, put
 
 
 def choose(browser: Browser, project: str, *files: Path) -> None:
@@ -57,13 +61,19 @@ def test_a_clip_joins_leaves_and_is_deleted(browser: Browser, kestrel: Kestrel) 
     choose(browser, "First", SPEECH / "librivox_5.wav")
     browser.wait(lambda: "librivox_5.wav" in browser.text(".clips"))
     browser.press_button("Manage librivox_5.wav")
+    assert browser.violations_everywhere() == []
+    browser.press_button("Add to project…")
     browser.wait_for("dialog input").send_keys("Second")
-    assert browser.violations() == []
     browser.press_button("Add")
     browser.wait(lambda: "First, Second" in browser.text(".clips"))
     browser.press_button("Manage librivox_5.wav")
     browser.press_button("Remove from First")
     browser.wait(lambda: "Second" in browser.text(".clips") and "First" not in browser.text(".clips"))
+    browser.press_button("Manage librivox_5.wav")
+    browser.press_button("Transcribe again…")
+    browser.press_button("Transcribe")
+    browser.wait(lambda: (jobs := browser.text(".jobs")).count("librivox_5.wav") == 2 and "running" not in jobs and "waiting" not in jobs)
+    assert browser.all(".jobs .bad") == []
     browser.press_button("Manage librivox_5.wav")
     browser.press_button("Delete the transcript…")
     browser.wait_text("dialog", "“Second”")
@@ -72,10 +82,77 @@ def test_a_clip_joins_leaves_and_is_deleted(browser: Browser, kestrel: Kestrel) 
     assert "librivox_5" not in kestrel.good("clips").out
 
 
+def test_several_clips_are_chosen_in_place(browser: Browser, kestrel: Kestrel) -> None:
+    put(kestrel, *(StoredClip(f"take {number}.mov", "Takes", [Line("Once more.", 0)], complete=number != 3) for number in range(4)))
+    browser.open("#/library")
+    browser.wait(lambda: "take 3.mov" in browser.text(".clips"))
+    browser.wait_for(".filters input").send_keys("take ")
+    browser.wait(lambda: len(browser.all(".clips li")) == 4)
+    browser.wait_for(".results-head input").send_keys(" ")
+    browser.wait_text(".tools", "4 chosen")
+    assert browser.violations_everywhere() == []
+    browser.press_button("Add to project…")
+    browser.wait_for("dialog input").send_keys("Best")
+    browser.press_button("Add")
+    browser.wait_text("#alerts", "take 3.mov: the transcript of")
+    browser.wait(lambda: browser.text(".clips").count("Best, Takes") + browser.text(".clips").count("Takes, Best") == 3)
+    browser.press_button("Choose none")
+    for name in ("take 1.mov", "take 2.mov"):
+        browser.wait_for(f"[aria-label='Choose {name}']").send_keys(" ")
+    browser.press_button("Take from project…")
+    browser.wait_for("dialog select").send_keys("Takes")
+    browser.press_button("Take")
+    browser.wait(lambda: browser.text(".clips").count("Takes") == 2)
+    browser.press_button("Delete…")
+    browser.press_button("Delete")
+    browser.wait(lambda: len(browser.all(".clips li")) == 2)
+    assert [clip["clipName"] for clip in kestrel.good("clips", "--project", "Takes", "--json").json()["clips"]] == ["take 0.mov", "take 3.mov"]
+
+
+@pytest.fixture
+def other(tmp_path: Path) -> Iterator[Kestrel]:
+    """A home of its own: of several desks of one home, the first keeps the list of jobs."""
+    running = Kestrel(tmp_path / "home")
+    running.up()
+    yield running
+    running.run("down")
+
+
+def test_jobs_outlive_the_desk(other: Kestrel) -> None:
+    def asked(desk: Desk) -> list[tuple[str, str]]:
+        return [(job["name"], job["state"]) for job in desk.ask("GET", "/api/jobs").json()["jobs"]]
+
+    with Desk(other) as desk:
+        desk.sign_in()
+        for name in ("broken.wav", "spanish.wav", "italian.wav"):
+            content = b"no sound" if name == "broken.wav" else (SPEECH / name).read_bytes()
+            assert desk.ask("POST", f"/api/uploads?name={name}&project=Again&language=", content).status == 200
+        desk.wait_for("/api/jobs", lambda answer: [job["state"] for job in answer["jobs"]] == ["failed", "running", "waiting"])
+        message = desk.ask("GET", "/api/jobs").json()["jobs"][0]["message"]
+    with Desk(other) as desk:
+        desk.sign_in()
+        jobs = desk.ask("GET", "/api/jobs").json()["jobs"]
+        assert [job["state"] for job in jobs[:2]] == ["failed", "failed"] and jobs[0]["message"] == message
+        assert "the desk ended" in jobs[1]["message"]
+        desk.ask("POST", f"/api/jobs/{jobs[2]['job']}/cancel")
+        desk.wait_for("/api/jobs", lambda answer: answer["jobs"][2]["state"] in ("cancelled", "done"))
+        assert desk.ask("POST", f"/api/jobs/{jobs[1]['job']}/retry").status == 204
+        assert asked(desk)[1][1] in ("waiting", "running")
+        desk.ask("POST", f"/api/jobs/{jobs[1]['job']}/cancel")
+        desk.wait_for("/api/jobs", lambda answer: answer["jobs"][1]["state"] in ("cancelled", "done"))
+        assert desk.ask("DELETE", "/api/jobs").status == 204 and asked(desk) == []
+    (other.home / "desk" / "jobs.json").write_text("{\"jobs\": [{]")
+    with Desk(other) as desk:
+        desk.sign_in()
+        assert asked(desk) == [] and (other.home / "desk" / "jobs.damaged.json").exists()
+
+
 def test_filters_and_axe(browser: Browser) -> None:
     browser.open("#/library")
     browser.wait(lambda: len(browser.all(".clips li")) >= 3)
+    browser.wait_for("summary").click()
     assert browser.violations_everywhere() == []
+    browser.picture("desk-library.png")
     browser.wait_for(".filters input").send_keys("entre")
     browser.wait(lambda: len(browser.all(".clips li")) == 1)
-    assert "1 clip of" in browser.text(".count")
+    assert "1 clip of" in browser.text(".count[role=status]")

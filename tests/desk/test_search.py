@@ -69,6 +69,36 @@ def test_chosen_hits_leave_as_a_string_out(browser: Browser) -> None:
     assert saved.read_text().count("  C  ") == 1
 
 
+def test_a_phrase_runs_from_one_segment_into_the_next(browser: Browser) -> None:
+    search(browser, "never finishd they built")
+    assert browser.text("#hits mark") == "never finished. They built"
+    marked = "return [...CSS.highlights.get('hit')].map(String)"
+    browser.wait(lambda: browser.js(marked) == ["never finished.", "They built"], "it is marked in both lines")
+
+
+def test_search_by_meaning_once_a_project_is_indexed(browser: Browser) -> None:
+    browser.open("#/")
+    browser.wait_text("#no-meaning", "no project is indexed by meaning yet")
+    kind = "Array.from(document.querySelectorAll('.filters select')).find((s) => s.options[1]?.value === 'meaning')"
+    assert browser.js(f"return {kind}.options[1].disabled")
+    assert browser.violations() == []
+    browser.open("#/library")
+    browser.wait_for("summary").click()
+    browser.press_button("Index Rivers for search by meaning")
+    browser.wait_text(".jobs", "new segments of 2 clips")
+    browser.press_button("Dismiss: Rivers")
+    browser.open("#/")
+    browser.wait(lambda: browser.js(f"return {kind} && !{kind}.options[1].disabled"), "it is offered")
+    browser.type("Niemand hatte Zeit außer dem Fährmann")
+    browser.wait_text(".count", "Nothing found")
+    browser.js(f"const s = {kind}; s.value = 'meaning'; s.dispatchEvent(new Event('change'))")
+    browser.wait(lambda: hits(browser) and "Nobody but the ferryman" in hits(browser)[0])
+    browser.wait_text(".around", "Nobody but the ferryman")
+    browser.press(Keys.ENTER)
+    browser.wait_playing(8.0)
+    browser.js(f"const s = {kind}; s.value = 'spelling'; s.dispatchEvent(new Event('change'))")
+
+
 def test_what_is_not_said_is_not_found(browser: Browser) -> None:
     browser.open("#/")
     browser.type("xylophone quagmire")

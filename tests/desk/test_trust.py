@@ -11,7 +11,8 @@ from conftest import CLIPS
 from desk_process import Desk
 
 MEDIA = f"/api/clips/{CLIPS[0].id}/media"
-ASKED = ["/api/projects", "/api/clips", "/api/search?phrase=bridge", "/api/jobs", "/api/events", MEDIA,
+ASKED = ["/api/projects", "/api/clips", "/api/search?phrase=bridge", "/api/jobs", "/api/events", "/api/meaning",
+         "/api/transfers/1", "/api/transfers/1/file", MEDIA,
          f"/api/clips/{CLIPS[0].id}"]
 
 
@@ -54,7 +55,8 @@ def test_other_pages_and_hosts_are_refused(desk: Desk, headers: dict[str, str]) 
     sent = {name: value.format(port=desk.port) for name, value in headers.items()}
     for path in ["/", "/api/projects", MEDIA]:
         assert desk.ask("GET", path, **sent).status == 403
-    assert desk.ask("POST", f"/api/clips/{CLIPS[0].id}/join", {"project": "P"}, **sent).status == 403
+    for path in [f"/api/clips/{CLIPS[0].id}/join", f"/api/clips/{CLIPS[0].id}/again", "/api/transfers/export", "/api/speakers/undo"]:
+        assert desk.ask("POST", path, {"project": "P"}, **sent).status == 403
 
 
 def test_changes_need_the_own_origin_and_json(desk: Desk) -> None:
@@ -135,7 +137,8 @@ def test_media_that_is_gone_is_said_to_be(desk: Desk, kestrel: Kestrel, tmp_path
 @pytest.mark.parametrize("name", ["../escaped.wav", "/etc/escaped.wav", "..", ".", "", "a/b.wav", "..\\..%2fx/../y"])
 def test_uploads_stay_in_their_folder(desk: Desk, kestrel: Kestrel, name: str) -> None:
     query = urllib.parse.urlencode({"name": name, "project": "P", "language": "en"})
-    assert desk.ask("POST", f"/api/uploads?{query}", b"data", Content_Type="audio/wav").status == 400
+    for path in ("uploads", "transfers"):
+        assert desk.ask("POST", f"/api/{path}?{query}", b"data", Content_Type="audio/wav").status == 400
     assert not list(kestrel.home.rglob("*escaped*"))
 
 

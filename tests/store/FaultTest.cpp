@@ -30,8 +30,8 @@ TEST_F(Faults, LocksAndWriting) {
 TEST_F(Faults, Reading) {
     for (const char* call :
          {"GetSegmentCount own p 2", "GetTotalSegmentCount", "GetDBContentsRange own p 0 100 text",
-          "Search words p 0", "FindPhrase words p", "GetAllEntries", "GetAllMediaGuids ALL 1",
-          "FindClips contents", "GetAllInprogressEntries"})
+          "GetWholeClip own p text", "Search words p 0", "FindPhrase words p", "GetAllEntries",
+          "GetAllMediaGuids ALL 1", "FindClips contents", "GetAllInprogressEntries"})
         expectCleanFailures(call);
     expectCleanFailures({.call = "GetProgressComplete own p 2", .mayBeSilent = true});
 }

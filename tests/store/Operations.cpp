@@ -177,6 +177,7 @@ const std::map<std::string, KsNN_ErrorCode (*)(KsNNDatabase&, Call&)> kOperation
     OPERATION(WriteToDB, someClip(), c.segment(), false),
     OPERATION(WriteToDBVer1, someClip(), c.segment(), false),
     OPERATION(GetDBContents, c[0], c[1], c.entry(3), false, c.number(2)),
+    OPERATION(GetWholeClip, c[0], c[1], c.entry(2), false),
     OPERATION(GetDBContentsRange, c[0], c[1], c.number(2), c.number(3), c.entry(4), false),
     OPERATION(Search, c[0], c[1], 0.6F, c.out<Results>(), c.number(2), false),
     OPERATION(FindPhrase, {c[0], c[1], c[2], c[3], c[4], 0.6F, c.number(5)},

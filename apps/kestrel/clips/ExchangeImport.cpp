@@ -76,7 +76,6 @@ void adoptStrangers(KsNNDatabase& store, const Home& home, const ImportPlan& pla
     const KsNNProject placeholder{kPlaceholderName, kPlaceholderId};
     for (const ExchangeClip& clip : plan.strangers) {
         joinProject(store, home, {clip.id, clip.name, "", placeholder}, plan.project);
-        Catalogue(home).add({clip.id, clip.name, "", plan.project.projectName, clip.language});
     }
 }
 

@@ -88,10 +88,8 @@ bool deleteUnfinished(KsNNDatabase& store, const Home& home, const KsNNClipSumma
     return true;
 }
 
-} // namespace
-
-bool joinProject(KsNNDatabase& store, const Home& home, const Clip& clip, const KsNNProject& project) {
-    const KsNNClipSummary stored = requireClip(store, clip);
+bool join(KsNNDatabase& store, const Home& home, const Clip& clip, const KsNNClipSummary& stored,
+          const KsNNProject& project) {
     const bool isNamed = contains(stored.projects, project.projectGuid);
     if (isNamed && segmentCount(store, clip, project.projectGuid) == segmentCount(store, clip, "ANY"))
         return false;
@@ -105,6 +103,22 @@ bool joinProject(KsNNDatabase& store, const Home& home, const Clip& clip, const 
               fmt::format("{} cannot join project \"{}\"", clip.name, project.projectName));
     joinLocked(store, clip.id, project);
     return true;
+}
+
+} // namespace
+
+bool joinProject(KsNNDatabase& store, const Home& home, const Clip& clip, const KsNNProject& project) {
+    const KsNNClipSummary stored = requireClip(store, clip);
+    const bool isNew = join(store, home, clip, stored, project);
+    // The catalogue knows clips by project: what it knows of this one holds for the new project, too.
+    CatalogueClip entry{clip.id, stored.clipName, clip.path, project.projectName, ""};
+    for (const CatalogueClip& known : Catalogue(home).clips()) {
+        if (known.id != clip.id) continue;
+        entry.path = known.path;
+        entry.language = known.language;
+    }
+    Catalogue(home).add(entry);
+    return isNew;
 }
 
 void joinLocked(KsNNDatabase& store, const std::string& clip, const KsNNProject& project) {

@@ -66,24 +66,38 @@ bool isSaidBy(const KsNNPhraseQuery& asked, const KsNNDBEntrySeg& segment) {
            (asked.speakerID.empty() || segment.speakerID == asked.speakerID);
 }
 
-/// The clips whose segments the index ranks first, whether or not a segment by itself is like the phrase.
-std::vector<std::string> clipsToRead(KsNNDatabase& store, KsNNPhraseQuery asked) {
-    asked.threshold = 0.0F;
-    std::vector<KsNNPhraseHit> all;
-    store.FindPhrase(asked, all, false); // a segment that cannot be read ends it; those before it will do
-    std::vector<std::string> clips;
-    std::set<std::string> seen;
-    for (const KsNNPhraseHit& hit : all) {
-        if (clips.size() < kClipsToRead && seen.insert(hit.mediaGuid).second) clips.push_back(hit.mediaGuid);
+/// Where a phrase may run across: the segments that the index ranks first, whether or not one of them by
+/// itself is like the phrase, with their neighbours.
+class Candidates {
+public:
+    Candidates(KsNNDatabase& store, KsNNPhraseQuery asked) {
+        asked.threshold = 0.0F;
+        std::vector<KsNNPhraseHit> all;
+        store.FindPhrase(asked, all, false); // a segment that cannot be read ends it; those before it will do
+        for (const KsNNPhraseHit& hit : all) {
+            if (mSegments.size() == kClipsToRead && !mSegments.contains(hit.mediaGuid)) continue;
+            for (const std::int32_t near : {hit.segment - 1, hit.segment, hit.segment + 1})
+                mSegments[hit.mediaGuid].insert(near);
+        }
     }
-    return clips;
-}
+
+    bool contain(const KsNNDBEntrySeg& segment) const {
+        const auto clip = mSegments.find(segment.mediaGuid);
+        return clip != mSegments.end() && clip->second.contains(segment.segment);
+    }
+    const std::map<std::string, std::set<std::int32_t>>& byClip() const { return mSegments; }
+
+private:
+    std::map<std::string, std::set<std::int32_t>> mSegments;
+};
 
 void addCrossings(KsNNDatabase& store, ClipReader& reader, const KsNNPhraseQuery& asked,
                   std::vector<KsNNPhraseHit>& hits) {
-    NeighbourSearch neighbours(asked.text, asked.threshold,
-                               [&](const KsNNDBEntrySeg& segment) { return isSaidBy(asked, segment); });
-    for (const std::string& clip : clipsToRead(store, asked))
+    const Candidates candidates(store, asked);
+    NeighbourSearch neighbours(asked.text, asked.threshold, [&](const KsNNDBEntrySeg& segment) {
+        return isSaidBy(asked, segment) && candidates.contain(segment);
+    });
+    for (const auto& [clip, segments] : candidates.byClip())
         neighbours.addTo(hits, reader.read(clip));
 }
 
@@ -111,15 +125,16 @@ std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, const Home& home, con
     asked.threshold = query.threshold;
     if (!query.clip.empty()) asked.mediaGuid = findClip(store, home, query.clip, query.project).id;
     if (!query.speaker.empty()) restrictToSpeaker(store, project, query.speaker, asked);
-    return findPhrase(store, std::move(asked), query.maxResults);
+    return findPhrase(store, std::move(asked), query.maxResults, true);
 }
 
-std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, KsNNPhraseQuery query, int maxResults) {
+std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, KsNNPhraseQuery query, int maxResults,
+                                      bool across) {
     query.maxSegments = std::max(kSegmentsToLookAt, maxResults);
     std::vector<KsNNPhraseHit> hits;
     check(store.FindPhrase(query, hits, false), store, "the search failed");
     ClipReader reader(store, query.projectGuid);
-    if (countWords(query.text, "") > 1) addCrossings(store, reader, query, hits);
+    if (across && countWords(query.text, "") > 1) addCrossings(store, reader, query, hits);
     std::stable_sort(hits.begin(), hits.end(), [](const auto& left, const auto& right) {
         return std::tie(right.score, left.mediaGuid, left.startMS) <
                std::tie(left.score, right.mediaGuid, right.startMS);

@@ -22,6 +22,8 @@ struct PhraseQuery {
 /// @throws Failure when the store cannot be searched or has no such clip.
 std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, const Home& home, const PhraseQuery& query);
 /// The same for a query by identifiers.
-std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, KsNNPhraseQuery query, int maxResults);
+/// @param across Also where the phrase runs from one segment into the next, which takes many times longer.
+std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, KsNNPhraseQuery query, int maxResults,
+                                      bool across);
 
 } // namespace kestrel

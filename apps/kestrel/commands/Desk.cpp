@@ -3,6 +3,7 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/commands/Command.h"
+#include "apps/kestrel/desk/TransferWorker.h"
 #include "apps/kestrel/services/Startup.h"
 #include "apps/kestrel/terminal/Interrupt.h"
 #include "apps/kestrel/terminal/Output.h"
@@ -12,6 +13,7 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <iostream>
 #include <memory>
 #include <thread>
 
@@ -24,6 +26,7 @@ constexpr int kDeskPort = 9283;
 struct DeskOptions {
     int port = kDeskPort;
     bool noOpen = false;
+    bool isTransferWorker = false;
 };
 
 /// Opens the address by way of a file that only its owner can read: everyone on the machine sees the
@@ -43,6 +46,10 @@ void openBrowser(const Home& home, const std::string& address) {
 
 int runDesk(const DeskOptions& options) {
     catchInterrupts();
+    if (options.isTransferWorker) {
+        desk::runTransferWorker(std::cin, std::cout, wasInterrupted);
+        return ExitFine;
+    }
     const Home home = Home::fromEnvironment();
     bringUp(home, {{Service::Index, kIndexPort}, {Service::Speech, kSpeechPort}}, terminalCallbacks());
     const desk::Desk server(home, static_cast<std::uint16_t>(options.port), desk::pageFolder());
@@ -61,6 +68,8 @@ Run setUp(CLI::App& app) {
         ->capture_default_str()
         ->check(CLI::Range(0, 65535));
     app.add_flag("--no-open", options->noOpen, "Only show the address, open no browser");
+    app.add_flag("--transfer-worker", options->isTransferWorker, "Handle one exchange file for a desk")
+        ->group(""); // for the desk itself
     app.footer(
         "Starts the services when they do not run. Everything stays on this machine: the pages are served\n"
         "to one browser on it and load nothing from elsewhere.\n\n"

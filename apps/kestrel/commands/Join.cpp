@@ -6,7 +6,6 @@
 #include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/commands/Command.h"
 #include "apps/kestrel/commands/Options.h"
-#include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/services/Store.h"
 #include "apps/kestrel/terminal/Interrupt.h"
 #include "apps/kestrel/terminal/Output.h"
@@ -60,7 +59,6 @@ int join(const JoinOptions& options) {
     for (const Clip& clip : clips) {
         if (wasInterrupted()) throw Cancelled("cancelled; clips that have joined stay in the project");
         const bool joined = joinProject(store, home, clip, project);
-        Catalogue(home).add({clip.id, clip.name, clip.path, project.projectName, ""});
         auto object = jsonObject();
         object->set("clip", clip.id);
         object->set("clipName", clip.name);

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <future>
 
 namespace fs = std::filesystem;
 
@@ -14,23 +15,11 @@ namespace kestrel::desk {
 
 namespace {
 
-fs::path requireMedia(Parts& parts, const std::string& clip) {
-    const auto file = parts.media.fileOf(clip);
-    if (!file) throw HttpError(404, "the media of this clip is not known here: it was transcribed elsewhere");
-    std::error_code error;
-    if (!fs::is_regular_file(*file, error))
-        throw HttpError(404,
-                        fmt::format("the media file is no longer at {}: put it back, or transcribe it from "
-                                    "where it is now, which keeps the transcript",
-                                    file->string()));
-    return *file;
-}
-
 /// What is known of the clip's media; `error` says why it cannot be played.
 Poco::JSON::Object::Ptr describeMedia(Parts& parts, const std::string& clip) {
     auto object = jsonObject();
     try {
-        const fs::path file = requireMedia(parts, clip);
+        const fs::path file = parts.media.require(clip);
         object->set("path", file.string());
         const ClipClock clock = readClock(file, {});
         object->set("video", clock.hasVideo);
@@ -45,6 +34,8 @@ Poco::JSON::Object::Ptr describeMedia(Parts& parts, const std::string& clip) {
 
 void clip(Exchange& exchange, Parts& parts) {
     const std::string& id = exchange.path.at(2);
+    // A long film's index takes as long to read as its transcript.
+    auto media = std::async(std::launch::async, [&] { return describeMedia(parts, id); });
     const Transcripts::Ptr transcript = parts.transcripts.read(id);
     Poco::JSON::Array::Ptr projects = new Poco::JSON::Array;
     for (const KsNNProject& project : transcript->entry.projects) {
@@ -53,37 +44,44 @@ void clip(Exchange& exchange, Parts& parts) {
         object->set("project", project.projectName);
         projects->add(object);
     }
-    Poco::JSON::Array::Ptr segments = new Poco::JSON::Array;
-    for (const Passage& passage : transcript->passages)
-        segments->add(toJson(passage));
     auto document = jsonObject();
     document->set("clip", id);
     document->set("clipName", transcript->entry.clipName);
     document->set("complete", transcript->entry.progressComplete);
     document->set("projects", projects);
-    document->set("media", describeMedia(parts, id));
-    document->set("segments", segments);
-    send(exchange, document);
+    document->set("media", media.get());
+    send(exchange, document, toJson(transcript->passages));
 }
 
-/// The lines before and after a segment, with what a player has to know.
+/// The passage of a segment, or the one that is said at a time or was last.
+std::vector<Passage>::const_iterator passageAt(const Exchange& exchange,
+                                               const std::vector<Passage>& passages) {
+    constexpr int kMost = 1'000'000'000;
+    if (!exchange.parameter("at").empty()) {
+        const int at = exchange.number("at", 0, 0, kMost);
+        const auto next =
+            std::upper_bound(passages.begin(), passages.end(), at,
+                             [](int time, const Passage& passage) { return time < passage.startMs; });
+        return next == passages.begin() ? next : next - 1;
+    }
+    const int segment = exchange.number("segment", 0, 0, kMost);
+    const auto found = std::find_if(passages.begin(), passages.end(),
+                                    [&](const Passage& passage) { return passage.segment == segment; });
+    if (found == passages.end()) throw HttpError(404, fmt::format("the clip has no segment {}", segment));
+    return found;
+}
+
+/// The lines around a segment or a time, with what a player has to know.
 void linesAround(Exchange& exchange, Parts& parts) {
-    const int segment = exchange.number("segment", 0, 0, 1'000'000'000);
     const auto count = static_cast<std::ptrdiff_t>(exchange.number("count", 2, 0, 50));
     const Transcripts::Ptr transcript = parts.transcripts.recent(exchange.path.at(2));
     const std::vector<Passage>& passages = transcript->passages;
-    const auto middle = std::find_if(passages.begin(), passages.end(),
-                                     [&](const Passage& passage) { return passage.segment == segment; });
-    if (middle == passages.end()) throw HttpError(404, fmt::format("the clip has no segment {}", segment));
+    const auto middle = passageAt(exchange, passages);
     const auto first = middle - std::min(count, middle - passages.begin());
     const auto last = middle + std::min(count + 1, passages.end() - middle);
-    Poco::JSON::Array::Ptr lines = new Poco::JSON::Array;
-    for (auto passage = first; passage != last; ++passage)
-        lines->add(toJson(*passage));
     auto document = jsonObject();
     document->set("media", describeMedia(parts, exchange.path.at(2)));
-    document->set("segments", lines);
-    send(exchange, document);
+    send(exchange, document, toJson({first, last}));
 }
 
 /// Answers 202 with the state until the thing is made.
@@ -99,13 +97,13 @@ bool isReady(Exchange& exchange, const Derived::Status& status) {
 
 void peaks(Exchange& exchange, Parts& parts) {
     const std::string& id = exchange.path.at(2);
-    const auto status = parts.derived.ask(Derived::Kind::Peaks, id, requireMedia(parts, id));
+    const auto status = parts.derived.ask(Derived::Kind::Peaks, id, parts.media.require(id));
     if (isReady(exchange, status)) sendFile(exchange, status.file, "application/octet-stream");
 }
 
 void preview(Exchange& exchange, Parts& parts) {
     const std::string& id = exchange.path.at(2);
-    const auto status = parts.derived.ask(Derived::Kind::Preview, id, requireMedia(parts, id));
+    const auto status = parts.derived.ask(Derived::Kind::Preview, id, parts.media.require(id));
     if (!isReady(exchange, status)) return;
     auto document = jsonObject();
     document->set("address", exchange.request.getURI() + "/media");
@@ -113,12 +111,12 @@ void preview(Exchange& exchange, Parts& parts) {
 }
 
 void previewMedia(Exchange& exchange, Parts& parts) {
-    requireMedia(parts, exchange.path.at(2)); // what is no longer in the catalogue is not shown
+    parts.media.require(exchange.path.at(2)); // what is no longer in the catalogue is not shown
     sendFile(exchange, parts.derived.fileOf(Derived::Kind::Preview, exchange.path.at(2)), "video/mp4");
 }
 
 void media(Exchange& exchange, Parts& parts) {
-    const fs::path file = requireMedia(parts, exchange.path.at(2));
+    const fs::path file = parts.media.require(exchange.path.at(2));
     sendFile(exchange, file, mediaType(file));
 }
 

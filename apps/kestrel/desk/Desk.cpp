@@ -99,6 +99,7 @@ public:
         addSpeakerRoutes(mRoutes, mParts);
         addScriptRoutes(mRoutes, mParts);
         addExportRoutes(mRoutes, mParts);
+        addTransferRoutes(mRoutes, mParts);
         mServer.start();
     }
     Server(const Server&) = delete;

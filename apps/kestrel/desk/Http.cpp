@@ -6,11 +6,13 @@
 #include <Poco/JSON/Parser.h>
 #include <Poco/Net/MediaType.h>
 #include <Poco/URI.h>
+#include <Poco/UUIDGenerator.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <charconv>
 #include <fstream>
+#include <sstream>
 #include <sys/stat.h>
 
 namespace fs = std::filesystem;
@@ -63,6 +65,12 @@ Exchange::Exchange(Poco::Net::HTTPServerRequest& asked, Poco::Net::HTTPServerRes
     }
 }
 
+int Exchange::identifier() const {
+    const auto value = numberOf<int>(path.at(2));
+    if (!value) throw HttpError(404, fmt::format("there is nothing of the number \"{}\"", path.at(2)));
+    return *value;
+}
+
 std::string Exchange::parameter(const std::string& name) const {
     const auto found = query.find(name);
     return found == query.end() ? "" : found->second;
@@ -106,6 +114,16 @@ void send(Exchange& exchange, const Poco::JSON::Object::Ptr& document) {
     document->stringify(exchange.response.send());
 }
 
+void send(Exchange& exchange, const Poco::JSON::Object::Ptr& document, const std::string& members) {
+    std::ostringstream head;
+    document->stringify(head);
+    std::string text = head.str();
+    text.pop_back();
+    text += "," + members + "}";
+    exchange.response.setContentType("application/json");
+    exchange.response.sendBuffer(text.data(), text.size());
+}
+
 void sendError(Poco::Net::HTTPServerResponse& response, int status, const std::string& message) {
     auto document = jsonObject();
     document->set("error", message);
@@ -141,6 +159,28 @@ std::optional<ByteRange> parseRange(const std::string& header, std::uint64_t siz
     if (!first || (!isOpen && (!last || *last < *first))) return std::nullopt;
     if (*first >= size) throw outside;
     return ByteRange{*first, std::min(isOpen ? size - 1 : *last, size - 1) - *first + 1};
+}
+
+fs::path receiveFile(Exchange& exchange, const fs::path& folder, const std::string& name) {
+    const fs::path only = fs::path(name).filename(); // what a browser sends has no folder
+    if (only.empty() || only == "." || only == ".." || only != fs::path(name))
+        throw HttpError(400, fmt::format("\"{}\" is no file name", name));
+    if (!exchange.request.hasContentLength() || exchange.request.getContentLength64() == 0)
+        throw HttpError(400, fmt::format("{} is empty", name));
+    const fs::path target = folder / Poco::UUIDGenerator::defaultGenerator().createRandom().toString() / only;
+    fs::create_directories(target.parent_path());
+    std::ofstream out(target, std::ios::binary);
+    out << exchange.request.stream().rdbuf();
+    out.close();
+    std::error_code error;
+    const bool isWhole = out && fs::file_size(target, error) ==
+                                    static_cast<std::uintmax_t>(exchange.request.getContentLength64());
+    if (!isWhole) {
+        fs::remove_all(target.parent_path(), error);
+        throw HttpError(507,
+                        fmt::format("{} could not be kept: is the disk of {} full?", name, folder.string()));
+    }
+    return target;
 }
 
 void sendFile(Exchange& exchange, const fs::path& file, const std::string& type) {

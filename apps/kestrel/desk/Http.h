@@ -34,6 +34,9 @@ struct Exchange {
 
     Exchange(Poco::Net::HTTPServerRequest& asked, Poco::Net::HTTPServerResponse& answer);
 
+    /// The number behind "/api/jobs/" and the like.
+    /// @throws HttpError (404) when there is none.
+    int identifier() const;
     /// Empty when it was not given.
     std::string parameter(const std::string& name) const;
     /// @throws HttpError (400) when it is no number from `least` to `most`.
@@ -47,6 +50,8 @@ struct Exchange {
 std::string requiredText(const Poco::JSON::Object& body, const std::string& name);
 
 void send(Exchange& exchange, const Poco::JSON::Object::Ptr& document);
+/// The same with more members, as JSON text, behind those of the document, which has some.
+void send(Exchange& exchange, const Poco::JSON::Object::Ptr& document, const std::string& members);
 void sendError(Poco::Net::HTTPServerResponse& response, int status, const std::string& message);
 void sendNothing(Exchange& exchange);
 
@@ -59,6 +64,12 @@ struct ByteRange {
 /// What a `Range` header asks of a file; nothing when the whole file is to be sent, as for several ranges.
 /// @throws HttpError (416) when no byte of the file is asked for.
 std::optional<ByteRange> parseRange(const std::string& header, std::uint64_t size);
+
+/// Streams the body, a file that was chosen or dropped on a page, into a folder of its own in `folder`, under
+/// its own name.
+/// @throws HttpError (400) when it is empty or `name` is no file name, (507) when it cannot be kept.
+std::filesystem::path receiveFile(Exchange& exchange, const std::filesystem::path& folder,
+                                  const std::string& name);
 
 /// Sends a file or the part of it that the request asks for.
 /// @throws HttpError when it cannot be read.

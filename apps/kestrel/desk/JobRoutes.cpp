@@ -1,11 +1,8 @@
 #include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/desk/Parts.h"
 
 #include <Poco/JSON/Array.h>
-#include <Poco/UUIDGenerator.h>
-#include <fmt/format.h>
-
-#include <fstream>
 
 namespace fs = std::filesystem;
 
@@ -13,27 +10,10 @@ namespace kestrel::desk {
 
 namespace {
 
-/// Streams a file that was dropped on the page into a folder of its own, under its own name.
-fs::path receive(Exchange& exchange, const fs::path& folder, const std::string& name) {
-    const fs::path only = fs::path(name).filename(); // what a browser sends has no folder
-    if (only.empty() || only == "." || only == ".." || only != fs::path(name))
-        throw HttpError(400, fmt::format("\"{}\" is no file name", name));
-    if (!exchange.request.hasContentLength() || exchange.request.getContentLength64() == 0)
-        throw HttpError(400, fmt::format("{} is empty", name));
-    const fs::path target = folder / Poco::UUIDGenerator::defaultGenerator().createRandom().toString() / only;
-    fs::create_directories(target.parent_path());
-    std::ofstream out(target, std::ios::binary);
-    out << exchange.request.stream().rdbuf();
-    out.close();
-    std::error_code error;
-    const bool isWhole = out && fs::file_size(target, error) ==
-                                    static_cast<std::uintmax_t>(exchange.request.getContentLength64());
-    if (!isWhole) {
-        fs::remove_all(target.parent_path(), error);
-        throw HttpError(507,
-                        fmt::format("{} could not be kept: is the disk of {} full?", name, folder.string()));
-    }
-    return target;
+void sendJob(Exchange& exchange, int job) {
+    auto document = jsonObject();
+    document->set("job", job);
+    send(exchange, document);
 }
 
 void addUpload(Exchange& exchange, Parts& parts) {
@@ -41,18 +21,24 @@ void addUpload(Exchange& exchange, Parts& parts) {
     const std::string language = exchange.parameter("language"); // empty: found from the speech
     if (project.find_first_not_of(" \t\r\n") == std::string::npos) throw HttpError(400, "name a project");
     const fs::path file =
-        receive(exchange, parts.stores.home().root() / "desk" / "media", exchange.parameter("name"));
-    auto document = jsonObject();
-    document->set("job", parts.jobs.add(file, project, language));
-    send(exchange, document);
+        receiveFile(exchange, parts.stores.home().root() / "desk" / "media", exchange.parameter("name"));
+    sendJob(exchange, parts.jobs.add(file, project, language, false));
 }
 
-int jobOf(const Exchange& exchange) {
-    try {
-        return std::stoi(exchange.path.at(2));
-    } catch (const std::exception&) {
-        throw HttpError(404, "there is no such job");
-    }
+/// Replaces a transcript, in the language that is asked for now.
+void transcribeAgain(Exchange& exchange, Parts& parts) {
+    const auto body = exchange.body();
+    const std::string& id = exchange.path.at(2);
+    const Clip clip =
+        parts.stores.with([&](KsNNDatabase& store) { return parts.transcripts.find(store, id); });
+    sendJob(exchange, parts.jobs.add(parts.media.require(id), clip.project.projectName,
+                                     body->optValue<std::string>("language", ""), true));
+}
+
+void indexByMeaning(Exchange& exchange, Parts& parts) {
+    const KsNNProject project =
+        parts.stores.with([&](KsNNDatabase& store) { return requireProject(store, exchange.path.at(2)); });
+    sendJob(exchange, parts.jobs.addIndexing(project.projectName));
 }
 
 /// Server-sent events: the list of jobs whenever it changes.
@@ -81,10 +67,17 @@ void addJobRoutes(Routes& routes, Parts& parts) {
     routes.add("GET", "/api/jobs", [&](Exchange& exchange) { send(exchange, parts.jobs.toJson()); });
     routes.add("GET", "/api/events", [&](Exchange& exchange) { events(exchange, parts); });
     routes.add("POST", "/api/uploads", [&](Exchange& exchange) { addUpload(exchange, parts); });
+    routes.add("DELETE", "/api/jobs", [&](Exchange& exchange) {
+        parts.jobs.forgetEnded();
+        sendNothing(exchange);
+    });
+    routes.add("POST", "/api/projects/*/meaning",
+               [&](Exchange& exchange) { indexByMeaning(exchange, parts); });
+    routes.add("POST", "/api/clips/*/again", [&](Exchange& exchange) { transcribeAgain(exchange, parts); });
     const auto add = [&](const char* method, const char* pattern, void (Jobs::*action)(int)) {
         routes.add(method, pattern, [&parts, action](Exchange& exchange) {
-            (parts.jobs.*action)(jobOf(exchange));
-            parts.transcripts.forget();
+            (parts.jobs.*action)(exchange.identifier());
+            parts.forget();
             sendNothing(exchange);
         });
     };

@@ -1,18 +1,29 @@
 #include "apps/kestrel/desk/Jobs.h"
 
+#include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/clips/MeaningSearch.h"
 #include "apps/kestrel/desk/Http.h"
 
 #include <Poco/JSON/Array.h>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <memory>
+#include <utility>
+
+namespace fs = std::filesystem;
 
 namespace kestrel::desk {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr std::ptrdiff_t kMostEnded = 200;
+/// In the order of `State`.
+constexpr std::array<const char*, 5> kStateNames{"waiting", "running", "done", "failed", "cancelled"};
 
 std::string messageOf(const FileOutcome& outcome) {
     std::string text;
@@ -40,8 +51,12 @@ std::string messageOf(const FileOutcome& outcome) {
 
 } // namespace
 
-Jobs::Jobs(Stores& stores)
-    : mStores(stores), mThread([this](const std::stop_token& stopping) { run(stopping); }) {
+Jobs::Jobs(Stores& stores, std::function<void()> onEnd)
+    : mStores(stores), mOnEnd(std::move(onEnd)), mFile(stores.home().root() / "desk" / "jobs.json") {
+    fs::create_directories(mFile.parent_path());
+    mOwner = FileLock::tryTake(fs::path(mFile).replace_extension(".lock"));
+    if (mOwner) load();
+    mThread = std::jthread([this](const std::stop_token& stopping) { run(stopping); });
 }
 
 Jobs::~Jobs() {
@@ -50,19 +65,11 @@ Jobs::~Jobs() {
 }
 
 const char* Jobs::nameOf(State state) {
-    switch (state) {
-    case State::Waiting:
-        return "waiting";
-    case State::Running:
-        return "running";
-    case State::Done:
-        return "done";
-    case State::Failed:
-        return "failed";
-    case State::Cancelled:
-        return "cancelled";
-    }
-    return "";
+    return kStateNames.at(static_cast<std::size_t>(state));
+}
+
+bool Jobs::hasEnded(const Job& job) {
+    return job.state != State::Waiting && job.state != State::Running;
 }
 
 void Jobs::changed() {
@@ -76,15 +83,97 @@ Jobs::Job& Jobs::find(int id) {
     return found->second;
 }
 
-int Jobs::add(const std::filesystem::path& file, const std::string& project, const std::string& language) {
+/// After a change that the next start of the desk is to know.
+void Jobs::changedState() {
+    auto ended =
+        std::count_if(mJobs.begin(), mJobs.end(), [](const auto& job) { return hasEnded(job.second); });
+    for (auto job = mJobs.begin(); ended > kMostEnded && job != mJobs.end();) {
+        if (!hasEnded(job->second)) {
+            ++job;
+            continue;
+        }
+        job = mJobs.erase(job);
+        --ended;
+    }
+    save();
+    changed();
+}
+
+void Jobs::load() {
+    std::error_code error;
+    if (!fs::exists(mFile, error)) return;
+    try {
+        const auto document = readJson(mFile);
+        for (const auto& value : *document->getArray("jobs")) {
+            const auto stored = value.extract<Poco::JSON::Object::Ptr>();
+            Job job;
+            job.file = stored->getValue<std::string>("file");
+            job.project = stored->getValue<std::string>("project");
+            job.language = stored->getValue<std::string>("language");
+            job.again = stored->getValue<bool>("again");
+            job.message = stored->getValue<std::string>("message");
+            job.clip = stored->getValue<std::string>("clip");
+            const auto name =
+                std::find(kStateNames.begin(), kStateNames.end(), stored->getValue<std::string>("state"));
+            job.state =
+                name == kStateNames.end() ? State::Failed : static_cast<State>(name - kStateNames.begin());
+            if (job.state == State::Running) {
+                job.state = State::Failed;
+                job.message =
+                    "the desk ended before this was done; what is stored stays, try again to resume";
+            }
+            mJobs.emplace(mNext++, std::move(job));
+        }
+    } catch (const std::exception&) {
+        // A list that cannot be read must not keep the desk from starting; it can still be looked at.
+        fs::rename(mFile, fs::path(mFile).replace_extension(".damaged.json"), error);
+    }
+}
+
+void Jobs::save() {
+    if (!mOwner) return;
+    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
+    for (const auto& [id, job] : mJobs) {
+        auto stored = jsonObject();
+        stored->set("file", job.file.string());
+        stored->set("project", job.project);
+        stored->set("language", job.language);
+        stored->set("again", job.again);
+        stored->set("state", nameOf(job.state));
+        stored->set("message", job.message);
+        stored->set("clip", job.clip);
+        list->add(stored);
+    }
+    auto document = jsonObject();
+    document->set("jobs", list);
+    try {
+        replaceFile(mFile, toText(document), 0600);
+    } catch (const std::exception&) {
+        // A full disk is told by the jobs themselves.
+    }
+}
+
+int Jobs::add(Job job) {
     const std::scoped_lock lock(mMutex);
+    const int id = mNext++;
+    mJobs.emplace(id, std::move(job));
+    changedState();
+    return id;
+}
+
+int Jobs::add(const fs::path& file, const std::string& project, const std::string& language, bool again) {
     Job job;
     job.file = file;
     job.project = project;
     job.language = language;
-    mJobs.emplace(mNext, std::move(job));
-    changed();
-    return mNext++;
+    job.again = again;
+    return add(std::move(job));
+}
+
+int Jobs::addIndexing(const std::string& project) {
+    Job job;
+    job.project = project;
+    return add(std::move(job));
 }
 
 void Jobs::cancel(int id) {
@@ -92,7 +181,7 @@ void Jobs::cancel(int id) {
     Job& job = find(id);
     job.isCancelled = true;
     if (job.state == State::Waiting) job.state = State::Cancelled;
-    changed();
+    changedState();
 }
 
 void Jobs::retry(int id) {
@@ -104,22 +193,27 @@ void Jobs::retry(int id) {
     job.isCancelled = false;
     job.message.clear();
     job.fraction = 0.0;
-    changed();
+    changedState();
 }
 
 void Jobs::forget(int id) {
     const std::scoped_lock lock(mMutex);
-    const State state = find(id).state;
-    if (state == State::Waiting || state == State::Running)
-        throw HttpError(409, "the job has not ended: cancel it first");
+    if (!hasEnded(find(id))) throw HttpError(409, "the job has not ended: cancel it first");
     mJobs.erase(id);
-    changed();
+    changedState();
+}
+
+void Jobs::forgetEnded() {
+    const std::scoped_lock lock(mMutex);
+    std::erase_if(mJobs, [](const auto& job) { return hasEnded(job.second); });
+    changedState();
 }
 
 Poco::JSON::Object::Ptr Jobs::toJson(int id, const Job& job) {
     auto object = jsonObject();
     object->set("job", id);
-    object->set("name", job.file.filename().string());
+    object->set("kind", job.file.empty() ? "meaning" : "transcription");
+    object->set("name", job.file.empty() ? job.project : job.file.filename().string());
     object->set("project", job.project);
     object->set("language", job.language);
     object->set("state", nameOf(job.state));
@@ -159,70 +253,90 @@ bool Jobs::waitForChange(std::uint64_t& seen, std::chrono::milliseconds longest)
 void Jobs::run(const std::stop_token& stopping) {
     while (true) {
         int id = 0;
-        TranscriptionSettings settings;
-        std::filesystem::path file;
+        Job job;
         {
             std::unique_lock lock(mMutex);
             auto next = mJobs.end();
             const auto isOneWaiting = [&] {
                 next = std::find_if(mJobs.begin(), mJobs.end(),
-                                    [](const auto& job) { return job.second.state == State::Waiting; });
+                                    [](const auto& known) { return known.second.state == State::Waiting; });
                 return next != mJobs.end();
             };
             if (!mChange.wait(lock, stopping, isOneWaiting) || stopping.stop_requested()) return;
-            Job& job = next->second;
             id = next->first;
-            file = job.file;
-            settings.project = job.project;
-            settings.language = job.language;
-            job.state = State::Running;
-            job.stage = "reading";
-            job.begun = Clock::now();
-            changed();
+            next->second.state = State::Running;
+            next->second.stage = "reading";
+            next->second.begun = Clock::now();
+            job = next->second;
+            changedState();
         }
-        settle(id, transcribe(id, settings, file, stopping));
+        const Callbacks callbacks = callbacksOf(id, stopping);
+        const Ending ending = perform(job, callbacks);
+        if (stopping.stop_requested()) return; // the next start finds it as one that ran
+        mOnEnd();
+        settle(id, ending);
     }
 }
 
-FileOutcome Jobs::transcribe(int id, const TranscriptionSettings& settings, const std::filesystem::path& file,
-                             const std::stop_token& stopping) {
+Callbacks Jobs::callbacksOf(int id, const std::stop_token& stopping) {
     Callbacks callbacks;
-    callbacks.progress = [&](const std::string& stage, double fraction) {
+    callbacks.progress = [this, id](const std::string& stage, double fraction) {
         const std::scoped_lock lock(mMutex);
         Job& job = find(id);
         job.stage = stage;
         job.fraction = std::clamp(fraction, 0.0, 1.0);
         changed();
     };
-    callbacks.notice = [&](const std::string& message) {
+    callbacks.notice = [this, id](const std::string& message) {
         const std::scoped_lock lock(mMutex);
         find(id).stage = message;
         changed();
     };
-    callbacks.cancelled = [&] {
+    callbacks.cancelled = [this, id, &stopping] {
         const std::scoped_lock lock(mMutex);
         return stopping.stop_requested() || find(id).isCancelled;
     };
+    return callbacks;
+}
+
+Jobs::Ending Jobs::perform(const Job& job, const Callbacks& callbacks) {
     try {
-        auto transcriber = mStores.exclusively([&] { return std::make_unique<ClipTranscriber>(settings); });
-        return transcriber->transcribe(file, callbacks);
+        return job.file.empty() ? indexByMeaning(job, callbacks) : transcribe(job, callbacks);
+    } catch (const Cancelled&) {
+        return {State::Cancelled, "", ""};
     } catch (const std::exception& failure) {
-        FileOutcome outcome;
-        outcome.error = failure.what();
-        return outcome;
+        return {State::Failed, failure.what(), ""};
     }
 }
 
-void Jobs::settle(int id, const FileOutcome& outcome) {
+Jobs::Ending Jobs::transcribe(const Job& job, const Callbacks& callbacks) {
+    TranscriptionSettings settings;
+    settings.project = job.project;
+    settings.language = job.language;
+    settings.again = job.again;
+    auto transcriber = mStores.exclusively([&] { return std::make_unique<ClipTranscriber>(settings); });
+    const FileOutcome outcome = transcriber->transcribe(job.file, callbacks);
+    const State state = outcome.status == FileStatus::Failed      ? State::Failed
+                        : outcome.status == FileStatus::Cancelled ? State::Cancelled
+                                                                  : State::Done;
+    return {state, messageOf(outcome), outcome.clip};
+}
+
+Jobs::Ending Jobs::indexByMeaning(const Job& job, const Callbacks& callbacks) {
+    callbacks.report("loading the models", 0.0);
+    const MeaningIndexing done =
+        mStores.withMeaning([&](KsNNDatabase& store) { return indexMeaning(store, job.project, callbacks); });
+    return {State::Done, fmt::format("{} new segments of {} clips", done.segments, done.clips), ""};
+}
+
+void Jobs::settle(int id, const Ending& ending) {
     const std::scoped_lock lock(mMutex);
     Job& job = find(id);
-    job.message = messageOf(outcome);
-    job.clip = outcome.clip;
+    job.state = ending.state;
+    job.message = ending.message;
+    job.clip = ending.clip;
     job.fraction = 1.0;
-    job.state = outcome.status == FileStatus::Failed      ? State::Failed
-                : outcome.status == FileStatus::Cancelled ? State::Cancelled
-                                                          : State::Done;
-    changed();
+    changedState();
 }
 
 } // namespace kestrel::desk

@@ -1,5 +1,5 @@
 #include "apps/kestrel/base/Json.h"
-#include "apps/kestrel/clips/ClipList.h"
+#include "apps/kestrel/clips/MeaningSearch.h"
 #include "apps/kestrel/clips/Membership.h"
 #include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/desk/Parts.h"
@@ -8,19 +8,9 @@
 
 #include <Poco/JSON/Array.h>
 
-#include <set>
-
 namespace kestrel::desk {
 
 namespace {
-
-template <typename Texts>
-Poco::JSON::Array::Ptr arrayOf(const Texts& texts) {
-    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-    for (const std::string& text : texts)
-        list->add(text);
-    return list;
-}
 
 void projects(Exchange& exchange, Parts& parts) {
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
@@ -37,34 +27,10 @@ void projects(Exchange& exchange, Parts& parts) {
     send(exchange, document);
 }
 
-Poco::JSON::Object::Ptr toJson(const ListedClip& clip) {
-    const KsNNClipSummary& stored = clip.stored;
-    std::vector<std::string> projects;
-    for (const KsNNProject& project : stored.projects)
-        projects.push_back(project.projectName);
-    auto object = jsonObject();
-    object->set("clip", stored.mediaGuid);
-    object->set("clipName", stored.clipName);
-    object->set("path", clip.path);
-    object->set("projects", arrayOf(projects));
-    object->set("complete", stored.isComplete);
-    object->set("endMS", stored.endMS);
-    object->set("languages", arrayOf(stored.languages));
-    object->set("speakers", arrayOf(clip.speakers));
-    return object;
-}
-
 void clips(Exchange& exchange, Parts& parts) {
-    ClipFilter filter;
-    filter.project = exchange.parameter("project");
-    const std::vector<ListedClip> listed =
-        parts.stores.with([&](KsNNDatabase& store) { return listClips(store, parts.stores.home(), filter); });
-    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-    for (const ListedClip& clip : listed)
-        list->add(toJson(clip));
-    auto document = jsonObject();
-    document->set("clips", list);
-    send(exchange, document);
+    const Listing::Text text = parts.listing.of(exchange.parameter("project"));
+    exchange.response.setContentType("application/json");
+    exchange.response.sendBuffer(text->data(), text->size());
 }
 
 void languages(Exchange& exchange, Parts& parts) {
@@ -92,7 +58,7 @@ void join(Exchange& exchange, Parts& parts) {
         const Clip clip = parts.transcripts.find(store, exchange.path.at(2));
         document->set("joined", joinProject(store, parts.stores.home(), clip, findProject(store, name)));
     });
-    parts.transcripts.forget();
+    parts.forget();
     send(exchange, document);
 }
 
@@ -103,7 +69,7 @@ void leave(Exchange& exchange, Parts& parts) {
         clip.project = requireProject(store, project);
         leaveProject(store, parts.stores.home(), clip);
     });
-    parts.transcripts.forget();
+    parts.forget();
     sendNothing(exchange);
 }
 
@@ -111,8 +77,27 @@ void deleteClip(Exchange& exchange, Parts& parts) {
     parts.stores.with([&](KsNNDatabase& store) {
         deleteEverywhere(store, parts.stores.home(), parts.transcripts.find(store, exchange.path.at(2)));
     });
-    parts.transcripts.forget();
+    parts.forget();
     sendNothing(exchange);
+}
+
+void removeProject(Exchange& exchange, Parts& parts) {
+    auto document = jsonObject();
+    parts.stores.with([&](KsNNDatabase& store) {
+        const KsNNProject project = requireProject(store, exchange.path.at(2));
+        document->set("removed", deleteProject(store, parts.stores.home(), project, {}));
+    });
+    parts.forget();
+    send(exchange, document);
+}
+
+/// Whether clips can be found by meaning, and if not, why.
+void meaning(Exchange& exchange, Parts& parts) {
+    const std::string problem = parts.stores.with([&](KsNNDatabase& store) { return whyNoMeaning(store); });
+    auto document = jsonObject();
+    document->set("ready", problem.empty());
+    document->set("problem", problem);
+    send(exchange, document);
 }
 
 } // namespace
@@ -122,7 +107,9 @@ void addLibraryRoutes(Routes& routes, Parts& parts) {
         routes.add(method, pattern, [&parts, answer](Exchange& exchange) { answer(exchange, parts); });
     };
     add("GET", "/api/projects", projects);
+    add("DELETE", "/api/projects/*", removeProject);
     add("GET", "/api/languages", languages);
+    add("GET", "/api/meaning", meaning);
     add("GET", "/api/clips", clips);
     add("POST", "/api/clips/*/join", join);
     add("POST", "/api/clips/*/leave", leave);

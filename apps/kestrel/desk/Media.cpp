@@ -1,6 +1,9 @@
 #include "apps/kestrel/desk/Media.h"
 
+#include "apps/kestrel/desk/Http.h"
+
 #include <Poco/String.h>
+#include <fmt/format.h>
 
 namespace fs = std::filesystem;
 
@@ -22,6 +25,18 @@ std::optional<fs::path> Media::fileOf(const std::string& clip) {
     }
     const auto found = mFiles.find(clip);
     return found == mFiles.end() ? std::nullopt : std::optional(found->second);
+}
+
+fs::path Media::require(const std::string& clip) {
+    const auto file = fileOf(clip);
+    if (!file) throw HttpError(404, "the media of this clip is not known here: it was transcribed elsewhere");
+    std::error_code error;
+    if (!fs::is_regular_file(*file, error))
+        throw HttpError(404,
+                        fmt::format("the media file is no longer at {}: put it back, or transcribe it from "
+                                    "where it is now, which keeps the transcript",
+                                    file->string()));
+    return *file;
 }
 
 std::string mediaType(const fs::path& file) {

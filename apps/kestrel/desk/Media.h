@@ -17,6 +17,8 @@ public:
 
     /// Nothing for a clip that the catalogue does not know.
     std::optional<std::filesystem::path> fileOf(const std::string& clip);
+    /// @throws HttpError (404) when it is unknown or no longer there.
+    std::filesystem::path require(const std::string& clip);
 
 private:
     std::filesystem::path mCatalogue;

@@ -2,10 +2,14 @@
 
 #include "apps/kestrel/desk/Derived.h"
 #include "apps/kestrel/desk/Jobs.h"
+#include "apps/kestrel/desk/LastChange.h"
+#include "apps/kestrel/desk/LatestOnly.h"
+#include "apps/kestrel/desk/Listing.h"
 #include "apps/kestrel/desk/Media.h"
 #include "apps/kestrel/desk/Routes.h"
 #include "apps/kestrel/desk/Stores.h"
 #include "apps/kestrel/desk/Transcripts.h"
+#include "apps/kestrel/desk/Transfers.h"
 
 #include <atomic>
 
@@ -14,13 +18,24 @@ namespace kestrel::desk {
 /// What the functions that answer requests work with.
 struct Parts {
     explicit Parts(const Home& home)
-        : stores(home), media(home), derived(home), transcripts(stores), jobs(stores) {}
+        : stores(home), media(home), derived(home), transcripts(stores), listing(stores),
+          jobs(stores, [this] { forget(); }), transfers(home) {}
+
+    /// After a change of the store.
+    void forget() {
+        transcripts.forget();
+        listing.forget();
+    }
 
     Stores stores;
     Media media;
     Derived derived;
     Transcripts transcripts;
+    Listing listing;
     Jobs jobs;
+    Transfers transfers;
+    LatestOnly acrossSearch;
+    LastChange lastChange;                ///< Of speakers.
     std::atomic<bool> isStopping = false; ///< Streams end.
 };
 
@@ -32,5 +47,6 @@ void addJobRoutes(Routes& routes, Parts& parts);
 void addSpeakerRoutes(Routes& routes, Parts& parts);
 void addScriptRoutes(Routes& routes, Parts& parts);
 void addExportRoutes(Routes& routes, Parts& parts);
+void addTransferRoutes(Routes& routes, Parts& parts);
 
 } // namespace kestrel::desk

@@ -1,9 +1,12 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/clips/ProjectSpeakers.h"
+#include "apps/kestrel/clips/SpeakerSnapshot.h"
 #include "apps/kestrel/desk/Parts.h"
 
 #include <Poco/JSON/Array.h>
+
+#include <utility>
 
 namespace kestrel::desk {
 
@@ -31,30 +34,45 @@ void listSpeakers(Exchange& exchange, Parts& parts) {
     send(exchange, document);
 }
 
+/// Changes speakers so that it can be undone, and answers with the number of the change.
+template <typename Change>
+void change(Exchange& exchange, Parts& parts, KsNNDatabase& store, const KsNNProject& project,
+            SpeakerChange touched, Change perform) {
+    SpeakerSnapshot before(store, project, std::move(touched));
+    perform();
+    auto document = jsonObject();
+    document->set("undo", parts.lastChange.keep(std::move(before)));
+    parts.forget();
+    send(exchange, document);
+}
+
 /// Gives a voice of the clip a name: a label gets a speaker, a speaker another name, and two that come to
 /// have the same name become one.
 void nameSpeaker(Exchange& exchange, Parts& parts) {
     const auto body = exchange.body();
     const std::string shown = requiredText(*body, "speaker");
     const std::string name = requiredText(*body, "name");
+    if (shown == name) return send(exchange, jsonObject());
     const Clip clip = clipInProject(parts, exchange.path.at(2));
     parts.stores.with([&](KsNNDatabase& store) {
         ProjectSpeakers speakers(store, clip.project);
         const std::vector<KsNNSpeakerKV> named = speakers.matching(shown);
         const std::vector<KsNNSpeakerKV> wanted = speakers.matching(name);
-        if (shown == name) return;
         if (named.empty()) {
             const std::string label =
                 shown.starts_with(kLabelPrefix) ? shown.substr(kLabelPrefix.size()) : shown;
-            speakers.assignLabel(clip, wanted.empty() ? speakers.create(name) : wanted.front(), label);
+            change(exchange, parts, store, clip.project, {{clip}, wanted, name}, [&] {
+                speakers.assignLabel(clip, wanted.empty() ? speakers.create(name) : wanted.front(), label);
+            });
         } else if (wanted.empty()) {
-            speakers.rename(named.front(), name);
+            change(exchange, parts, store, clip.project, {{}, {named.front()}, ""},
+                   [&] { speakers.rename(named.front(), name); });
         } else {
-            speakers.merge(named.front(), wanted.front());
+            change(exchange, parts, store, clip.project,
+                   {speakers.clipsOf(named.front()), {named.front(), wanted.front()}, ""},
+                   [&] { speakers.merge(named.front(), wanted.front()); });
         }
     });
-    parts.transcripts.forget();
-    sendNothing(exchange);
 }
 
 /// Gives one segment of the clip to a speaker of that name, who may be new.
@@ -66,10 +84,10 @@ void assignSegment(Exchange& exchange, Parts& parts) {
     parts.stores.with([&](KsNNDatabase& store) {
         ProjectSpeakers speakers(store, clip.project);
         const std::vector<KsNNSpeakerKV> wanted = speakers.matching(name);
-        speakers.assignSegment(clip, wanted.empty() ? speakers.create(name) : wanted.front(), segment);
+        change(exchange, parts, store, clip.project, {{clip}, wanted, name}, [&] {
+            speakers.assignSegment(clip, wanted.empty() ? speakers.create(name) : wanted.front(), segment);
+        });
     });
-    parts.transcripts.forget();
-    sendNothing(exchange);
 }
 
 /// Takes a name away in the whole clip, or from one segment.
@@ -81,12 +99,21 @@ void clearSpeaker(Exchange& exchange, Parts& parts) {
     parts.stores.with([&](KsNNDatabase& store) {
         ProjectSpeakers speakers(store, clip.project);
         const KsNNSpeakerKV speaker = speakers.find(shown);
-        if (segment < 0)
-            speakers.clearClip(clip, speaker);
-        else
-            speakers.clearSegment(clip, speaker, segment);
+        change(exchange, parts, store, clip.project, {{clip}, {speaker}, ""}, [&] {
+            if (segment < 0)
+                speakers.clearClip(clip, speaker);
+            else
+                speakers.clearSegment(clip, speaker, segment);
+        });
     });
-    parts.transcripts.forget();
+}
+
+void undo(Exchange& exchange, Parts& parts) {
+    const int number = exchange.body()->optValue("undo", 0);
+    const SpeakerSnapshot before = parts.lastChange.before(number);
+    parts.stores.with([&](KsNNDatabase& store) { before.restore(store); });
+    parts.lastChange.forget(number);
+    parts.forget();
     sendNothing(exchange);
 }
 
@@ -100,6 +127,7 @@ void addSpeakerRoutes(Routes& routes, Parts& parts) {
     add("POST", "/api/clips/*/speakers", nameSpeaker);
     add("POST", "/api/clips/*/speakers/segment", assignSegment);
     add("POST", "/api/clips/*/speakers/clear", clearSpeaker);
+    add("POST", "/api/speakers/undo", undo);
 }
 
 } // namespace kestrel::desk

@@ -1,5 +1,6 @@
 #include "apps/kestrel/desk/Stores.h"
 
+#include "apps/kestrel/clips/MeaningSearch.h"
 #include "apps/kestrel/services/Services.h"
 #include "apps/kestrel/services/Store.h"
 
@@ -18,6 +19,17 @@ std::unique_ptr<KsNNDatabase> Stores::take() {
         if (store->GetURI() == uri) return store;
     }
     return std::make_unique<KsNNDatabase>(uri.c_str(), nullptr, nullptr, nullptr, false);
+}
+
+KsNNDatabase Stores::copyWithMeaning() {
+    const std::string uri = require(mHome, Service::Index).uri;
+    const std::scoped_lock lock(mLoading);
+    if (!mMeaning || mMeaning->GetURI() != uri) {
+        auto loaded = std::make_unique<KsNNDatabase>(uri.c_str(), nullptr, nullptr, nullptr, false);
+        loadMeaningModels(*loaded);
+        mMeaning = std::move(loaded);
+    }
+    return *mMeaning;
 }
 
 void Stores::put(std::unique_ptr<KsNNDatabase> store) {

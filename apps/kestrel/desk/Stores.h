@@ -27,6 +27,15 @@ public:
         return use(*borrowed);
     }
 
+    /// The same with a store object that has the models of search by meaning, which the first call loads.
+    /// @throws Failure that says what is missing.
+    template <typename Use>
+    auto withMeaning(Use use) {
+        const std::shared_lock lock(mSettings);
+        KsNNDatabase store = copyWithMeaning();
+        return use(store);
+    }
+
     /// Calls `change` while nobody uses the store: opening it sets what all store objects of a process share.
     template <typename Change>
     auto exclusively(Change change) {
@@ -38,12 +47,15 @@ public:
 
 private:
     std::unique_ptr<KsNNDatabase> take();
+    KsNNDatabase copyWithMeaning();
     void put(std::unique_ptr<KsNNDatabase> store);
 
     Home mHome;
     std::shared_mutex mSettings;
     std::mutex mMutex;
     std::vector<std::unique_ptr<KsNNDatabase>> mFree;
+    std::mutex mLoading;
+    std::unique_ptr<KsNNDatabase> mMeaning; ///< Copies of it share its models.
 };
 
 } // namespace kestrel::desk

@@ -1,14 +1,15 @@
 #include "apps/kestrel/desk/Transcripts.h"
 
-#include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/desk/Http.h"
 #include "apps/kestrel/services/Store.h"
 
-#include <unicode/unistr.h>
+#include <Poco/JSONString.h>
+#include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace kestrel::desk {
@@ -17,6 +18,10 @@ namespace {
 
 constexpr std::size_t kMostKnown = 8;
 constexpr std::chrono::minutes kLongestMemory{1};
+
+std::string quoted(const std::string& text) {
+    return Poco::toJSON(text);
+}
 
 } // namespace
 
@@ -70,29 +75,42 @@ void Transcripts::forget() {
     mKnown.clear();
 }
 
-Poco::JSON::Object::Ptr toJson(const Passage& passage) {
-    Poco::JSON::Array::Ptr begins = new Poco::JSON::Array;
-    Poco::JSON::Array::Ptr starts = new Poco::JSON::Array;
-    Poco::JSON::Array::Ptr ends = new Poco::JSON::Array;
-    std::int32_t length = 0;
-    for (const TimedWord& word : passage.words) {
-        if (word.spaceBefore && length > 0) ++length;
-        begins->add(length);
-        starts->add(word.startMs);
-        ends->add(word.endMs);
-        length += icu::UnicodeString::fromUTF8(word.text).length();
+std::int32_t utf16Length(std::string_view text) {
+    std::int32_t units = 0;
+    for (const char byte : text) {
+        const auto value = static_cast<unsigned char>(byte);
+        if (value < 0x80 || value >= 0xC0) ++units; // all but the bytes that continue a character
+        if (value >= 0xF0) ++units;                 // beyond the first 65,536 characters: a pair of units
     }
-    auto object = jsonObject();
-    object->set("segment", passage.segment);
-    object->set("startMS", passage.startMs);
-    object->set("endMS", passage.endMs);
-    object->set("speaker", passage.speaker);
-    object->set("language", passage.language);
-    object->set("text", passage.text);
-    object->set("wordBegins", begins);
-    object->set("wordStartsMS", starts);
-    object->set("wordEndsMS", ends);
-    return object;
+    return units;
+}
+
+std::string toJson(std::span<const Passage> passages) {
+    // Written directly: a tree of a hundred thousand words takes longer than all the rest.
+    std::string segments;
+    std::string begins;
+    std::string starts;
+    std::string ends;
+    const auto append = [](std::string& list, std::int64_t number) {
+        fmt::format_to(std::back_inserter(list), "{}{}", list.empty() ? "" : ",", number);
+    };
+    for (const Passage& passage : passages) {
+        fmt::format_to(
+            std::back_inserter(segments),
+            R"({}{{"segment":{},"startMS":{},"endMS":{},"speaker":{},"language":{},"text":{},"words":{}}})",
+            segments.empty() ? "" : ",", passage.segment, passage.startMs, passage.endMs,
+            quoted(passage.speaker), quoted(passage.language), quoted(passage.text), passage.words.size());
+        std::int32_t length = 0;
+        for (const TimedWord& word : passage.words) {
+            if (word.spaceBefore && length > 0) ++length;
+            append(begins, length);
+            append(starts, word.startMs);
+            append(ends, word.endMs);
+            length += utf16Length(word.text);
+        }
+    }
+    return fmt::format(R"("segments":[{}],"wordBegins":[{}],"wordStartsMS":[{}],"wordEndsMS":[{}])", segments,
+                       begins, starts, ends);
 }
 
 } // namespace kestrel::desk

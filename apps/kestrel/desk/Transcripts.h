@@ -4,14 +4,15 @@
 #include "apps/kestrel/desk/Stores.h"
 #include "apps/kestrel/forms/Passage.h"
 
-#include <Poco/JSON/Object.h>
-
 #include <chrono>
+#include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kestrel::desk {
@@ -50,7 +51,11 @@ private:
     std::map<std::string, KsNNProject> mProjects; ///< Where clips were found.
 };
 
-/// Text and words of a passage; the places of words count UTF-16 units, as scripts of pages do.
-Poco::JSON::Object::Ptr toJson(const Passage& passage);
+/// UTF-16 units in which a text is written: scripts of pages count these.
+std::int32_t utf16Length(std::string_view text);
+
+/// Members of a JSON object: `segments`, each with the number of its `words`, and of the words of all
+/// segments `wordBegins` (their places in the texts), `wordStartsMS` and `wordEndsMS`.
+std::string toJson(std::span<const Passage> passages);
 
 } // namespace kestrel::desk

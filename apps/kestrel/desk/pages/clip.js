@@ -1,8 +1,10 @@
 /** A clip: its media with the transcript in step. */
 
 import { api, clipPath } from "./api.js";
-import { alertFailure, announce, button, clock, counted, el, isTyping, languageName, offerUndo } from "./dom.js";
-import { askExport, makeDialog } from "./export.js";
+import {
+  alertFailure, announce, button, clock, counted, el, isTyping, labelled, languageName, makeDialog, offerUndo, showDialog,
+} from "./dom.js";
+import { askExport } from "./export.js";
 import { Player } from "./player.js";
 import { Transcript, highlight } from "./transcript.js";
 import { Wave } from "./wave.js";
@@ -86,7 +88,7 @@ class ClipPage {
   show(clip) {
     document.title = `${clip.clipName} – Kestrel`;
     this.title.textContent = clip.clipName;
-    this.transcript = new Transcript(clip.segments, { onWord: (ms) => this.goTo(ms) });
+    this.transcript = new Transcript(clip, { onWord: (ms) => this.goTo(ms) });
     this.scroller.replaceChildren(this.transcript.element);
     const speech = clip.segments.at(-1)?.endMS ?? 0;
     const languages = [...new Set(clip.segments.map((segment) => segment.language))].filter(Boolean);
@@ -95,6 +97,7 @@ class ClipPage {
       clock(clip.media.durationMS ?? speech),
       languages.map(languageName).join(", "),
       counted(this.transcript.colours.size, "speaker"),
+      counted(clip.segments.length, "line"),
       counted(this.transcript.starts.length, "word"),
       clip.media.startTimecode ? `starts at ${clip.media.startTimecode}` : "",
       clip.complete ? "" : "not complete",
@@ -129,31 +132,33 @@ class ClipPage {
       }))));
   }
 
-  /** Asks for a name; `save` and `clear` return what takes them back, or nothing. */
-  async askWho(title, samples, { value, canClear, save, clear, hint }) {
+  /** Asks for a name; `save` and `clear` perform a change that the desk can undo. */
+  async askWho(title, samples, { value, canClear, save, clear, saved, cleared, hint }) {
     const names = await api.speakers(this.clip).catch(() => []);
-    const name = el("input", { type: "text", list: "names", autocomplete: "off", value });
-    const act = (label, action, properties) => button(label, async () => {
+    const name = el("input", { type: "text", list: "names", autocomplete: "off", value, required: true });
+    const act = async (action, text) => {
       this.dialog.close();
       try {
-        const wanted = name.value.trim();
-        const undo = await action(wanted, names);
+        const { undo } = await action();
         await this.load();
-        if (undo) offerUndo(undo.text, () => undo.action().then(() => this.load()));
+        if (undo) offerUndo(text, () => api.undoSpeakers(undo).then(() => this.load()));
       } catch (failure) {
         alertFailure(failure);
       }
-    }, properties);
-    this.dialog.replaceChildren(
-      el("h2", { id: "dialog-title" }, title),
+    };
+    showDialog(this.dialog, title, [
       el("ul", { class: "members" }, ...samples.map((sample) =>
         el("li", {}, el("span", {}, sample.text), button("Play", () => this.playSample(sample), { "aria-label": `Play at ${clock(sample.startMS)}` })))),
-      el("label", {}, el("span", {}, "Name"), name, el("datalist", { id: "names" }, ...names.map((one) => el("option", { value: one })))),
+      labelled("Name", name, el("datalist", { id: "names" }, ...names.map((one) => el("option", { value: one })))),
       el("p", { class: "hint" }, hint),
-      el("div", { class: "row end" },
-        canClear(names) ? act("Remove the name", clear) : null,
-        button("Cancel", () => this.dialog.close()), act("Save", save, { class: "primary" })));
-    this.dialog.showModal();
+    ], [
+      canClear(names) ? button("Remove the name", () => act(clear, cleared)) : null,
+      button("Cancel", () => this.dialog.close()),
+      button("Save", () => {
+        const wanted = name.value.trim();
+        if (name.reportValidity() && wanted) act(() => save(wanted), saved(wanted));
+      }, { class: "primary" }),
+    ]);
     name.focus();
   }
 
@@ -166,14 +171,9 @@ class ClipPage {
       hint: "A name that is already in use merges the two voices.",
       canClear: (names) => names.includes(speaker),
       clear: () => api.clearSpeaker(this.clip, speaker),
-      save: async (name, names) => {
-        await api.nameSpeaker(this.clip, speaker, name);
-        if (names.includes(name)) return null; // two voices that have become one cannot be told apart again
-        return {
-          text: `${speaker} is now ${name}.`,
-          action: () => (names.includes(speaker) ? api.nameSpeaker(this.clip, name, speaker) : api.clearSpeaker(this.clip, name)),
-        };
-      },
+      cleared: `${speaker} is no longer named here.`,
+      save: (name) => api.nameSpeaker(this.clip, speaker, name),
+      saved: (name) => `${speaker} is now ${name}.`,
     });
   }
 
@@ -187,15 +187,9 @@ class ClipPage {
       hint: `It is ${before}'s now. Other lines keep their voices.`,
       canClear: (names) => names.includes(before),
       clear: () => api.clearSpeaker(this.clip, before, segment.segment),
-      save: async (name, names) => {
-        await api.assignSegment(this.clip, segment.segment, name);
-        return {
-          text: `The line is now ${name}'s.`,
-          action: () => (names.includes(before)
-            ? api.assignSegment(this.clip, segment.segment, before)
-            : api.clearSpeaker(this.clip, name, segment.segment)),
-        };
-      },
+      cleared: `The line is no longer ${before}'s.`,
+      save: (name) => api.assignSegment(this.clip, segment.segment, name),
+      saved: (name) => `The line is now ${name}'s.`,
     });
   }
 
@@ -222,7 +216,7 @@ class ClipPage {
   }
 
   reveal(line) {
-    this.transcript.lines[line].scrollIntoView({ block: "center" });
+    this.transcript.lineElement(line).scrollIntoView({ block: "center" });
   }
 
   goTo(ms) {

@@ -23,6 +23,58 @@ export function button(label, onClick, properties = {}) {
   return el("button", { type: "button", on: { click: onClick }, ...properties }, label);
 }
 
+/** A labelled field. */
+export function labelled(label, field, ...more) {
+  return el("label", {}, el("span", {}, label), field, ...more);
+}
+
+/** A section on which files can be dropped. */
+export function dropZone(label, onFiles, ...children) {
+  const over = (isOver) => zone.classList.toggle("over", isOver);
+  const zone = el("section", {
+    class: "drop", "aria-label": label,
+    on: {
+      dragover: (event) => {
+        event.preventDefault();
+        over(true);
+      },
+      dragleave: () => over(false),
+      drop: (event) => {
+        event.preventDefault();
+        over(false);
+        onFiles([...event.dataTransfer.files]);
+      },
+    },
+  }, ...children);
+  return zone;
+}
+
+/** A chooser of files that is worked by a button of its own. */
+export function fileInput(label, properties, onFiles) {
+  const input = el("input", {
+    type: "file", class: "unseen", tabindex: "-1", "aria-label": label, ...properties,
+    on: {
+      change: () => {
+        const files = [...input.files];
+        input.value = ""; // the same file may be chosen again
+        if (files.length) onFiles(files);
+      },
+    },
+  });
+  return input;
+}
+
+export function makeDialog() {
+  return el("dialog", { "aria-labelledby": "dialog-title" });
+}
+
+/** Fills the dialog and opens it, if it is not open. */
+export function showDialog(dialog, title, content, buttons) {
+  dialog.replaceChildren(el("h2", { id: "dialog-title" }, title), ...content.filter(Boolean),
+    el("div", { class: "row end" }, ...buttons.filter(Boolean)));
+  if (!dialog.open) dialog.showModal();
+}
+
 /** Replaces the options of a select and keeps what is chosen, if it is still there. */
 export function setOptions(select, options) {
   const chosen = select.value;

@@ -1,7 +1,7 @@
 /** Asks in which form something leaves, and hands the file to the browser. */
 
 import { api } from "./api.js";
-import { alertFailure, announce, button, el, memory } from "./dom.js";
+import { alertFailure, announce, button, el, labelled, memory, showDialog } from "./dom.js";
 
 function download(name, text) {
   const address = URL.createObjectURL(new Blob([text], { type: "text/plain" }));
@@ -23,7 +23,7 @@ export async function askExport(dialog, what, request) {
   const handles = el("input", { type: "number", min: "0", max: "60", step: "0.5", value: "1" });
   const edits = el("fieldset", {}, el("legend", {}, "For editing programs"),
     el("label", { class: "check" }, stringOut, el("span", {}, "String-out instead of markers on the whole clip")),
-    el("label", {}, el("span", {}, "Handles of a string-out, in seconds"), handles));
+    labelled("Handles of a string-out, in seconds", handles));
   const showEdits = () => (edits.hidden = !forms.find(({ form: name }) => name === form.value)?.edit);
   form.addEventListener("change", showEdits);
   showEdits();
@@ -42,11 +42,6 @@ export async function askExport(dialog, what, request) {
       alertFailure(failure);
     }
   };
-  dialog.replaceChildren(el("h2", { id: "dialog-title" }, what), el("label", {}, el("span", {}, "Form"), form), edits,
-    el("div", { class: "row end" }, button("Cancel", () => dialog.close()), button("Save", save, { class: "primary" })));
-  dialog.showModal();
-}
-
-export function makeDialog() {
-  return el("dialog", { "aria-labelledby": "dialog-title" });
+  showDialog(dialog, what, [labelled("Form", form), edits],
+    [button("Cancel", () => dialog.close()), button("Save", save, { class: "primary" })]);
 }

@@ -1,12 +1,13 @@
 /** A script beside the takes: where each line is said, and in which take best. */
 
 import { api } from "./api.js";
-import { alertFailure, button, clock, counted, el } from "./dom.js";
-import { askExport, makeDialog } from "./export.js";
+import { alertFailure, button, clock, counted, dropZone, el, fileInput, labelled, makeDialog } from "./dom.js";
+import { askExport } from "./export.js";
 import { Player } from "./player.js";
 import { Transcript, highlight } from "./transcript.js";
 
 const LONGEST_SCRIPT = 900_000;
+const MOST_CLIPS = 200;
 
 class Scripts {
   constructor(root) {
@@ -17,31 +18,13 @@ class Scripts {
   }
 
   build(root) {
-    this.file = el("input", {
-      type: "file", accept: ".txt,.fountain,text/plain", class: "unseen", tabindex: "-1", "aria-label": "Script file",
-      on: { change: () => this.open(this.file.files[0]) },
-    });
+    this.file = fileInput("Script file", { accept: ".txt,.fountain,text/plain" }, ([file]) => this.open(file));
     this.format = el("select", { on: { change: () => this.align() } },
       el("option", { value: "auto" }, "Detect automatically"), el("option", { value: "plain" }, "Plain text"),
       el("option", { value: "screenplay" }, "Screenplay, Fountain"));
     this.name = el("p", { class: "hint" }, "or drop it here.");
-    this.drop = el("section", {
-      class: "drop", "aria-label": "Script",
-      on: {
-        dragover: (event) => {
-          event.preventDefault();
-          this.drop.classList.add("over");
-        },
-        dragleave: () => this.drop.classList.remove("over"),
-        drop: (event) => {
-          event.preventDefault();
-          this.drop.classList.remove("over");
-          this.open(event.dataTransfer.files[0]);
-        },
-      },
-    },
-      this.file, button("Choose a script…", () => this.file.click(), { class: "primary" }),
-      el("label", {}, el("span", {}, "Format"), this.format), this.name);
+    this.drop = dropZone("Script", ([file]) => this.open(file),
+      this.file, button("Choose a script…", () => this.file.click(), { class: "primary" }), labelled("Format", this.format), this.name);
     this.clipFilter = el("input", { type: "search", placeholder: "Filter the clips", "aria-label": "Filter the clips", on: { input: () => this.showClips() } });
     this.clipList = el("ul", { class: "takes", "aria-label": "Takes" });
     this.count = el("p", { class: "count", role: "status" });
@@ -63,7 +46,7 @@ class Scripts {
   async loadClips() {
     try {
       const { clips } = await api.clips("", this.aborter.signal);
-      this.clips = clips.filter((clip) => clip.complete);
+      this.clips = clips.filter((clip) => clip.state === "complete");
       this.chosen = new Set();
       this.showClips();
       this.tell();
@@ -74,11 +57,14 @@ class Scripts {
 
   showClips() {
     const wanted = this.clipFilter.value.trim().toLocaleLowerCase();
-    this.clipList.replaceChildren(...this.clips
-      .filter((clip) => `${clip.clipName} ${clip.projects.join(" ")}`.toLocaleLowerCase().includes(wanted))
+    const shown = this.clips.filter((clip) =>
+      this.chosen.has(clip.clip) || `${clip.clipName} ${clip.projects.join(" ")}`.toLocaleLowerCase().includes(wanted));
+    const rest = shown.length - MOST_CLIPS;
+    this.clipList.replaceChildren(...shown.slice(0, MOST_CLIPS)
       .map((clip) => el("li", {}, el("label", { class: "check" },
         el("input", { type: "checkbox", checked: this.chosen.has(clip.clip), on: { change: (event) => this.choose(clip.clip, event.target.checked) } }),
-        el("span", {}, `${clip.clipName} (${clip.projects.join(", ")}, ${clock(clip.endMS)})`)))));
+        el("span", {}, `${clip.clipName} (${clip.projects.join(", ")}, ${clock(clip.endMS)})`)))),
+    ...(rest > 0 ? [el("li", { class: "hint" }, `and ${rest} more: filter the clips`)] : []));
   }
 
   choose(clip, isChosen) {
@@ -93,7 +79,6 @@ class Scripts {
     this.title = file.name.replace(/\.[^.]*$/, "");
     this.script = await file.text();
     this.name.textContent = file.name;
-    this.file.value = "";
     this.align();
   }
 
@@ -145,12 +130,12 @@ class Scripts {
 
   async play(take) {
     try {
-      const { segments, media } = await api.lines(take.clip, take.segment);
+      const lines = await api.lines(take.clip, take);
       this.panel.hidden = false;
       this.panelTitle.textContent = take.clipName;
-      this.transcript = new Transcript(segments, { onWord: (ms) => this.player.seek(ms) });
+      this.transcript = new Transcript(lines, { onWord: (ms) => this.player.seek(ms) });
       this.around.replaceChildren(this.transcript.element);
-      this.player.load(take.clip, media);
+      this.player.load(take.clip, lines.media);
       this.player.seek(take.startMS);
       this.player.play();
     } catch (failure) {

@@ -1,12 +1,15 @@
 /** Search: hits while typing, walked with the arrows and played at the word. */
 
 import { api } from "./api.js";
-import { alertFailure, announce, button, clock, counted, el, languageName, memory, setOptions } from "./dom.js";
-import { askExport, makeDialog } from "./export.js";
+import { alertFailure, announce, button, clock, counted, el, labelled, languageName, makeDialog, memory, setOptions } from "./dom.js";
+import { askExport } from "./export.js";
 import { Player } from "./player.js";
 import { Transcript, highlight } from "./transcript.js";
 
 const TYPING_PAUSE_MS = 120;
+const ACROSS_PAUSE_MS = 200;
+
+const keyOf = (hit) => `${hit.clip} ${hit.segment} ${hit.startMS} ${hit.matchEnd}`;
 
 export const clipAddress = (clip, ms) => `#/clip/${encodeURIComponent(clip)}?at=${Math.round(ms)}`;
 
@@ -31,7 +34,7 @@ class Search {
     });
     const filter = (label, all, onChange) => {
       const select = el("select", { on: { change: onChange } }, el("option", { value: "" }, all));
-      this.filters.append(el("label", {}, el("span", {}, label), select));
+      this.filters.append(labelled(label, select));
       return select;
     };
     this.filters = el("div", { class: "filters" });
@@ -42,9 +45,12 @@ class Search {
     this.clip = filter("Clip", "All clips", () => this.filter());
     this.speaker = filter("Speaker", "Anyone", () => this.filter());
     this.language = filter("Language", "All languages", () => this.filter());
+    this.by = el("select", { on: { change: () => this.changeKind() } },
+      el("option", { value: "spelling" }, "Spelling"), el("option", { value: "meaning", disabled: true }, "Meaning"));
     this.exact = el("select", { on: { change: () => this.search() } },
       el("option", { value: "60" }, "Tolerate misspellings"), el("option", { value: "100" }, "Exact spelling"));
-    this.filters.append(el("label", {}, el("span", {}, "Match"), this.exact));
+    this.filters.append(labelled("Search by", this.by), labelled("Match", this.exact));
+    this.noMeaning = el("p", { class: "hint", id: "no-meaning", hidden: true });
 
     this.count = el("p", { class: "count" });
     this.dialog = makeDialog();
@@ -62,7 +68,7 @@ class Search {
       el("div", { class: "panel-head" }, this.title, this.open), this.player.element, this.around);
     root.append(
       el("h1", { class: "unseen" }, "Search"),
-      el("div", { class: "search-bar" }, this.field, this.filters),
+      el("div", { class: "search-bar" }, this.field, this.filters, this.noMeaning),
       el("div", { class: "columns" },
         el("section", { class: "results", "aria-label": "Results" },
           el("div", { class: "results-head" }, this.count,
@@ -84,7 +90,30 @@ class Search {
     } catch (failure) {
       alertFailure(failure);
     }
+    await this.loadMeaning();
     if (this.field.value) this.search();
+  }
+
+  /** Search by meaning is offered when there is something to find by it. */
+  async loadMeaning() {
+    try {
+      const { ready, problem } = await api.meaning();
+      this.by.options[1].disabled = !ready;
+      this.by.value = ready ? memory.get("searchBy", "spelling") : "spelling";
+      this.noMeaning.hidden = ready;
+      this.noMeaning.replaceChildren(`Search by meaning: ${problem}. `, el("a", { href: "#/library" }, "Index a project in the library"), ".");
+      if (ready) this.by.removeAttribute("aria-describedby");
+      else this.by.setAttribute("aria-describedby", "no-meaning");
+      this.exact.disabled = this.by.value === "meaning";
+    } catch (failure) {
+      alertFailure(failure);
+    }
+  }
+
+  changeKind() {
+    memory.set("searchBy", this.by.value);
+    this.exact.disabled = this.by.value === "meaning";
+    this.search();
   }
 
   later() {
@@ -101,26 +130,50 @@ class Search {
     const phrase = this.field.value.trim();
     memory.set("phrase", phrase);
     if (!phrase) return this.showHits([]);
+    const query = { phrase, project: this.project.value, threshold: this.exact.value, by: this.by.value };
+    const { signal } = this.aborter;
     try {
-      const { hits } = await api.search({ phrase, project: this.project.value, threshold: this.exact.value },
-        this.aborter.signal);
-      this.showHits(hits);
+      this.showHits((await api.search(query, signal)).hits);
     } catch (failure) {
-      alertFailure(failure);
+      return alertFailure(failure);
     }
+    if (phrase.includes(" ")) this.searchAcross(query, signal);
   }
 
-  showHits(hits) {
+  /** What runs from one line into the next takes longer to find, and joins what is there already. */
+  async searchAcross(query, signal) {
+    await new Promise((resolve) => setTimeout(resolve, ACROSS_PAUSE_MS));
+    if (signal.aborted) return;
+    this.list.setAttribute("aria-busy", "true");
+    try {
+      const { hits } = await api.search({ ...query, across: 1 }, signal);
+      if (hits.map(keyOf).join() !== this.hits.map(keyOf).join()) this.joinHits(hits);
+    } catch (failure) {
+      if (failure.status !== 409) alertFailure(failure); // another window searches
+    }
+    if (!signal.aborted) this.list.setAttribute("aria-busy", "false");
+  }
+
+  /** More hits of the same phrase: what plays goes on, what is active or chosen stays so. */
+  joinHits(hits) {
+    const active = this.shown[this.active];
+    const chosen = new Set(this.chosen().map(keyOf));
+    this.showHits(hits, active && ((hit) => keyOf(hit) === keyOf(active)));
+    this.shown.forEach((hit, i) => chosen.has(keyOf(hit)) && this.choose(i));
+  }
+
+  showHits(hits, isActive) {
     this.hits = hits;
     this.list.setAttribute("aria-busy", "false");
     const choices = (all, pairs) => [["", all], ...[...new Map(pairs)].sort((a, b) => a[1].localeCompare(b[1]))];
     setOptions(this.clip, choices("All clips", hits.map((hit) => [hit.clip, hit.clipName || hit.clip])));
     setOptions(this.speaker, choices("Anyone", hits.filter((hit) => hit.speaker).map((hit) => [hit.speaker, hit.speaker])));
     setOptions(this.language, choices("All languages", hits.map((hit) => [hit.language, languageName(hit.language)])));
-    this.filter();
+    this.filter(isActive);
   }
 
-  filter() {
+  /** `isActive` says which hit is to be active; without it the first, and what plays stops. */
+  filter(isActive) {
     const fits = (select, value) => !select.value || select.value === value;
     this.shown = this.hits.filter((hit) =>
       fits(this.clip, hit.clip) && fits(this.speaker, hit.speaker) && fits(this.language, hit.language));
@@ -128,9 +181,9 @@ class Search {
     this.list.hidden = !this.shown.length;
     this.field.setAttribute("aria-expanded", String(this.shown.length > 0));
     this.active = -1;
-    this.player.pause();
+    if (!isActive) this.player.pause();
     this.showExport();
-    if (this.shown.length) this.select(0);
+    if (this.shown.length) this.select(Math.max(isActive ? this.shown.findIndex(isActive) : 0, 0));
     else this.selectNothing();
   }
 
@@ -139,7 +192,7 @@ class Search {
       el("div", { class: "hit-head" }, el("span", { class: "hit-clip" }, hit.clipName || hit.clip),
         el("span", { class: "hit-who" }, hit.speaker), el("span", { class: "when" }, clock(hit.startMS))),
       el("div", { class: "hit-text", lang: hit.language || null, dir: "auto" }, hit.text.slice(0, hit.matchBegin),
-        el("mark", {}, hit.text.slice(hit.matchBegin, hit.matchEnd)), hit.text.slice(hit.matchEnd)));
+        hit.matchEnd > hit.matchBegin ? el("mark", {}, hit.text.slice(hit.matchBegin, hit.matchEnd)) : null, hit.text.slice(hit.matchEnd)));
   }
 
   selectNothing() {
@@ -174,11 +227,12 @@ class Search {
     this.aroundAborter?.abort();
     this.aroundAborter = new AbortController();
     try {
-      const { segments, media } = await api.lines(hit.clip, hit.segment, this.aroundAborter.signal);
-      this.transcript = new Transcript(segments, { onWord: (ms) => this.playAt(ms) });
+      const lines = await api.lines(hit.clip, hit, this.aroundAborter.signal);
+      const { segments, media } = lines;
+      this.transcript = new Transcript(lines, { onWord: (ms) => this.playAt(ms) });
       this.around.replaceChildren(this.transcript.element);
       const line = segments.findIndex((segment) => segment.segment === hit.segment);
-      highlight("hit", [this.transcript.range(line, hit.matchBegin, hit.matchEnd)]);
+      highlight("hit", line < 0 ? [] : this.transcript.rangesFrom(line, hit.matchBegin, hit.matchEnd));
       this.player.load(hit.clip, media);
       if (this.wanted === hit) this.playAt(hit.startMS);
       else if (!this.player.isPlaying) this.player.seek(hit.startMS);

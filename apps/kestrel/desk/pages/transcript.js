@@ -2,12 +2,16 @@
  * Lines of a transcript on the page.
  *
  * Each line is one text node: words are lit, found and marked by highlights over ranges of it, so that a hundred thousand
- * words need no elements of their own. Lines out of sight are not laid out (`content-visibility`).
+ * words need no elements of their own. Lines come in blocks: those in sight at once, the others while nothing else is to be
+ * done, and blocks out of sight are not laid out (`content-visibility`).
  */
 
 import { clock, el } from "./dom.js";
 
 const SPEAKER_COLOURS = 8;
+const BLOCK = 100;
+const LINE_REM = 1.8; // about the height of a line that has not been laid out
+const whenIdle = window.requestIdleCallback ?? ((work) => setTimeout(work, 20));
 const canHighlight = typeof Highlight === "function" && CSS.highlights !== undefined;
 
 /** Last position in a sorted array whose value is not above `value`; -1 when there is none. */
@@ -23,36 +27,59 @@ export function lastNotAbove(values, value) {
 }
 
 export class Transcript {
-  /** `onWord` is called with the start of the word that is clicked, in milliseconds. */
-  constructor(segments, { onWord }) {
+  /**
+   * `segments`, `wordBegins`, `wordStartsMS`, `wordEndsMS` are those of the desk's answer; `onWord` is called with the start of
+   * the word that is clicked, in milliseconds.
+   */
+  constructor({ segments, wordBegins, wordStartsMS, wordEndsMS }, { onWord }) {
     this.segments = segments;
+    this.begins = wordBegins;
+    this.starts = wordStartsMS;
+    this.ends = wordEndsMS;
     this.colours = new Map();
-    for (const { speaker } of segments) {
+    this.firstWord = new Uint32Array(segments.length + 1);
+    this.lineOf = new Uint32Array(wordBegins.length);
+    segments.forEach(({ speaker, words }, line) => {
       if (!this.colours.has(speaker)) this.colours.set(speaker, this.colours.size % SPEAKER_COLOURS);
-    }
-    this.#index();
-    this.lines = segments.map((segment, i) => this.#line(segment, segments[i - 1]?.speaker));
-    this.element = el("div", { class: "lines", on: { click: (event) => this.#click(event, onWord) } }, ...this.lines);
+      const first = this.firstWord[line];
+      this.firstWord[line + 1] = first + words;
+      this.lineOf.fill(line, first, first + words);
+    });
+    this.lines = new Array(segments.length);
+    this.blocks = Array.from({ length: Math.ceil(segments.length / BLOCK) }, (_, i) => {
+      const block = el("div", { class: "block" });
+      block.style.containIntrinsicSize = `auto ${Math.min(BLOCK, segments.length - i * BLOCK) * LINE_REM}rem`;
+      return block;
+    });
+    this.element = el("div", { class: "lines", on: { click: (event) => this.#click(event, onWord) } }, ...this.blocks);
     this.lit = -1;
+    this.#fill(0);
+    this.#fillWhenIdle();
   }
 
-  /** Words of all lines, one behind the other. */
-  #index() {
-    const count = this.segments.reduce((sum, segment) => sum + segment.wordStartsMS.length, 0);
-    this.starts = new Float64Array(count);
-    this.ends = new Float64Array(count);
-    this.lineOf = new Uint32Array(count);
-    this.firstWord = new Uint32Array(this.segments.length + 1);
-    let word = 0;
-    this.segments.forEach((segment, line) => {
-      this.firstWord[line] = word;
-      for (let i = 0; i < segment.wordStartsMS.length; ++i, ++word) {
-        this.starts[word] = segment.wordStartsMS[i];
-        this.ends[word] = segment.wordEndsMS[i];
-        this.lineOf[word] = line;
-      }
+  /** Makes the lines of a block, once. */
+  #fill(block) {
+    if (this.blocks[block]?.firstChild !== null) return;
+    const first = block * BLOCK;
+    for (let line = first; line < Math.min(first + BLOCK, this.segments.length); ++line) {
+      this.lines[line] = this.#line(this.segments[line], this.segments[line - 1]?.speaker);
+    }
+    this.blocks[block].append(...this.lines.slice(first, first + BLOCK));
+  }
+
+  #fillWhenIdle(block = 1) {
+    if (block >= this.blocks.length) return;
+    whenIdle(() => {
+      if (block > 1 && !this.element.isConnected) return; // another page is shown by now
+      this.#fill(block);
+      this.#fillWhenIdle(block + 1);
     });
-    this.firstWord[this.segments.length] = word;
+  }
+
+  /** The element of a line. */
+  lineElement(line) {
+    this.#fill(Math.floor(line / BLOCK));
+    return this.lines[line];
   }
 
   #line(segment, speakerBefore) {
@@ -67,7 +94,7 @@ export class Transcript {
   }
 
   #text(line) {
-    return this.lines[line].lastChild.firstChild;
+    return this.lineElement(line).lastChild.firstChild;
   }
 
   #click(event, onWord) {
@@ -78,8 +105,7 @@ export class Transcript {
     const at = document.caretPositionFromPoint
       ? document.caretPositionFromPoint(event.clientX, event.clientY)?.offset
       : document.caretRangeFromPoint(event.clientX, event.clientY)?.startOffset;
-    const word = Math.max(lastNotAbove(this.segments[line].wordBegins, at ?? 0), 0);
-    onWord(this.segments[line].wordStartsMS[word]);
+    onWord(this.msAt(line, at ?? 0));
   }
 
   /** The word that is spoken at a time or was last; -1 before the first. */
@@ -87,13 +113,16 @@ export class Transcript {
     return lastNotAbove(this.starts, ms + 1);
   }
 
+  /** Where a word ends in its line, up to the next one. */
+  #endOf(word) {
+    const line = this.lineOf[word];
+    return word + 1 < this.firstWord[line + 1] ? this.begins[word + 1] : this.segments[line].text.length;
+  }
+
   rangeOf(word) {
     const line = this.lineOf[word];
-    const { wordBegins, text } = this.segments[line];
-    const own = word - this.firstWord[line];
-    const end = own + 1 < wordBegins.length ? wordBegins[own + 1] : text.length;
-    const trimmed = text.slice(wordBegins[own], end).trimEnd().length;
-    return this.range(line, wordBegins[own], wordBegins[own] + trimmed);
+    const begin = this.begins[word];
+    return this.range(line, begin, begin + this.segments[line].text.slice(begin, this.#endOf(word)).trimEnd().length);
   }
 
   range(line, begin, end) {
@@ -102,6 +131,18 @@ export class Transcript {
     range.setStart(text, Math.min(begin, text.length));
     range.setEnd(text, Math.min(end, text.length));
     return range;
+  }
+
+  /** Part of the text of several lines, counted from the beginning of the first, with a space between lines. */
+  rangesFrom(line, begin, end) {
+    const ranges = [];
+    for (let from = begin, to = end; line < this.segments.length && to > 0; ++line) {
+      const { length } = this.segments[line].text;
+      if (from < length) ranges.push(this.range(line, from, to));
+      from = Math.max(from - length - 1, 0);
+      to -= length + 1;
+    }
+    return ranges;
   }
 
   /** Lights the word that is spoken; returns its line when that is another than before. */
@@ -114,7 +155,7 @@ export class Transcript {
     const line = word < 0 ? -1 : this.lineOf[word];
     if (line === before) return -1;
     this.lines[before]?.removeAttribute("aria-current");
-    this.lines[line]?.setAttribute("aria-current", "true");
+    if (line >= 0) this.lineElement(line).setAttribute("aria-current", "true");
     return line;
   }
 
@@ -134,21 +175,21 @@ export class Transcript {
 
   /** Start of the word at a place in a line, in milliseconds. */
   msAt(line, offset) {
-    const { wordBegins, wordStartsMS, startMS } = this.segments[line];
-    return wordStartsMS[Math.max(lastNotAbove(wordBegins, offset), 0)] ?? startMS;
+    let word = this.firstWord[line];
+    while (word + 1 < this.firstWord[line + 1] && this.begins[word + 1] <= offset) ++word;
+    return this.starts[word] ?? this.segments[line].startMS;
   }
 
   /** The words spoken between two times, a paragraph for each line. */
   textBetween(fromMs, toMs) {
-    return this.segments
-      .map(({ text, wordBegins, wordStartsMS }) => {
-        const inside = wordBegins.filter((_, i) => wordStartsMS[i] >= fromMs && wordStartsMS[i] < toMs);
-        if (!inside.length) return "";
-        const next = wordBegins[wordBegins.indexOf(inside.at(-1)) + 1] ?? text.length;
-        return text.slice(inside[0], next).trim();
-      })
-      .filter(Boolean)
-      .join("\n");
+    const paragraphs = [];
+    for (let word = Math.max(lastNotAbove(this.starts, fromMs - 1), -1) + 1; word < this.starts.length && this.starts[word] < toMs;) {
+      const line = this.lineOf[word];
+      const begin = this.begins[word];
+      while (word < this.firstWord[line + 1] && this.starts[word] < toMs) ++word;
+      paragraphs.push(this.segments[line].text.slice(begin, this.#endOf(word - 1)).trim());
+    }
+    return paragraphs.join("\n");
   }
 }
 
