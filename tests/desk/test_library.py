@@ -83,10 +83,10 @@ def test_a_clip_joins_leaves_and_is_deleted(browser: Browser, kestrel: Kestrel) 
 
 
 def test_several_clips_are_chosen_in_place(browser: Browser, kestrel: Kestrel) -> None:
-    put(kestrel, *(StoredClip(f"take {number}.mov", "Takes", [Line("Once more.", 0)], complete=number != 3) for number in range(4)))
+    put(kestrel, *(StoredClip(f"shot {number}.mov", "Takes", [Line("Once more.", 0)], complete=number != 3) for number in range(4)))
     browser.open("#/library")
-    browser.wait(lambda: "take 3.mov" in browser.text(".clips"))
-    browser.wait_for(".filters input").send_keys("take ")
+    browser.wait(lambda: "shot 3.mov" in browser.text(".clips"))
+    browser.wait_for(".filters input").send_keys("shot ")
     browser.wait(lambda: len(browser.all(".clips li")) == 4)
     browser.wait_for(".results-head input").send_keys(" ")
     browser.wait_text(".tools", "4 chosen")
@@ -94,10 +94,10 @@ def test_several_clips_are_chosen_in_place(browser: Browser, kestrel: Kestrel) -
     browser.press_button("Add to project…")
     browser.wait_for("dialog input").send_keys("Best")
     browser.press_button("Add")
-    browser.wait_text("#alerts", "take 3.mov: the transcript of")
+    browser.wait_text("#alerts", "shot 3.mov: the transcript of")
     browser.wait(lambda: browser.text(".clips").count("Best, Takes") + browser.text(".clips").count("Takes, Best") == 3)
     browser.press_button("Choose none")
-    for name in ("take 1.mov", "take 2.mov"):
+    for name in ("shot 1.mov", "shot 2.mov"):
         browser.wait_for(f"[aria-label='Choose {name}']").send_keys(" ")
     browser.press_button("Take from project…")
     browser.wait_for("dialog select").send_keys("Takes")
@@ -106,7 +106,7 @@ def test_several_clips_are_chosen_in_place(browser: Browser, kestrel: Kestrel) -
     browser.press_button("Delete…")
     browser.press_button("Delete")
     browser.wait(lambda: len(browser.all(".clips li")) == 2)
-    assert [clip["clipName"] for clip in kestrel.good("clips", "--project", "Takes", "--json").json()["clips"]] == ["take 0.mov", "take 3.mov"]
+    assert [clip["clipName"] for clip in kestrel.good("clips", "--project", "Takes", "--json").json()["clips"]] == ["shot 0.mov", "shot 3.mov"]
 
 
 @pytest.fixture
