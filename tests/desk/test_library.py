@@ -152,6 +152,11 @@ def test_filters_and_axe(browser: Browser) -> None:
     browser.wait(lambda: len(browser.all(".clips li")) >= 3)
     browser.wait_for("summary").click()
     assert browser.violations_everywhere() == []
+    browser.wait_for("summary").click()
+    if len(browser.all(".jobs li")) > 1:
+        browser.press_button("Dismiss all that have ended")
+    for box in browser.all(".clips input")[1:3]:
+        box.send_keys(" ")
     browser.picture("desk-library.png")
     browser.wait_for(".filters input").send_keys("entre")
     browser.wait(lambda: len(browser.all(".clips li")) == 1)

@@ -64,6 +64,7 @@ def test_a_project_leaves_and_comes_back(browser: Browser, kestrel: Kestrel) -> 
     browser.press_button("Import")
     browser.wait_text(".clips", "ferry.mov")
     assert travels(kestrel) == before
+    assert "Travels" in browser.text(".projects"), "called as the file when it is not known here"
 
     import_file(browser, str(file), PHRASE)
     browser.wait_text("dialog", "2 clips replace transcripts of this library")

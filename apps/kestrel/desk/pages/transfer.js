@@ -86,7 +86,7 @@ function planContent(plan) {
 /** Asks for an exchange file, shows what it would change, and imports it. */
 export function askImport(dialog, file, onDone) {
   const phrase = secret();
-  const project = el("input", { type: "text", list: "projects", autocomplete: "off" });
+  const project = el("input", { type: "text", list: "projects", autocomplete: "off", value: file.name.replace(/\.kst$/i, "") });
   const problem = el("p", { class: "state bad", role: "alert" });
   let transfer = 0;
   const request = () => ({ passPhrase: phrase.value, project: project.value.trim() });
