@@ -12,7 +12,7 @@ using namespace kestrelml::detail;
 namespace {
 
 constexpr int kClipsOfPage = 1000;
-constexpr int kValuesOfClip = 100;
+constexpr std::size_t kValuesOfClip = 100;
 /// Services refuse queries of more than about a thousand clauses.
 constexpr std::size_t kClausesOfQuery = 400;
 
@@ -32,28 +32,61 @@ Object::Ptr clipsLike(const KsNNClipQuery& query) {
     return searchFor(allOf(conditions));
 }
 
-/// Counts the segments of each clip by language, by label, and by label and speaker.
+/// Counts the segments by clip; by language and clip; by label and clip; by label, speaker and clip. The few
+/// values stand outside: a bucket for every clip with its own inside would make the answer four times as
+/// long.
 Object::Ptr contentsOf(const std::vector<std::string>& mediaGuids) {
-    Object::Ptr labels = bucketsBy(exact(field::kSpeakerID), kValuesOfClip);
-    labels->set("aggs", object(kSpeakers, bucketsBy(exact(field::kSpeakerGuid), kValuesOfClip)));
-    Object::Ptr clips = bucketsBy(exact(field::kMediaGuid), static_cast<int>(mediaGuids.size()));
-    clips->set("aggs",
-               object({{kLanguages, bucketsBy(exact(field::kLanguage), kValuesOfClip)}, {kLabels, labels}}));
-    return object({{"query", ofAnyClip(mediaGuids)}, {"size", 0}, {"aggs", object(kClips, clips)}});
+    Object::Ptr clips =
+        object(kClips, bucketsBy(exact(field::kMediaGuid), static_cast<int>(mediaGuids.size())));
+    const auto byClip = [&](const char* field) {
+        Object::Ptr values = bucketsBy(exact(field), kMaximumHits);
+        values->set("aggs", clips);
+        return values;
+    };
+    Object::Ptr labels = byClip(field::kSpeakerID);
+    labels->set("aggs", object({{kClips, clips->get(kClips)}, {kSpeakers, byClip(field::kSpeakerGuid)}}));
+    return object({{"query", ofAnyClip(mediaGuids)},
+                   {"size", 0},
+                   {"aggs", object({{kClips, clips->get(kClips)},
+                                    {kLanguages, byClip(field::kLanguage)},
+                                    {kLabels, labels}})}});
 }
 
-std::vector<KsNNClipSpeaker> speakersOf(const Object& clip) {
-    std::vector<KsNNClipSpeaker> speakers;
-    for (const Object::Ptr& label : ObjectsOf(bucketsOf(*objectOf(clip, kLabels)))) {
-        int unassigned = countOf(*label);
-        for (const Object::Ptr& speaker : ObjectsOf(bucketsOf(*objectOf(*label, kSpeakers)))) {
-            speakers.push_back({keyOf(*label), keyOf(*speaker)});
-            unassigned -= countOf(*speaker);
-        }
-        if (unassigned > 0) speakers.push_back({keyOf(*label), ""});
-    }
-    return speakers;
+/// The number of segments that hold each value.
+using Counts = std::map<std::string, int>;
+
+/// The values of most segments first, equal ones in their order.
+std::vector<std::string> mostFrequent(const Counts& counts) {
+    std::vector<std::string> values;
+    for (const auto& [value, count] : counts)
+        values.push_back(value);
+    std::stable_sort(values.begin(), values.end(),
+                     [&](const auto& a, const auto& b) { return counts.at(a) > counts.at(b); });
+    values.resize(std::min(values.size(), kValuesOfClip));
+    return values;
 }
+
+/// What the segments of a clip hold.
+struct Contents {
+    Counts languages;
+    Counts labels;
+    std::map<std::string, Counts> speakers; ///< By label.
+
+    void describe(KsNNClipSummary& clip) const {
+        clip.languages = mostFrequent(languages);
+        for (const std::string& label : mostFrequent(labels)) {
+            int unassigned = labels.at(label);
+            const auto assigned = speakers.find(label);
+            if (assigned != speakers.end()) {
+                for (const std::string& speaker : mostFrequent(assigned->second)) {
+                    clip.speakers.push_back({label, speaker});
+                    unassigned -= assigned->second.at(speaker);
+                }
+            }
+            if (unassigned > 0) clip.speakers.push_back({label, ""});
+        }
+    }
+};
 
 /// Reads what is said of the segments of some clips.
 class ContentsReader {
@@ -72,8 +105,7 @@ public:
         if (mediaGuids.empty()) return KsNN_Success;
         if (const auto code = mOperation.ask("GET", searchPath(mIndex), contentsOf(mediaGuids))) return code;
         const KsNN_ErrorCode counted = mOperation.read([&](const Object& answer) {
-            for (const Object::Ptr& bucket : ObjectsOf(bucketsOf(*aggregationOf(answer, kClips))))
-                count(*bucket);
+            count(answer);
             return KsNN_Success;
         });
         return counted == KsNN_Success ? readEnds() : counted;
@@ -82,13 +114,33 @@ public:
 private:
     using Ends = std::map<int, std::vector<std::string>>; ///< Clips by the number of a segment.
 
-    void count(const Object& bucket) {
-        const auto clip = mClips.find(keyOf(bucket));
-        if (clip == mClips.end()) return;
-        clip->second->segmentCount = countOf(bucket);
-        clip->second->speakers = speakersOf(bucket);
-        for (const Object::Ptr& language : ObjectsOf(bucketsOf(*objectOf(bucket, kLanguages))))
-            clip->second->languages.push_back(keyOf(*language));
+    void count(const Object& answer) {
+        std::map<std::string, Contents> contents;
+        forEachClip(*aggregationOf(answer, kClips),
+                    [](KsNNClipSummary& clip, int segments) { clip.segmentCount = segments; });
+        for (const Object::Ptr& language : ObjectsOf(bucketsOf(*aggregationOf(answer, kLanguages))))
+            forEachClip(*objectOf(*language, kClips), [&](const KsNNClipSummary& clip, int segments) {
+                contents[clip.mediaGuid].languages[keyOf(*language)] = segments;
+            });
+        for (const Object::Ptr& label : ObjectsOf(bucketsOf(*aggregationOf(answer, kLabels)))) {
+            forEachClip(*objectOf(*label, kClips), [&](const KsNNClipSummary& clip, int segments) {
+                contents[clip.mediaGuid].labels[keyOf(*label)] = segments;
+            });
+            for (const Object::Ptr& speaker : ObjectsOf(bucketsOf(*objectOf(*label, kSpeakers))))
+                forEachClip(*objectOf(*speaker, kClips), [&](const KsNNClipSummary& clip, int segments) {
+                    contents[clip.mediaGuid].speakers[keyOf(*label)][keyOf(*speaker)] = segments;
+                });
+        }
+        for (const auto& [mediaGuid, held] : contents)
+            held.describe(*mClips.at(mediaGuid));
+    }
+
+    template <typename Visit>
+    void forEachClip(const Object& clips, Visit visit) const {
+        for (const Object::Ptr& bucket : ObjectsOf(bucketsOf(clips))) {
+            const auto clip = mClips.find(keyOf(*bucket));
+            if (clip != mClips.end()) visit(*clip->second, countOf(*bucket));
+        }
     }
 
     /// From the last segments; of clips whose last segment has no words, from the one before it, and so on.
