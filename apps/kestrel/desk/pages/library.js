@@ -262,7 +262,7 @@ class Library {
     const language = this.language.cloneNode(true);
     language.value = "";
     this.question(`Transcribe ${this.nameOf(clips)} again?`,
-      [labelled("Language", language), el("p", {}, "The new transcript takes the place of the present one once it is whole. Names given to speakers go with the old one.")],
+      [labelled("Language", language), el("p", {}, "The new transcript takes the place of the present one once it is whole. Speakers keep their names.")],
       "Transcribe", { class: "primary" }, () => this.each("Queueing", clips, ({ clip }) => api.again(clip, language.value)));
   }
 
