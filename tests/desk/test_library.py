@@ -75,6 +75,8 @@ def test_a_clip_joins_leaves_and_is_deleted(browser: Browser, kestrel: Kestrel) 
     browser.wait(lambda: browser.text(".jobs").count("librivox_5.wav") == 2)
     browser.wait(lambda: "waiting" not in browser.text(".jobs") and not browser.all(".jobs progress"), "the second has ended")
     assert browser.all(".jobs .bad") == []
+    (clip,) = kestrel.good("clips", "--project", "Second", "--json").json()["clips"]
+    assert clip["projects"] == ["Second"]
     browser.press_button("Manage librivox_5.wav")
     browser.press_button("Delete the transcript…")
     browser.wait_text("dialog", "“Second”")

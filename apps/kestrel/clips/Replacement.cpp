@@ -3,9 +3,11 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Files.h"
 #include "apps/kestrel/base/Json.h"
+#include "apps/kestrel/clips/ClipList.h"
 #include "apps/kestrel/clips/ClipWriter.h"
 #include "apps/kestrel/clips/Membership.h"
 #include "apps/kestrel/clips/SpeakerLookup.h"
+#include "apps/kestrel/clips/SpeakerSnapshot.h"
 #include "apps/kestrel/home/Identity.h"
 #include "apps/kestrel/services/Store.h"
 
@@ -13,6 +15,7 @@
 #include <Poco/TemporaryFile.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <sstream>
 
@@ -89,6 +92,8 @@ struct Pending {
     std::string clip;
     std::vector<KsNNProject> projects;
     std::string exchangeFile;
+    std::vector<KsNNDBEntrySeg>
+        speakers; ///< Number, label and speaker of each segment: an import drops them.
 };
 
 void write(const fs::path& file, const Pending& pending) {
@@ -99,8 +104,17 @@ void write(const fs::path& file, const Pending& pending) {
         object->set("id", project.projectGuid);
         projects->add(object);
     }
+    Poco::JSON::Array::Ptr speakers = new Poco::JSON::Array;
+    for (const KsNNDBEntrySeg& segment : pending.speakers) {
+        auto object = jsonObject();
+        object->set("segment", segment.segment);
+        object->set("label", segment.speakerID);
+        object->set("id", segment.speakerGuid);
+        speakers->add(object);
+    }
     auto document = jsonObject();
     document->set("clip", pending.clip);
+    document->set("speakers", speakers);
     document->set("projects", projects);
     document->set("transcript", pending.exchangeFile);
     replaceFile(file, toText(document), 0600);
@@ -110,7 +124,15 @@ Pending read(const fs::path& file) {
     auto document = readJson(file);
     try {
         Pending pending{
-            document->getValue<std::string>("clip"), {}, document->getValue<std::string>("transcript")};
+            document->getValue<std::string>("clip"), {}, document->getValue<std::string>("transcript"), {}};
+        auto speakers = document->getArray("speakers");
+        for (std::size_t i = 0; speakers && i < speakers->size(); ++i) {
+            auto stored = speakers->getObject(static_cast<unsigned>(i));
+            KsNNDBEntrySeg& segment = pending.speakers.emplace_back();
+            segment.segment = stored->getValue<int>("segment");
+            segment.speakerID = stored->getValue<std::string>("label");
+            segment.speakerGuid = stored->getValue<std::string>("id");
+        }
         auto projects = document->getArray("projects");
         for (std::size_t i = 0; projects && i < projects->size(); ++i) {
             auto project = projects->getObject(static_cast<unsigned>(i));
@@ -143,9 +165,18 @@ void complete(KsNNDatabase& store, const fs::path& file) {
     deleteUnfinished(store, pending.clip);
     check(store.ImportDBContentsFromKST(exchange.path(), project.projectGuid, project.projectName, {}, false),
           store, "the new transcript cannot be stored");
-    // The import files a clip under projects that have other clips, too.
-    for (const KsNNProject& other : pending.projects)
-        joinLocked(store, pending.clip, other);
+    // The import has filed the clip under its first project, and under those of the others that have clips.
+    KsNNClipQuery query;
+    query.mediaGuid = pending.clip;
+    for (const KsNNProject& other : pending.projects) {
+        const std::vector<KsNNClipSummary> stored = findClips(store, query);
+        const bool isMember =
+            !stored.empty() &&
+            std::any_of(stored.front().projects.begin(), stored.front().projects.end(),
+                        [&](const KsNNProject& known) { return known.projectGuid == other.projectGuid; });
+        if (!isMember) joinLocked(store, pending.clip, other);
+    }
+    SpeakerSnapshot(project, {pending.clip, pending.clip, "", project}, pending.speakers).restore(store);
     fs::remove(file);
 }
 
@@ -154,7 +185,7 @@ void complete(KsNNDatabase& store, const fs::path& file) {
 void replaceTranscript(KsNNDatabase& store, const Home& home, const std::string& clip,
                        const KsNNDB_STTClipEntry& entry, const std::vector<KsNNProject>& projects) {
     const fs::path file = fileOf(home, clip);
-    write(file, {clip, projects, exchangeFileOf(store, entry, projects)});
+    write(file, {clip, projects, exchangeFileOf(store, entry, projects), entry.segments});
     try {
         complete(store, file);
     } catch (const Failure& failure) {

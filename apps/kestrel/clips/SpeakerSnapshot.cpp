@@ -16,12 +16,17 @@ SpeakerSnapshot::SpeakerSnapshot(KsNNDatabase& store, KsNNProject project, Speak
     for (const ListedSpeaker& speaker : ProjectSpeakers(store, mProject).list())
         mKnown.insert(speaker.id);
     for (const Clip& clip : mChange.clips)
-        mParts.push_back(partsOf(readClip(store, clip)));
+        mParts.push_back(partsOf(readClip(store, clip).segments));
 }
 
-SpeakerSnapshot::Parts SpeakerSnapshot::partsOf(const KsNNDB_STTClipEntry& entry) {
+SpeakerSnapshot::SpeakerSnapshot(KsNNProject project, Clip clip, const std::vector<KsNNDBEntrySeg>& segments)
+    : mProject(std::move(project)), mParts{partsOf(segments)} {
+    mChange.clips.push_back(std::move(clip));
+}
+
+SpeakerSnapshot::Parts SpeakerSnapshot::partsOf(const std::vector<KsNNDBEntrySeg>& segments) {
     Parts parts;
-    for (const KsNNDBEntrySeg& segment : entry.segments)
+    for (const KsNNDBEntrySeg& segment : segments)
         parts[segment.segment] = {segment.speakerID, hasSpeaker(segment) ? segment.speakerGuid : ""};
     return parts;
 }
@@ -52,7 +57,7 @@ SpeakerSnapshot::Speakers SpeakerSnapshot::restoreSpeakers(KsNNDatabase& store) 
 
 void SpeakerSnapshot::restoreClip(KsNNDatabase& store, const Clip& clip, const Parts& before,
                                   const Speakers& speakers) const {
-    const Parts now = partsOf(readClip(store, clip));
+    const Parts now = partsOf(readClip(store, clip).segments);
     std::set<int> withoutSpeaker;
     std::map<std::string, std::set<int>> bySpeaker;
     for (const auto& [segment, part] : before) {

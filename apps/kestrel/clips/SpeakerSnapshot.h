@@ -27,6 +27,9 @@ public:
     /// @throws Failure; calling again does the rest.
     void restore(KsNNDatabase& store) const;
 
+    /// Who speaks the segments of a clip that is about to be stored without its speakers, as imports do.
+    SpeakerSnapshot(KsNNProject project, Clip clip, const std::vector<KsNNDBEntrySeg>& segments);
+
 private:
     /// Segments of one clip by number: label, and the identifier of the speaker, empty when there is none.
     struct Part {
@@ -36,7 +39,7 @@ private:
     using Parts = std::map<int, Part>;
     using Speakers = std::map<std::string, KsNNSpeakerKV>; ///< By the identifier that they had.
 
-    static Parts partsOf(const KsNNDB_STTClipEntry& entry);
+    static Parts partsOf(const std::vector<KsNNDBEntrySeg>& segments);
     Speakers restoreSpeakers(KsNNDatabase& store) const;
     void restoreClip(KsNNDatabase& store, const Clip& clip, const Parts& before,
                      const Speakers& speakers) const;
