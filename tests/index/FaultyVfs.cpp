@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ranges>
 #include <unistd.h>
 
 namespace kestrel_test {
@@ -33,20 +34,23 @@ std::string nameOf(const File& file) {
     return file.path == nullptr ? std::string() : *file.path;
 }
 
+/// A method that the real file answers.
+template <auto Method, typename... Arguments>
+auto passOn(sqlite3_file* handle, Arguments... arguments) {
+    sqlite3_file* const real = fileOf(handle).real;
+    return (real->pMethods->*Method)(real, arguments...);
+}
+
 /// Remembers a change of the bytes from offset on; without data, that the file is cut there.
-void remember(File& file, std::int64_t offset, const void* data, int amount) {
+void remember(const File& file, std::int64_t offset, const void* data, int amount) {
     if (file.path == nullptr) return;
-    sqlite3_int64 size = 0;
-    file.real->pMethods->xFileSize(file.real, &size);
-    FaultyVfs::Write write{offset, {}, {}, size};
-    const std::int64_t end = data == nullptr ? size : std::min<std::int64_t>(offset + amount, size);
-    write.before.resize(static_cast<std::size_t>(std::max<std::int64_t>(end - offset, 0)));
-    if (!write.before.empty())
-        file.real->pMethods->xRead(file.real, write.before.data(), static_cast<int>(write.before.size()),
-                                   offset);
-    if (data != nullptr)
-        write.after.assign(static_cast<const char*>(data), static_cast<const char*>(data) + amount);
-    file.vfs->stateOf(*file.path).pending.push_back(std::move(write));
+    const auto* const bytes = static_cast<const char*>(data);
+    file.vfs->stateOf(*file.path).pending.push_back({offset, {bytes, bytes + amount}});
+}
+
+std::vector<char> contentOf(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
 }
 
 int closeFile(sqlite3_file* handle) {
@@ -55,10 +59,6 @@ int closeFile(sqlite3_file* handle) {
     std::free(file.real);
     delete file.path;
     return code;
-}
-int readFile(sqlite3_file* handle, void* data, int amount, sqlite3_int64 offset) {
-    File& file = fileOf(handle);
-    return file.real->pMethods->xRead(file.real, data, amount, offset);
 }
 int writeFile(sqlite3_file* handle, const void* data, int amount, sqlite3_int64 offset) {
     File& file = fileOf(handle);
@@ -82,27 +82,11 @@ int syncFile(sqlite3_file* handle, int) {
     if (file.path != nullptr) {
         FaultyVfs::State& state = file.vfs->stateOf(*file.path);
         // The system file system synchronises the folder of a new file too.
-        if (!state.everSynchronised) file.vfs->folderSynchronised();
+        if (!state.onDisk) file.vfs->folderSynchronised();
         state.pending.clear();
-        state.everSynchronised = true;
+        state.onDisk = contentOf(*file.path);
     }
     return SQLITE_OK;
-}
-int fileSize(sqlite3_file* handle, sqlite3_int64* size) {
-    File& file = fileOf(handle);
-    return file.real->pMethods->xFileSize(file.real, size);
-}
-int lockFile(sqlite3_file* handle, int level) {
-    File& file = fileOf(handle);
-    return file.real->pMethods->xLock(file.real, level);
-}
-int unlockFile(sqlite3_file* handle, int level) {
-    File& file = fileOf(handle);
-    return file.real->pMethods->xUnlock(file.real, level);
-}
-int checkReserved(sqlite3_file* handle, int* result) {
-    File& file = fileOf(handle);
-    return file.real->pMethods->xCheckReservedLock(file.real, result);
 }
 int controlFile(sqlite3_file* handle, int operation, void* argument) {
     // Hints about sizes would change files behind our back.
@@ -110,34 +94,30 @@ int controlFile(sqlite3_file* handle, int operation, void* argument) {
     File& file = fileOf(handle);
     return file.real->pMethods->xFileControl(file.real, operation, argument);
 }
-int sectorSize(sqlite3_file* handle) {
-    File& file = fileOf(handle);
-    return file.real->pMethods->xSectorSize(file.real);
-}
 int characteristics(sqlite3_file*) {
     return SQLITE_IOCAP_POWERSAFE_OVERWRITE; // as the system file system: bytes beside a write stay
 }
-int mapShared(sqlite3_file* handle, int page, int size, int extend, void volatile** memory) {
-    File& file = fileOf(handle);
-    return file.real->pMethods->xShmMap(file.real, page, size, extend, memory);
-}
-int lockShared(sqlite3_file* handle, int offset, int n, int flags) {
-    File& file = fileOf(handle);
-    return file.real->pMethods->xShmLock(file.real, offset, n, flags);
-}
-void barrier(sqlite3_file* handle) {
-    File& file = fileOf(handle);
-    file.real->pMethods->xShmBarrier(file.real);
-}
-int unmapShared(sqlite3_file* handle, int remove) {
-    File& file = fileOf(handle);
-    return file.real->pMethods->xShmUnmap(file.real, remove);
-}
 
-const sqlite3_io_methods kMethods{2,           closeFile,   readFile,        writeFile,  truncateFile,
-                                  syncFile,    fileSize,    lockFile,        unlockFile, checkReserved,
-                                  controlFile, sectorSize,  characteristics, mapShared,  lockShared,
-                                  barrier,     unmapShared, nullptr,         nullptr};
+using Methods = sqlite3_io_methods;
+const Methods kMethods{2,
+                       closeFile,
+                       passOn<&Methods::xRead>,
+                       writeFile,
+                       truncateFile,
+                       syncFile,
+                       passOn<&Methods::xFileSize>,
+                       passOn<&Methods::xLock>,
+                       passOn<&Methods::xUnlock>,
+                       passOn<&Methods::xCheckReservedLock>,
+                       controlFile,
+                       passOn<&Methods::xSectorSize>,
+                       characteristics,
+                       passOn<&Methods::xShmMap>,
+                       passOn<&Methods::xShmLock>,
+                       passOn<&Methods::xShmBarrier>,
+                       passOn<&Methods::xShmUnmap>,
+                       nullptr,
+                       nullptr};
 
 FaultyVfs& vfsOf(sqlite3_vfs* vfs) {
     return *static_cast<FaultyVfs*>(vfs->pAppData);
@@ -159,8 +139,8 @@ int openFile(sqlite3_vfs* vfs, const char* name, sqlite3_file* handle, int flags
     file.vfs = &faulty;
     file.path = name == nullptr ? nullptr : new std::string(name);
     // What was there when the test began counts as being on the disk.
-    if (name != nullptr && existed && faulty.stateOf(name).pending.empty())
-        faulty.stateOf(name).everSynchronised = true;
+    if (name != nullptr && existed && !faulty.stateOf(name).onDisk && faulty.stateOf(name).pending.empty())
+        faulty.stateOf(name).onDisk = contentOf(name);
     file.base.pMethods = &kMethods;
     return SQLITE_OK;
 }
@@ -173,32 +153,16 @@ int removeFile(sqlite3_vfs* vfs, const char* name, int syncFolder) {
     return faulty.base()->xDelete(faulty.base(), name, 0);
 }
 
-std::vector<char> contentOf(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
-
 void writeContent(const std::string& path, const std::vector<char>& content) {
     std::ofstream(path, std::ios::binary | std::ios::trunc)
         .write(content.data(), static_cast<std::streamsize>(content.size()));
 }
 
-void put(std::vector<char>& content, std::int64_t offset, const std::vector<char>& bytes) {
-    const std::size_t end = static_cast<std::size_t>(offset) + bytes.size();
-    content.resize(std::max(content.size(), end));
-    std::copy(bytes.begin(), bytes.end(), content.begin() + offset);
-}
-
-void undo(std::vector<char>& content, const FaultyVfs::Write& write) {
-    put(content, write.offset, write.before);
-    content.resize(static_cast<std::size_t>(write.sizeBefore));
-}
-
 void redo(std::vector<char>& content, const FaultyVfs::Write& write) {
-    if (write.after.empty())
-        content.resize(static_cast<std::size_t>(write.offset));
-    else
-        put(content, write.offset, write.after);
+    const auto offset = static_cast<std::size_t>(write.offset);
+    const std::size_t end = offset + write.bytes.size();
+    content.resize(write.bytes.empty() ? end : std::max(content.size(), end));
+    std::copy(write.bytes.begin(), write.bytes.end(), content.begin() + write.offset);
 }
 
 } // namespace
@@ -287,9 +251,8 @@ int FaultyVfs::beforeRename(const std::string& from, const std::string& to) {
     const std::lock_guard lock(mMutex);
     if (before(Operation::Rename, from) != SQLITE_OK) return -1;
     const auto known = mFiles.find(from);
-    const bool onDisk = known == mFiles.end()
-                            ? mSynchronised.contains(from)
-                            : known->second.everSynchronised && known->second.pending.empty();
+    const bool onDisk = known == mFiles.end() ? mSynchronised.contains(from)
+                                              : known->second.onDisk && known->second.pending.empty();
     mRenames.push_back({from, to, std::nullopt, onDisk});
     if (std::filesystem::exists(to)) mRenames.back().replaced = contentOf(to);
     if (known != mFiles.end()) {
@@ -315,29 +278,27 @@ void FaultyVfs::forgetUnsynchronised(std::mt19937& random) {
         if (!std::filesystem::exists(path) && random() % 2 == 0) writeContent(path, content);
     for (const auto& [path, state] : mFiles) {
         if (!std::filesystem::exists(path)) continue;
-        if (!state.everSynchronised) {
+        if (!state.onDisk) {
             std::filesystem::remove(path);
             continue;
         }
-        std::vector<char> content = contentOf(path);
+        std::vector<char> content = *state.onDisk;
         // Blocks reach the disk in any order: some of the later ones may be there without earlier ones.
         const bool keepsSome = random() % 3 != 0;
-        for (auto write = state.pending.rbegin(); write != state.pending.rend(); ++write)
-            undo(content, *write);
         for (const Write& write : state.pending)
             if (keepsSome && random() % 2 == 0) redo(content, write);
         writeContent(path, content);
     }
     for (const auto& [path, state] : mFiles)
         std::filesystem::remove(path + "-shm");
-    for (auto renamed = mRenames.rbegin(); renamed != mRenames.rend(); ++renamed) {
-        if (!renamed->contentOnDisk) writeContent(renamed->to, {});
-        if (random() % 2 == 0 || !std::filesystem::exists(renamed->to)) continue;
-        writeContent(renamed->from, contentOf(renamed->to));
-        if (renamed->replaced)
-            writeContent(renamed->to, *renamed->replaced);
+    for (const Rename& renamed : mRenames | std::views::reverse) {
+        if (!renamed.contentOnDisk) writeContent(renamed.to, {});
+        if (random() % 2 == 0 || !std::filesystem::exists(renamed.to)) continue;
+        writeContent(renamed.from, contentOf(renamed.to));
+        if (renamed.replaced)
+            writeContent(renamed.to, *renamed.replaced);
         else
-            std::filesystem::remove(renamed->to);
+            std::filesystem::remove(renamed.to);
     }
     clear();
 }

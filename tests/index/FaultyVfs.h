@@ -49,12 +49,10 @@ public:
     // For the methods of the files.
     struct Write {
         std::int64_t offset;
-        std::vector<char> before; ///< what lay there; shorter at the end of the file
-        std::vector<char> after;  ///< empty when the file was cut at the offset
-        std::int64_t sizeBefore;
+        std::vector<char> bytes; ///< empty when the file was cut at the offset
     };
     struct State {
-        bool everSynchronised = false;
+        std::optional<std::vector<char>> onDisk; ///< as last synchronised; nothing when it never was
         std::vector<Write> pending;
     };
     /// An SQLite code when the call has to fail.
