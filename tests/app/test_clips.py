@@ -6,7 +6,6 @@ import json
 import re
 import signal
 import subprocess
-import time
 from pathlib import Path
 from typing import Any
 
@@ -23,7 +22,7 @@ Congratulations! You have succesfully installed
 the asterisk open source PBX.
 
 BEN
-A dragon flew over purple mountains yesterday.
+A dragon flew over <purple> mountains & rivers.
 
 ANNA
 ...
@@ -34,12 +33,12 @@ You can use the dial, answer and hang up commands.
 @pytest.fixture(scope="module")
 def video(kestrel: Kestrel, tmp_path_factory: pytest.TempPathFactory) -> Path:
     """Half a minute of speech under a moving picture, transcribed."""
-    file = tmp_path_factory.mktemp("media") / "the visit.mp4"
+    file = tmp_path_factory.mktemp("media") / "the <visit>.mp4"
     make_media(file, "-f", "lavfi", "-i", "testsrc=s=64x64:r=10", "-i", SPEECH / "english_short.wav", "-shortest")
     result = kestrel.good("transcribe", file, "--project", PROJECT, "--language", "en", "--json")
     (clip,) = result.json()["clips"]
-    assert clip["status"] == "transcribed" and clip["segments"] > 1
-    assert re.search(r"\[1/1\] the visit.mp4  transcribing +\d+ %", result.err)
+    assert clip["status"] == "transcribed" and clip["segments"] > 1 and clip["seconds"] > 0
+    assert re.search(r"\[1/1\] the <visit>.mp4  transcribing +\d+ %", result.err)
     return file
 
 
@@ -91,8 +90,7 @@ def test_show_gives_words_with_times(kestrel: Kestrel, video: Path) -> None:
         last = segment["startMS"]
     text = kestrel.good("show", video.name).out
     assert re.search(r"^00:00:0\d\.\d{3}  .*Congratulations", text, re.MULTILINE)
-    unknown = kestrel.run("show", "no such clip")
-    assert unknown.code == 1 and video.name in unknown.err
+    assert video.name in kestrel.fails("show", "no such clip")
 
 
 def test_align_places_spoken_lines_and_shows_the_lost(kestrel: Kestrel, video: Path, tmp_path: Path) -> None:
@@ -107,17 +105,18 @@ def test_align_places_spoken_lines_and_shows_the_lost(kestrel: Kestrel, video: P
     assert lines[0]["word"].startswith("Congratulations") and lines[0]["startMS"] < 1_000
     assert lines[3]["word"].lower() == "you" and 22_000 < lines[3]["startMS"] < 27_000
     html = page.read_text()
-    assert html.count('class="lost"') == 1 and html.count('class="found"') == 3
+    assert html.count('class="lost"') == 1 and html.count('class="found"') == 3 and "3 of 4 script lines found" in html
+    assert "the &lt;visit&gt;.mp4" in html and "over &lt;purple&gt; mountains &amp; rivers.<br><strong>Not found" in html
+    assert f"<time>{lines[0]['timecode']}</time>" in html and 'title="script line 5">Congratulations' in html
+    assert 'href="#word-0-0"' in html and 'id="word-0-0"' in html and "http" not in html, "complete in itself"
     text = kestrel.good("align", script, "--clip", video.name).out.splitlines()
     assert "not found" in text[2] and lines[3]["timecode"] in text[3]
 
     ranged = kestrel.good("align", script, "--clip", video.name, "--range", "18-30", "--json").json()["lines"]
     assert [line["found"] for line in ranged] == [False, False, False, True]
     assert abs(ranged[3]["startMS"] - lines[3]["startMS"]) < 50
-    beyond = kestrel.run("align", script, "--clip", video.name, "--range", "1:00:00-1:00:01")
-    assert beyond.code == 1 and "nothing is said" in beyond.err
-    full = kestrel.run("align", script, "--clip", video.name, "--html", "/dev/full")
-    assert full.code == 1 and "/dev/full: No space left on device" in full.err
+    assert "nothing is said" in kestrel.fails("align", script, "--clip", video.name, "--range", "1:00:00-1:00:01")
+    assert "/dev/full: No space left on device" in kestrel.fails("align", script, "--clip", video.name, "--html", "/dev/full")
 
 
 def test_a_complete_clip_is_skipped_whatever_its_name(kestrel: Kestrel, video: Path, tmp_path: Path) -> None:
@@ -274,9 +273,8 @@ def test_both_engines_give_the_same_transcript(kestrel: Kestrel, video: Path, tm
 
 def test_the_acoustic_model_writes_what_it_hears(kestrel: Kestrel, tmp_path: Path) -> None:
     file = variant(SPEECH / "english_short.wav", tmp_path / "phonemes.wav")
-    refused = kestrel.run("transcribe", file, "--project", PROJECT, "--language", "en", "--engine", "ctc")
-    assert refused.code == 1
-    assert 'no language "en"; there are: "English (phonemes)"' in refused.err
+    refused = kestrel.fails("transcribe", file, "--project", PROJECT, "--language", "en", "--engine", "ctc")
+    assert 'no language "en"; there are: "English (phonemes)"' in refused
     kestrel.good("transcribe", file, "--project", PROJECT, "--language", "English (phonemes)", "--engine", "ctc")
     segments = contents(kestrel, file)["segments"]
     assert len(segments) > 3
@@ -284,14 +282,6 @@ def test_the_acoustic_model_writes_what_it_hears(kestrel: Kestrel, tmp_path: Pat
     assert text.startswith("kængɹæd͡ʒəleɪʃənz ju heɪv səksɛsfəli ɪnstɔld ænd ɛksəkjutɪd")
     times = [time for segment in segments for word in zip(segment["wordStartsMS"], segment["wordEndsMS"]) for time in word]
     assert times == sorted(times) and 25_000 < times[-1] < 31_000
-
-
-def test_conversation_has_its_two_voices(kestrel: Kestrel) -> None:
-    file = SPEECH / "conversation_en.wav"
-    begin = time.monotonic()
-    result = kestrel.good("transcribe", file, "--project", PROJECT, "--language", "en", "--json")
-    assert 0 < result.json()["clips"][0]["seconds"] <= time.monotonic() - begin
-    assert len({segment["speaker"] for segment in contents(kestrel, file)["segments"]}) == 2
 
 
 def packets(file: Path, streams: str) -> list[tuple[float, float]]:

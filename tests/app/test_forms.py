@@ -6,7 +6,6 @@ import csv
 import io
 import json
 import re
-import subprocess
 import xml.etree.ElementTree as ElementTree
 from collections.abc import Callable
 from fractions import Fraction
@@ -122,17 +121,6 @@ def test_subtitles_keep_to_the_options(clips: Kestrel) -> None:
     assert "faster than 5 characters a second" in slow.err
 
 
-@pytest.mark.parametrize("form", ["srt", "vtt"])
-def test_subtitles_play(clips: Kestrel, tmp_path: Path, form: str) -> None:
-    file = tmp_path / f"talk.{form}"
-    dump(clips, "pal.mov", form, "--output", file)
-    probe = ["ffprobe", "-v", "error", "-show_packets", "-of", "json", str(file)]
-    packets = json.loads(subprocess.run(probe, check=True, capture_output=True).stdout)["packets"]
-    times = [(float(packet["pts_time"]), float(packet["duration_time"])) for packet in packets]
-    assert len(times) >= len(TALK)
-    assert all(a + length < b for (a, length), (b, _) in zip(times, times[1:]))
-
-
 def test_tables_text_and_turns(clips: Kestrel) -> None:
     rows = list(csv.DictReader(io.StringIO(dump(clips, "pal.mov", "csv"), newline="")))
     assert [row["text"] for row in rows] == [line.text for line in TALK]
@@ -173,8 +161,7 @@ def test_library_layouts_use_the_clip_s_time_code(clips: Kestrel) -> None:
     assert "[Forms, by hand, pal.mov, 1, complete, tests]" in dump(clips, "pal.mov", "check")
     options = ("--frame-rate", "59.94df", "--start-timecode", "00:00:59;00")
     assert "00:00:59;59 - 00:01:04;51" in dump(clips, "bwf.wav", "text", *options)
-    wrong = clips.run("dump", "pal.mov", "--format", "text", "--frame-rate", "fast")
-    assert wrong.code == 2 and '"fast" is not a frame rate' in wrong.err
+    assert '"fast" is not a frame rate' in clips.fails("dump", "pal.mov", "--format", "text", "--frame-rate", "fast", code=2)
 
 
 Found = list[tuple[str, int, int]]
@@ -237,8 +224,7 @@ def test_edl_has_markers_and_string_outs(clips: Kestrel) -> None:
 
 
 def test_hits_of_several_clips_make_a_string_out(clips: Kestrel) -> None:
-    refused = clips.run("search", "bridge", "--project", PROJECT, "--format", "edl", "--string-out")
-    assert refused.code == 1 and "an EDL has one frame rate" in refused.err
+    assert "an EDL has one frame rate" in clips.fails("search", "bridge", "--project", PROJECT, "--format", "edl", "--string-out")
     timeline = otio.adapters.read_from_string(search(clips, "otio", "--string-out", "--max", 12), "otio_json")
     names = {clip.name for clip in timeline.find_clips()}
     assert names == {"pal.mov", "drop.mov", "film.mov", "bwf.wav"}
@@ -246,8 +232,7 @@ def test_hits_of_several_clips_make_a_string_out(clips: Kestrel) -> None:
         assert clip.media_reference.available_range.contains(clip.source_range)
         assert Path(clip.media_reference.target_url.removeprefix("file://").replace("%20", " ")).name == clip.name
     assert otio.opentime.to_timecode(timeline.global_start_time).startswith("01:00:00")
-    several = clips.run("search", "bridge", "--project", PROJECT, "--format", "srt")
-    assert several.code == 2 and "string-out" in several.err
+    assert "string-out" in clips.fails("search", "bridge", "--project", PROJECT, "--format", "srt", code=2)
     cues = srt_cues(search(clips, "srt", "--string-out", "--max", 12))
     assert all(a[1] <= b[0] for a, b in zip(cues, cues[1:]))
     rows = list(csv.DictReader(io.StringIO(search(clips, "csv"), newline="")))
@@ -275,12 +260,10 @@ def test_script_lines_become_markers(clips: Kestrel, tmp_path: Path) -> None:
 
 def test_a_clip_without_its_media_needs_a_clock(clips: Kestrel, tmp_path: Path) -> None:
     put(clips, StoredClip("gone.mov", PROJECT, TALK, tmp_path / "gone.mov"))
-    refused = clips.run("dump", "gone.mov", "--format", "edl")
-    assert refused.code == 1 and "--frame-rate" in refused.err
+    assert "--frame-rate" in clips.fails("dump", "gone.mov", "--format", "edl")
     assert "10:00:01:00 10:00:" in dump(clips, "gone.mov", "edl", "--string-out", "--start-timecode", "10:00:00:00")
     assert "25 frames a second" in clips.good("dump", "gone.mov", "--format", "text").err
-    full = clips.run("dump", "gone.mov", "--format", "srt", "--output", "/dev/full")
-    assert full.code == 1 and "No space left on device" in full.err
+    assert "No space left on device" in clips.fails("dump", "gone.mov", "--format", "srt", "--output", "/dev/full")
 
 
 def test_every_form_of_nothing(clips: Kestrel) -> None:
@@ -288,5 +271,4 @@ def test_every_form_of_nothing(clips: Kestrel) -> None:
     silence: Any = StoredClip("silence.wav", PROJECT, []).id
     for form in ("srt", "vtt", "ttml", "json", "tsv", "csv", "rttm", "txt", "check", "text", "subtitles"):
         clips.good("dump", silence, "--project", PROJECT, "--format", form)
-    nothing = clips.run("dump", silence, "--project", PROJECT, "--format", "otio", "--frame-rate", 25)
-    assert nothing.code == 1 and "nothing to write" in nothing.err
+    assert "nothing to write" in clips.fails("dump", silence, "--project", PROJECT, "--format", "otio", "--frame-rate", 25)
