@@ -30,11 +30,11 @@ TEST_F(Faults, Meaning) {
     std::string vector = "1";
     for (int i = 1; i < 512; ++i)
         vector += ",0";
-    for (const char* clip : {"own", "shared"}) {
-        mFrames += line("create", KsNNDatabase::getSemanticIndex()) +
-                   flat(R"({"segment": 0, "fileName": "f", "projectName": "p", "framePositionMS": 0,
-                           "imageDescription": "d", "mediaGuid": ")" +
-                        std::string(clip) + R"(", "semanticImageVector": [)" + vector + "]}");
+    for (const std::string clip : {"own", "shared"}) {
+        mFrames += R"({"create": {"_index": ")" + KsNNDatabase::getSemanticIndex() + "\"}}\n" +
+                   R"({"segment": 0, "fileName": "f", "projectName": "p", "framePositionMS": 0, )" +
+                   R"("imageDescription": "d", "mediaGuid": ")" + clip + R"(", "semanticImageVector": [)" +
+                   vector + "]}\n";
     }
     restore();
     expectCleanFailures({"SemanticSearch", withModels([](KsNNDatabase& store) {

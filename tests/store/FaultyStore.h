@@ -7,6 +7,8 @@
 #include <Poco/JSON/Parser.h>
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <set>
 
@@ -66,18 +68,6 @@ protected:
         if (!onlyReads) restore();
     }
 
-    /// A line of a bulk request; the service chooses an empty identifier.
-    static std::string line(const std::string& action, const std::string& index, const std::string& id = "") {
-        return R"({")" + action + R"(": {"_index": ")" + index + "\"" +
-               (id.empty() ? "" : R"(, "_id": ")" + id + "\"") + "}}\n";
-    }
-
-    static std::string flat(const std::string& json) {
-        std::ostringstream line;
-        Poco::JSON::Parser().parse(json).extract<Poco::JSON::Object::Ptr>()->stringify(line);
-        return line.str() + "\n";
-    }
-
     /// Two complete clips of project p, one of them of q also; one clip under way; a lock; two speakers.
     void restore() {
         remove(mOtherIndex);
@@ -85,29 +75,17 @@ protected:
         createIndex(mIndex);
         createIndex(KsNNDatabase::getSpeakerIndex());
         if (!mFrames.empty()) createIndex(KsNNDatabase::getSemanticIndex());
-        std::string bulk;
-        for (const std::string clip : {"own", "shared", "under way"}) {
-            const bool isShared = clip == "shared";
-            const std::string common = R"("mediaGuid": ")" + clip + R"(", "projectGuidList": ["p")" +
-                                       (isShared ? R"(, "q")" : "") +
-                                       R"(], "transcript": "some words", "language": "en", "speakerID": "S0",
-                                       "wordStartsMS": [0, 10], "wordEndsMS": [9, 19]})";
-            const std::string projects =
-                std::string(R"({"projectGuid": "p", "projectName": "Film"})") +
-                (isShared ? R"(, {"projectGuid": "q", "projectName": "Other"})" : "");
-            bulk += line("create", mIndex) + flat(R"({"segment": 0, "schemaVersion": 2, "model": "m",
-                "clipName": "c", "audioTracks": "1", "clientApp": "a", "progressComplete": )" +
-                                                  std::string(clip == "under way" ? "false" : "true") +
-                                                  R"(, "projectList": [)" + projects + "], " + common);
-            bulk += line("create", mIndex) + flat(R"({"segment": 1, "speakerGuid": "ann", )" + common);
-        }
-        bulk += line("create", mIndex, "own") + R"({"KSNNlock": true})" + "\n";
-        bulk += line("create", mIndex, "new") + R"({"KSNNlock": true})" + "\n";
-        for (const std::string speaker : {"ann", "bob"}) {
-            bulk += line("create", KsNNDatabase::getSpeakerIndex(), speaker) +
-                    flat(R"({"speakerName": ")" + speaker +
-                         R"(", "projectList": [{"projectGuid": "p", "projectName": "Film"}]})");
-        }
+        std::ifstream file(KESTREL_STORE_TESTS "/filled_store.txt");
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        const std::string bulk = expanded(
+            text,
+            {{"@index", mIndex},
+             {"@speakers", KsNNDatabase::getSpeakerIndex()},
+             {"@film", R"({"projectGuid": "p", "projectName": "Film"})"},
+             {"@clip",
+              R"("schemaVersion": 2, "model": "m", "clipName": "c", "audioTracks": "1", "clientApp": "a")"},
+             {"@segment", R"("transcript": "some words", "language": "en", "speakerID": "S0",)"
+                          R"("wordStartsMS": [0, 10], "wordEndsMS": [9, 19])"}});
         ASSERT_THAT(mProxy.ask("PUT", "/_bulk", bulk + mFrames), testing::HasSubstr(R"("errors":false)"));
         if (mUsers == Users::Untouched) return;
         removeUsers();
