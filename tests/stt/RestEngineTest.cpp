@@ -51,10 +51,10 @@ struct Operation {
     std::string answer;
     bool acceptsCreated;
     std::string statusMessage;
-    std::string lacking;        ///< Message for an answer that lacks a key, or that refuses.
-    bool textTrueOnly = true;   ///< Whether only the text "true" counts as success.
-    std::string unchecked = ""; ///< Keys that need not be there, or whose absence is an exception.
-    bool saysWhy = true;        ///< Whether the message ends with the error of a refusal.
+    std::string lacking;      ///< Message for an answer that lacks a key, or that refuses.
+    bool textTrueOnly = true; ///< Whether only the text "true" counts as success.
+    std::string unchecked{};  ///< Keys that need not be there, or whose absence is an exception.
+    bool saysWhy = true;      ///< Whether the message ends with the error of a refusal.
 };
 
 // clang-format off

@@ -11,7 +11,7 @@ namespace kestrel_test {
 
 /// A way in which a request can fail.
 struct Fault {
-    const char* name;
+    const char* name = nullptr;
     Reply reply;
     /// The service does what it was asked; only its answer is lost.
     bool isAnswerLost = false;

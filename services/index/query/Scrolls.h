@@ -21,8 +21,8 @@ public:
     struct Limits {
         std::size_t open = 500;
         std::size_t ended = 10'000; ///< remembered, for a last empty page
-        std::size_t foundBytes = 256U * 1024 * 1024;
-        std::size_t keptBytes = 128U * 1024 * 1024;
+        std::size_t foundBytes = std::size_t{256} * 1024 * 1024;
+        std::size_t keptBytes = std::size_t{128} * 1024 * 1024;
     };
 
     explicit Scrolls(DocumentStore& store) : Scrolls(store, Limits()) {}
