@@ -2,6 +2,9 @@
 
 A source that passed leaves a stamp named by a digest of all that its findings depend on: the source, the project's
 headers that it includes, the compiler's arguments, the configuration and the version of clang-tidy.
+
+    python tools/tidy.py --build build-tidy --stamps .deps/tidy-stamps kestrelml tests
+    python tools/tidy.py --build build-tidy --stamps .deps/tidy-stamps --latest 32 kestrelml tests
 """
 
 from __future__ import annotations
@@ -20,11 +23,15 @@ from functools import cache
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[1]
-CONFIGURATION = ROOT / ".clang-tidy"
+CONFIGURATION = ".clang-tidy"
 INCLUDE = re.compile(rb'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
 INCLUDE_FOLDERS = (ROOT, ROOT / "services" / "index")
 OBJECT = re.compile(r"-o \S+\.o ")
 BATCH_SIZE = 8
+# What a source defines outside classes and functions: clang-format leaves such lines without indentation.
+DEFINED = re.compile(
+    r"^(?:TEST(?:_[FP])?\((?P<suite>\w+), (?P<case>\w+)\)|#define (?P<macro>\w+)|using (?P<alias>\w+) ="
+    r"|(?:class|struct|enum class|enum) (?P<type>\w+)|(?!namespace|[A-Z_]+\()(?=\w)[^\n]*?(?P<name>[\w:~]+)(?: =|[({\[]))", re.MULTILINE)
 
 
 @cache
@@ -40,24 +47,58 @@ def included_files(file: Path) -> frozenset[Path]:
     return frozenset(found)
 
 
+@cache
+def configurations(folder: Path) -> tuple[Path, ...]:
+    """The files that configure clang-tidy for the sources of a folder, the nearest first; it inherits from the others."""
+    here = folder / CONFIGURATION
+    above = () if folder == ROOT else configurations(folder.parent)
+    return (here, *above) if here.is_file() else above
+
+
 @dataclass(frozen=True)
 class Batch:
     """Sources that are compiled with the same arguments; `{source}` stands for the file."""
 
     arguments: str
+    configuration: Path
     files: tuple[Path, ...]
 
     def halves(self) -> tuple[Batch, Batch]:
         middle = len(self.files) // 2
-        return Batch(self.arguments, self.files[:middle]), Batch(self.arguments, self.files[middle:])
+        first, second = self.files[:middle], self.files[middle:]
+        return Batch(self.arguments, self.configuration, first), Batch(self.arguments, self.configuration, second)
+
+
+def defined_names(source: Path) -> set[str]:
+    """Names that other sources of a batch may not define too; a few that are none do no harm."""
+    return {".".join(filter(None, match.groups())) for match in DEFINED.finditer(source.read_text(encoding="utf-8"))}
 
 
 def batches(sources: dict[Path, str]) -> list[Batch]:
-    by_arguments: dict[str, list[Path]] = {}
+    made: list[tuple[Batch, set[str]]] = []
     for file, arguments in sources.items():
-        by_arguments.setdefault(arguments, []).append(file)
-    return [Batch(arguments, tuple(files[i:i + BATCH_SIZE]))
-            for arguments, files in by_arguments.items() for i in range(0, len(files), BATCH_SIZE)]
+        names = defined_names(file)
+        alone = Batch(arguments, configurations(file.parent)[0], (file,))
+        for place, (batch, taken) in enumerate(made):
+            fits = len(batch.files) < BATCH_SIZE and not names & taken
+            if fits and (batch.arguments, batch.configuration) == (alone.arguments, alone.configuration):
+                made[place] = (Batch(arguments, alone.configuration, (*batch.files, file)), taken | names)
+                break
+        else:
+            made.append((alone, names))
+    return [batch for batch, _ in made]
+
+
+def latest(sources: dict[Path, str], count: int) -> dict[Path, str]:
+    """Those that changed last, with the header of the same name: in the working tree, else by the commits."""
+    def lines(*command: str) -> list[str]:
+        run = subprocess.run(["git", *command], cwd=ROOT, capture_output=True, text=True, check=False)
+        return run.stdout.splitlines()
+
+    changed = [line[3:] for line in lines("status", "--porcelain", "--untracked-files=all")]
+    changed += lines("log", "--max-count=200", "--name-only", "--format=")
+    files = dict.fromkeys((ROOT / name).with_suffix(".cpp") for name in changed)
+    return {file: sources[file] for file in [file for file in files if file in sources][:count]}
 
 
 class Tidy:
@@ -65,7 +106,7 @@ class Tidy:
         self._build = build
         self._stamps = stamps
         version = subprocess.run(["clang-tidy", "--version"], capture_output=True, check=True).stdout
-        self._common = version + CONFIGURATION.read_bytes()
+        self._version = version
 
     def sources(self, folders: list[str]) -> dict[Path, str]:
         """The sources in these folders of the project with their compiler's arguments."""
@@ -99,12 +140,15 @@ class Tidy:
             command = batch.arguments.replace("{source}", str(source))
             entry = {"directory": str(self._build), "file": str(source), "command": command}
             (Path(folder) / "compile_commands.json").write_text(json.dumps([entry]), encoding="utf-8")
-            run = subprocess.run(["clang-tidy", "--quiet", f"--config-file={CONFIGURATION}", "-p", folder, str(source)],
+            # Below the project's folder, so that what a configuration inherits is found.
+            run = subprocess.run(["clang-tidy", "--quiet", f"--config-file={batch.configuration}", "-p", folder, str(source)],
                                  capture_output=True, text=True, check=False)
         return "" if run.returncode == 0 else run.stdout or run.stderr
 
     def _stamp(self, file: Path, arguments: str) -> Path:
-        digest = hashlib.sha256(self._common)
+        digest = hashlib.sha256(self._version)
+        for configuration in configurations(file.parent):
+            digest.update(configuration.read_bytes())
         digest.update(arguments.replace(str(self._build), "").replace(str(ROOT), "").encode())
         for included in sorted(included_files(file)):
             digest.update(included.read_bytes())
@@ -115,11 +159,14 @@ def main() -> int:
     parser = argparse.ArgumentParser(description=(__doc__ or "").splitlines()[0])
     parser.add_argument("--build", type=Path, required=True, help="folder with compile_commands.json")
     parser.add_argument("--stamps", type=Path, required=True, help="folder for the stamps")
+    parser.add_argument("--latest", type=int, metavar="COUNT", help="only so many sources, those that changed last")
     parser.add_argument("folders", nargs="+", help="folders of the project to look at")
     arguments = parser.parse_args()
     arguments.stamps.mkdir(parents=True, exist_ok=True)
     tidy = Tidy(arguments.build.resolve(), arguments.stamps)
     sources = tidy.sources(arguments.folders)
+    if arguments.latest is not None:
+        sources = latest(sources, arguments.latest)
     unchecked = tidy.unchecked(sources)
     failed = 0
     with ThreadPoolExecutor(os.cpu_count()) as threads:
