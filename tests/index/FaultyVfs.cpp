@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <ranges>
 #include <unistd.h>
 
 namespace kestrel_test {
@@ -291,7 +290,8 @@ void FaultyVfs::forgetUnsynchronised(std::mt19937& random) {
     }
     for (const auto& [path, state] : mFiles)
         std::filesystem::remove(path + "-shm");
-    for (const Rename& renamed : mRenames | std::views::reverse) {
+    std::reverse(mRenames.begin(), mRenames.end());
+    for (const Rename& renamed : mRenames) {
         if (!renamed.contentOnDisk) writeContent(renamed.to, {});
         if (random() % 2 == 0 || !std::filesystem::exists(renamed.to)) continue;
         writeContent(renamed.from, contentOf(renamed.to));

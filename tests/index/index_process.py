@@ -6,15 +6,19 @@ import base64
 import http.client
 import json
 import os
+import re
 import select
 import signal
 import socket
 import ssl
 import subprocess
 import tempfile
+import threading
 import time
 import weakref
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
+from concurrent.futures import ThreadPoolExecutor
+from contextlib import contextmanager
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Optional, Union
@@ -23,6 +27,31 @@ from urllib.parse import urlsplit
 Body = Union[None, str, bytes, dict[str, Any]]
 BINARY = Path(os.environ["KESTREL_BUILD_BIN"]) / "kestrel-index"
 START_SECONDS = 60.0
+
+
+def golden(name: str) -> list[str]:
+    """The lines of a text file beside this one; indented lines continue the line before."""
+    text = (Path(__file__).parent / name).read_text(encoding="utf-8")
+    return [line for line in re.sub(r"\n  +", " ", text).splitlines() if line and not line.startswith("#")]
+
+
+@contextmanager
+def meanwhile(*calls: Callable[[], object]) -> Iterator[None]:
+    """Repeats each call on a thread of its own until the block ends; what one raises is raised there."""
+    ending = threading.Event()
+
+    def repeat(call: Callable[[], object]) -> None:
+        while not ending.is_set():
+            call()
+
+    with ThreadPoolExecutor(len(calls)) as threads:
+        running = [threads.submit(repeat, call) for call in calls]
+        try:
+            yield
+        finally:
+            ending.set()
+    for one in running:
+        one.result()
 
 
 def trusting_context() -> ssl.SSLContext:

@@ -3,14 +3,11 @@
 from __future__ import annotations
 
 import json
-import re
-from collections.abc import Iterator
-from pathlib import Path
 from typing import Any
 
 import pytest
 
-from index_process import Answer, Client
+from index_process import Answer, Client, golden
 
 Document = dict[str, Any]
 
@@ -46,12 +43,15 @@ def sources(answer: Answer, field: str) -> list[Any]:
     return [hit["_source"].get(field) for hit in answer.hits]
 
 
-def conversations() -> Iterator[tuple[str, str]]:
+def conversations() -> list[tuple[str, list[str]]]:
     """Titles and lines of conversations.txt."""
-    text = (Path(__file__).parent / "conversations.txt").read_text(encoding="utf-8")
-    for block in re.sub(r"\n  +", " ", text).split("\n[")[1:]:
-        title, _, lines = block.partition("]\n")
-        yield title, lines.strip()
+    blocks: list[tuple[str, list[str]]] = []
+    for line in golden("conversations.txt"):
+        if line.startswith("["):
+            blocks.append((line, []))
+        else:
+            blocks[-1][1].append(line)
+    return blocks
 
 
 def assert_holds(found: Any, expected: Any) -> None:
@@ -66,9 +66,9 @@ def assert_holds(found: Any, expected: Any) -> None:
         assert found == expected
 
 
-@pytest.mark.parametrize(("title", "lines"), list(conversations()), ids=lambda value: str(value)[:40])
-def test_conversations(client: Client, index: str, title: str, lines: str) -> None:
-    for line in lines.replace("@index", index).splitlines():
+@pytest.mark.parametrize("lines", [pytest.param(lines, id=title) for title, lines in conversations()])
+def test_conversations(client: Client, index: str, lines: list[str]) -> None:
+    for line in (line.replace("@index", index) for line in lines):
         request, _, expected = line.rpartition(" < ")
         method, path, *body = request.split(" ", 2)
         status, _, text = expected.partition(" ")

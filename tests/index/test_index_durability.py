@@ -129,8 +129,8 @@ def test_folder_and_port_are_taken_once(data: Path, tmp_path: Path) -> None:
     service = IndexProcess(data).wait_until_ready()
     code, message = refusal(data)
     assert code == DATA_FOLDER and "in use by another process" in message
-    port = service.uri.rstrip("/").rsplit(":", 1)[1]
-    code, message = refusal(tmp_path / "other", "--port", port)
+    port = service.address[1]
+    code, message = refusal(tmp_path / "other", "--port", str(port))
     assert code == ADDRESS and f"cannot listen on 127.0.0.1:{port}" in message
     assert service.client()("GET", "").status == 200
     assert service.stop() == 0
@@ -179,25 +179,6 @@ def test_foreign_folder_is_refused(data: Path) -> None:
     assert [file.name for file in data.iterdir()] == ["holiday.jpg"]
 
 
-def test_create_is_atomic(service: IndexProcess, index: str) -> None:
-    clients = [service.client() for _ in range(16)]
-    for round_number in range(20):
-        start = threading.Barrier(len(clients))
-        statuses: list[int] = []
-
-        def create(client: Client, number: int = round_number, start: threading.Barrier = start) -> None:
-            start.wait()
-            statuses.append(client("POST", f"{index}/_doc/lock{number}?op_type=create", {"KSNNlock": True}).status)
-
-        threads = [threading.Thread(target=create, args=(client,)) for client in clients]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
-        assert sorted(statuses) == [201] + [409] * (len(clients) - 1)
-
-
 def test_other_addresses_are_not_served(service: IndexProcess) -> None:
-    port = int(service.uri.rstrip("/").rsplit(":", 1)[1])
     with pytest.raises(OSError):
-        socket.create_connection(("127.0.0.2", port), timeout=5)
+        socket.create_connection(("127.0.0.2", service.address[1]), timeout=5)

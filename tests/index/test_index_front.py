@@ -8,14 +8,14 @@ import os
 import socket
 import sqlite3
 import ssl
-import threading
+from collections.abc import Callable
 from contextlib import closing, suppress
 from http.client import HTTPException
 from pathlib import Path
 
 import pytest
 
-from index_process import Client, IndexProcess
+from index_process import Client, IndexProcess, meanwhile
 
 
 def head(service: IndexProcess, authorized: bool, *lines: str) -> bytes:
@@ -140,31 +140,25 @@ def test_failed_logins_are_logged(data: Path) -> None:
 
 def test_guesses_do_not_hold_up_a_login(service: IndexProcess, client: Client) -> None:
     """A login waits for the guesses that are being checked, not for all that wait."""
-    guessers, ending, checked = 40, threading.Event(), [0]
-    lock = threading.Lock()
+    assert client("PUT", "_security/user/late", {"password": "late password", "roles": ["superuser"]}).status == 200
+    checked = [0] * 40
 
-    def guess() -> None:
+    def guessing(number: int) -> Callable[[], None]:
         guesser = service.client("kestrel_admin", os.urandom(8).hex())
-        while not ending.is_set():
+
+        def guess() -> None:
             with suppress(OSError, HTTPException):  # may have to give way
                 assert guesser("GET", "").status == 401
-            with lock:
-                checked[0] += 1
+            checked[number] += 1
 
-    threads = [threading.Thread(target=guess) for _ in range(guessers)]
-    for thread in threads:
-        thread.start()
-    assert client("PUT", "_security/user/late", {"password": "late password", "roles": ["superuser"]}).status == 200
-    try:
-        while checked[0] < 3:
+        return guess
+
+    with meanwhile(*map(guessing, range(len(checked)))):
+        while sum(checked) < 3:
             pass
-        before = checked[0]
+        before = sum(checked)
         assert service.client("late", "late password")("GET", "").status == 200
-        assert checked[0] - before < guessers / 2
-    finally:
-        ending.set()
-        for thread in threads:
-            thread.join()
+        assert sum(checked) - before < len(checked) / 2
     client("DELETE", "_security/user/late")
 
 
