@@ -3,8 +3,8 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/home/Identity.h"
+#include "tests/app/TestMedia.h"
 
-#include <Poco/TemporaryFile.h>
 #include <gmock/gmock.h>
 
 #include <fstream>
@@ -14,17 +14,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class FilesTest : public testing::Test {
+class FilesTest : public TestMedia {
 protected:
-    FilesTest() : mFolder(Poco::TemporaryFile::tempName()) { fs::create_directories(mFolder); }
-    ~FilesTest() override { fs::remove_all(mFolder); }
-
     fs::path write(const char* name, const std::string& text) const {
         std::ofstream(mFolder / name) << text;
         return mFolder / name;
     }
-
-    fs::path mFolder;
 };
 
 TEST_F(FilesTest, ReplacingIsForTheOwnerAloneAndLeavesNothingBehind) {

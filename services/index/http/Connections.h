@@ -10,8 +10,8 @@ namespace kestrel::index {
 /// Limits on clients and their requests.
 struct Limits {
     std::size_t clients = 256;
-    std::size_t requestBytes = 100U * 1024 * 1024;
-    std::size_t memoryBytes = 1024U * 1024 * 1024; ///< of all requests together
+    std::size_t requestBytes = std::size_t{100} * 1024 * 1024;
+    std::size_t memoryBytes = std::size_t{1024} * 1024 * 1024; ///< of all requests together
     std::chrono::seconds handshake{20};
     std::chrono::seconds header{
         20}; ///< from the first byte of a request, or the handshake, to the end of its headers
