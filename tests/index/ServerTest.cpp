@@ -24,12 +24,13 @@ namespace asio = boost::asio;
 
 class SlowClients : public testing::Test {
 protected:
-    SlowClients() : folder(std::filesystem::path(testing::TempDir()) / fmt::format("server-{}", ::getpid())) {
-        std::filesystem::remove_all(folder);
-        std::filesystem::create_directories(folder);
-        ensureCertificate(folder / "certificate.pem", folder / "private-key.pem");
+    SlowClients()
+        : mFolder(std::filesystem::path(testing::TempDir()) / fmt::format("server-{}", ::getpid())) {
+        std::filesystem::remove_all(mFolder);
+        std::filesystem::create_directories(mFolder);
+        ensureCertificate(mFolder / "certificate.pem", mFolder / "private-key.pem");
     }
-    ~SlowClients() override { std::filesystem::remove_all(folder); }
+    ~SlowClients() override { std::filesystem::remove_all(mFolder); }
 
     /// All that the server sends to a client that sends no more than the text.
     static std::string answerTo(std::string_view sent, const Server& server) {
@@ -45,20 +46,20 @@ protected:
         return answer;
     }
 
-    std::filesystem::path folder;
+    std::filesystem::path mFolder;
 };
 
 } // namespace
 
 TEST_F(SlowClients, AreToldWhyTheirConnectionEnds) {
-    DocumentStore store(folder / "documents.db");
+    DocumentStore store(mFolder / "documents.db");
     Scrolls scrolls(store);
     WriteQueue writes(store, scrolls);
     Users users(store, writes);
     Authenticator authenticator(users);
     const Router router;
     Server::Options options{
-        .certificate = folder / "certificate.pem", .privateKey = folder / "private-key.pem", .limits = {}};
+        .certificate = mFolder / "certificate.pem", .privateKey = mFolder / "private-key.pem", .limits = {}};
     options.limits.header = std::chrono::seconds(1);
     const Server server(options, router, authenticator);
     for (const std::string_view sent : {"", "GET / HTTP/1.1\r\nHost: x"})

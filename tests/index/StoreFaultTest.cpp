@@ -147,13 +147,14 @@ std::map<std::string, int> present(const History& history) {
 
 class StoreFaults : public testing::Test {
 protected:
-    StoreFaults() : folder(std::filesystem::path(testing::TempDir()) / fmt::format("faults-{}", ::getpid())) {
-        std::filesystem::remove_all(folder);
-        std::filesystem::create_directories(folder);
+    StoreFaults()
+        : mFolder(std::filesystem::path(testing::TempDir()) / fmt::format("faults-{}", ::getpid())) {
+        std::filesystem::remove_all(mFolder);
+        std::filesystem::create_directories(mFolder);
         spdlog::set_level(spdlog::level::off);
     }
     ~StoreFaults() override {
-        std::filesystem::remove_all(folder);
+        std::filesystem::remove_all(mFolder);
         spdlog::set_level(spdlog::level::info);
     }
 
@@ -176,14 +177,14 @@ protected:
         EXPECT_EQ(found, present(history));
     }
 
-    std::filesystem::path folder;
+    std::filesystem::path mFolder;
     void clearFolder() {
-        std::filesystem::remove_all(folder);
-        std::filesystem::create_directories(folder);
-        vfs.startAgain();
+        std::filesystem::remove_all(mFolder);
+        std::filesystem::create_directories(mFolder);
+        mVfs.startAgain();
     }
 
-    FaultyVfs vfs;
+    FaultyVfs mVfs;
 };
 
 } // namespace
@@ -194,7 +195,7 @@ TEST_F(StoreFaults, PowerCutsLoseNothingAcknowledged) {
     for (int round = 0; round < rounds(15); ++round) {
         std::vector<std::unique_ptr<Writer>> writers;
         {
-            Service service(folder);
+            Service service(mFolder);
             for (unsigned i = 0; i < 3; ++i)
                 writers.push_back(std::make_unique<Writer>(service, fmt::format("w{}", i), random()));
             std::vector<std::thread> threads;
@@ -206,18 +207,18 @@ TEST_F(StoreFaults, PowerCutsLoseNothingAcknowledged) {
             const int wanted = static_cast<int>(random() % 60);
             while (writers[0]->count() + writers[1]->count() + writers[2]->count() < wanted)
                 std::this_thread::yield();
-            vfs.cutPower();
+            mVfs.cutPower();
             for (std::thread& thread : threads)
                 thread.join();
         }
-        vfs.forgetUnsynchronised(random);
+        mVfs.forgetUnsynchronised(random);
         std::vector<History> inDoubt;
         for (const auto& writer : writers) {
             for (const auto& [id, value] : writer->acknowledged)
                 history[id] = value;
             inDoubt.push_back(writer->inDoubt);
         }
-        Service service(folder);
+        Service service(mFolder);
         expectHistory(service.contents(), history, inDoubt);
         if (HasFailure()) FAIL() << "round " << round;
     }
@@ -235,22 +236,22 @@ TEST_F(StoreFaults, TheNthFailureLeavesWhatWasAcknowledged) {
             History history;
             std::vector<History> inDoubt;
             {
-                Service service(folder);
+                Service service(mFolder);
                 Writer writer(service, "w", static_cast<unsigned>(n));
                 for (int i = 0; i < 5; ++i)
                     ASSERT_TRUE(writer.writeOnce());
-                vfs.failAt(operation, n);
+                mVfs.failAt(operation, n);
                 for (int i = 0; i < 30; ++i)
                     if (!writer.writeOnce() && !writer.inDoubt.empty())
                         inDoubt.push_back(std::exchange(writer.inDoubt, {}));
                 history = writer.acknowledged;
                 // What is seen now is what was acknowledged; a write in doubt is not shown before it is
                 // certain.
-                vfs.failAt(Operation::None, 0);
+                mVfs.failAt(Operation::None, 0);
                 EXPECT_EQ(service.contents(), present(history));
             }
-            failures += vfs.hasFailed() ? 1 : 0;
-            Service service(folder);
+            failures += mVfs.hasFailed() ? 1 : 0;
+            Service service(mFolder);
             expectHistory(service.contents(), history, inDoubt);
             Writer later(service, "later", 1);
             EXPECT_TRUE(later.writeOnce());
@@ -264,8 +265,8 @@ TEST_F(StoreFaults, TheNthFailureLeavesWhatWasAcknowledged) {
 TEST_F(StoreFaults, AFirstStartThatIsCutShortIsCompletedByTheNext) {
     using Operation = FaultyVfs::Operation;
     std::mt19937 random(7);
-    start(folder);
-    const std::vector<FaultyVfs::Call> calls = vfs.firstCalls();
+    start(mFolder);
+    const std::vector<FaultyVfs::Call> calls = mVfs.firstCalls();
     ASSERT_THAT(calls, testing::SizeIs(testing::Gt(10)));
     for (const bool power : {true, false}) {
         for (const auto& [operation, call] : calls) {
@@ -275,17 +276,17 @@ TEST_F(StoreFaults, AFirstStartThatIsCutShortIsCompletedByTheNext) {
                 continue;
             SCOPED_TRACE(fmt::format("{}, call {}", power ? "power cut" : "failure", call));
             clearFolder();
-            power ? vfs.cutPowerAt(call) : vfs.failAt(Operation::Any, call);
+            power ? mVfs.cutPowerAt(call) : mVfs.failAt(Operation::Any, call);
             try {
-                start(folder);
+                start(mFolder);
             } catch (const std::exception&) {
             }
-            EXPECT_TRUE(vfs.hasFailed());
-            if (power) vfs.forgetUnsynchronised(random);
-            vfs.failAt(Operation::None, 0);
+            EXPECT_TRUE(mVfs.hasFailed());
+            if (power) mVfs.forgetUnsynchronised(random);
+            mVfs.failAt(Operation::None, 0);
             ASSERT_NO_THROW({
-                const std::unique_ptr<Users> users = start(folder);
-                std::ifstream file(folder / "administrator.json");
+                const std::unique_ptr<Users> users = start(mFolder);
+                std::ifstream file(mFolder / "administrator.json");
                 EXPECT_TRUE(users->verify(Users::kAdministrator, Json::parse(file).at("password")));
             });
         }
@@ -294,29 +295,29 @@ TEST_F(StoreFaults, AFirstStartThatIsCutShortIsCompletedByTheNext) {
 
 TEST_F(StoreFaults, AFileHasItsNewContentOrItsOldOneAfterAPowerCut) {
     std::mt19937 random(3);
-    const std::filesystem::path file = folder / "file";
+    const std::filesystem::path file = mFolder / "file";
     for (int n = 1; n <= 3 * 8; ++n) {
         writeFileAtomically(file, "old");
         bool written = true;
-        vfs.cutPowerAt(n % 4 + 1); // the file, the rename, the folder, none of them
+        mVfs.cutPowerAt(n % 4 + 1); // the file, the rename, the folder, none of them
         try {
             writeFileAtomically(file, "new");
         } catch (const std::exception&) {
             written = false;
         }
-        vfs.forgetUnsynchronised(random);
+        mVfs.forgetUnsynchronised(random);
         std::ifstream stream(file);
         const std::string content{std::istreambuf_iterator<char>(stream), {}};
         EXPECT_TRUE(content == "new" || (content == "old" && !written)) << content;
     }
-    vfs.failAt(FaultyVfs::Operation::Rename, 1);
+    mVfs.failAt(FaultyVfs::Operation::Rename, 1);
     EXPECT_THROW(writeFileAtomically(file, "newer"), std::exception);
 }
 
 TEST_F(StoreFaults, WritesThatCannotBePublishedAreThereAfterARestart) {
     std::map<std::string, int> expected;
     {
-        Service service(folder);
+        Service service(mFolder);
         Writer writer(service, "w", 1);
         for (int i = 0; i < 5; ++i)
             ASSERT_TRUE(writer.writeOnce());
@@ -334,11 +335,11 @@ TEST_F(StoreFaults, WritesThatCannotBePublishedAreThereAfterARestart) {
         EXPECT_EQ(statusOf([&] { matchingRows(index, service.store, Json()); }), 503);
     }
     expected["unpublished"] = 1;
-    EXPECT_EQ(Service(folder).contents(), expected);
+    EXPECT_EQ(Service(mFolder).contents(), expected);
 }
 
 TEST_F(StoreFaults, ScrollsHoldABoundedAmountOfMemory) {
-    Service service(folder, {.open = 9, .ended = 2, .foundBytes = 7000, .keptBytes = 10'000});
+    Service service(mFolder, {.open = 9, .ended = 2, .foundBytes = 7000, .keptBytes = 10'000});
     const IndexPtr index = service.catalogue.getOrCreate("test");
     const auto write = [&](int documents, int value) {
         service.writes.run([&](WriteBatch& batch) {
@@ -375,11 +376,11 @@ TEST_F(StoreFaults, ScrollsHoldABoundedAmountOfMemory) {
 }
 
 TEST_F(StoreFaults, AfterAFailedSyncTheServiceIsReadOnlyAndSaysSo) {
-    Service service(folder);
+    Service service(mFolder);
     Writer writer(service, "w", 1);
     ASSERT_TRUE(writer.writeOnce());
     const auto before = service.contents();
-    vfs.failAt(FaultyVfs::Operation::Sync, 1);
+    mVfs.failAt(FaultyVfs::Operation::Sync, 1);
     EXPECT_FALSE(writer.writeOnce());
     try {
         service.writes.run([](WriteBatch&) { FAIL() << "no job runs any more"; });
