@@ -13,7 +13,7 @@ namespace kestrel::index {
 namespace {
 
 constexpr std::size_t kMaximumIdBytes = 512;
-constexpr std::size_t kMaximumDocumentBytes = 100U * 1024 * 1024;
+constexpr std::size_t kMaximumDocumentBytes = std::size_t{100} * 1024 * 1024;
 constexpr std::size_t kSearchedMembers = 24;
 
 void requireAlive(const IndexPtr& index) {

@@ -12,7 +12,7 @@ namespace {
 constexpr int kMaximumShards = 1024;
 
 std::string countSetting(const std::string& key, const Json& value, int low) {
-    const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+    std::string text = value.is_string() ? value.get<std::string>() : value.dump();
     const bool digits =
         !text.empty() && text.size() < 5 && text.find_first_not_of("0123456789") == std::string::npos;
     if (!digits || std::stoi(text) < low || std::stoi(text) > kMaximumShards)

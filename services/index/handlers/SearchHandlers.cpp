@@ -103,6 +103,7 @@ private:
             mFound.push_back(search(index, mServices.store, mRequest, mRequest.from + mRequest.size));
         const std::vector<HitRef> refs = mergeHits(mFound, mRequest);
         std::vector<RowId> rows;
+        rows.reserve(refs.size());
         for (const HitRef& ref : refs)
             rows.push_back(mFound[ref.found].rows[ref.position]);
         const auto documents = readRows(rows, refs);

@@ -81,7 +81,7 @@ std::string Users::resetPassword(const std::string& name) {
         body = user->second;
     else if (name != kAdministrator)
         throw ApiError(404, "resource_not_found_exception", fmt::format("there is no user [{}]", name));
-    const std::string password = randomId(24);
+    std::string password = randomId(24);
     body["password_hash"] = hashPassword(password);
     put("user", mUsers, name, body);
     return password;
@@ -101,7 +101,7 @@ bool Users::verify(const std::string& name, const std::string& password) const {
 std::shared_ptr<const Principal> Users::principal(const std::string& name) const {
     const std::shared_lock lock(mMutex);
     const auto user = mUsers.find(name);
-    if (user == mUsers.end() || user->second.value("enabled", true) == false) return nullptr;
+    if (user == mUsers.end() || !user->second.value("enabled", true)) return nullptr;
     Rights cluster = 0;
     std::vector<Principal::Grant> grants;
     const std::vector<std::string> names = strings("roles", user->second.at("roles"));

@@ -20,7 +20,7 @@ constexpr int kCheckpointPages = 4000;  // 16 MB
 constexpr int kTruncatedPages = 16'000; // when readers have prevented smaller checkpoints
 constexpr auto kShortPatience = std::chrono::milliseconds(100);
 constexpr std::int64_t kPurgedAtOnce = 500; // rows; few, so that other writes are not held up
-constexpr std::int64_t kTombstoneSeconds = 24 * 60 * 60;
+constexpr std::int64_t kTombstoneSeconds = std::int64_t{24} * 60 * 60;
 
 std::int64_t nowSeconds() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
