@@ -14,7 +14,6 @@ from typing import Any
 import numpy as np
 import onnx
 import pytest
-from ctc_oracle import Oracle, Transcript
 from onnx import TensorProto, helper
 
 ROOT = Path(__file__).resolve().parents[3]
