@@ -10,7 +10,7 @@ import sys
 from collections import Counter
 from pathlib import Path
 
-CODE = ("kestrelml", "services", "apps", "python")
+CODE = ("kestrelml", "services", "apps", "python", "models", "speech", "tools")
 TESTS = ("tests", "fuzz")
 SUFFIXES = {".cpp", ".h", ".py", ".pyx", ".js", ".css", ".html"}
 
