@@ -76,7 +76,12 @@ bool WholeFile::commit() {
         discard();
         return false;
     }
-    mBuffer.close();
+    errno = 0;
+    if (mBuffer.close() == nullptr) { // some systems tell only now that there was no room
+        mBuffer.failedFor(errno == 0 ? EIO : errno);
+        discard();
+        return false;
+    }
     if (mWritten == mTarget) return true;
     std::error_code error;
     fs::rename(mWritten, mTarget, error);

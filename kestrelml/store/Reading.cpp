@@ -102,9 +102,17 @@ KsNN_ErrorCode KsNNDatabase::GetWholeClip(const std::string& mediaGuid, const st
     entry.segments.clear();
     Operation operation(*this, "KsNNDatabase::GetWholeClip err: ", debug);
     if (const auto index = operation.refresh(mTranscriptIndex); !index.isReady()) return index.code();
-    Scroll scroll(operation, mTranscriptIndex, transcriptQuery(mediaGuid, projectGuid, kVersion2),
-                  kMaximumHits);
+    const Object::Ptr query = transcriptQuery(mediaGuid, projectGuid, kVersion2);
     ClipReader reader(operation, projectGuid, kVersion2, entry);
+    // Services hold few open scrolls: only what one request cannot give takes one.
+    if (const auto code = operation.ask("GET", searchPath(mTranscriptIndex), query)) return code;
+    bool isWhole = false;
+    const KsNN_ErrorCode read = operation.read([&](const Object& answer) {
+        isWhole = hitsOf(answer)->size() < static_cast<std::size_t>(kMaximumHits);
+        return isWhole ? reader.read(hitsOf(answer)) : KsNN_Success;
+    });
+    if (read != KsNN_Success || isWhole) return read;
+    Scroll scroll(operation, mTranscriptIndex, query, kMaximumHits);
     while (scroll.hasNext()) {
         if (const auto code = scroll.fetch()) return code;
         if (const auto code = operation.guard([&] { return reader.read(scroll.hits()); })) return code;

@@ -243,8 +243,11 @@ void readConfidences(const Object& document, KsNNDBEntrySeg& seg) {
     if (value.type() != typeid(Array::Ptr)) return;
     const Array& confidences = *value.extract<Array::Ptr>();
     const bool fits = confidences.size() == seg.wordStartsMS.size() &&
-                      std::all_of(confidences.begin(), confidences.end(),
-                                  [](const Var& one) { return one.isInteger() && !one.isBoolean(); });
+                      std::all_of(confidences.begin(), confidences.end(), [](const Var& one) {
+                          if (!one.isInteger() || one.isBoolean()) return false;
+                          const auto percent = one.convert<double>();
+                          return percent >= 0 && percent <= 100;
+                      });
     for (std::size_t i = 0; fits && i < confidences.size(); ++i)
         seg.wordConfidences.push_back(integerAt(confidences, i));
 }

@@ -35,6 +35,7 @@ KsNNDBEntrySeg& readWordTimes(const Answer& element, KsNNDBEntrySeg& segment) {
     if (const Array::Ptr confidences = element->getArray("wordConfidences"))
         for (unsigned i = 0; i < confidences->size(); ++i)
             segment.wordConfidences.push_back(confidences->getElement<std::int32_t>(i));
+    if (segment.wordConfidences.size() != segment.wordStartsMS.size()) segment.wordConfidences.clear();
     return segment;
 }
 

@@ -48,7 +48,7 @@ bool speaksIn(const KsNNClipSummary& clip, const std::string& text, SpeakerLooku
 std::vector<ListedClip> listClips(KsNNDatabase& store, const Home& home, const ClipFilter& filter) {
     std::map<std::string, std::string> paths;
     for (const CatalogueClip& known : Catalogue(home).clips())
-        paths[known.id] = known.path;
+        if (!known.path.empty()) paths[known.id] = known.path;
     KsNNClipQuery query;
     if (!filter.project.empty()) query.projectGuid = requireProject(store, filter.project).projectGuid;
     query.unfinishedOnly = filter.unfinishedOnly;

@@ -179,7 +179,11 @@ void ClipTranscriber::replace(FileOutcome& outcome, ClipAudio& audio, const Call
     KsNNDB_STTClipEntry entry =
         mTranscriber->transcribe(audio, {outcome.clip, mProject.projectGuid}, {}, keepNothing, callbacks);
     nameClip(outcome, entry);
-    const std::size_t lostNames = keepSpeakerNames(old, entry);
+    // Names may have been given meanwhile; if the store has gone, those read before will do.
+    KsNNDB_STTClipEntry latest;
+    const bool isRead =
+        mStore.GetWholeClip(outcome.clip, mProject.projectGuid, latest, false) == KsNN_Success;
+    const std::size_t lostNames = keepSpeakerNames(isRead && !latest.segments.empty() ? latest : old, entry);
     replaceTranscript(mStore, mHome, outcome.clip, entry, old.projects);
     remember(outcome);
     describe(entry, audio, outcome);

@@ -106,12 +106,12 @@ std::string whyNoMeaning(KsNNDatabase& store) {
     std::error_code error;
     for (const char* name : {"openclip_model_uint8.onnx", "xlm_roberta_base_tokenizer.onnx"}) {
         if (!std::filesystem::exists(modelFolder() / "semantic" / name, error))
-            return "the models of search by meaning are not installed";
+            return "the models of search by meaning are not installed: run scripts/setup";
     }
     bool isThere = false;
     check(store.CheckIndex(isThere, KsNNDatabase::getSemanticIndex(), false), store,
           "the store's indices cannot be listed");
-    return isThere ? "" : "no project is indexed by meaning yet";
+    return isThere ? "" : "no project is indexed by meaning yet: index one in the library";
 }
 
 void loadMeaningModels(KsNNDatabase& store) {

@@ -114,8 +114,8 @@ bool joinProject(KsNNDatabase& store, const Home& home, const Clip& clip, const 
     CatalogueClip entry{clip.id, stored.clipName, clip.path, project.projectName, ""};
     for (const CatalogueClip& known : Catalogue(home).clips()) {
         if (known.id != clip.id) continue;
-        entry.path = known.path;
-        entry.language = known.language;
+        if (!known.path.empty()) entry.path = known.path;
+        if (!known.language.empty()) entry.language = known.language;
     }
     Catalogue(home).add(entry);
     return isNew;

@@ -6,7 +6,6 @@
 #include "apps/kestrel/clips/ClipList.h"
 #include "apps/kestrel/clips/ClipWriter.h"
 #include "apps/kestrel/clips/Membership.h"
-#include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/clips/SpeakerSnapshot.h"
 #include "apps/kestrel/home/Identity.h"
 #include "apps/kestrel/services/Store.h"
@@ -55,7 +54,6 @@ Poco::JSON::Object::Ptr documentOf(const KsNNDBEntrySeg& segment, const KsNNDB_S
     if (!segment.wordConfidences.empty()) document->set("wordConfidences", toArray(segment.wordConfidences));
     document->set("language", segment.language);
     document->set("speakerID", segment.speakerID);
-    if (hasSpeaker(segment)) document->set("speakerGuid", segment.speakerGuid);
     if (segment.segment != 0) return document;
     document->set("model", entry.model);
     document->set("clipName", entry.clipName);

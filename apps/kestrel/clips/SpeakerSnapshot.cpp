@@ -7,9 +7,17 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace kestrel {
+
+namespace {
+
+/// The store assigns so many segments of a label by one call.
+constexpr std::size_t kMostAtOnce = 10'000;
+
+} // namespace
 
 SpeakerSnapshot::SpeakerSnapshot(KsNNDatabase& store, KsNNProject project, SpeakerChange change)
     : mProject(std::move(project)), mChange(std::move(change)) {
@@ -49,7 +57,8 @@ SpeakerSnapshot::Speakers SpeakerSnapshot::restoreSpeakers(KsNNDatabase& store) 
             if (found.front().speakerName != before.speakerName)
                 now.rename(found.front(), before.speakerName);
         } else if (store.GetSpeakerName(before.speakerGuid, name, false) != KsNN_Success || name.empty()) {
-            restored = now.create(before.speakerName);
+            const auto made = now.matching(before.speakerName); // by an attempt that ended half way
+            restored = made.empty() ? now.create(before.speakerName) : made.front();
         } // else other projects have kept the speaker, who comes back with the segments
     }
     return speakers;
@@ -111,7 +120,9 @@ void SpeakerSnapshot::assign(KsNNDatabase& store, const Clip& clip, const Parts&
         byLabel[part.label].insert(segment);
     for (const auto& [label, labelled] : byLabel) {
         // Where the whole label was the speaker's, the store finds its segments by itself.
-        if (!std::includes(segments.begin(), segments.end(), labelled.begin(), labelled.end())) continue;
+        if (labelled.size() > kMostAtOnce ||
+            !std::includes(segments.begin(), segments.end(), labelled.begin(), labelled.end()))
+            continue;
         check(
             store.SpeakerRenameAllSegments(clip.id, mProject.projectGuid, assigned, *labelled.begin(), false),
             store, failed);

@@ -272,7 +272,8 @@ void Jobs::run(const std::stop_token& stopping) {
         }
         const Callbacks callbacks = callbacksOf(id, stopping);
         const Ending ending = perform(job, callbacks);
-        if (stopping.stop_requested()) return; // the next start finds it as one that ran
+        // The next start finds what was interrupted as one that ran.
+        if (stopping.stop_requested() && ending.state != State::Done) return;
         mOnEnd();
         settle(id, ending);
     }

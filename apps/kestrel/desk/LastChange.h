@@ -33,6 +33,12 @@ public:
         if (number == mNumber) mBefore.reset();
     }
 
+    /// Segments were replaced: their numbers mean other speech now.
+    void forgetAll() {
+        const std::scoped_lock lock(mMutex);
+        mBefore.reset();
+    }
+
 private:
     mutable std::mutex mMutex;
     int mNumber = 0;

@@ -20,7 +20,7 @@ std::optional<fs::path> Media::fileOf(const std::string& clip) {
     if (mRead != changed) {
         mFiles.clear();
         for (const CatalogueClip& known : Catalogue(mHome).clips())
-            mFiles[known.id] = known.path;
+            if (!known.path.empty()) mFiles[known.id] = known.path;
         mRead = changed;
     }
     const auto found = mFiles.find(clip);

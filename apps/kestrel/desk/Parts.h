@@ -19,7 +19,7 @@ namespace kestrel::desk {
 struct Parts {
     explicit Parts(const Home& home)
         : stores(home), media(home), derived(home), transcripts(stores), listing(stores),
-          jobs(stores, [this] { forget(); }), transfers(home) {}
+          jobs(stores, [this] { replaced(); }), transfers(home) {}
 
     /// After a change of the store.
     void forget() {
@@ -27,15 +27,21 @@ struct Parts {
         listing.forget();
     }
 
+    /// After transcripts were written or replaced.
+    void replaced() {
+        lastChange.forgetAll();
+        forget();
+    }
+
     Stores stores;
     Media media;
     Derived derived;
     Transcripts transcripts;
     Listing listing;
+    LastChange lastChange; ///< Of speakers.
     Jobs jobs;
     Transfers transfers;
     LatestOnly acrossSearch;
-    LastChange lastChange;                ///< Of speakers.
     std::atomic<bool> isStopping = false; ///< Streams end.
 };
 

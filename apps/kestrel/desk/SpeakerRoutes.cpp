@@ -39,9 +39,12 @@ template <typename Change>
 void change(Exchange& exchange, Parts& parts, KsNNDatabase& store, const KsNNProject& project,
             SpeakerChange touched, Change perform) {
     SpeakerSnapshot before(store, project, std::move(touched));
+    // What ends half way can be undone, and an earlier change no more.
+    const int number = parts.lastChange.keep(std::move(before));
+    parts.forget();
     perform();
     auto document = jsonObject();
-    document->set("undo", parts.lastChange.keep(std::move(before)));
+    document->set("undo", number);
     parts.forget();
     send(exchange, document);
 }

@@ -41,6 +41,7 @@ void addImport(Exchange& exchange, Parts& parts) {
 
 void read(Exchange& exchange, Parts& parts, bool isPreview) {
     const auto body = exchange.body();
+    if (!isPreview) parts.lastChange.forgetAll();
     parts.transfers.read(exchange.identifier(), requiredText(*body, "passPhrase"),
                          body->optValue<std::string>("project", ""), isPreview);
     sendNothing(exchange);

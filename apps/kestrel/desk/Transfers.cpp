@@ -183,12 +183,28 @@ void Transfers::run(int id, const std::string& request) {
     }
     const std::scoped_lock lock(mMutex);
     Transfer& transfer = find(id);
-    transfer.state = transfer.isCancelled && !outcome.result ? State::Cancelled : outcome.state;
+    transfer.process = 0;
+    // Who cancels an import that has begun to write learns what it leaves.
+    const bool isCancelled = transfer.isCancelled && !outcome.result && outcome.message.empty();
+    transfer.state = isCancelled ? State::Cancelled : outcome.state;
     transfer.message = withoutFolder(outcome.message, transfer.file);
     transfer.result = outcome.result;
 }
 
-/// Runs the worker and hears it out.
+void Transfers::note(int id, const Poco::JSON::Object& said, Outcome& outcome) {
+    if (said.has("result")) {
+        outcome.state = State::Done;
+        outcome.result = said.getObject("result");
+    } else if (said.has("stage")) {
+        const std::scoped_lock lock(mMutex);
+        find(id).stage = said.getValue<std::string>("stage");
+        find(id).fraction = said.getValue<double>("fraction");
+    } else {
+        outcome.message = said.optValue<std::string>("error", "");
+    }
+}
+
+/// Runs the worker and reads what it reports.
 Transfers::Outcome Transfers::work(int id, const std::string& request) {
     Poco::Pipe in;
     Poco::Pipe out;
@@ -208,23 +224,19 @@ Transfers::Outcome Transfers::work(int id, const std::string& request) {
     Outcome outcome;
     Poco::PipeInputStream told(out);
     for (std::string line; std::getline(told, line);) {
-        const auto document = Poco::JSON::Parser().parse(line).extract<Poco::JSON::Object::Ptr>();
-        if (document->has("result")) {
-            outcome.state = State::Done;
-            outcome.result = document->getObject("result");
-        } else if (document->has("stage")) {
-            const std::scoped_lock lock(mMutex);
-            find(id).stage = document->getValue<std::string>("stage");
-            find(id).fraction = document->getValue<double>("fraction");
-        } else {
-            outcome.message = document->optValue<std::string>("error", "");
+        try {
+            note(id, *Poco::JSON::Parser().parse(line).extract<Poco::JSON::Object::Ptr>(), outcome);
+        } catch (const Poco::Exception& failure) { // the worker is waited for all the same
+            outcome.message = "the process that handles the file answered: " + failure.displayText();
         }
     }
+    bool isCancelled = false;
     {
         const std::scoped_lock lock(mMutex);
         find(id).process = 0;
+        isCancelled = find(id).isCancelled;
     }
-    if (worker.wait() != 0 && outcome.state == State::Failed && outcome.message.empty())
+    if (worker.wait() != 0 && outcome.state == State::Failed && outcome.message.empty() && !isCancelled)
         outcome.message = "the process that handles the file has ended";
     return outcome;
 }

@@ -66,6 +66,8 @@ private:
     void begin(int id, Poco::JSON::Object& request);
     void run(int id, const std::string& request);
     Outcome work(int id, const std::string& request);
+    /// Takes in one line of what the worker reports.
+    void note(int id, const Poco::JSON::Object& said, Outcome& outcome);
     void makeRoom();
     static void end(Transfer& transfer);
     static void remove(Transfer& transfer);
