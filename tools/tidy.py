@@ -31,7 +31,9 @@ BATCH_SIZE = 8
 # What a source defines outside classes and functions: clang-format leaves such lines without indentation.
 DEFINED = re.compile(
     r"^(?:TEST(?:_[FP])?\((?P<suite>\w+), (?P<case>\w+)\)|#define (?P<macro>\w+)|using (?P<alias>\w+) ="
-    r"|(?:class|struct|enum class|enum) (?P<type>\w+)|(?!namespace|[A-Z_]+\()(?=\w)[^\n]*?(?P<name>[\w:~]+)(?: =|[({\[]))", re.MULTILINE)
+    r"|(?:class|struct|enum class|enum) (?P<type>\w+)"
+    r"|(?!namespace|[A-Z_]+\()(?=\w)[^\n]*?(?P<name>[\w:~]+)(?: =|[({\[]))",
+    re.MULTILINE)
 
 
 @cache
@@ -70,7 +72,7 @@ class Batch:
 
 
 def defined_names(source: Path) -> set[str]:
-    """Names that other sources of a batch may not define too; a few that are none do no harm."""
+    """Names that other sources of a batch may not define too; a few false matches do no harm."""
     return {".".join(filter(None, match.groups())) for match in DEFINED.finditer(source.read_text(encoding="utf-8"))}
 
 
@@ -95,7 +97,8 @@ def latest(sources: dict[Path, str], count: int) -> dict[Path, str]:
         run = subprocess.run(["git", *command], cwd=ROOT, capture_output=True, text=True, check=False)
         return run.stdout.splitlines()
 
-    changed = [line[3:] for line in lines("status", "--porcelain", "--untracked-files=all")]
+    # A renamed file is listed as "old -> new".
+    changed = [line[3:].split(" -> ")[-1] for line in lines("status", "--porcelain", "--untracked-files=all")]
     changed += lines("log", "--max-count=200", "--name-only", "--format=")
     files = dict.fromkeys((ROOT / name).with_suffix(".cpp") for name in changed)
     return {file: sources[file] for file in [file for file in files if file in sources][:count]}

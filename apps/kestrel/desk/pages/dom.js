@@ -49,7 +49,7 @@ export function dropZone(label, onFiles, ...children) {
   return zone;
 }
 
-/** A chooser of files that is worked by a button of its own. */
+/** A hidden file field that a button opens. */
 export function fileInput(label, properties, onFiles) {
   const input = el("input", {
     type: "file", class: "unseen", tabindex: "-1", "aria-label": label, ...properties,
@@ -87,28 +87,34 @@ export function announce(text) {
   document.getElementById("announcer").textContent = text;
 }
 
+function failureNote(failure) {
+  const note = el("p", { class: "alert" }, el("span", {}, failure.message));
+  note.append(button("Dismiss", () => note.remove()));
+  return note;
+}
+
 /** Shows a failure until it is dismissed or another page is opened. */
 export function alertFailure(failure) {
   if (failure.name === "AbortError") return;
-  const note = el("p", { class: "alert" }, el("span", {}, failure.message));
-  note.append(button("Dismiss", () => note.remove()));
-  document.getElementById("alerts").replaceChildren(note);
+  document.getElementById("alerts").replaceChildren(failureNote(failure));
 }
 
-/** Says what was done, and takes it back on demand. */
+/** Says what was done, and takes it back on demand; what could not be taken back can be tried again. */
 export function offerUndo(text, undo) {
   const note = el("p", { class: "alert done" }, el("span", {}, text));
-  note.append(
-    button("Undo", async () => {
+  const takeBack = button("Undo", async () => {
+    takeBack.disabled = true;
+    try {
+      await undo();
       note.remove();
-      try {
-        await undo();
-      } catch (failure) {
-        alertFailure(failure);
-      }
-    }),
-    button("Dismiss", () => note.remove()),
-  );
+    } catch (failure) {
+      takeBack.disabled = false;
+      if (!note.isConnected) return alertFailure(failure);
+      note.nextElementSibling?.remove(); // the failure before
+      note.after(failureNote(failure));
+    }
+  });
+  note.append(takeBack, button("Dismiss", () => note.remove()));
   document.getElementById("alerts").replaceChildren(note);
 }
 

@@ -69,14 +69,14 @@ export class JobList {
     if (document.hidden || this.aborter.signal.aborted) return;
     this.events = new EventSource("/api/events");
     this.events.addEventListener("message", (event) => {
-      const before = this.jobs.filter((job) => job.state === "done").length;
+      const before = new Set(this.jobs.filter((job) => job.state === "done").map((job) => job.job));
       const { jobs } = JSON.parse(event.data);
       const isFirst = !this.known;
       this.known = true;
       // What is under way comes first, then what ended last.
       this.jobs = [...jobs.filter((job) => !hasEnded(job)), ...jobs.filter(hasEnded).reverse()];
       this.showJobs();
-      if (!isFirst && this.jobs.filter((job) => job.state === "done").length > before) this.onDone();
+      if (!isFirst && this.jobs.some((job) => job.state === "done" && !before.has(job.job))) this.onDone();
     });
   }
 
@@ -93,6 +93,7 @@ export class JobList {
         : [job.state, job.message].filter(Boolean).join(": ")));
     if (items.length !== this.list.children.length || items.some((item, i) => item !== this.list.children[i])) {
       this.list.replaceChildren(...items);
+      for (const [key, { item }] of this.items) if (!items.includes(item)) this.items.delete(key);
     }
     this.element.hidden = !items.length;
     this.retryAll.hidden = this.jobs.filter((job) => job.state === "failed").length < 2;

@@ -214,19 +214,27 @@ class Library {
     const aborter = new AbortController();
     const bar = el("progress", { max: clips.length, value: 0, "aria-label": doing });
     showDialog(this.dialog, doing, [bar], [button("Stop", () => aborter.abort())]);
+    const onCancel = (event) => {
+      event.preventDefault(); // the dialog stays until the present clip is done
+      aborter.abort();
+    };
+    this.dialog.addEventListener("cancel", onCancel, { once: true, signal: aborter.signal });
+    let done = 0;
     const failures = [];
     for (const clip of clips) {
       if (aborter.signal.aborted) break;
       try {
         await action(clip);
+        ++done;
       } catch (failure) {
         failures.push(`${clip.clipName}: ${failure.message}`);
       }
       bar.value += 1;
     }
+    aborter.abort(); // Escape closes the next dialog again
     this.dialog.close();
     await this.load();
-    announce(`Done: ${clips.length - failures.length} of ${clips.length}`);
+    announce(`Done: ${done} of ${clips.length}`);
     if (!failures.length) return;
     const listed = failures.slice(0, MOST_FAILURES_SHOWN);
     if (listed.length < failures.length) listed.push(`and ${failures.length - listed.length} more`);

@@ -101,7 +101,7 @@ class Search {
       this.by.options[1].disabled = !ready;
       this.by.value = ready ? memory.get("searchBy", "spelling") : "spelling";
       this.noMeaning.hidden = ready;
-      this.noMeaning.replaceChildren(`Search by meaning: ${problem}. `, el("a", { href: "#/library" }, "Index a project in the library"), ".");
+      this.noMeaning.textContent = `Search by meaning: ${problem}.`;
       if (ready) this.by.removeAttribute("aria-describedby");
       else this.by.setAttribute("aria-describedby", "no-meaning");
       this.exact.disabled = this.by.value === "meaning";

@@ -177,7 +177,8 @@ export class Transcript {
   msAt(line, offset) {
     let word = this.firstWord[line];
     while (word + 1 < this.firstWord[line + 1] && this.begins[word + 1] <= offset) ++word;
-    return this.starts[word] ?? this.segments[line].startMS;
+    if (word === this.firstWord[line + 1]) return this.segments[line].startMS; // a line without words
+    return this.starts[word];
   }
 
   /** The words spoken between two times, a paragraph for each line. */

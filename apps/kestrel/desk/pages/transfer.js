@@ -49,7 +49,10 @@ export function askTransfer(dialog, { title, projects, clips = [] }, what) {
     try {
       const transfer = await api.exportTranscripts({ title, projects, clips, passPhrase: phrase.value });
       const end = await follow(dialog, `Exporting ${what}`, transfer);
-      if (end.state !== "done") return ask(end.message ?? "The export was cancelled.");
+      if (end.state !== "done") {
+        api.dropTransfer(transfer).catch(() => {}); // the desk removes it when it ends
+        return ask(end.message ?? "The export was cancelled.");
+      }
       el("a", { href: `/api/transfers/${transfer}/file`, download: end.name }).click();
       dialog.close();
       announce(`${end.name} is saved: ${counted(end.result.segments, "segment")} of ${counted(end.result.clips, "clip")}`);
@@ -101,6 +104,10 @@ export function askImport(dialog, file, onDone) {
       labelled("Project for clips whose own project is not known here", project), problem],
     [button("Cancel", end), button("Preview", preview, { class: "primary" })]);
   };
+  const askAfter = (failure) => {
+    if (failure.status === 404) transfer = 0; // the desk has dropped the file: the next try copies it again
+    ask(failure.name === "AbortError" ? "" : failure.message);
+  };
   const copy = async () => {
     const aborter = new AbortController();
     const bar = el("progress", { max: 1, "aria-label": "Copying" });
@@ -116,7 +123,7 @@ export function askImport(dialog, file, onDone) {
       if (state.state !== "done") return ask(state.message ?? "");
       showPlan(state.result);
     } catch (failure) {
-      ask(failure.name === "AbortError" ? "" : failure.message);
+      askAfter(failure);
     }
   };
   const showPlan = (plan) => showDialog(dialog, `What ${file.name} brings`, planContent(plan),
@@ -130,7 +137,7 @@ export function askImport(dialog, file, onDone) {
       announce(`${file.name} is imported: ${counted(state.result.new.length, "new clip")}`);
       onDone();
     } catch (failure) {
-      ask(failure.message);
+      askAfter(failure);
     }
   };
   ask();
