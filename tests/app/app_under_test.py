@@ -52,7 +52,7 @@ class Kestrel:
         return result
 
     def fails(self, *arguments: object, code: int = 1) -> str:
-        """What a run says that ends with this code."""
+        """Runs a command that must end with this code; returns its standard error."""
         result = self.run(*arguments)
         assert result.code == code, result.err
         return result.err

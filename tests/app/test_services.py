@@ -195,7 +195,9 @@ def test_up_replaces_the_password_of_a_former_index(fresh: Kestrel) -> None:
     ],
 )
 def test_without_services_every_command_says_what_to_do(fresh: Kestrel, arguments: list[str]) -> None:
-    assert "the index service is not running: start it with `kestrel up`" in fresh.fails(*arguments)
+    result = fresh.run(*arguments)
+    assert (result.code, result.out) == (1, "")
+    assert "the index service is not running: start it with `kestrel up`" in result.err
 
 
 @pytest.mark.parametrize(

@@ -33,7 +33,7 @@ std::string nameOf(const File& file) {
     return file.path == nullptr ? std::string() : *file.path;
 }
 
-/// A method that the real file answers.
+/// Forwards a method to the real file.
 template <auto Method, typename... Arguments>
 auto passOn(sqlite3_file* handle, Arguments... arguments) {
     sqlite3_file* const real = fileOf(handle).real;

@@ -261,7 +261,7 @@ TEST_F(StoreFaults, TheNthFailureLeavesWhatWasAcknowledged) {
     RecordProperty("failures", failures);
 }
 
-/// At the first call of each kind on each of its files.
+/// It is cut short at the first call of each kind on each file; later ones are left out.
 TEST_F(StoreFaults, AFirstStartThatIsCutShortIsCompletedByTheNext) {
     using Operation = FaultyVfs::Operation;
     std::mt19937 random(7);

@@ -264,8 +264,9 @@ def test_searches_and_scrolls_see_one_state_while_documents_change(served: Serve
 
     with meanwhile(change):
         for _ in range(5):
-            found = served("GET", "_search", {"size": 300, "sort": ["n"]}).hits
-            assert [hit["_source"]["n"] for hit in found] == list(range(300))
+            for _ in range(20):
+                found = served("GET", "_search", {"size": 300, "sort": ["n"]}).hits
+                assert [hit["_source"]["n"] for hit in found] == list(range(300))
             page = served("GET", "_search?scroll=1m", {"size": 50, "sort": ["n"]})
             seen = [hit["_source"]["n"] for hit in page.hits]
             while page.hits:
@@ -368,7 +369,9 @@ def test_lost_database_is_no_first_start(data: Path, left: str) -> None:
     if left == "a journal":
         for other in data.glob("*.*"):
             other.unlink()
-        (data / "documents.db-wal").write_bytes(b"of documents.db")
+        journal = data / "documents.db-wal"
+        journal.touch(0o600)
+        journal.write_bytes(b"of documents.db")
     else:
         file.unlink()
     if left == "keys and an empty file":

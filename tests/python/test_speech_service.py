@@ -49,6 +49,9 @@ def test_the_life_of_a_clip_without_model(service: SpeechProcess, tmp_path: Path
     (tmp_path / "Languages.json").write_text('{"en": {"language": "English", "local": "English"}}')
     assert service.ask("stt_getSupportedLanguages", method="GET")["languages"]["en"]["local"] == "English"
     assert service.ask("stt_finalize", {**clip, "langCode": "xx"})["error"].startswith("language is not supported")
+    unchosen = {name: value for name, value in clip.items() if name != "langCode"}
+    assert service.ask("stt_finalize", unchosen)["error"] == "lang-code parameter is missing - please select a language"
+    assert service.ask("stt_transcribe_audio", {})["error"] == "mediaGuid parameter is missing"
     service.ask("stt_upload_audio", audio(1000, "M"))
     failed = service.ask("stt_finalize", clip)
     assert failed["success"] is False and f"no speech model in '{tmp_path}'" in failed["error"]

@@ -10,7 +10,7 @@ namespace {
 using namespace kestrelml::detail;
 using testing::ElementsAre;
 
-// That the blocks are the right ones is for test_difflib.py.
+// test_difflib.py checks the blocks themselves.
 
 TEST(SequenceMatcher, ManyBlocksDoNotDeepenTheStack) {
     std::u16string a;

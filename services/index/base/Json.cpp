@@ -183,15 +183,17 @@ void pass(simdjson::dom::element value, Builder& builder) {
         break;
     case Type::INT64: {
         const std::int64_t number = value;
-        number < 0 ? builder.number_integer(number)
-                   : builder.number_unsigned(static_cast<std::uint64_t>(number));
+        if (number < 0)
+            builder.number_integer(number);
+        else
+            builder.number_unsigned(static_cast<std::uint64_t>(number));
         break;
     }
     case Type::UINT64:
         builder.number_unsigned(value);
         break;
     case Type::DOUBLE:
-        builder.number_float(value, ".");
+        builder.number_float(value, "."); // no whole number: those beyond 64 bits never come here
         break;
     case Type::BOOL:
         builder.boolean(value);

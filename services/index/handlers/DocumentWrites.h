@@ -54,8 +54,8 @@ private:
     std::optional<UpdateScript> mScript;
 };
 
-/// The document as it is, for changes that replaceDocument then writes. Throws an ApiError when it is
-/// damaged.
+/// Parses the document for a change that replaceDocument then writes, and notes in `old` what the index
+/// holds of it. Throws an ApiError when the document is damaged.
 Json parsedSource(const WriteBatch& batch, const IndexPtr& index, WriteBatch::Old& old);
 
 /// Writes the next state of an existing document.

@@ -48,7 +48,6 @@ void Connections::set(Handle handle, State state, std::chrono::seconds time) {
     const std::lock_guard lock(mMutex);
     const auto now = Clock::now();
     handle->deadline = now + time;
-    handle->overdue = false;
     if (handle->state == state || handle->state == State::Refused || handle->state == State::Leaving) return;
     handle->state = state;
     handle->since = now;

@@ -13,8 +13,8 @@ struct Limits {
     std::size_t requestBytes = std::size_t{100} * 1024 * 1024;
     std::size_t memoryBytes = std::size_t{1024} * 1024 * 1024; ///< of all requests together
     std::chrono::seconds handshake{20};
-    std::chrono::seconds header{
-        20}; ///< from the first byte of a request, or the handshake, to the end of its headers
+    /// From the first byte of a request, or the handshake, to the end of its headers.
+    std::chrono::seconds header{20};
     std::chrono::seconds login{60}; ///< may have to wait for others
     std::chrono::seconds body{120};
     std::chrono::seconds work{60}; ///< for a search
@@ -59,7 +59,7 @@ public:
 
     /// Those that exceed their time read nothing more; a little later they write nothing more either.
     void shutdownOverdue();
-    /// Whether the connection has exceeded the time that was set last.
+    /// Whether the connection has exceeded a time, and so reads nothing more.
     bool overdue(Handle handle) const;
     void shutdownAll();
 
