@@ -80,3 +80,9 @@ def make_media(target: Path, *arguments: object) -> Path:
     """Makes a file with ffmpeg."""
     subprocess.run(["ffmpeg", "-v", "error", "-y", *map(str, arguments), str(target)], check=True)
     return target
+
+
+def segment_documents(kestrel: Kestrel, clip: str) -> list[Any]:
+    query = {"query": {"term": {"mediaGuid.keyword": clip}}, "size": 100, "sort": [{"segment": "asc"}]}
+    kestrel.index("POST", f"{TRANSCRIPTS}/_refresh")
+    return list(kestrel.index("POST", f"{TRANSCRIPTS}/_search", query)["hits"]["hits"])

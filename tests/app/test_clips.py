@@ -11,7 +11,7 @@ from typing import Any
 
 import pysubs2
 import pytest
-from app_under_test import SPEECH, TRANSCRIPTS, Kestrel, make_media
+from app_under_test import SPEECH, TRANSCRIPTS, Kestrel, make_media, segment_documents
 
 PROJECT = "Rivers & \"Bridges\" / Мосты"
 SCRIPT = """INT. HALL - DAY
@@ -225,12 +225,6 @@ def test_again_replaces_a_transcript_once_the_new_one_is_whole(kestrel: Kestrel,
     result = kestrel.good(*arguments, "Again", "--again", "--json")
     assert result.json()["clips"][0]["status"] == "replaced"
     assert contents(kestrel, file)["segments"] == new["segments"]
-
-
-def segment_documents(kestrel: Kestrel, clip: str) -> list[Any]:
-    query = {"query": {"term": {"mediaGuid.keyword": clip}}, "size": 100, "sort": [{"segment": "asc"}]}
-    kestrel.index("POST", f"{TRANSCRIPTS}/_refresh")
-    return list(kestrel.index("POST", f"{TRANSCRIPTS}/_search", query)["hits"]["hits"])
 
 
 def test_a_half_written_clip_is_completed(kestrel: Kestrel, video: Path, tmp_path: Path) -> None:

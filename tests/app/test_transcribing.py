@@ -9,7 +9,7 @@ from pathlib import Path
 from typing import Any
 
 import pytest
-from app_under_test import SPEECH, Kestrel, make_media
+from app_under_test import SPEECH, TRANSCRIPTS, Kestrel, make_media, segment_documents
 
 MODELS = Path(os.environ["KESTREL_DEPS_DIR"]) / "models"
 PROJECT = "Awkward"
@@ -88,6 +88,16 @@ def test_a_long_clip_is_stored_part_by_part_and_continued(kestrel: Kestrel, tmp_
     assert starts == sorted(starts)
     assert "installed" in text_of(shown) and text_of(shown).rstrip(".").endswith("amiable himself")
     assert {segment["speaker"] for segment in shown["segments"]} == {"1", "2"}, "labels hold over all parts"
+
+    # Killed while the first part was being written.
+    first, *others = segment_documents(kestrel, shown["clip"])
+    for document in others:
+        kestrel.index("DELETE", f"{TRANSCRIPTS}/_doc/{document['_id']}")
+    kestrel.index("POST", f"{TRANSCRIPTS}/_update/{first['_id']}", {"doc": {"progressComplete": False}})
+    kestrel.environment["KESTREL_PART_MINUTES"] = "0.45"
+    kestrel.good(*arguments)
+    del kestrel.environment["KESTREL_PART_MINUTES"]
+    assert kestrel.good("show", file, "--project", PROJECT, "--json").json()["segments"] == shown["segments"]
 
 
 def test_models_are_listed_added_and_chosen(kestrel: Kestrel, tmp_path: Path) -> None:

@@ -39,6 +39,8 @@ constexpr double kLeastShare = 0.05;
 constexpr std::size_t kLanguageSamples = std::size_t{20} * kSampleRate;
 constexpr std::size_t kLeastSpeech = std::size_t{3} * kSampleRate;
 constexpr std::size_t kFewestWords = 6;
+
+constexpr std::size_t kLeastRest = kSampleRate / 2; ///< Voiced audio after the last word that may be a word.
 constexpr double kPlainShare = 0.9;
 
 /// The service has one progress value and one cancel request for all who use it, so one kestrel of a home
@@ -85,6 +87,16 @@ void dropBeginning(AudioPart& part, std::size_t upTo) {
     const std::size_t count = std::min(upTo - part.start, part.samples.size());
     part.samples.erase(part.samples.begin(), part.samples.begin() + static_cast<std::ptrdiff_t>(count));
     part.start += count;
+}
+
+/// Whether `upTo` lies inside the part and speech follows: kestrel was killed while it wrote the part. It is
+/// recognised again as a whole, since the little that is stored tells too little about its voices.
+bool endsInSpeech(const AudioPart& part, std::size_t upTo) {
+    if (upTo <= part.start || upTo >= part.end()) return false;
+    std::size_t spoken = 0;
+    for (const SampleRange& range : part.voiced)
+        spoken += range.end - std::min(std::max(range.begin, upTo), range.end);
+    return spoken >= kLeastRest;
 }
 
 /// Languages that the recogniser itself confuses: none of them plainly disagrees with another of its row.
@@ -239,8 +251,11 @@ KsNNDB_STTClipEntry ModuleTranscriber::transcribe(ClipAudio& audio, const ClipKe
     std::size_t length = partSamples();
     bool languageIsChecked = mLanguage == kFoundLanguage;
     while (std::optional<AudioPart> part = audio.next(length, callbacks)) {
-        reel.learn(storedOf(stored, *part), part->samples);
-        dropBeginning(*part, resumeAt);
+        const bool isHalfStored = endsInSpeech(*part, resumeAt);
+        if (!isHalfStored) {
+            reel.learn(storedOf(stored, *part), part->samples);
+            dropBeginning(*part, resumeAt);
+        }
         if (part->samples.empty()) continue;
         if (!languageIsChecked && lengthOf(part->voiced) >= kLeastSpeech) {
             languageIsChecked = true;
@@ -258,7 +273,10 @@ KsNNDB_STTClipEntry ModuleTranscriber::transcribe(ClipAudio& audio, const ClipKe
         reel.learn(made, part->samples);
         if (!made.segments.empty() && made.segments.front().wordStartsMS.empty())
             empty = made.segments.front();
-        std::erase_if(made.segments, [](const KsNNDBEntrySeg& one) { return one.wordStartsMS.empty(); });
+        std::erase_if(made.segments, [&](const KsNNDBEntrySeg& one) {
+            return one.wordStartsMS.empty() ||
+                   (isHalfStored && toMs(part->start) + startOf(one) < toMs(resumeAt));
+        });
 
         KsNNDB_STTClipEntry placed = made;
         placed.segments.clear();
