@@ -4,7 +4,7 @@ A source that passed leaves a stamp named by a digest of all that its findings d
 headers that it includes, the compiler's arguments, the configuration and the version of clang-tidy.
 
     python tools/tidy.py --build build-tidy --stamps .deps/tidy-stamps kestrelml tests
-    python tools/tidy.py --build build-tidy --stamps .deps/tidy-stamps --latest 32 kestrelml tests
+    python tools/tidy.py --build build-tidy --stamps .deps/tidy-stamps --latest 24 kestrelml tests
 """
 
 from __future__ import annotations

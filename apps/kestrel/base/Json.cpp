@@ -25,13 +25,6 @@ Poco::JSON::Object::Ptr readJson(const std::filesystem::path& file) {
     }
 }
 
-Poco::JSON::Array::Ptr jsonArray(const std::vector<std::string>& texts) {
-    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-    for (const std::string& text : texts)
-        list->add(text);
-    return list;
-}
-
 std::vector<std::string> textsOf(const Poco::JSON::Object& object, const std::string& name) {
     std::vector<std::string> texts;
     if (const auto list = object.getArray(name)) {

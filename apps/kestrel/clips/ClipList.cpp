@@ -93,6 +93,11 @@ Poco::JSON::Object::Ptr toJson(const ListedClip& clip) {
     return object;
 }
 
+bool isInProject(const KsNNClipSummary& clip, const std::string& projectGuid) {
+    return std::any_of(clip.projects.begin(), clip.projects.end(),
+                       [&](const KsNNProject& project) { return project.projectGuid == projectGuid; });
+}
+
 std::vector<KsNNClipSummary> findClips(KsNNDatabase& store, const KsNNClipQuery& query) {
     std::vector<KsNNClipSummary> clips;
     check(store.FindClips(query, clips, false), store, "the clips cannot be listed");

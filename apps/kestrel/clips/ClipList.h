@@ -34,6 +34,8 @@ const char* stateOf(const ListedClip& clip);
 /// As `kestrel clips --json` and the desk give it to programs.
 Poco::JSON::Object::Ptr toJson(const ListedClip& clip);
 
+bool isInProject(const KsNNClipSummary& clip, const std::string& projectGuid);
+
 /// Clips with their names and projects, without their contents unless the query asks for these.
 /// @throws Failure when the store cannot be read.
 std::vector<KsNNClipSummary> findClips(KsNNDatabase& store, const KsNNClipQuery& query);

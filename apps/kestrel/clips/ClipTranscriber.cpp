@@ -179,12 +179,13 @@ void ClipTranscriber::replace(FileOutcome& outcome, ClipAudio& audio, const Call
     KsNNDB_STTClipEntry entry =
         mTranscriber->transcribe(audio, {outcome.clip, mProject.projectGuid}, {}, keepNothing, callbacks);
     nameClip(outcome, entry);
-    // Names may have been given meanwhile; if the store has gone, those read before will do.
+    // Speakers may have been named meanwhile, projects joined; if the store has gone, what was read will do.
     KsNNDB_STTClipEntry latest;
     const bool isRead =
         mStore.GetWholeClip(outcome.clip, mProject.projectGuid, latest, false) == KsNN_Success;
-    const std::size_t lostNames = keepSpeakerNames(isRead && !latest.segments.empty() ? latest : old, entry);
-    replaceTranscript(mStore, mHome, outcome.clip, entry, old.projects);
+    const KsNNDB_STTClipEntry& replaced = isRead && !latest.segments.empty() ? latest : old;
+    const std::size_t lostNames = keepSpeakerNames(replaced, entry);
+    replaceTranscript(mStore, mHome, outcome.clip, entry, replaced.projects);
     remember(outcome);
     describe(entry, audio, outcome);
     outcome.status = FileStatus::Replaced;

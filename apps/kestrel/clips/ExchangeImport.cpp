@@ -74,24 +74,24 @@ void importFile(KsNNDatabase& store, const ImportPlan& plan, const std::function
 /// named: who names one wants them there.
 void adoptStrangers(KsNNDatabase& store, const Home& home, const ImportPlan& plan) {
     const KsNNProject placeholder{kPlaceholderName, kPlaceholderId};
-    for (const ExchangeClip& clip : plan.strangers) {
+    for (const ExchangeClip& clip : plan.strangers)
         joinProject(store, home, {clip.id, clip.name, "", placeholder}, plan.project);
-    }
 }
 
 void addToCatalogue(const Home& home, const ImportPlan& plan) {
-    const Catalogue catalogue(home);
-    const std::vector<CatalogueClip> before = catalogue.clips();
+    std::vector<CatalogueClip> clips;
     for (const ExchangeClip& clip : plan.clips) {
         for (const std::string& id : clip.projectIds) {
             const auto project = plan.projectNames.find(id);
-            if (project == plan.projectNames.end() || id == kPlaceholderId) continue;
-            const bool isListed = std::any_of(before.begin(), before.end(), [&](const CatalogueClip& known) {
-                return known.id == clip.id && known.project == project->second;
-            });
-            if (!isListed) catalogue.add({clip.id, clip.name, "", project->second, clip.language});
+            if (project != plan.projectNames.end() && id != kPlaceholderId)
+                clips.push_back({clip.id, clip.name, "", project->second, clip.language});
         }
     }
+    if (!plan.request.project.empty()) {
+        for (const ExchangeClip& clip : plan.strangers)
+            clips.push_back({clip.id, clip.name, "", plan.project.projectName, clip.language});
+    }
+    Catalogue(home).addMissing(clips);
 }
 
 Poco::JSON::Array::Ptr names(const std::vector<ExchangeClip>& clips) {

@@ -13,6 +13,7 @@ struct MeaningQuery {
     std::string text;
     std::string project; ///< Name or identifier; empty: any.
     int maxResults = 20;
+    std::string clip{}; ///< Identifier; empty: any.
 };
 
 /// Why nothing can be found by meaning, and what to do about it; empty when it can be.

@@ -33,11 +33,6 @@ int segmentCount(KsNNDatabase& store, const Clip& clip, const std::string& proje
     return count;
 }
 
-bool contains(const std::vector<KsNNProject>& projects, const std::string& guid) {
-    return std::any_of(projects.begin(), projects.end(),
-                       [&](const KsNNProject& project) { return project.projectGuid == guid; });
-}
-
 std::string names(const std::vector<KsNNProject>& projects) {
     std::string text;
     for (const KsNNProject& project : projects)
@@ -90,7 +85,7 @@ bool deleteUnfinished(KsNNDatabase& store, const Home& home, const KsNNClipSumma
 
 bool join(KsNNDatabase& store, const Home& home, const Clip& clip, const KsNNClipSummary& stored,
           const KsNNProject& project) {
-    const bool isNamed = contains(stored.projects, project.projectGuid);
+    const bool isNamed = isInProject(stored, project.projectGuid);
     if (isNamed && segmentCount(store, clip, project.projectGuid) == segmentCount(store, clip, "ANY"))
         return false;
     if (!stored.isComplete)

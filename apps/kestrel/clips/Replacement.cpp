@@ -30,14 +30,6 @@ fs::path fileOf(const Home& home, const std::string& clip) {
     return home.runFolder() / (clip + kExtension);
 }
 
-template <typename Value>
-Poco::JSON::Array::Ptr toArray(const std::vector<Value>& values) {
-    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-    for (const Value& value : values)
-        list->add(value);
-    return list;
-}
-
 /// A segment as the store keeps it.
 Poco::JSON::Object::Ptr documentOf(const KsNNDBEntrySeg& segment, const KsNNDB_STTClipEntry& entry,
                                    const std::vector<KsNNProject>& projects) {
@@ -47,11 +39,12 @@ Poco::JSON::Object::Ptr documentOf(const KsNNDBEntrySeg& segment, const KsNNDB_S
     auto document = jsonObject();
     document->set("segment", segment.segment);
     document->set("mediaGuid", segment.mediaGuid);
-    document->set("projectGuidList", toArray(identifiers));
+    document->set("projectGuidList", jsonArray(identifiers));
     document->set("transcript", segment.transcript);
-    document->set("wordStartsMS", toArray(segment.wordStartsMS));
-    document->set("wordEndsMS", toArray(segment.wordEndsMS));
-    if (!segment.wordConfidences.empty()) document->set("wordConfidences", toArray(segment.wordConfidences));
+    document->set("wordStartsMS", jsonArray(segment.wordStartsMS));
+    document->set("wordEndsMS", jsonArray(segment.wordEndsMS));
+    if (!segment.wordConfidences.empty())
+        document->set("wordConfidences", jsonArray(segment.wordConfidences));
     document->set("language", segment.language);
     document->set("speakerID", segment.speakerID);
     if (segment.segment != 0) return document;
@@ -90,8 +83,8 @@ struct Pending {
     std::string clip;
     std::vector<KsNNProject> projects;
     std::string exchangeFile;
-    std::vector<KsNNDBEntrySeg>
-        speakers; ///< Number, label and speaker of each segment: an import drops them.
+    /// Number, label and speaker of each segment: an import drops them.
+    std::vector<KsNNDBEntrySeg> speakers;
 };
 
 void write(const fs::path& file, const Pending& pending) {
@@ -166,13 +159,10 @@ void complete(KsNNDatabase& store, const fs::path& file) {
     // The import has filed the clip under its first project, and under those of the others that have clips.
     KsNNClipQuery query;
     query.mediaGuid = pending.clip;
+    const std::vector<KsNNClipSummary> stored = findClips(store, query);
     for (const KsNNProject& other : pending.projects) {
-        const std::vector<KsNNClipSummary> stored = findClips(store, query);
-        const bool isMember =
-            !stored.empty() &&
-            std::any_of(stored.front().projects.begin(), stored.front().projects.end(),
-                        [&](const KsNNProject& known) { return known.projectGuid == other.projectGuid; });
-        if (!isMember) joinLocked(store, pending.clip, other);
+        if (stored.empty() || !isInProject(stored.front(), other.projectGuid))
+            joinLocked(store, pending.clip, other);
     }
     SpeakerSnapshot(project, {pending.clip, pending.clip, "", project}, pending.speakers).restore(store);
     fs::remove(file);

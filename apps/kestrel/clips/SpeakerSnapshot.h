@@ -22,13 +22,12 @@ class SpeakerSnapshot {
 public:
     /// @throws Failure when the store cannot be read.
     SpeakerSnapshot(KsNNDatabase& store, KsNNProject project, SpeakerChange change);
+    /// Who speaks the segments of a clip that is about to be stored without its speakers, as imports do.
+    SpeakerSnapshot(KsNNProject project, Clip clip, const std::vector<KsNNDBEntrySeg>& segments);
 
     /// Makes everything as it was. A speaker who was removed comes back, possibly with another identifier.
     /// @throws Failure; calling again does the rest.
     void restore(KsNNDatabase& store) const;
-
-    /// Who speaks the segments of a clip that is about to be stored without its speakers, as imports do.
-    SpeakerSnapshot(KsNNProject project, Clip clip, const std::vector<KsNNDBEntrySeg>& segments);
 
 private:
     /// Segments of one clip by number: label, and the identifier of the speaker, empty when there is none.

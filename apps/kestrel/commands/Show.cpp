@@ -26,13 +26,6 @@ struct ShowOptions {
     FormRequest form; ///< For its time codes.
 };
 
-Poco::JSON::Array::Ptr numbers(const std::vector<std::int32_t>& values) {
-    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-    for (const std::int32_t value : values)
-        list->add(value);
-    return list;
-}
-
 Poco::JSON::Array::Ptr wordsOf(const KsNNDBEntrySeg& segment) {
     Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
     for (const TimedWord& word : timedWords(segment)) {
@@ -69,8 +62,8 @@ void printJson(const Clip& clip, const KsNNDB_STTClipEntry& entry, SpeakerLookup
         object->set("language", segment.language);
         object->set("text", segment.transcript);
         object->set("words", wordsOf(segment));
-        object->set("wordStartsMS", numbers(segment.wordStartsMS));
-        object->set("wordEndsMS", numbers(segment.wordEndsMS));
+        object->set("wordStartsMS", jsonArray(segment.wordStartsMS));
+        object->set("wordEndsMS", jsonArray(segment.wordEndsMS));
         segments->add(object);
     }
     document->set("segments", segments);

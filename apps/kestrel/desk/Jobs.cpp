@@ -99,35 +99,43 @@ void Jobs::changedState() {
     changed();
 }
 
+Jobs::Job Jobs::fromJson(const Poco::JSON::Object& stored) {
+    Job job;
+    job.file = stored.getValue<std::string>("file");
+    job.project = stored.getValue<std::string>("project");
+    job.language = stored.getValue<std::string>("language");
+    job.again = stored.getValue<bool>("again");
+    job.message = stored.getValue<std::string>("message");
+    job.clip = stored.getValue<std::string>("clip");
+    const auto name =
+        std::find(kStateNames.begin(), kStateNames.end(), stored.getValue<std::string>("state"));
+    job.state = name == kStateNames.end() ? State::Failed : static_cast<State>(name - kStateNames.begin());
+    if (job.state == State::Running) {
+        job.state = State::Failed;
+        job.message = "the desk ended before this was done; what is stored stays, try again to resume";
+    }
+    return job;
+}
+
 void Jobs::load() {
     std::error_code error;
     if (!fs::exists(mFile, error)) return;
+    // What cannot be read must not keep the desk from starting, nor cost the other jobs; it can be looked at.
+    bool isDamaged = false;
     try {
-        const auto document = readJson(mFile);
-        for (const auto& value : *document->getArray("jobs")) {
-            const auto stored = value.extract<Poco::JSON::Object::Ptr>();
-            Job job;
-            job.file = stored->getValue<std::string>("file");
-            job.project = stored->getValue<std::string>("project");
-            job.language = stored->getValue<std::string>("language");
-            job.again = stored->getValue<bool>("again");
-            job.message = stored->getValue<std::string>("message");
-            job.clip = stored->getValue<std::string>("clip");
-            const auto name =
-                std::find(kStateNames.begin(), kStateNames.end(), stored->getValue<std::string>("state"));
-            job.state =
-                name == kStateNames.end() ? State::Failed : static_cast<State>(name - kStateNames.begin());
-            if (job.state == State::Running) {
-                job.state = State::Failed;
-                job.message =
-                    "the desk ended before this was done; what is stored stays, try again to resume";
+        const auto jobs = readJson(mFile)->getArray("jobs");
+        for (const auto& value : *jobs) {
+            try {
+                mJobs.emplace(mNext, fromJson(*value.extract<Poco::JSON::Object::Ptr>()));
+                ++mNext;
+            } catch (const Poco::Exception&) {
+                isDamaged = true;
             }
-            mJobs.emplace(mNext++, std::move(job));
         }
     } catch (const std::exception&) {
-        // A list that cannot be read must not keep the desk from starting; it can still be looked at.
-        fs::rename(mFile, fs::path(mFile).replace_extension(".damaged.json"), error);
+        isDamaged = true;
     }
+    if (isDamaged) fs::rename(mFile, fs::path(mFile).replace_extension(".damaged.json"), error);
 }
 
 void Jobs::save() {

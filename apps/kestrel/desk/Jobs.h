@@ -86,6 +86,7 @@ private:
     void settle(int id, const Ending& ending);
     void changed();
     void changedState();
+    static Job fromJson(const Poco::JSON::Object& stored);
     void load();
     void save();
 

@@ -19,7 +19,7 @@ namespace kestrel::desk {
 struct Parts {
     explicit Parts(const Home& home)
         : stores(home), media(home), derived(home), transcripts(stores), listing(stores),
-          jobs(stores, [this] { replaced(); }), transfers(home) {}
+          jobs(stores, [this] { replaced(); }), transfers(home, [this] { replaced(); }) {}
 
     /// After a change of the store.
     void forget() {

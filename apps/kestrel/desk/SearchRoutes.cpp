@@ -89,11 +89,10 @@ std::vector<KsNNPhraseHit> findByWords(Parts& parts, const SearchRequest& reques
 std::vector<KsNNPhraseHit> findByMeaning(Parts& parts, const SearchRequest& request) {
     constexpr int kMostMeant = 50; // what comes after has little to do with the query
     const KsNNPhraseQuery& query = request.query;
-    std::vector<KsNNPhraseHit> meant = parts.stores.withMeaning([&](KsNNDatabase& store) {
-        return findMeaning(store, {query.text, query.projectGuid, std::min(request.most, kMostMeant)});
+    const std::vector<KsNNPhraseHit> meant = parts.stores.withMeaning([&](KsNNDatabase& store) {
+        return findMeaning(
+            store, {query.text, query.projectGuid, std::min(request.most, kMostMeant), query.mediaGuid});
     });
-    if (!query.mediaGuid.empty())
-        std::erase_if(meant, [&](const KsNNPhraseHit& hit) { return hit.mediaGuid != query.mediaGuid; });
     return mixByRank(findByWords(parts, request), meant, static_cast<std::size_t>(request.most));
 }
 

@@ -41,7 +41,7 @@ void addImport(Exchange& exchange, Parts& parts) {
 
 void read(Exchange& exchange, Parts& parts, bool isPreview) {
     const auto body = exchange.body();
-    if (!isPreview) parts.lastChange.forgetAll();
+    if (!isPreview) parts.lastChange.forgetAll(); // nor may an undo meet what is just being replaced
     parts.transfers.read(exchange.identifier(), requiredText(*body, "passPhrase"),
                          body->optValue<std::string>("project", ""), isPreview);
     sendNothing(exchange);
@@ -60,11 +60,8 @@ void file(Exchange& exchange, Parts& parts) {
 void addTransferRoutes(Routes& routes, Parts& parts) {
     routes.add("POST", "/api/transfers", [&](Exchange& exchange) { addImport(exchange, parts); });
     routes.add("POST", "/api/transfers/export", [&](Exchange& exchange) { addExport(exchange, parts); });
-    routes.add("GET", "/api/transfers/*", [&](Exchange& exchange) {
-        const auto state = parts.transfers.toJson(exchange.identifier());
-        if (state->has("result")) parts.forget(); // an import may have replaced some
-        send(exchange, state);
-    });
+    routes.add("GET", "/api/transfers/*",
+               [&](Exchange& exchange) { send(exchange, parts.transfers.toJson(exchange.identifier())); });
     routes.add("GET", "/api/transfers/*/file", [&](Exchange& exchange) { file(exchange, parts); });
     routes.add("POST", "/api/transfers/*/preview", [&](Exchange& exchange) { read(exchange, parts, true); });
     routes.add("POST", "/api/transfers/*/import", [&](Exchange& exchange) { read(exchange, parts, false); });

@@ -43,7 +43,7 @@ std::string withoutFolder(std::string message, const fs::path& file) {
 
 } // namespace
 
-Transfers::Transfers(const Home& home) {
+Transfers::Transfers(const Home& home, std::function<void()> onImport) : mOnImport(std::move(onImport)) {
     const fs::path all = home.root() / "desk" / "transfers";
     fs::create_directories(all);
     removeLeftovers(all);
@@ -150,9 +150,10 @@ int Transfers::addExport(const std::string& name, const std::vector<std::string>
 
 void Transfers::read(int id, const std::string& passPhrase, const std::string& project, bool isPreview) {
     const std::scoped_lock lock(mMutex);
-    const Transfer& transfer = find(id);
+    Transfer& transfer = find(id);
     if (transfer.isExport) throw HttpError(409, "this file is on its way out");
     if (transfer.state == State::Running) throw HttpError(409, "the file is being read");
+    transfer.isWriting = !isPreview;
     auto request = jsonObject();
     request->set("do", isPreview ? "preview" : "import");
     request->set("passPhrase", passPhrase);
@@ -183,6 +184,7 @@ void Transfers::run(int id, const std::string& request) {
     }
     const std::scoped_lock lock(mMutex);
     Transfer& transfer = find(id);
+    if (transfer.isWriting) mOnImport();
     transfer.process = 0;
     // Who cancels an import that has begun to write learns what it leaves.
     const bool isCancelled = transfer.isCancelled && !outcome.result && outcome.message.empty();

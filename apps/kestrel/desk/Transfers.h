@@ -5,6 +5,7 @@
 #include <Poco/JSON/Object.h>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -16,7 +17,8 @@ namespace kestrel::desk {
 /// Exchange files on their way out or in. Each lies in a private folder until it is dropped or the desk ends.
 class Transfers {
 public:
-    explicit Transfers(const Home& home);
+    /// @param onImport Called when the store may have got other transcripts, from any thread.
+    Transfers(const Home& home, std::function<void()> onImport);
     Transfers(const Transfers&) = delete;
     Transfers& operator=(const Transfers&) = delete;
     ~Transfers();
@@ -43,6 +45,7 @@ private:
     struct Transfer {
         std::filesystem::path file;
         bool isExport = false;
+        bool isWriting = false; ///< Into the store.
         State state = State::Ready;
         std::string stage;
         double fraction = 0.0;
@@ -72,6 +75,7 @@ private:
     static void end(Transfer& transfer);
     static void remove(Transfer& transfer);
 
+    std::function<void()> mOnImport;
     std::filesystem::path mFolder;
     std::mutex mMutex;
     int mNext = 1;

@@ -9,6 +9,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
+#include <set>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -85,6 +88,16 @@ void Catalogue::add(const CatalogueClip& clip) const {
         std::erase_if(
             all, [&](const CatalogueClip& old) { return old.id == clip.id && old.project == clip.project; });
         all.push_back(clip);
+    });
+}
+
+void Catalogue::addMissing(const std::vector<CatalogueClip>& clips) const {
+    change([&](std::vector<CatalogueClip>& all) {
+        std::set<std::pair<std::string, std::string>> known;
+        for (const CatalogueClip& clip : all)
+            known.emplace(clip.id, clip.project);
+        std::copy_if(clips.begin(), clips.end(), std::back_inserter(all),
+                     [&](const CatalogueClip& clip) { return known.emplace(clip.id, clip.project).second; });
     });
 }
 

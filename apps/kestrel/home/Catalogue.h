@@ -23,6 +23,8 @@ public:
 
     /// Adds the clip, or replaces what was known of it.
     void add(const CatalogueClip& clip) const;
+    /// Adds those that are not known in their project; the others keep what is known of them.
+    void addMissing(const std::vector<CatalogueClip>& clips) const;
     /// Forgets the clip in a project; an empty project means in all.
     void remove(const std::string& clip, const std::string& project) const;
     std::vector<CatalogueClip> clips() const;
