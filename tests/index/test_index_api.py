@@ -83,6 +83,18 @@ def test_source_comes_back_as_it_was_written(client: Client, index: str) -> None
     assert '"_source":{"b": 1,  "a": [2.50, 1e3], "c": "ü"}' in client("GET", f"{index}/_doc/1").text
 
 
+@pytest.mark.parametrize(("shown", "expected"), [
+    (["absent", "b", "a"], '{"a":null,"b":{"c":[1.5,123456789012345678901]}}'),
+    ("text", '{"text":"long"}'),
+    ("absent", "{}"),
+])
+def test_members_of_a_source(client: Client, index: str, shown: str | list[str], expected: str) -> None:
+    client("POST", f"{index}/_doc/1", '{"a": null, "text": "long", "b": {"c": [1.50, 123456789012345678901]}}')
+    client("POST", f"{index}/_refresh")
+    for path in ("_search", "_search?scroll=1m"):
+        assert f'"_source":{expected}' in client("GET", f"{index}/{path}", {"_source": shown}).text
+
+
 def test_document_without_identifier(client: Client, index: str) -> None:
     ids = {client("POST", f"{index}/_doc", {"n": n}).json["_id"] for n in range(3)}
     assert len(ids) == 3 and set(search(client, index, {"match_all": {}}).ids) == ids

@@ -111,7 +111,7 @@ private:
         mHits.clear();
         for (std::size_t i = 0; i < refs.size(); ++i)
             mHits.push_back(
-                renderHit(mFound[refs[i].found], refs[i].position, (*documents)[i], mRequest.withSource));
+                renderHit(mFound[refs[i].found], refs[i].position, (*documents)[i], mRequest.source));
         return true;
     }
 

@@ -137,6 +137,28 @@ Bitmap rank(const IndexView& view, DocumentStore& store, const SearchRequest& re
 
 } // namespace
 
+ShownSource ShownSource::parse(const Json& value) {
+    if (value.is_boolean()) return {.isShown = value, .members = {}};
+    ShownSource source;
+    for (const Json& name : value.is_array() ? value : Json::array({value})) {
+        if (!name.is_string() || name.get_ref<const std::string&>().find_first_of(".*") != std::string::npos)
+            throw parsingError(fmt::format(
+                "[_source] takes true, false or names of members without dots and wildcards, not [{}]",
+                valueText(name)));
+        source.members.push_back(name);
+    }
+    return source;
+}
+
+std::string ShownSource::render(const std::string& document) const {
+    if (members.empty()) return document;
+    Json held = parseStored(document);
+    Json shown = Json::object();
+    for (auto& [name, value] : held.items())
+        if (std::find(members.begin(), members.end(), name) != members.end()) shown[name] = std::move(value);
+    return valueText(shown);
+}
+
 SearchRequest SearchRequest::parse(const Json& body) {
     SearchRequest request;
     if (body.is_null()) return request;
@@ -154,8 +176,8 @@ SearchRequest SearchRequest::parse(const Json& body) {
             request.size = sizeMember(key, value);
         } else if (key == "timeout" && value.is_string()) {
             request.setTimeout(value);
-        } else if (key == "_source" && value.is_boolean()) {
-            request.withSource = value;
+        } else if (key == "_source") {
+            request.source = ShownSource::parse(value);
         } else if (key == "track_total_hits" && value.is_boolean()) {
             request.trackTotal = value ? std::optional<std::size_t>(SIZE_MAX) : std::nullopt;
         } else if (key == "track_total_hits") {
@@ -246,11 +268,11 @@ std::uint64_t count(const IndexPtr& index, DocumentStore& store, const Json& que
 }
 
 std::string renderHit(const Found& found, std::size_t position, const StoredDocument& document,
-                      bool withSource) {
+                      const ShownSource& source) {
     std::string hit = fmt::format(R"({{"_index":{},"_id":{},"_score":)", jsonString(found.index->name()),
                                   jsonString(document.id));
     hit += found.scores.empty() ? "null" : scoreText(found.scores[position]);
-    if (withSource) hit += R"(,"_source":)" + document.source;
+    if (source.isShown) hit += R"(,"_source":)" + source.render(document.source);
     if (!found.columns.empty()) {
         Json sort = Json::array();
         for (std::size_t column = 0; column < found.columns.size(); ++column)

@@ -11,6 +11,16 @@
 
 namespace kestrel::index {
 
+/// What a hit shows of its document.
+struct ShownSource {
+    bool isShown = true;
+    std::vector<std::string> members; ///< empty: all
+
+    /// Throws an ApiError when the value of "_source" is neither a boolean nor names of members.
+    static ShownSource parse(const Json& value);
+    std::string render(const std::string& document) const;
+};
+
 /// The checked body of a search.
 struct SearchRequest {
     Json query;
@@ -18,7 +28,7 @@ struct SearchRequest {
     std::vector<SortSpec> sort;
     std::size_t from = 0;
     std::size_t size = 10;
-    bool withSource = true;
+    ShownSource source;
     /// The total is exact up to this number; SIZE_MAX: always; nothing: no total is shown.
     std::optional<std::size_t> trackTotal = 10'000;
     /// When the search ends with what it has found by then.
@@ -56,7 +66,7 @@ std::uint64_t count(const IndexPtr& index, DocumentStore& store, const Json& que
 
 /// A hit as JSON.
 std::string renderHit(const Found& found, std::size_t position, const StoredDocument& document,
-                      bool withSource);
+                      const ShownSource& source);
 /// {"total", "max_score", "hits"}
 std::string renderHits(std::uint64_t total, const SearchRequest& request, std::optional<float> maximumScore,
                        const std::vector<std::string>& hits);
