@@ -3,6 +3,7 @@
 #include "handlers/Handlers.h"
 #include "security/Certificate.h"
 
+#include <Poco/Base64Encoder.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read.hpp>
@@ -12,6 +13,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -60,10 +62,15 @@ TEST_F(SlowClients, AreToldWhyTheirConnectionEnds) {
     const Router router;
     Server::Options options{
         .certificate = mFolder / "certificate.pem", .privateKey = mFolder / "private-key.pem", .limits = {}};
-    options.limits.header = std::chrono::seconds(1);
+    options.limits.header = options.limits.body = std::chrono::seconds(1);
+    std::ostringstream login;
+    Poco::Base64Encoder(login) << Users::kAdministrator << ':' << users.resetPassword(Users::kAdministrator);
     const Server server(options, router, authenticator);
-    for (const std::string_view sent : {"", "GET / HTTP/1.1\r\nHost: x"})
-        EXPECT_THAT(answerTo(sent, server), testing::StartsWith("HTTP/1.1 408"));
+    const std::string halfABody = fmt::format(
+        "PUT /x HTTP/1.1\r\nHost: x\r\nAuthorization: Basic {}\r\nContent-Length: 9\r\n\r\n{{\"a\"",
+        login.str());
+    for (const std::string_view sent : {std::string_view(), "GET / HTTP/1.1\r\nHost: x", halfABody})
+        EXPECT_THAT(answerTo(sent, server), testing::StartsWith("HTTP/1.1 408")) << sent;
 }
 
 } // namespace kestrel::index
