@@ -10,7 +10,9 @@
 
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <stdexcept>
+#include <sys/file.h>
 #include <thread>
 #include <utility>
 
@@ -20,6 +22,12 @@ namespace {
 Poco::JSON::Object::Ptr readJson(const std::string& path) {
     Poco::FileInputStream file(path);
     return Poco::JSON::Parser().parse(file).extract<Poco::JSON::Object::Ptr>();
+}
+
+/// Until the process ends. CTest runs the cases of one executable side by side, but the cluster is one.
+void waitForOthersOfThisExecutable() {
+    static const int executable = ::open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+    if (::flock(executable, LOCK_EX) != 0) throw std::runtime_error("the test cannot lock its executable");
 }
 
 void waitFor(const std::string& path, const Poco::ProcessHandle& process) {
@@ -47,6 +55,7 @@ IndexService::IndexService(std::string uri, std::string user, std::string passwo
 std::unique_ptr<IndexService> IndexService::elasticsearch() {
     const std::string uri = Poco::Environment::get("KESTREL_ELASTICSEARCH_URI", "");
     if (uri.empty()) return nullptr;
+    waitForOthersOfThisExecutable();
     return std::unique_ptr<IndexService>(
         new IndexService(uri, Poco::Environment::get("KESTREL_ELASTICSEARCH_USER"),
                          Poco::Environment::get("KESTREL_ELASTICSEARCH_PASSWORD")));
