@@ -60,7 +60,7 @@ std::vector<const AVStream*> audioStreams(const AVFormatContext& media) {
 }
 
 std::vector<const AVStream*> chosenStreams(AVFormatContext& media, const TrackChoice& choice) {
-    const std::vector<const AVStream*> all = audioStreams(media);
+    std::vector<const AVStream*> all = audioStreams(media);
     if (all.empty()) throw Failure("holds no audio");
     if (choice.kind == TrackChoice::Kind::All) return all;
     if (choice.kind == TrackChoice::Kind::One) {

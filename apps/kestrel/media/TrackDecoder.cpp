@@ -156,6 +156,7 @@ void TrackDecoder::convert(const std::uint8_t** samples, int count) {
     std::vector<std::vector<float>> channels(mChannelsOut,
                                              std::vector<float>(static_cast<std::size_t>(room)));
     std::vector<std::uint8_t*> targets;
+    targets.reserve(channels.size());
     for (std::vector<float>& channel : channels)
         targets.push_back(reinterpret_cast<std::uint8_t*>(channel.data()));
     const int made = std::max(swr_convert(mResampler.get(), targets.data(), room, samples, count), 0);

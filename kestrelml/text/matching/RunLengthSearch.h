@@ -13,7 +13,7 @@ namespace kestrelml::detail {
 class RunLengthSearch {
 public:
     /// Up to so many pairs of units it is faster to compare them all than to set up a `RepeatSearch`.
-    static constexpr std::int64_t kMostPairs = 192 * 192;
+    static constexpr std::int64_t kMostPairs = std::int64_t{192} * 192;
 
     RunLengthSearch(std::u16string_view a, std::u16string_view b) : mA(a), mB(b) {}
 

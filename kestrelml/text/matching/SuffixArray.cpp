@@ -60,8 +60,8 @@ private:
             mSuffixes[at(--ends[at(mText[at(anchors[k])])])] = anchors[k];
         }
         Indices starts = bucketStarts();
-        for (std::size_t k = 0; k < mSuffixes.size(); ++k) {
-            const std::int32_t i = mSuffixes[k] - 1;
+        for (const std::int32_t next : mSuffixes) { // which the loop itself adds further on
+            const std::int32_t i = next - 1;
             if (i >= 0 && !mSmaller[at(i)]) mSuffixes[at(starts[at(mText[at(i)])]++)] = i;
         }
         ends = bucketEnds();
