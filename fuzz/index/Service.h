@@ -1,7 +1,6 @@
 #pragma once
 
 #include "handlers/Handlers.h"
-#include "storage/DataFolder.h"
 
 #include <spdlog/spdlog.h>
 
@@ -20,16 +19,7 @@ class Service {
 public:
     static constexpr const char* kIndex = "fuzz_rel";
 
-    Service() {
-        spdlog::set_level(spdlog::level::off);
-        addRootHandlers(mRouter, mServices);
-        addIndexHandlers(mRouter, mServices);
-        addDocumentHandlers(mRouter, mServices);
-        addBulkHandlers(mRouter, mServices);
-        addSearchHandlers(mRouter, mServices);
-        addByQueryHandlers(mRouter, mServices);
-        addSecurityHandlers(mRouter, mServices);
-    }
+    Service() { spdlog::set_level(spdlog::level::off); }
     ~Service() { std::filesystem::remove_all(mFolder); }
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
@@ -79,13 +69,8 @@ private:
     }
 
     const std::filesystem::path mFolder = makeFolder();
-    kestrel::index::DocumentStore mStore{mFolder / "documents.db"};
-    kestrel::index::Scrolls mScrolls{mStore};
-    kestrel::index::WriteQueue mWrites{mStore, mScrolls};
-    kestrel::index::Users mUsers{mStore, mWrites};
-    kestrel::index::Catalogue mCatalogue{mStore, mWrites};
-    const kestrel::index::Services mServices{mStore, mWrites, mCatalogue, mScrolls, mUsers};
-    kestrel::index::Router mRouter;
+    kestrel::index::Services mServices{mFolder / "documents.db"};
+    const kestrel::index::Router mRouter = makeRouter(mServices);
     const std::shared_ptr<const kestrel::index::Principal> mAdministrator =
         std::make_shared<const kestrel::index::Principal>(
             "fuzzer", std::vector<std::string>{}, kestrel::index::AllRights,

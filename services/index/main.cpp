@@ -1,8 +1,6 @@
 #include "base/AtomicFile.h"
 #include "handlers/Handlers.h"
 #include "http/Server.h"
-#include "security/Certificate.h"
-#include "storage/DataFolder.h"
 #include "storage/Snapshots.h"
 #include "tools/Backup.h"
 #include "tools/Check.h"
@@ -55,27 +53,11 @@ void announce(const Options& options, std::uint16_t port) {
 int serve(Options options) {
     const sigset_t ending = blockSignals();
     const DataFolder folder(options.data);
-    DocumentStore store(folder.documents());
-    Scrolls scrolls(store);
-    WriteQueue writes(store, scrolls);
-    Users users(store, writes);
-    users.ensureAdministrator(folder.administrator());
-    ensureCertificate(folder.certificate(), folder.privateKey());
-    folder.finishFirstStart();
-    Catalogue catalogue(store, writes);
-    catalogue.load(folder.derived());
-    const Snapshots snapshots(folder.derived(), catalogue);
-
-    Router router;
-    const Services services{store, writes, catalogue, scrolls, users};
-    addRootHandlers(router, services);
-    addIndexHandlers(router, services);
-    addDocumentHandlers(router, services);
-    addBulkHandlers(router, services);
-    addSearchHandlers(router, services);
-    addByQueryHandlers(router, services);
-    addSecurityHandlers(router, services);
-    Authenticator authenticator(users);
+    Services services(folder.documents());
+    services.start(folder);
+    const Snapshots snapshots(folder.derived(), services.catalogue);
+    const Router router = makeRouter(services);
+    Authenticator authenticator(services.users);
 
     options.server.certificate = folder.certificate();
     options.server.privateKey = folder.privateKey();
@@ -106,11 +88,8 @@ int runCheck(const std::filesystem::path& data) {
 
 int runResetPassword(const std::filesystem::path& data, const std::string& name) {
     const DataFolder folder(data, DataFolder::Absent::IsRefused);
-    DocumentStore store(folder.documents());
-    Scrolls scrolls(store);
-    WriteQueue writes(store, scrolls);
-    Users users(store, writes);
-    const std::string password = users.resetPassword(name);
+    Services services(folder.documents());
+    const std::string password = services.users.resetPassword(name);
     if (name == Users::kAdministrator) {
         writeFileAtomically(folder.administrator(),
                             Json{{"user", name}, {"password", password}}.dump() + "\n");

@@ -54,11 +54,8 @@ protected:
 } // namespace
 
 TEST_F(SlowClients, AreToldWhyTheirConnectionEnds) {
-    DocumentStore store(mFolder / "documents.db");
-    Scrolls scrolls(store);
-    WriteQueue writes(store, scrolls);
-    Users users(store, writes);
-    Authenticator authenticator(users);
+    const Services services(mFolder / "documents.db");
+    Authenticator authenticator(services.users);
     const Router router;
     Server::Options options{
         .certificate = mFolder / "certificate.pem", .privateKey = mFolder / "private-key.pem", .limits = {}};

@@ -46,7 +46,7 @@ struct Action {
 
 class BulkRequest {
 public:
-    BulkRequest(const Services& services, const Request& request, std::string defaultIndex)
+    BulkRequest(Services& services, const Request& request, std::string defaultIndex)
         : mServices(services), mRequest(request), mDefaultIndex(std::move(defaultIndex)) {
         if (request.body.empty()) throw ApiError(400, "parse_exception", "request body is required");
         if (request.body.back() != '\n')
@@ -213,7 +213,7 @@ private:
         }
     }
 
-    const Services& mServices;
+    Services& mServices;
     const Request& mRequest;
     std::string mDefaultIndex;
     std::size_t mPosition = 0;
@@ -223,15 +223,16 @@ private:
 
 } // namespace
 
-void addBulkHandlers(Router& router, Services services) {
+void addBulkHandlers(Router& router, Services& services) {
     const std::vector<std::string> allowed{"refresh", "timeout", "wait_for_active_shards"};
     router.add({"PUT", "POST"}, "{index}/_bulk", allowed,
-               [=](const Request& request, const Router::PathParams& params) {
+               [&services](const Request& request, const Router::PathParams& params) {
                    return BulkRequest(services, request, params.at("index")).run();
                });
-    router.add({"PUT", "POST"}, "_bulk", allowed, [=](const Request& request, const Router::PathParams&) {
-        return BulkRequest(services, request, "").run();
-    });
+    router.add({"PUT", "POST"}, "_bulk", allowed,
+               [&services](const Request& request, const Router::PathParams&) {
+                   return BulkRequest(services, request, "").run();
+               });
 }
 
 } // namespace kestrel::index

@@ -47,7 +47,7 @@ Json bodyWith(const Request& request, std::initializer_list<std::string_view> kn
 /// succeeds.
 class DocumentFinder {
 public:
-    explicit DocumentFinder(const Services& services) : mStore(services.store), mWork(Work::current()) {}
+    explicit DocumentFinder(Services& services) : mStore(services.store), mWork(Work::current()) {}
     std::vector<RowId> find(const IndexPtr& index, const Json& query) const {
         const Work::Scope scope(mWork);
         return matchingRows(index, mStore, query);
@@ -66,7 +66,7 @@ private:
 
 /// Both run alone in the writer: the query sees all earlier writes, and one transaction changes all documents
 /// or none.
-Answer updateByQuery(const Services& services, const Request& request, const std::string& expression) {
+Answer updateByQuery(Services& services, const Request& request, const std::string& expression) {
     const Stopwatch stopwatch;
     const std::vector<IndexPtr> indices = resolveIndices(
         services, *request.user, expression, RightWriteDocument, "indices:data/write/update/byquery");
@@ -92,7 +92,7 @@ Answer updateByQuery(const Services& services, const Request& request, const std
     return Answer::json(summary(stopwatch, total, "updated", 0));
 }
 
-Answer deleteByQuery(const Services& services, const Request& request, const std::string& expression) {
+Answer deleteByQuery(Services& services, const Request& request, const std::string& expression) {
     const Stopwatch stopwatch;
     const std::vector<IndexPtr> indices = resolveIndices(
         services, *request.user, expression, RightDeleteDocument, "indices:data/write/delete/byquery");
@@ -117,16 +117,16 @@ Answer deleteByQuery(const Services& services, const Request& request, const std
 
 } // namespace
 
-void addByQueryHandlers(Router& router, Services services) {
+void addByQueryHandlers(Router& router, Services& services) {
     using Params = Router::PathParams;
     const std::vector<std::string> allowed{
         "conflicts", "refresh", "timeout", "allow_no_indices", "ignore_unavailable", "expand_wildcards"};
     router.add({"POST"}, "{index}/_update_by_query", allowed,
-               [=](const Request& request, const Params& params) {
+               [&services](const Request& request, const Params& params) {
                    return updateByQuery(services, request, params.at("index"));
                });
     router.add({"POST"}, "{index}/_delete_by_query", allowed,
-               [=](const Request& request, const Params& params) {
+               [&services](const Request& request, const Params& params) {
                    return deleteByQuery(services, request, params.at("index"));
                });
 }

@@ -7,8 +7,8 @@
 
 namespace kestrel::index {
 
-std::vector<IndexPtr> resolveIndices(const Services& services, const Principal& user,
-                                     const std::string& expression, Right right, const std::string& action) {
+std::vector<IndexPtr> resolveIndices(Services& services, const Principal& user, const std::string& expression,
+                                     Right right, const std::string& action) {
     std::vector<IndexPtr> indices;
     std::istringstream names(expression);
     for (std::string name; std::getline(names, name, ',');) {

@@ -17,7 +17,7 @@ Answer answerOf(const WriteResult& result) {
     return {result.status(), "{" + result.members() + "}", {}};
 }
 
-Answer put(const Services& services, const Request& request, const std::string& name, const std::string& id,
+Answer put(Services& services, const Request& request, const std::string& name, const std::string& id,
            bool createOnly) {
     request.user->require(createOnly ? RightCreateDocument : RightWriteDocument, name,
                           "indices:data/write/index");
@@ -42,7 +42,7 @@ struct Current {
 };
 
 /// The current state of the document; nothing when it does not exist.
-std::optional<Current> readCurrent(const Services& services, const Index& index, const std::string& id) try {
+std::optional<Current> readCurrent(Services& services, const Index& index, const std::string& id) try {
     const auto attempt = [&]() -> std::pair<bool, std::optional<Current>> {
         const auto row = index.rowOf(id);
         if (!row) return {true, std::nullopt};
@@ -61,7 +61,7 @@ std::optional<Current> readCurrent(const Services& services, const Index& index,
     throw damaged(index, e);
 }
 
-Answer get(const Services& services, const Request& request, const std::string& name, const std::string& id) {
+Answer get(Services& services, const Request& request, const std::string& name, const std::string& id) {
     request.user->require(RightRead, name, "indices:data/read/get");
     const IndexPtr index = services.catalogue.get(name);
     const auto found = readCurrent(services, *index, id);
@@ -76,8 +76,7 @@ Answer get(const Services& services, const Request& request, const std::string& 
     return Answer::json({{"_index", name}, {"_id", id}, {"found", false}}, 404);
 }
 
-Answer remove(const Services& services, const Request& request, const std::string& name,
-              const std::string& id) {
+Answer remove(Services& services, const Request& request, const std::string& name, const std::string& id) {
     request.user->require(RightDeleteDocument, name, "indices:data/write/delete");
     const IndexPtr index = services.catalogue.get(name);
     WriteResult result;
@@ -85,8 +84,7 @@ Answer remove(const Services& services, const Request& request, const std::strin
     return answerOf(result);
 }
 
-Answer update(const Services& services, const Request& request, const std::string& name,
-              const std::string& id) {
+Answer update(Services& services, const Request& request, const std::string& name, const std::string& id) {
     request.user->require(RightWriteDocument, name, "indices:data/write/update");
     checkDocumentId(id);
     const Update change(parseDocument(request.body));
@@ -98,32 +96,34 @@ Answer update(const Services& services, const Request& request, const std::strin
 
 } // namespace
 
-void addDocumentHandlers(Router& router, Services services) {
+void addDocumentHandlers(Router& router, Services& services) {
     using Params = Router::PathParams;
     const std::vector<std::string> writing{"op_type", "refresh", "timeout", "wait_for_active_shards"};
-    router.add({"POST"}, "{index}/_doc", writing, [=](const Request& request, const Params& params) {
+    router.add({"POST"}, "{index}/_doc", writing, [&services](const Request& request, const Params& params) {
         // A generated identifier is always new, whatever op_type says.
         request.user->require(RightCreateDocument, params.at("index"), "indices:data/write/index");
         return put(services, request, params.at("index"), makeDocumentId(), true);
     });
     router.add({"POST", "PUT"}, "{index}/_doc/{id}", writing,
-               [=](const Request& request, const Params& params) {
+               [&services](const Request& request, const Params& params) {
                    return put(services, request, params.at("index"), params.at("id"), createOnly(request));
                });
     router.add({"POST", "PUT"}, "{index}/_create/{id}", writing,
-               [=](const Request& request, const Params& params) {
+               [&services](const Request& request, const Params& params) {
                    return put(services, request, params.at("index"), params.at("id"), true);
                });
     router.add({"GET", "HEAD"}, "{index}/_doc/{id}", {"realtime", "refresh"},
-               [=](const Request& request, const Params& params) {
+               [&services](const Request& request, const Params& params) {
                    return get(services, request, params.at("index"), params.at("id"));
                });
-    router.add({"DELETE"}, "{index}/_doc/{id}", writing, [=](const Request& request, const Params& params) {
-        return remove(services, request, params.at("index"), params.at("id"));
-    });
-    router.add({"POST"}, "{index}/_update/{id}", writing, [=](const Request& request, const Params& params) {
-        return update(services, request, params.at("index"), params.at("id"));
-    });
+    router.add({"DELETE"}, "{index}/_doc/{id}", writing,
+               [&services](const Request& request, const Params& params) {
+                   return remove(services, request, params.at("index"), params.at("id"));
+               });
+    router.add({"POST"}, "{index}/_update/{id}", writing,
+               [&services](const Request& request, const Params& params) {
+                   return update(services, request, params.at("index"), params.at("id"));
+               });
 }
 
 } // namespace kestrel::index

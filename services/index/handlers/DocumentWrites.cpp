@@ -104,7 +104,7 @@ NewDocument NewDocument::parse(const Index& index, std::string id, std::string_v
     return document;
 }
 
-IndexPtr indexForWrite(const Services& services, const Principal& user, const std::string& name,
+IndexPtr indexForWrite(Services& services, const Principal& user, const std::string& name,
                        const std::string& id, std::string_view source) {
     if (IndexPtr index = services.catalogue.find(name)) return index;
     user.require(RightCreateIndex, name, "indices:admin/auto_create");

@@ -32,7 +32,7 @@ struct NewDocument {
 };
 
 /// The index of that name; created if it does not exist, the user may, and a new index accepts the document.
-IndexPtr indexForWrite(const Services& services, const Principal& user, const std::string& name,
+IndexPtr indexForWrite(Services& services, const Principal& user, const std::string& name,
                        const std::string& id, std::string_view source);
 
 std::string makeDocumentId();

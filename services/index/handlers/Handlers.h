@@ -2,9 +2,7 @@
 
 #include "base/ApiError.h"
 #include "handlers/Router.h"
-#include "query/Scrolls.h"
-#include "security/Users.h"
-#include "storage/Catalogue.h"
+#include "handlers/Services.h"
 
 #include <chrono>
 #include <string>
@@ -12,28 +10,22 @@
 
 namespace kestrel::index {
 
-/// What the handlers work on.
-struct Services {
-    DocumentStore& store;
-    WriteQueue& writes;
-    Catalogue& catalogue;
-    Scrolls& scrolls;
-    Users& users;
-};
+/// The routes of all requests.
+Router makeRouter(Services& services);
 
-void addRootHandlers(Router& router, Services services);
-void addIndexHandlers(Router& router, Services services);
-void addDocumentHandlers(Router& router, Services services);
-void addBulkHandlers(Router& router, Services services);
-void addSearchHandlers(Router& router, Services services);
-void addByQueryHandlers(Router& router, Services services);
-void addSecurityHandlers(Router& router, Services services);
+void addRootHandlers(Router& router);
+void addIndexHandlers(Router& router, Services& services);
+void addDocumentHandlers(Router& router, Services& services);
+void addBulkHandlers(Router& router, Services& services);
+void addSearchHandlers(Router& router, Services& services);
+void addByQueryHandlers(Router& router, Services& services);
+void addSecurityHandlers(Router& router, Services& services);
 
 /// The indices that an expression of names, patterns and "_all", separated by commas, stands for. Throws an
 /// ApiError with 404 for a name that does not exist and with 403 for one that the user may not use; patterns
 /// match what exists and is allowed.
-std::vector<IndexPtr> resolveIndices(const Services& services, const Principal& user,
-                                     const std::string& expression, Right right, const std::string& action);
+std::vector<IndexPtr> resolveIndices(Services& services, const Principal& user, const std::string& expression,
+                                     Right right, const std::string& action);
 
 /// Measures the time for "took".
 class Stopwatch {

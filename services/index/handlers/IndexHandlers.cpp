@@ -56,7 +56,7 @@ Json describe(const Index& index) {
             {"settings", {{"index", settings}}}};
 }
 
-Answer create(const Services& services, const Request& request, const std::string& name) {
+Answer create(Services& services, const Request& request, const std::string& name) {
     request.user->require(RightCreateIndex, name, "indices:admin/create");
     const Json body = request.json();
     Json settings = Json::object();
@@ -75,7 +75,7 @@ Answer create(const Services& services, const Request& request, const std::strin
     return Answer::json({{"acknowledged", true}, {"shards_acknowledged", true}, {"index", name}});
 }
 
-Answer remove(const Services& services, const Request& request, const std::string& name) {
+Answer remove(Services& services, const Request& request, const std::string& name) {
     request.user->require(RightDeleteIndex, name, "indices:admin/delete");
     if (name.find_first_of("*?,") != std::string::npos || name == "_all")
         throw illegalArgument("Wildcard expressions or all indices are not allowed");
@@ -83,7 +83,7 @@ Answer remove(const Services& services, const Request& request, const std::strin
     return Answer::json({{"acknowledged", true}});
 }
 
-Answer refresh(const Services& services, const Request& request, const std::string& expression) {
+Answer refresh(Services& services, const Request& request, const std::string& expression) {
     // Every acknowledged write is visible already: this only checks that the indices exist.
     const std::size_t count =
         resolveIndices(services, *request.user, expression, RightMaintain, "indices:admin/refresh").size();
@@ -92,32 +92,35 @@ Answer refresh(const Services& services, const Request& request, const std::stri
 
 } // namespace
 
-void addIndexHandlers(Router& router, Services services) {
+void addIndexHandlers(Router& router, Services& services) {
     const std::vector<std::string> expansion{"allow_no_indices", "ignore_unavailable", "expand_wildcards"};
     const std::vector<std::string> waiting{"timeout", "master_timeout", "wait_for_active_shards"};
     router.add({"GET", "HEAD"}, "{index}", expansion,
-               [=](const Request& request, const Router::PathParams& params) {
+               [&services](const Request& request, const Router::PathParams& params) {
                    Json shown = Json::object();
                    for (const IndexPtr& index : resolveIndices(services, *request.user, params.at("index"),
                                                                RightViewMetadata, "indices:admin/get"))
                        shown[index->name()] = describe(*index);
                    return Answer::json(shown);
                });
-    router.add({"PUT"}, "{index}", waiting, [=](const Request& request, const Router::PathParams& params) {
-        return create(services, request, params.at("index"));
-    });
-    router.add({"DELETE"}, "{index}", waiting, [=](const Request& request, const Router::PathParams& params) {
-        return remove(services, request, params.at("index"));
-    });
+    router.add({"PUT"}, "{index}", waiting,
+               [&services](const Request& request, const Router::PathParams& params) {
+                   return create(services, request, params.at("index"));
+               });
+    router.add({"DELETE"}, "{index}", waiting,
+               [&services](const Request& request, const Router::PathParams& params) {
+                   return remove(services, request, params.at("index"));
+               });
     router.add({"POST", "GET"}, "{index}/_refresh", expansion,
-               [=](const Request& request, const Router::PathParams& params) {
+               [&services](const Request& request, const Router::PathParams& params) {
                    return refresh(services, request, params.at("index"));
                });
-    router.add(
-        {"POST", "GET"}, "_refresh", expansion,
-        [=](const Request& request, const Router::PathParams&) { return refresh(services, request, "*"); });
+    router.add({"POST", "GET"}, "_refresh", expansion,
+               [&services](const Request& request, const Router::PathParams&) {
+                   return refresh(services, request, "*");
+               });
     router.add({"GET"}, "{index}/_mapping", expansion,
-               [=](const Request& request, const Router::PathParams& params) {
+               [&services](const Request& request, const Router::PathParams& params) {
                    Json shown = Json::object();
                    for (const IndexPtr& index :
                         resolveIndices(services, *request.user, params.at("index"), RightViewMetadata,

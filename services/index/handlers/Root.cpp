@@ -6,7 +6,19 @@
 
 namespace kestrel::index {
 
-void addRootHandlers(Router& router, Services) {
+Router makeRouter(Services& services) {
+    Router router;
+    addRootHandlers(router);
+    addIndexHandlers(router, services);
+    addDocumentHandlers(router, services);
+    addBulkHandlers(router, services);
+    addSearchHandlers(router, services);
+    addByQueryHandlers(router, services);
+    addSecurityHandlers(router, services);
+    return router;
+}
+
+void addRootHandlers(Router& router) {
     router.add({"GET", "HEAD"}, "/", {}, [](const Request& request, const Router::PathParams&) {
         request.user->requireCluster(RightMonitorService, "cluster:monitor/main");
         return Answer::json({{"name", "kestrel-index"},

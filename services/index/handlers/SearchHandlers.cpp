@@ -79,7 +79,7 @@ std::vector<HitRef> mergeHits(const std::vector<Found>& found, const SearchReque
 
 class SearchRun {
 public:
-    SearchRun(const Services& services, std::vector<IndexPtr> indices, const SearchRequest& request)
+    SearchRun(Services& services, std::vector<IndexPtr> indices, const SearchRequest& request)
         : mServices(services), mIndices(std::move(indices)), mRequest(request) {
         if (mIndices.size() > 1 && (!request.sort.empty() || !request.aggregations.is_null()))
             throw illegalArgument("[sort] and [aggs] are supported on one index at a time");
@@ -143,7 +143,7 @@ private:
         return text + "}";
     }
 
-    const Services& mServices;
+    Services& mServices;
     std::vector<IndexPtr> mIndices;
     const SearchRequest& mRequest;
     std::vector<Found> mFound;
@@ -155,7 +155,7 @@ std::string renderPage(const Scrolls::Page& page, const Stopwatch& stopwatch) {
                        renderHits(page.total, page.request, page.maximumScore, page.hits));
 }
 
-Answer openScroll(const Services& services, const Request& request, const std::vector<IndexPtr>& indices,
+Answer openScroll(Services& services, const Request& request, const std::vector<IndexPtr>& indices,
                   const SearchRequest& search, const Stopwatch& stopwatch) {
     if (indices.size() != 1) throw illegalArgument("[scroll] is supported on one index at a time");
     if (!search.aggregations.is_null()) throw illegalArgument("[aggs] are not supported in a scroll");
@@ -165,7 +165,7 @@ Answer openScroll(const Services& services, const Request& request, const std::v
     return {200, renderPage(page, stopwatch), {}};
 }
 
-Answer searchIndices(const Services& services, const Request& request, const std::string& expression) {
+Answer searchIndices(Services& services, const Request& request, const std::string& expression) {
     const Stopwatch stopwatch;
     const std::vector<IndexPtr> indices =
         resolveIndices(services, *request.user, expression, RightRead, "indices:data/read/search");
@@ -207,7 +207,7 @@ std::pair<std::string, std::string> scrollMembers(const Request& request) {
     return {id, keepAlive};
 }
 
-Answer continueScroll(const Services& services, const Request& request) {
+Answer continueScroll(Services& services, const Request& request) {
     const Stopwatch stopwatch;
     const auto [id, keepAlive] = scrollMembers(request);
     const std::chrono::seconds time = keepAlive.empty() ? std::chrono::seconds(0) : parseKeepAlive(keepAlive);
@@ -216,7 +216,7 @@ Answer continueScroll(const Services& services, const Request& request) {
             {}};
 }
 
-Answer closeScrolls(const Services& services, const Request& request) {
+Answer closeScrolls(Services& services, const Request& request) {
     const Json body = request.json();
     std::vector<std::string> ids;
     const Json given = body.is_object() ? body.value("scroll_id", Json()) : Json();
@@ -232,7 +232,7 @@ Answer closeScrolls(const Services& services, const Request& request) {
     return Answer::json({{"succeeded", true}, {"num_freed", closed}}, closed > 0 || all ? 200 : 404);
 }
 
-Answer countIndices(const Services& services, const Request& request, const std::string& expression) {
+Answer countIndices(Services& services, const Request& request, const std::string& expression) {
     const std::vector<IndexPtr> indices =
         resolveIndices(services, *request.user, expression, RightRead, "indices:data/read/search");
     const Json body = request.json();
@@ -249,27 +249,31 @@ Answer countIndices(const Services& services, const Request& request, const std:
 
 } // namespace
 
-void addSearchHandlers(Router& router, Services services) {
+void addSearchHandlers(Router& router, Services& services) {
     using Params = Router::PathParams;
     const std::vector<std::string> expansion{"allow_no_indices", "ignore_unavailable", "expand_wildcards"};
     std::vector<std::string> searching{"scroll", "size", "from", "timeout", "typed_keys"};
     searching.insert(searching.end(), expansion.begin(), expansion.end());
-    router.add({"GET", "POST"}, "_search/scroll", {"scroll", "scroll_id"},
-               [=](const Request& request, const Params&) { return continueScroll(services, request); });
-    router.add({"DELETE"}, "_search/scroll", {},
-               [=](const Request& request, const Params&) { return closeScrolls(services, request); });
+    router.add(
+        {"GET", "POST"}, "_search/scroll", {"scroll", "scroll_id"},
+        [&services](const Request& request, const Params&) { return continueScroll(services, request); });
+    router.add({"DELETE"}, "_search/scroll", {}, [&services](const Request& request, const Params&) {
+        return closeScrolls(services, request);
+    });
     router.add({"GET", "POST"}, "{index}/_search", searching,
-               [=](const Request& request, const Params& params) {
+               [&services](const Request& request, const Params& params) {
                    return searchIndices(services, request, params.at("index"));
                });
-    router.add({"GET", "POST"}, "_search", searching,
-               [=](const Request& request, const Params&) { return searchIndices(services, request, "*"); });
+    router.add({"GET", "POST"}, "_search", searching, [&services](const Request& request, const Params&) {
+        return searchIndices(services, request, "*");
+    });
     router.add({"GET", "POST"}, "{index}/_count", expansion,
-               [=](const Request& request, const Params& params) {
+               [&services](const Request& request, const Params& params) {
                    return countIndices(services, request, params.at("index"));
                });
-    router.add({"GET", "POST"}, "_count", expansion,
-               [=](const Request& request, const Params&) { return countIndices(services, request, "*"); });
+    router.add({"GET", "POST"}, "_count", expansion, [&services](const Request& request, const Params&) {
+        return countIndices(services, request, "*");
+    });
 }
 
 } // namespace kestrel::index

@@ -26,7 +26,7 @@ void requireManager(const Request& request, const std::string& action) {
 
 } // namespace
 
-void addSecurityHandlers(Router& router, Services services) {
+void addSecurityHandlers(Router& router, Services& services) {
     Users& users = services.users;
     router.add(
         {"PUT", "POST"}, "_security/role/{name}", {"refresh"},
