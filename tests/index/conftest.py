@@ -9,7 +9,7 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
 
-from index_process import Client, IndexProcess
+from index_process import Client, IndexProcess, Served
 from store_mapping import MAPPING
 
 _numbers = itertools.count()
@@ -40,3 +40,10 @@ def index(client: Client) -> Iterator[str]:
 @pytest.fixture
 def data(tmp_path: Path) -> Path:
     return tmp_path / "data"
+
+
+@pytest.fixture
+def served(data: Path) -> Iterator[Served]:
+    running = Served(data)
+    yield running
+    assert running.process.stop() == 0

@@ -1,6 +1,6 @@
-"""Random and hostile requests against the real service, with a record of what it acknowledged.
+"""Random writes and searches, valid, odd and contradictory, against the real service, with a record of what it acknowledged.
 
-Each round sends valid, odd and contradictory requests, ends the service (TERM, kill -9 while idle, kill -9 in the middle
+Each round sends such requests, ends the service (TERM, kill -9 while idle, kill -9 in the middle
 of a request, in turn), starts it again and compares every document, counts, queries and aggregations with the record.
 A failure names the seed and the round.
 
@@ -20,13 +20,15 @@ import threading
 import time
 from collections import Counter
 from collections.abc import Callable, Iterator
+from concurrent.futures import ThreadPoolExecutor
+from contextlib import suppress
 from http.client import HTTPException
 from pathlib import Path
 from typing import Any, Optional
 from urllib.parse import quote
 
 sys.path.insert(0, str(Path(__file__).parent))
-from index_process import Answer, Client, IndexProcess  # noqa: E402
+from index_process import Answer, Client, IndexProcess, meanwhile  # noqa: E402
 
 Source = dict[str, Any]
 State = Optional[Source]  # None: the document is not there
@@ -110,7 +112,7 @@ def merged(target: Source, fields: Source) -> Source:
 
 
 class Maker:
-    """Makes documents, queries and whole requests."""
+    """Makes documents, queries and searches."""
 
     def __init__(self, rng: random.Random) -> None:
         self.rng = rng
@@ -239,22 +241,6 @@ class Maker:
             body["track_total_hits"] = rng.choice([True, False, 0, 5, -1, "x"])
         return body
 
-    def nonsense(self) -> tuple[str, str, Any]:
-        rng = self.rng
-        index = rng.choice(INDICES)
-        path = rng.choice([
-            f"{index}/_doc/%FF%FE", f"{index}/_doc/%00", f"{index}/_doc/" + quote(rng.choice(TEXTS[:14]), safe=""), f"{index}/_doc/{'z' * 513}",
-            f"{index}/_search?scroll=nanm", f"{index}/_search?scroll=infm", f"{index}/_search?scroll=1e300d", f"{index}/_search?scroll=0s",
-            f"{index}/_search?size=18446744073709551615&from=5", "_search/scroll", f"{index}/_mapping", "", "%FF", "a%2Fb", f"{index},{index}/_search",
-            "*/_search", "*/_count", f"{index}/_update/nothing", "_security/role/%FF", "_security/user/x", f"{index}/_bulk", "_bulk", "odd%80name",
-            f"{index}/_search?a=%FF", f"{index}/_refresh", "..", "_all", "?", f"{index}/_update_by_query", f"{index}/_search?scroll=1m",
-        ])
-        method = rng.choice(["GET", "PUT", "POST", "HEAD", "PATCH", "OPTIONS"])
-        body: Any = rng.choice([None, None, "{", "[]", "null", "5", self.body(self.document()), json.dumps(self.search())])
-        if path.endswith("_update_by_query"):
-            body = rng.choice(["{", "[]", "5"])
-        return method, path, body
-
 
 class Record:
     """What the service has acknowledged, and what it may or may not have done when it was killed."""
@@ -263,6 +249,7 @@ class Record:
         self.states: dict[Key, Source] = {}
         self.doubt: dict[Key, list[State]] = {}
         self.doubtful_new: list[tuple[str, Any]] = []
+        self.doubtful_bulks: list[dict[Key, State]] = []  # each happened whole or not at all
 
     def get(self, key: Key) -> State:
         return self.states.get(key)
@@ -285,6 +272,11 @@ class Record:
             assert canonical_state(state) in [canonical_state(s) for s in [self.get((name, identifier)), *allowed]], (
                 f"{name}/{identifier} is neither as before nor as after the request that was cut off: {state!r:.500}")
             self.set((name, identifier), state)
+        for after in (bulk for bulk in self.doubtful_bulks if index == INDICES[0]):
+            now = {key: found.get(key[1]) for key in after}
+            assert now in ({key: self.get(key) for key in after}, after), f"part of a request that was cut off: {now}"
+            for key, state in now.items():
+                self.set(key, state)
         for name, content in self.doubtful_new:
             for identifier, state in found.items():
                 if name == index and (index, identifier) not in self.states and canonical(state) == content:
@@ -297,6 +289,31 @@ def canonical_state(state: State) -> Any:
 
 class CutOff(Exception):
     """The service went away in the middle of a request."""
+
+
+class Writer:
+    """Writes and deletes documents of its own, several in a request, until it is cut off."""
+
+    def __init__(self, client: Client, prefix: str, seed: int) -> None:
+        self.client = client
+        self.rng = random.Random(seed)
+        self.keys = [(INDICES[0], f"{prefix}{number}") for number in range(40)]
+        self.acknowledged: dict[Key, State] = {}
+        self.in_doubt: dict[Key, State] = {}
+        self.count = 0
+
+    def write(self) -> None:
+        with suppress(OSError, HTTPException):
+            while True:
+                self.in_doubt = {key: {"body": "light", "count": self.count} if self.rng.random() < 0.8 else None
+                                 for key in self.rng.sample(self.keys, self.rng.randint(1, 20))}
+                lines = [line for (_, identifier), state in self.in_doubt.items() for line in (
+                    [{"delete": {"_id": identifier}}] if state is None else [{"index": {"_id": identifier}}, state])]
+                body = "".join(json.dumps(line) + "\n" for line in lines)
+                assert self.client("PUT", f"{INDICES[0]}/_bulk", body).status == 200
+                self.acknowledged.update(self.in_doubt)
+                self.in_doubt = {}
+                self.count += 1
 
 
 class Run:
@@ -464,51 +481,18 @@ class Run:
     def search(self) -> None:
         self.send("GET", f"{self.rng.choice(INDICES)}/_search", json.dumps(self.make.search()))
 
-    def nonsense(self) -> None:
-        method, path, body = self.make.nonsense()
-        index, _, rest = path.partition("/")
-        answer = self.send(method, path, body)
-        # Some of it is a valid write after all.
-        if answer.status < 300 and method in ("PUT", "POST") and rest.startswith("_doc/"):
-            self.record.set((index, answer.json["_id"]), self.understood(body or ""))
-
-    def mapping(self) -> None:
-        """An index with an odd mapping: refused, or there to be deleted."""
-        rng = self.rng
-        kinds = ["text", "keyword", "long", "dense_vector", "nested", "object", "float", "boolean", "byte"]
-        properties = {
-            rng.choice(NAMES): {
-                "type": rng.choice(kinds),
-                **rng.choice([{}, {"properties": {rng.choice(NAMES): {"type": rng.choice(kinds)}}}, {"dims": rng.choice([0, 4, -1, 2**40])},
-                              {"fields": {rng.choice(NAMES): {"type": "keyword", "properties": {}}}}, {"ignore_above": rng.choice([0, 5, "x"])},
-                              {"fields": {"k": {"type": "keyword"}, "l": {"type": "keyword"}}}, {"fields": 5}, {"properties": 5}]),
-            }
-            for _ in range(rng.randint(1, 4))
-        }
-        if self.send("PUT", "odd_rel", json.dumps({"mappings": {"properties": properties}})).status == 200:
-            for _ in range(3):
-                self.send("POST", "odd_rel/_doc", json.dumps(self.make.document()))
-            if rng.random() < 0.7:
-                self.send("DELETE", "odd_rel")
-        else:
-            self.send("DELETE", "odd_rel")
-
     def operate(self) -> None:
         operations = [self.put] * 8 + [self.add] * 2 + [self.delete] * 2 + [self.update] * 5 + [self.script] * 2
-        operations += [self.bulk] * 4 + [self.by_query] * 2 + [self.search] * 6 + [self.nonsense] * 4 + [self.mapping]
+        operations += [self.bulk] * 4 + [self.by_query] * 2 + [self.search] * 6
         self.rng.choice(operations)()
 
     # -- rounds
 
     def round(self, number: int) -> None:
         way = ("TERM", "kill while idle", "kill in a request")[number % 3]
-        reader = Reader(self.service.client(), self.rng.randrange(2**32))
-        reader.start()
-        try:
+        with meanwhile(self.searching()):
             for _ in range(self.operations):
                 self.operate()
-        finally:
-            reader.finish()
         before = self.answers()
         if way == "TERM":
             assert self.service.stop() == 0
@@ -523,15 +507,35 @@ class Run:
         assert before is None or answers == before, difference(before, answers)
         self.compare_queries()
 
+    def searching(self) -> Callable[[], None]:
+        """Searches all the while, so that reading meets writing."""
+        client, make = self.service.client(), Maker(random.Random(self.rng.randrange(2**32)))
+
+        def search() -> None:
+            body = json.dumps(make.search())
+            answer = client("GET", f"{make.rng.choice(INDICES)}/_search", body)
+            parse(answer.text)
+            assert answer.status in (200, *REFUSABLE), f"{body[:500]}: {answer.status} {answer.text[:500]}"
+
+        return search
+
     def cut_off(self) -> None:
-        killer = threading.Timer(self.rng.uniform(0.0, 0.3), self.service.kill)
-        killer.start()
-        try:
-            while True:
-                self.operate()
-        except CutOff:
-            pass
+        """Kills the service while several clients write, whose requests share transactions."""
+        writers = [Writer(self.service.client(), f"w{number}-", self.rng.randrange(2**32)) for number in range(7)]
+        with ThreadPoolExecutor(len(writers)) as threads:
+            writing = [threads.submit(writer.write) for writer in writers]
+            killer = threading.Timer(self.rng.uniform(0.0, 0.5), self.service.kill)
+            killer.start()
+            with suppress(CutOff):
+                while True:
+                    self.operate()
         killer.join()
+        for writer, ended in zip(writers, writing, strict=True):
+            ended.result()
+            for key, state in writer.acknowledged.items():
+                self.record.set(key, state)
+            self.record.doubtful_bulks.append(writer.in_doubt)
+            self.outcomes["200"] += writer.count
 
     def compare_documents(self) -> None:
         for index in INDICES:
@@ -544,6 +548,7 @@ class Run:
             assert self.send("GET", f"{index}/_count").json["count"] == len(expected)
         self.record.doubt.clear()
         self.record.doubtful_new.clear()
+        self.record.doubtful_bulks.clear()
 
     def scroll(self, index: str) -> list[dict[str, Any]]:
         page = self.send("GET", f"{index}/_search?scroll=1m", {"size": 100})
@@ -624,35 +629,6 @@ SCRIPTS: dict[str, Callable[[Source], State]] = {
     "for (int i=ctx._source.projectGuidList.length-1; i>=0; i--) {if (ctx._source.projectGuidList[i] == "
     "params.element_to_remove) {ctx._source.projectGuidList.remove(i);}}": without_project,
 }
-
-
-class Reader(threading.Thread):
-    """Searches all the while, so that reading meets writing."""
-
-    def __init__(self, client: Client, seed: int) -> None:
-        super().__init__()
-        self.client = client
-        self.make = Maker(random.Random(seed))
-        self.ending = threading.Event()
-        self.failure: Optional[str] = None
-
-    def run(self) -> None:
-        while not self.ending.is_set() and self.failure is None:
-            body = json.dumps(self.make.search())
-            try:
-                answer = self.client("GET", f"{self.make.rng.choice(INDICES)}/_search", body)
-                parse(answer.text)
-            except Exception as e:
-                self.failure = f"{body[:500]}: {e!r}"
-                return
-            if answer.status not in (200, *REFUSABLE):
-                self.failure = f"{body[:500]}: {answer.status} {answer.text[:500]}"
-
-    def finish(self) -> None:
-        self.ending.set()
-        self.join()
-        self.client.close()
-        assert self.failure is None, self.failure
 
 
 def ending(service: IndexProcess) -> str:

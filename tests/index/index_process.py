@@ -10,6 +10,7 @@ import re
 import select
 import signal
 import socket
+import sqlite3
 import ssl
 import subprocess
 import tempfile
@@ -18,7 +19,7 @@ import time
 import weakref
 from collections.abc import Callable, Iterator
 from concurrent.futures import ThreadPoolExecutor
-from contextlib import contextmanager
+from contextlib import closing, contextmanager
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Optional, Union
@@ -200,3 +201,38 @@ def refusal(data: Path, *arguments: str) -> tuple[int, str]:
     message = service.log.read_text()
     service.workspace.cleanup()
     return code, message
+
+
+class Served:
+    """A service of the test's own, with an index, which it may stop, harm and start again."""
+
+    INDEX = "kept_rel"
+
+    def __init__(self, data: Path) -> None:
+        self.data = data
+        self.start()
+
+    def start(self) -> None:
+        self.process = IndexProcess(self.data).wait_until_ready()
+        self.client = self.process.client()
+
+    def restart(self, kill: bool = False) -> None:
+        if kill:
+            self.process.kill()
+        else:
+            assert self.process.stop() == 0
+        self.start()
+
+    def database(self) -> "closing[sqlite3.Connection]":
+        return closing(sqlite3.connect(self.data / "documents.db", isolation_level=None))
+
+    def harm(self, *statements: str) -> None:
+        """Changes the database behind the service's back."""
+        assert self.process.stop() == 0
+        with self.database() as database:
+            for statement in statements:
+                database.execute(statement)
+        self.start()
+
+    def __call__(self, method: str, path: str, body: Any = None) -> Answer:
+        return self.client(method, f"{self.INDEX}/{path}", body)

@@ -1,4 +1,4 @@
-"""A short run of the hostile requests, with each way of ending the service twice; hostile.py makes longer ones."""
+"""A short run of the hostile requests, with each way of ending the service three times; hostile.py makes longer ones."""
 
 from __future__ import annotations
 
@@ -8,5 +8,5 @@ import hostile
 
 
 def test_hostile_requests(data: Path) -> None:
-    outcomes = hostile.run(data, seed=20, rounds=6, operations=60)
+    outcomes = hostile.run(data, seed=20, rounds=9, operations=60)
     assert outcomes["200"] > 100 and outcomes["400"] > 20

@@ -7,7 +7,7 @@ from typing import Any
 
 import pytest
 
-from index_process import Answer, Client, golden
+from index_process import Answer, Client, Served, golden
 
 Document = dict[str, Any]
 
@@ -43,15 +43,15 @@ def sources(answer: Answer, field: str) -> list[Any]:
     return [hit["_source"].get(field) for hit in answer.hits]
 
 
-def conversations() -> list[tuple[str, list[str]]]:
-    """Titles and lines of conversations.txt."""
-    blocks: list[tuple[str, list[str]]] = []
+def conversations(with_restarts: bool) -> list[Any]:
+    """Those blocks of conversations.txt that restart the service, or those that do not."""
+    blocks: dict[str, list[str]] = {}
     for line in golden("conversations.txt"):
         if line.startswith("["):
-            blocks.append((line, []))
+            lines = blocks[line] = []
         else:
-            blocks[-1][1].append(line)
-    return blocks
+            lines.append(line)
+    return [pytest.param(lines, id=title) for title, lines in blocks.items() if ("RESTART" in lines) == with_restarts]
 
 
 def assert_holds(found: Any, expected: Any) -> None:
@@ -66,16 +66,32 @@ def assert_holds(found: Any, expected: Any) -> None:
         assert found == expected
 
 
-@pytest.mark.parametrize("lines", [pytest.param(lines, id=title) for title, lines in conversations()])
+def exchange(client: Client, index: str, line: str) -> None:
+    request, _, expected = line.replace("@index", index).rpartition(" < ")
+    method, path, *body = request.split(" ", 2)
+    status, _, text = expected.partition(" ")
+    answer = client(method, path.removeprefix("/"), *(part.replace("¶ ", "\n").replace("¶", "\n") for part in body))
+    assert answer.status == int(status), (line, answer.text)
+    if text:
+        assert_holds(answer.json, json.loads(text))
+
+
+@pytest.mark.parametrize("lines", conversations(with_restarts=False))
 def test_conversations(client: Client, index: str, lines: list[str]) -> None:
-    for line in (line.replace("@index", index) for line in lines):
-        request, _, expected = line.rpartition(" < ")
-        method, path, *body = request.split(" ", 2)
-        status, _, text = expected.partition(" ")
-        answer = client(method, path.removeprefix("/"), *(part.replace("¶ ", "\n").replace("¶", "\n") for part in body))
-        assert answer.status == int(status), (line, answer.text)
-        if text:
-            assert_holds(answer.json, json.loads(text))
+    for line in lines:
+        exchange(client, index, line)
+
+
+@pytest.mark.parametrize("lines", conversations(with_restarts=True))
+def test_conversations_that_outlive_restarts(served: Served, lines: list[str]) -> None:
+    for number, line in enumerate(lines):
+        if line != "RESTART":
+            exchange(served.client, served.INDEX, line)
+            continue
+        served.restart()
+        for earlier in lines[:number]:
+            if earlier.startswith("GET "):
+                exchange(served.client, served.INDEX, earlier)
 
 
 def test_source_comes_back_as_it_was_written(client: Client, index: str) -> None:
@@ -100,23 +116,6 @@ def test_document_without_identifier(client: Client, index: str) -> None:
     assert len(ids) == 3 and set(search(client, index, {"match_all": {}}).ids) == ids
 
 
-@pytest.mark.parametrize(("query", "expected"), [
-    ({"term": {"segment": {"value": "1"}}}, {1}),
-    ({"terms": {"projectGuidList.keyword": ["B", "C"]}}, {2, 3}),
-    ({"bool": {"must": {"term": {"segment": 0}}, "should": {"match": {"transcript": "nothing"}}}}, {0}),
-    ({"bool": {"should": [{"term": {"segment": 0}}, {"term": {"mediaGuid.keyword": "clip-1"}}],
-               "minimum_should_match": 2}}, {0}),
-    ({"match": {"transcript": {"query": "words 2", "operator": "and"}}}, {2}),
-    ({"term": {"projectList.projectGuid": "A"}}, set()),
-])
-def test_queries(client: Client, index: str, query: Document, expected: set[int]) -> None:
-    write(client, index, segment(0), segment(1), segment(2, projects=("A", "B")), segment(3, "clip-2", ("C",)))
-    answer = search(client, index, query)
-    assert set(sources(answer, "segment")) == expected
-    assert answer.json["hits"]["total"] == {"value": len(expected), "relation": "eq"}
-    assert client("POST", f"{index}/_count", {"query": query}).json["count"] == len(expected)
-
-
 def test_query_nested_too_deeply(client: Client, index: str) -> None:
     query: Document = {"match_all": {}}
     for _ in range(40):
@@ -124,55 +123,11 @@ def test_query_nested_too_deeply(client: Client, index: str) -> None:
     assert "maximum nested depth" in search(client, index, query).cause
 
 
-def test_sort_and_pages(client: Client, index: str) -> None:
-    write(client, index, *[segment(n, media) for media in ("m2", "m1") for n in (10, 9, 2)], {"KSNNlock": True})
-    asc = {"order": "asc", "mode": "min"}
-    answer = client("GET", f"{index}/_search", {"sort": [{"mediaGuid.keyword": asc}, {"segment": asc}], "size": 100})
-    assert [hit["sort"] for hit in answer.hits] == [
-        ["m1", 2], ["m1", 9], ["m1", 10], ["m2", 2], ["m2", 9], ["m2", 10], [None, 2**63 - 1],
-    ]
-    assert answer.json["hits"]["max_score"] is None and answer.hits[0]["_score"] is None
-    descending = client("GET", f"{index}/_search", {"sort": [{"segment": "desc"}], "size": 2, "from": 1})
-    assert sources(descending, "segment") == [10, 9]
-    assert sources(client("POST", f"{index}/_search/", {}), "segment") == [10, 9, 2, 10, 9, 2, None]
-
-
-def test_default_page_and_window(client: Client, index: str) -> None:
-    write(client, index, *[segment(n) for n in range(12)])
-    assert len(client("GET", f"{index}/_search").hits) == 10
-    assert len(client("GET", f"{index}/_search", {"size": 10000}).hits) == 12
-    assert client("GET", f"{index}/_search", {"size": 0}).json["hits"] == {
-        "total": {"value": 12, "relation": "eq"}, "max_score": None, "hits": [],
-    }
-
-
 def test_total_is_counted_to_ten_thousand(client: Client, index: str) -> None:
     write(client, index, *[{"n": n} for n in range(10_001)])
     assert client("GET", f"{index}/_search").json["hits"]["total"] == {"value": 10_000, "relation": "gte"}
     exact = client("GET", f"{index}/_search", {"track_total_hits": True})
     assert exact.json["hits"]["total"] == {"value": 10_001, "relation": "eq"}
-
-
-def test_aggregations(client: Client, index: str) -> None:
-    write(
-        client, index,
-        segment(0, "m1", ("A", "B"), speakerGuid="s2"), segment(0, "m2", ("B",), speakerGuid="s1"),
-        segment(0, "m3", ("C",), speakerGuid="s1"), segment(1, "m3", ("C",), speakerGuid="s0"),
-    )
-    names = {"projectName": {"terms": {"field": "projectList.projectName"}}}
-    guids = {"terms": {"field": "projectList.projectGuid", "size": 10000}, "aggs": names}
-    body = {"aggs": {"projects": {"nested": {"path": "projectList"}, "aggs": {"projectGuid": guids}}}}
-    projects = client("POST", f"{index}/_search", body).json["aggregations"]["projects"]
-    assert projects["doc_count"] == 4
-    found = [(b["key"], b["doc_count"], b["projectName"]["buckets"][0]["key"]) for b in projects["projectGuid"]["buckets"]]
-    assert found == [("B", 2, "Project B"), ("A", 1, "Project A"), ("C", 1, "Project C")]
-
-    speakers = {"aggs": {"s": {"terms": {"field": "speakerGuid.keyword", "size": 2}}}, "size": 0}
-    answer = client("GET", f"{index}/_search", speakers).json
-    assert [(b["key"], b["doc_count"]) for b in answer["aggregations"]["s"]["buckets"]] == [("s1", 2), ("s0", 1)]
-    assert answer["aggregations"]["s"]["sum_other_doc_count"] == 1
-    only = {**speakers, "query": {"terms": {"projectGuidList.keyword": ["A"]}}}
-    assert [b["key"] for b in client("GET", f"{index}/_search", only).json["aggregations"]["s"]["buckets"]] == ["s2"]
 
 
 def test_scroll_shows_the_moment_it_began(client: Client, index: str) -> None:
@@ -195,15 +150,6 @@ def test_scroll_shows_the_moment_it_began(client: Client, index: str) -> None:
     assert client("DELETE", "_search/scroll", {"scroll_id": scroll}).json["num_freed"] == 1
     gone = client("POST", "_search/scroll", {"scroll_id": scroll, "scroll": "10m"})
     assert gone.error_type == "search_context_missing_exception"
-
-
-def test_delete_by_query_over_all_indices(client: Client, index: str) -> None:
-    client("POST", f"other_{index}/_doc", segment(0, "shared"))
-    write(client, index, segment(0, "shared"), segment(0, "kept"))
-    answer = client("POST", "*/_delete_by_query", {"query": {"term": {"mediaGuid.keyword": "shared"}}})
-    assert (answer.status, answer.json["deleted"]) == (200, 2)
-    assert client("GET", f"{index}/_count").json["count"] == 1
-    client("DELETE", f"other_{index}")
 
 
 def test_semantic_scores(client: Client, index: str) -> None:

@@ -7,62 +7,23 @@ import json
 import os
 import resource
 import shutil
+import socket
 import sqlite3
 import stat
 import subprocess
 import time
-from collections.abc import Callable, Iterator
+from collections.abc import Callable
 from contextlib import closing
 from pathlib import Path
 from typing import Any
 
 import pytest
 
-from index_process import BINARY, Answer, Client, IndexProcess, meanwhile, refusal
+from index_process import BINARY, Client, IndexProcess, Served, meanwhile, refusal
 
-INDEX = "kept_rel"
-DATA_FOLDER, DAMAGE = 3, 2
+INDEX = Served.INDEX
+DAMAGE, DATA_FOLDER, ADDRESS = 2, 3, 4
 Document = dict[str, Any]
-
-
-@pytest.fixture
-def served(data: Path) -> Iterator["Served"]:
-    running = Served(data)
-    yield running
-    assert running.process.stop() == 0
-
-
-class Served:
-    """A service of the test's own, which it may stop, harm and start again."""
-
-    def __init__(self, data: Path) -> None:
-        self.data = data
-        self.start()
-
-    def start(self) -> None:
-        self.process = IndexProcess(self.data).wait_until_ready()
-        self.client = self.process.client()
-
-    def restart(self, kill: bool = False) -> None:
-        if kill:
-            self.process.kill()
-        else:
-            assert self.process.stop() == 0
-        self.start()
-
-    def database(self) -> "closing[sqlite3.Connection]":
-        return closing(sqlite3.connect(self.data / "documents.db", isolation_level=None))
-
-    def harm(self, *statements: str) -> None:
-        """Changes the database behind the service's back."""
-        assert self.process.stop() == 0
-        with self.database() as database:
-            for statement in statements:
-                database.execute(statement)
-        self.start()
-
-    def __call__(self, method: str, path: str, body: Any = None) -> Answer:
-        return self.client(method, f"{INDEX}/{path}", body)
 
 
 def tool(*arguments: object) -> tuple[int, str]:
@@ -101,26 +62,6 @@ def test_update_is_held_to_the_limits_of_documents(served: Served) -> None:
     assert served("GET", "_doc/1").json == before
 
 
-def test_mapping_comes_back_as_it_was(served: Served) -> None:
-    properties = {
-        "dotted.name": {"type": "keyword"},
-        "list": {"type": "nested", "properties": {"n": {"type": "long"}}},
-        "words": {"type": "text", "fields": {"a": {"type": "keyword"}, "b": {"type": "keyword", "ignore_above": 4}}},
-        "v": {"type": "dense_vector"},
-    }
-    assert served.client("PUT", INDEX, {"mappings": {"properties": properties}}).status == 200
-    served("PUT", "_doc/1", {"words": "long text", "v": [0.5] * 3, "list.n": 4, "seen": True})
-    before = served.client("GET", INDEX).json
-    assert set(before[INDEX]["mappings"]["properties"]["words"]["fields"]) == {"a", "b"}
-    served.restart()
-    assert served.client("GET", INDEX).json == before
-    counts = [
-        served("POST", "_count", {"query": query}).json["count"]
-        for query in ({"term": {"words.a": "long text"}}, {"term": {"words.b": "long text"}}, {"term": {"seen": True}})
-    ]
-    assert counts == [1, 0, 1]
-
-
 def test_refused_documents_leave_no_fields(served: Served) -> None:
     served("PUT", "_doc/1", {"n": 1})
     before = served.client("GET", INDEX).json
@@ -131,38 +72,11 @@ def test_refused_documents_leave_no_fields(served: Served) -> None:
     assert served.client("GET", INDEX).json == before
 
 
-def test_refused_documents_leave_no_index(client: Client) -> None:
-    refused = '{"n": 1, "n": {"a..b": 2}}'
-    malformed = '{"index":{"_id":"1"}}\n{"n":1}\n{"fly":{"_id":"2"}}\n{"n":1}\n'
-    assert client("PUT", "absent_rel/_doc/1", refused).status == 400
-    assert client("PUT", "absent_rel/_bulk", malformed).status == 400
-    lines = "".join(line + "\n" for line in ('{"index":{}}', refused, '{"update":{"_id":"1"}}', '{"doc":{}}', '{"delete":{"_id":"1"}}'))
-    items = client("PUT", "absent_rel/_bulk", lines).json["items"]
-    assert [next(iter(item.values()))["status"] for item in items] == [400, 404, 404]
-    assert client("GET", "absent_rel").status == 404
-
-
 def test_refusals_do_not_repeat_what_was_sent(client: Client, index: str) -> None:
     client("PUT", f"{index}/_doc/1", {"n": 1})
     answer = client("PUT", f"{index}/_doc/2", {"n": "word " * 100_000})
     assert answer.status == 400 and len(answer.text) < 5000 and "word word" in answer.text
     assert len(client("GET", f"{index}/_search", {"query": {"ж" * 100_000: {}}}).text) < 20_000
-
-
-def test_bulk_item_that_fails_changes_nothing(served: Served) -> None:
-    served("PUT", "_doc/1", {"n": 1, "list": "old"})
-    lines = [
-        {"index": {"_id": "1"}}, {"n": {"not": "a number"}}, {"update": {"_id": "1"}}, {"doc": {"n": "x"}},
-        {"index": {"_id": "2"}}, {"n": 2},
-    ]
-    # The fourth one makes "new" a number, which the fifth finds out in the writer.
-    lines += [{"index": {"_id": "3"}}, {"new": 3}, {"index": {"_id": "1"}}, {"new": {"x": 4}}]
-    answer = served("PUT", "_bulk", "".join(json.dumps(line) + "\n" for line in lines)).json
-    assert [next(iter(item.values()))["status"] for item in answer["items"]] == [400, 400, 201, 201, 400]
-    for _ in range(2):
-        assert served("GET", "_doc/1").json["_source"] == {"n": 1, "list": "old"}
-        assert sorted(served("GET", "_search").ids) == ["1", "2", "3"]
-        served.restart()
 
 
 def test_full_disk_leaves_nothing_of_a_refused_write(data: Path) -> None:
@@ -187,23 +101,7 @@ def test_full_disk_leaves_nothing_of_a_refused_write(data: Path) -> None:
     assert process.stop() == 0
 
 
-# ---- names, numbers, versions
-
-
-def test_dotted_names_are_objects(served: Served) -> None:
-    nested = {"a": {"type": "nested", "properties": {"b": {"type": "long"}}}}
-    assert served.client("PUT", INDEX, {"mappings": {"properties": nested}}).status == 200
-    for number, body in enumerate(({"a": [{"b": 1}]}, {"a.b": 2}, {"a": {"b": 2}}, {"o": {"x": 1}}, {"o.x": 1})):
-        assert served("PUT", f"_doc/{number}", body).status == 201
-    assert served("PUT", "_doc/9", {"o.x.y": 1}).status == 400
-
-    def answers() -> list[list[str]]:
-        queries = ({"nested": {"path": "a", "query": {"term": {"a.b": 2}}}}, {"term": {"o.x": 1}}, {"exists": {"field": "o"}})
-        return [sorted(served("GET", "_search", {"query": query}).ids) for query in queries]
-
-    assert answers() == [["1", "2"], ["3", "4"], ["3", "4"]]
-    served.restart()
-    assert answers() == [["1", "2"], ["3", "4"], ["3", "4"]]
+# ---- versions, large objects
 
 
 def test_versions_and_rows_go_on(served: Served) -> None:
@@ -430,6 +328,62 @@ def test_planted_files_are_not_taken_over(data: Path, tmp_path: Path, plant: str
     (data / "first-start").write_text("")
     code, message = refusal(data)
     assert code == DATA_FOLDER and "administrator.json" in message
+
+
+def test_folder_and_port_are_taken_once(data: Path, tmp_path: Path) -> None:
+    service = IndexProcess(data).wait_until_ready()
+    code, message = refusal(data)
+    assert code == DATA_FOLDER and "in use by another process" in message
+    port = service.address[1]
+    code, message = refusal(tmp_path / "other", "--port", str(port))
+    assert code == ADDRESS and f"cannot listen on 127.0.0.1:{port}" in message
+    assert service.client()("GET", "").status == 200
+    assert service.stop() == 0
+
+
+# ---- what cannot be used
+
+
+def patched(file: Path, begin: int, end: int, content: bytes) -> None:
+    whole = bytearray(file.read_bytes())
+    whole[begin:end] = content
+    file.write_bytes(whole)
+
+
+def run_sql(file: Path, statement: str) -> None:
+    with closing(sqlite3.connect(file, isolation_level=None)) as database:
+        database.execute(statement)
+
+
+@pytest.mark.parametrize("spoil", [
+    lambda file: patched(file, 0, 16, b"not a database.."),
+    lambda file: patched(file, 8192, -4096, bytes(file.stat().st_size - 8192 - 4096)),
+    lambda file: run_sql(file, "PRAGMA user_version = 99"),
+    lambda file: (file.unlink(), run_sql(file, "CREATE TABLE bookmarks (url TEXT)")),
+], ids=["header", "pages", "from the future", "of another program"])
+def test_damaged_folder_is_refused_and_left_alone(data: Path, spoil: Callable[[Path], object]) -> None:
+    served = Served(data)
+    bulk(served, [{"transcript": f"words {n}"} for n in range(500)])
+    assert served.process.stop() == 0
+    file = data / "documents.db"
+    spoil(file)
+    before = file.read_bytes()
+    code, message = refusal(data)
+    assert code == DATA_FOLDER and "nothing was changed" in message
+    assert file.read_bytes() == before
+
+
+def test_foreign_folder_is_refused(data: Path) -> None:
+    data.mkdir()
+    (data / "holiday.jpg").write_bytes(b"not ours")
+    code, message = refusal(data)
+    assert code == DATA_FOLDER and "holiday.jpg" in message
+    assert [file.name for file in data.iterdir()] == ["holiday.jpg"]
+
+
+def test_other_addresses_are_not_served(service: IndexProcess) -> None:
+    with pytest.raises(OSError):
+        socket.create_connection(("127.0.0.2", service.address[1]), timeout=5)
 
 
 # ---- the first format
