@@ -2,13 +2,10 @@
 
 #include "kestrelml/exchange/ExchangeReader.h"
 #include "kestrelml/exchange/ExchangeWriter.h"
-#include "kestrelml/exchange/WholeFile.h"
 
 #include <Poco/Exception.h>
-#include <Poco/TemporaryFile.h>
 #include <gmock/gmock.h>
 
-#include <fstream>
 #include <sstream>
 
 namespace kestrel_test {
@@ -69,32 +66,6 @@ TEST(ExchangeText, TruncatedAnywhereIsRefused) {
     const std::string file = encrypted("key", {"{\"hits\":{\"hits\":[]}}", std::string(500, '7')});
     for (std::size_t length = 0; length + 8 < file.size(); ++length)
         EXPECT_THROW(decryptedElements("key", file.substr(0, length)), Poco::Exception) << length;
-}
-
-TEST(WholeFile, LeavesWhatWasThereUntilItIsWhole) {
-    const Poco::TemporaryFile folder;
-    std::filesystem::create_directory(folder.path());
-    const std::string path = folder.path() + "/a.kst";
-    std::ofstream(path) << "before";
-    const auto contents = [&] {
-        std::ifstream in(path);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    };
-    const auto files = [&] { return std::distance(std::filesystem::directory_iterator(folder.path()), {}); };
-    {
-        WholeFile file(path);
-        file.stream() << "half" << std::flush;
-        EXPECT_EQ(contents(), "before");
-    }
-    EXPECT_EQ(contents(), "before");
-    EXPECT_EQ(files(), 1);
-    WholeFile file(path);
-    file.stream() << "after";
-    EXPECT_TRUE(file.commit());
-    EXPECT_EQ(contents(), "after");
-    EXPECT_EQ(files(), 1);
-    EXPECT_FALSE(WholeFile(folder.path()).isOpen()) << "a folder";
-    EXPECT_FALSE(WholeFile(folder.path() + "/none/a.kst").isOpen());
 }
 
 } // namespace

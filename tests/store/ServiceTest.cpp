@@ -20,45 +20,8 @@ namespace kestrel_test {
 namespace {
 
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 using Service = RealStore;
-
-TEST_F(Service, FindsMisspeltPhrasesAtTheRightWordOfTheRightClip) {
-    writeClip("news", {"the minister said nothing", "about the budget for next year", "and left"});
-    writeClip("drama",
-              {"shiny happy people", "Le château était très élégant", "who are the rich people over there"});
-    struct Expected {
-        const char* phrase;
-        const char* clip;
-        float startMS;
-    };
-    for (const auto& [phrase, clip, startMS] :
-         {Expected{"Rich peeple!", "drama", 2300}, Expected{"chatau etait tres", "drama", 1100},
-          Expected{"the budjet", "news", 1100}, Expected{"MINISTER  sayd", "news", 100}}) {
-        std::vector<KsNNSearchResults> results;
-        ASSERT_EQ(mStore.Search(phrase, "p", 0.75F, results, 3, false), KsNN_Success) << mStore.GetErrorStr();
-        ASSERT_EQ(results.size(), 1U) << phrase;
-        EXPECT_EQ(results[0].mediaGuid, clip) << phrase;
-        EXPECT_EQ(results[0].startMS, startMS) << phrase;
-        EXPECT_EQ(results[0].endMS, startMS + 90) << phrase;
-    }
-    KsNNPhraseQuery query;
-    query.text = "rich peeple";
-    query.projectGuid = "p";
-    std::vector<KsNNPhraseHit> hits;
-    ASSERT_EQ(mStore.FindPhrase(query, hits, false), KsNN_Success) << mStore.GetErrorStr();
-    ASSERT_EQ(hits.size(), 1U);
-    EXPECT_EQ(std::tuple(hits[0].mediaGuid, hits[0].clipName, hits[0].segment, hits[0].startMS),
-              std::tuple("drama", "A001", 2, 2300));
-    query.mediaGuid = "news";
-    ASSERT_EQ(mStore.FindPhrase(query, hits, false), KsNN_Success) << mStore.GetErrorStr();
-    EXPECT_EQ(hits.size(), 1U) << "another clip";
-
-    std::vector<KsNNSearchResults> none;
-    EXPECT_EQ(mStore.Search("rich people", "q", 0.5F, none, 3, false), KsNN_Success);
-    EXPECT_THAT(none, IsEmpty());
-}
 
 TEST_F(Service, IdentifiersMayHoldAnything) {
     for (const std::string clip :
