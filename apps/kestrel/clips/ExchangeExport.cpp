@@ -24,6 +24,7 @@ constexpr std::size_t kMostClips = 1000;
 /// @throws Failure that lists what there is instead of one that is unknown.
 std::vector<std::string> findProjects(KsNNDatabase& store, const std::vector<std::string>& names) {
     std::vector<std::string> identifiers;
+    identifiers.reserve(names.size());
     for (const std::string& name : names)
         identifiers.push_back(requireProject(store, name).projectGuid);
     return identifiers;

@@ -197,6 +197,7 @@ std::vector<KsNNPhraseHit> mixByRank(const std::vector<KsNNPhraseHit>& byWords,
                      [](const Mixed& left, const Mixed& right) { return left.weight > right.weight; });
     mixed.resize(std::min(mixed.size(), most));
     std::vector<KsNNPhraseHit> hits;
+    hits.reserve(mixed.size());
     for (Mixed& entry : mixed)
         hits.push_back(std::move(entry.hit));
     return hits;

@@ -34,6 +34,7 @@ fs::path fileOf(const Home& home, const std::string& clip) {
 Poco::JSON::Object::Ptr documentOf(const KsNNDBEntrySeg& segment, const KsNNDB_STTClipEntry& entry,
                                    const std::vector<KsNNProject>& projects) {
     std::vector<std::string> identifiers;
+    identifiers.reserve(projects.size());
     for (const KsNNProject& project : projects)
         identifiers.push_back(project.projectGuid);
     auto document = jsonObject();
