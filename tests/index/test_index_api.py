@@ -7,7 +7,7 @@ from typing import Any
 
 import pytest
 
-from index_process import Answer, Client, Served, golden
+from index_process import Answer, Client, IndexProcess, Served, golden
 
 Document = dict[str, Any]
 
@@ -77,9 +77,13 @@ def exchange(client: Client, index: str, line: str) -> None:
 
 
 @pytest.mark.parametrize("lines", conversations(with_restarts=False))
-def test_conversations(client: Client, index: str, lines: list[str]) -> None:
+def test_conversations(service: IndexProcess, index: str, lines: list[str]) -> None:
+    client = service.client()
     for line in lines:
-        exchange(client, index, line)
+        if line.startswith("AS"):
+            client = service.client(*line.split(" ", 2)[1:])
+        else:
+            exchange(client, index, line)
 
 
 @pytest.mark.parametrize("lines", conversations(with_restarts=True))

@@ -23,28 +23,6 @@ using testing::HasSubstr;
 
 using Service = RealStore;
 
-TEST_F(Service, IdentifiersMayHoldAnything) {
-    for (const std::string clip :
-         {"a/b", "a%2Fb", "a", "a/b?x=1", "a#b", "..", "a b+c", "'\"\\", "клип 7", "клип", "_search", "*"}) {
-        SCOPED_TRACE(clip);
-        ASSERT_EQ(mStore.LockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
-        bool locked = false;
-        EXPECT_EQ(mStore.GetLockState(clip, locked, false), KsNN_Success) << mStore.GetErrorStr();
-        EXPECT_TRUE(locked);
-        EXPECT_EQ(mStore.UnlockEntry(clip, false), KsNN_Success) << mStore.GetErrorStr();
-    }
-    int total = 1;
-    EXPECT_EQ(mStore.GetTotalSegmentCount(total, false), KsNN_Success);
-    EXPECT_EQ(total, 0);
-    for (const std::string& clip : {std::string("a/b?\"клип\"#1"), std::string("a/b?\"клип\"#2")}) {
-        writeClip(clip, {"text of " + clip});
-    }
-    KsNNDB_STTClipEntry entry;
-    ASSERT_EQ(mStore.GetDBContents("a/b?\"клип\"#1", "p", entry, false, 2), KsNN_Success);
-    ASSERT_EQ(entry.segments.size(), 1U);
-    EXPECT_EQ(entry.segments[0].transcript, "text of a/b?\"клип\"#1");
-}
-
 TEST_F(Service, IdentifiersThatAreTooLongAreRefused) {
     const std::string tooLong(10000, 'x');
     EXPECT_EQ(mStore.LockEntry(tooLong, false), KsNN_Error);
