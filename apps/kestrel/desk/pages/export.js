@@ -1,4 +1,4 @@
-/** Asks in which form something leaves, and hands the file to the browser. */
+/** Asks in which format something leaves, and hands the file to the browser. */
 
 import { api } from "./api.js";
 import { alertFailure, announce, button, el, labelled, memory, showDialog } from "./dom.js";
@@ -42,6 +42,6 @@ export async function askExport(dialog, what, request) {
       alertFailure(failure);
     }
   };
-  showDialog(dialog, what, [labelled("Form", form), edits],
+  showDialog(dialog, what, [labelled("Format", form), edits],
     [button("Cancel", () => dialog.close()), button("Save", save, { class: "primary" })]);
 }

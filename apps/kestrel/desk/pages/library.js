@@ -55,13 +55,13 @@ class Library {
     setOptions(this.state, [["", "All"], ["complete", "Complete"], ["unfinished", "Not complete"]]);
     this.count = el("p", { class: "count", role: "status" }, "Reading the library…");
     this.chooseAll = el("input", { type: "checkbox", on: { change: () => this.choose(this.shown, this.chooseAll.checked) } });
-    this.tools = el("div", { class: "tools", role: "toolbar", "aria-label": "Chosen clips" });
+    this.tools = el("div", { class: "tools", role: "toolbar", "aria-label": "Selected clips" });
     this.list = el("ul", { class: "clips", "aria-label": "Clips", on: { change: (event) => this.onChoice(event) } });
     this.end = el("div", { class: "end" });
     this.dialog = makeDialog();
     root.append(el("h1", {}, "Library"), this.drop, this.jobs.element,
       el("details", {}, el("summary", {}, "Projects"), this.projectList),
-      filters, el("div", { class: "results-head" }, el("label", { class: "check" }, this.chooseAll, el("span", {}, "Choose all")), this.tools, this.count),
+      filters, el("div", { class: "results-head" }, el("label", { class: "check" }, this.chooseAll, el("span", {}, "Select all")), this.tools, this.count),
       this.list, this.end, this.dialog);
     this.more.observe(this.end);
     this.showTools();
@@ -167,7 +167,7 @@ class Library {
 
   clipItem(clip) {
     return el("li", {},
-      el("input", { type: "checkbox", "aria-label": `Choose ${clip.clipName}`, checked: this.chosen.has(clip.clip), dataset: { clip: clip.clip } }),
+      el("input", { type: "checkbox", "aria-label": `Select ${clip.clipName}`, checked: this.chosen.has(clip.clip), dataset: { clip: clip.clip } }),
       el("a", { class: "clip-name", href: `#/clip/${encodeURIComponent(clip.clip)}` }, clip.clipName || clip.clip),
       el("span", { class: "when" }, clock(clip.endMS)),
       el("span", {}, clip.projects.join(", ")),
@@ -200,13 +200,13 @@ class Library {
     this.tools.hidden = !clips.length;
     if (!clips.length) return;
     this.tools.replaceChildren(
-      el("span", { class: "count" }, `${clips.length} chosen`),
+      el("span", { class: "count" }, `${clips.length} selected`),
       button("Add to project…", () => this.askJoin(clips)),
-      button("Take from project…", () => this.askLeave(clips)),
+      button("Remove from project…", () => this.askLeave(clips)),
       button("Transcribe again…", () => this.askAgain(clips)),
-      button("Export…", () => this.askExport(clips), { "aria-label": "Export the chosen clips" }),
+      button("Export…", () => this.askExport(clips), { "aria-label": "Export the selected clips" }),
       button("Delete…", () => this.askDelete(clips), { class: "danger" }),
-      button("Choose none", () => this.choose(clips, false)));
+      button("Clear selection", () => this.choose(clips, false)));
   }
 
   /** Does something with each clip in turn, and says what could not be done. */
@@ -260,9 +260,9 @@ class Library {
   askLeave(clips) {
     const projects = [...new Set(clips.flatMap((clip) => clip.projects))].sort();
     const project = el("select", {}, ...projects.map((name) => el("option", {}, name)));
-    this.question(`Take ${this.nameOf(clips)} from a project`,
-      [labelled("Take from project", project), el("p", { class: "hint" }, "A clip stays in its other projects; the last one cannot be taken from it.")],
-      "Take", { class: "primary" }, () => this.each(`Taking from ${project.value}`,
+    this.question(`Remove ${this.nameOf(clips)} from a project`,
+      [labelled("Remove from project", project), el("p", { class: "hint" }, "A clip stays in its other projects; it cannot be removed from its last one.")],
+      "Remove", { class: "primary" }, () => this.each(`Removing from ${project.value}`,
         clips.filter((clip) => clip.projects.includes(project.value)), ({ clip }) => api.leave(clip, project.value)));
   }
 
@@ -291,7 +291,7 @@ class Library {
   manage(clip) {
     const act = (label, ask, properties = {}) => button(label, () => ask.call(this, [clip]), properties);
     const members = clip.projects.map((name) => el("li", {}, el("span", {}, name), clip.projects.length > 1
-      ? button("Remove", () => this.each(`Taking from ${name}`, [clip], () => api.leave(clip.clip, name)), { "aria-label": `Remove from ${name}` })
+      ? button("Remove", () => this.each(`Removing from ${name}`, [clip], () => api.leave(clip.clip, name)), { "aria-label": `Remove from ${name}` })
       : null));
     showDialog(this.dialog, clip.clipName, [
       el("h3", {}, "Projects"), el("ul", { class: "members" }, ...members),

@@ -6,8 +6,10 @@ import { askExport } from "./export.js";
 import { Player } from "./player.js";
 import { Transcript, highlight } from "./transcript.js";
 
-const TYPING_PAUSE_MS = 120;
+/** Between two searches while somebody types: the first key asks at once. */
+const BETWEEN_SEARCHES_MS = 120;
 const ACROSS_PAUSE_MS = 200;
+const MOST_HITS = 200;
 
 const keyOf = (hit) => `${hit.clip} ${hit.segment} ${hit.startMS} ${hit.matchEnd}`;
 
@@ -19,6 +21,7 @@ class Search {
     this.hits = []; // all that the desk found
     this.shown = []; // those that the filters leave
     this.active = -1;
+    this.asked = 0; // when the last search began
     this.build(root);
     this.field.value = parameters.get("phrase") ?? memory.get("phrase");
     this.field.select();
@@ -40,9 +43,10 @@ class Search {
     this.filters = el("div", { class: "filters" });
     this.project = filter("Project", "All projects", () => {
       memory.set("project", this.project.value);
+      this.clip.value = "";
       this.search();
     });
-    this.clip = filter("Clip", "All clips", () => this.filter());
+    this.clip = filter("Clip", "All clips", () => this.search()); // it may have more hits than are among the best of all
     this.speaker = filter("Speaker", "Anyone", () => this.filter());
     this.language = filter("Language", "All languages", () => this.filter());
     this.by = el("select", { on: { change: () => this.changeKind() } },
@@ -73,7 +77,7 @@ class Search {
         el("section", { class: "results", "aria-label": "Results" },
           el("div", { class: "results-head" }, this.count,
             el("p", { class: "keys" }, el("kbd", {}, "↑"), el("kbd", {}, "↓"), " move ", el("kbd", {}, "Enter"), " play ",
-              el("kbd", {}, "Ctrl Enter"), " open the clip ", el("kbd", {}, "Ctrl Space"), " choose")),
+              el("kbd", {}, "Ctrl Enter"), " open the clip ", el("kbd", {}, "Ctrl Space"), " select")),
           this.list),
         this.panel),
       this.dialog,
@@ -120,7 +124,7 @@ class Search {
     clearTimeout(this.timer);
     this.aborter.abort(); // what it would bring is out of date
     this.list.setAttribute("aria-busy", "true");
-    this.timer = setTimeout(() => this.search(), TYPING_PAUSE_MS);
+    this.timer = setTimeout(() => this.search(), this.asked + BETWEEN_SEARCHES_MS - performance.now());
   }
 
   async search() {
@@ -130,8 +134,11 @@ class Search {
     const phrase = this.field.value.trim();
     memory.set("phrase", phrase);
     if (!phrase) return this.showHits([]);
-    const query = { phrase, project: this.project.value, threshold: this.exact.value, by: this.by.value };
+    const query = {
+      phrase, project: this.project.value, clip: this.clip.value, threshold: this.exact.value, by: this.by.value, max: MOST_HITS,
+    };
     const { signal } = this.aborter;
+    this.asked = performance.now();
     try {
       this.showHits((await api.search(query, signal)).hits);
     } catch (failure) {
@@ -166,7 +173,7 @@ class Search {
     this.hits = hits;
     this.list.setAttribute("aria-busy", "false");
     const choices = (all, pairs) => [["", all], ...[...new Map(pairs)].sort((a, b) => a[1].localeCompare(b[1]))];
-    setOptions(this.clip, choices("All clips", hits.map((hit) => [hit.clip, hit.clipName || hit.clip])));
+    if (!this.clip.value) setOptions(this.clip, choices("All clips", hits.map((hit) => [hit.clip, hit.clipName || hit.clip])));
     setOptions(this.speaker, choices("Anyone", hits.filter((hit) => hit.speaker).map((hit) => [hit.speaker, hit.speaker])));
     setOptions(this.language, choices("All languages", hits.map((hit) => [hit.language, languageName(hit.language)])));
     this.filter(isActive);
@@ -200,7 +207,7 @@ class Search {
     this.field.removeAttribute("aria-activedescendant");
     this.count.textContent = "";
     if (!this.field.value.trim()) return;
-    this.count.textContent = this.hits.length ? "No hit matches the filters" : "Nothing found";
+    this.count.textContent = this.hits.length || this.clip.value ? "No hit matches the filters" : "Nothing found";
     announce(this.count.textContent);
   }
 
@@ -215,7 +222,8 @@ class Search {
     item.classList.add("active");
     item.scrollIntoView({ block: "nearest" });
     this.field.setAttribute("aria-activedescendant", item.id);
-    this.count.textContent = `${i + 1} of ${counted(this.shown.length, "hit")}`;
+    const which = this.hits.length < MOST_HITS ? "" : "the best ";
+    this.count.textContent = `${i + 1} of ${which}${counted(this.shown.length, "hit")}`;
     this.showAround(this.shown[i]);
   }
 

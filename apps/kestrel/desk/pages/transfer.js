@@ -81,6 +81,7 @@ function planContent(plan) {
       clips.length > MOST_LISTED ? el("li", {}, `and ${clips.length - MOST_LISTED} more`) : null),
     ];
   });
+  if (plan.speakers.length) parts.push(el("p", {}, `Names of speakers come along: ${plan.speakers.join(", ")}.`));
   const strangers = plan.filedUnderProject.length;
   if (strangers) parts.push(el("p", {}, `${counted(strangers, "clip")} of a project that is not known here: filed under “${plan.project}”.`));
   return parts;
