@@ -24,9 +24,7 @@ void listForms(Exchange& exchange, Parts& /*parts*/) {
         object->set("edit", form.isEdit);
         list->add(object);
     }
-    auto document = jsonObject();
-    document->set("forms", list);
-    send(exchange, document);
+    send(exchange, "forms", list);
 }
 
 KsNNPhraseHit hitOf(const Poco::JSON::Object& object) {

@@ -114,6 +114,12 @@ void send(Exchange& exchange, const Poco::JSON::Object::Ptr& document) {
     document->stringify(exchange.response.send());
 }
 
+void send(Exchange& exchange, const char* name, const Poco::JSON::Array::Ptr& list) {
+    auto document = jsonObject();
+    document->set(name, list);
+    send(exchange, document);
+}
+
 void send(Exchange& exchange, const Poco::JSON::Object::Ptr& document, const std::string& members) {
     std::ostringstream head;
     document->stringify(head);

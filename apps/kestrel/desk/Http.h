@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/Net/HTTPServerRequest.h>
 #include <Poco/Net/HTTPServerResponse.h>
@@ -50,6 +51,8 @@ struct Exchange {
 std::string requiredText(const Poco::JSON::Object& body, const std::string& name);
 
 void send(Exchange& exchange, const Poco::JSON::Object::Ptr& document);
+/// Sends an object whose only member is the list.
+void send(Exchange& exchange, const char* name, const Poco::JSON::Array::Ptr& list);
 /// The same with more members, as JSON text, behind those of the document, which has some.
 void send(Exchange& exchange, const Poco::JSON::Object::Ptr& document, const std::string& members);
 void sendError(Poco::Net::HTTPServerResponse& response, int status, const std::string& message);

@@ -22,9 +22,7 @@ void projects(Exchange& exchange, Parts& parts) {
             list->add(object);
         }
     });
-    auto document = jsonObject();
-    document->set("projects", list);
-    send(exchange, document);
+    send(exchange, "projects", list);
 }
 
 void clips(Exchange& exchange, Parts& parts) {
@@ -46,9 +44,7 @@ void languages(Exchange& exchange, Parts& parts) {
         object->set("name", language.anglicizedName);
         list->add(object);
     }
-    auto document = jsonObject();
-    document->set("languages", list);
-    send(exchange, document);
+    send(exchange, "languages", list);
 }
 
 void join(Exchange& exchange, Parts& parts) {

@@ -29,9 +29,7 @@ void listSpeakers(Exchange& exchange, Parts& parts) {
         for (const ListedSpeaker& speaker : ProjectSpeakers(store, clip.project).list())
             list->add(speaker.name);
     });
-    auto document = jsonObject();
-    document->set("speakers", list);
-    send(exchange, document);
+    send(exchange, "speakers", list);
 }
 
 /// Changes speakers so that it can be undone, and answers with the number of the change.
