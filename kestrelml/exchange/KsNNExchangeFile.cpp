@@ -46,7 +46,7 @@ KsNN_ErrorCode copyExchangeFile(KsNNDatabase& store, const std::string& from, co
 
 KsNN_ErrorCode createSpeakerAs(KsNNDatabase& store, const KsNNSpeakerKV& speaker, bool debug) {
     Operation operation(store, "createSpeakerAs err: ", debug);
-    const Object::Ptr document = speakerDocument(speaker);
+    Object::Ptr document = speakerDocument(speaker);
     document->set(field::kProjectList, toArray(std::vector<std::string>{}));
     const std::string path =
         documentPath(KsNNDatabase::getSpeakerIndex(), speaker.speakerGuid) + "?op_type=create";

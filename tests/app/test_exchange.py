@@ -133,6 +133,42 @@ def test_clips_of_unknown_projects_are_filed_under_the_placeholder(exchange_file
     assert projects() == {(project_id("Lakes"),)}, "the project that was named, although the file does not know it"
 
 
+def test_names_of_speakers_travel(house: Kestrel, other: Kestrel, tmp_path: Path) -> None:
+    def names(kestrel: Kestrel) -> list[str]:
+        return [one["speaker"] for one in kestrel.good("speakers", "list", "--project", "Talks", "--json").json()["speakers"]]
+
+    def speaking() -> list[str]:
+        return [one["speakerName"] for one in other.good("show", "talk.mov", "--json").json()["segments"]]
+
+    def assign(kestrel: Kestrel, name: str, clip: str, label: str) -> None:
+        kestrel.good("speakers", "create", name, "--project", "Talks")
+        kestrel.good("speakers", "assign", name, StoredClip(clip, "Talks", []).id, "--label", label, "--project", "Talks")
+
+    lines = [Line("I speak.", 0, speaker="1"), Line("So do I.", 2000, speaker="2"), Line("Nobody knows me.", 4000, speaker="3")]
+    put(house, StoredClip("talk.mov", "Talks", lines), StoredClip("alone.mov", "Talks", lines[:1]))
+    for name, clip, label in (("Anna", "talk.mov", "1"), ("Ben", "talk.mov", "2"), ("Carl", "alone.mov", "1")):
+        assign(house, name, clip, label)
+    put(other, StoredClip("local.mov", "Talks", lines[:1]))
+    assign(other, "Ben", "local.mov", "1")
+    file = tmp_path / "talk.kst"
+    house.good("export", file, StoredClip("talk.mov", "Talks", []).id, "--project", "Talks")
+    pages = json.loads(decrypted(file.read_bytes()))
+    assert len(pages) == 2 and pages[1]["hits"]["hits"] == [], "a page more, without documents"
+    assert "Carl" not in json.dumps(pages), "who does not speak in the clips is not named"
+
+    assert other.good("import", file, "--json", "--dry-run").json()["speakers"] == ["Anna", "Ben"]
+    assert names(other) == ["Ben"], "a dry run names nobody"
+    other.good("import", file)
+    assert speaking() == ["Anna", "Ben", ""] and names(other) == ["Anna", "Ben"], "one Ben"
+    other.good("speakers", "rename", "Anna", "Hannah", "--project", "Talks")
+    other.good("import", file)
+    assert speaking() == ["Hannah", "Ben", ""] and names(other) == ["Ben", "Hannah"]
+
+    other.good("delete", "--whole-project", "--project", "Talks", "--yes")
+    other.good("import", file, "--project", "Elsewhere")
+    assert speaking() == ["Anna", "Ben", ""]
+
+
 def test_an_unfinished_transcript_gives_way(house: Kestrel, exchange_file: Path, other: Kestrel) -> None:
     put(other, StoredClip("river 0.mov", "Rivers", [Line("half a", 0), Line("transcript", 900)], complete=False))
     clip = StoredClip("river 0.mov", "Rivers", []).id

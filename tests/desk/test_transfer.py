@@ -34,6 +34,8 @@ def import_file(browser: Browser, path: str, phrase: str) -> None:
 
 def test_a_project_leaves_and_comes_back(browser: Browser, kestrel: Kestrel) -> None:
     put(kestrel, *CLIPS)
+    kestrel.good("speakers", "create", HOSTILE, "--project", "Travels")
+    kestrel.good("speakers", "assign", HOSTILE, CLIPS[0].id, "--label", "1", "--project", "Travels")
     browser.open("#/library")
     browser.wait_for("summary").click()
     browser.press_button("Export Travels")
@@ -59,11 +61,13 @@ def test_a_project_leaves_and_comes_back(browser: Browser, kestrel: Kestrel) -> 
     browser.press_button("Preview")
     browser.wait_text("dialog", "2 clips are new")
     assert HOSTILE in browser.text(".plan") and browser.all("main img") == []
+    assert f"Names of speakers come along: {HOSTILE}" in browser.text("dialog")
     assert browser.violations_everywhere() == []
     assert travels(kestrel) == [], "a preview changes nothing"
     browser.press_button("Import")
     browser.wait_text(".clips", "ferry.mov")
     assert travels(kestrel) == before
+    assert HOSTILE in kestrel.good("show", CLIPS[0].id).out
     assert "Travels" in browser.text(".projects"), "called as the file when it is not known here"
 
     import_file(browser, str(file), PHRASE)

@@ -1,8 +1,8 @@
 #include "apps/kestrel/clips/ExchangeContents.h"
 
 #include "apps/kestrel/base/Failure.h"
-#include "apps/kestrel/base/Files.h"
-#include "apps/kestrel/services/Store.h"
+#include "apps/kestrel/base/Json.h"
+#include "kestrelml/exchange/KsNNExchangeFile.h"
 
 #include <Poco/Exception.h>
 #include <Poco/JSON/Handler.h>
@@ -10,36 +10,60 @@
 #include <fmt/format.h>
 #include <unicode/unistr.h>
 
-#include <sstream>
+#include <cstdint>
 #include <utility>
 
 namespace kestrel {
 
 namespace {
 
-/// Notes the clips while the text is parsed: a tree of a whole project would take twenty times its size.
-class ClipLister : public Poco::JSON::Handler {
-public:
-    std::vector<ExchangeClip> take() { return std::move(mClips); }
+// Members of the page with the names.
+constexpr const char* kSpeakers = "speakers";
+constexpr const char* kSpeakerId = "speakerGuid";
+constexpr const char* kSpeakerName = "speakerName";
 
-    void reset() override {}
+/// Notes clips and speakers while pages are parsed: their trees would take twenty times their size.
+class ContentsLister : public Poco::JSON::Handler {
+public:
+    ExchangeContents take() {
+        std::set<std::string> speaking;
+        for (const ExchangeClip& clip : mContents.clips) {
+            for (const auto& [label, speakers] : clip.speakers) {
+                for (const auto& [speaker, segments] : speakers)
+                    speaking.insert(speaker);
+            }
+        }
+        std::erase_if(mContents.speakers, [&](const auto& named) {
+            return named.second.empty() || !speaking.contains(named.first);
+        });
+        return std::move(mContents);
+    }
+
+    void reset() override { mDepth = 0; }
     void startObject() override { ++mDepth; }
     void endObject() override {
-        if (mDepth == kDocumentDepth) endDocument();
+        if (mDepth == kDocumentDepth && mPart == "hits") endDocument();
+        if (mDepth == kSpeakerDepth && mPart == kSpeakers) {
+            mContents.speakers.emplace(mSpeaker.first, mSpeaker.second);
+            mSpeaker = {};
+        }
         --mDepth;
     }
     void startArray() override { ++mDepth; }
     void endArray() override { --mDepth; }
     void key(const std::string& name) override {
+        if (mDepth == 1) mPart = name;
         if (mDepth <= kDocumentDepth) mKey = name;
     }
     void null() override {}
-    void value(int) override {}
-    void value(unsigned) override {}
+    void value(int number) override { noteSegment(number); }
+    void value(unsigned number) override { noteSegment(number); }
 #if defined(POCO_HAVE_INT64)
-    void value(Poco::Int64) override {
+    void value(Poco::Int64 number) override {
+        noteSegment(number);
     }
-    void value(Poco::UInt64) override {
+    void value(Poco::UInt64 number) override {
+        noteSegment(static_cast<std::int64_t>(number));
     }
 #endif
     void value(double) override {
@@ -47,32 +71,54 @@ public:
     void value(bool) override {
     }
     void value(const std::string& text) override {
+        if (mDepth == kSpeakerDepth && mPart == kSpeakers) {
+            if (mKey == kSpeakerId) mSpeaker.first = text;
+            if (mKey == kSpeakerName) mSpeaker.second = text;
+        }
         if (mDepth == kDocumentDepth + 1 && mKey == "projectGuidList") mDocument.projectIds.insert(text);
         if (mDepth != kDocumentDepth) return;
+        if (mKey == kSpeakerId) mSpeakerOfSegment = text;
+        if (mKey == "speakerID") mLabel = text;
         if (mKey == "mediaGuid") mDocument.id = text;
         if (mKey == "clipName") mDocument.name = text;
         if (mKey == "language") mDocument.language = text;
     }
 
 private:
-    /// Array of pages, page, "hits", its "hits", hit, "_source".
-    static constexpr int kDocumentDepth = 6;
+    /// Page, "hits", its "hits", hit, "_source".
+    static constexpr int kDocumentDepth = 5;
+    /// Page, its list, speaker.
+    static constexpr int kSpeakerDepth = 3;
+
+    /// Beyond what segments count to, the library's import refuses the file.
+    void noteSegment(std::int64_t number) {
+        if (mDepth == kDocumentDepth && mKey == "segment") mSegment = static_cast<int>(number);
+    }
 
     void endDocument() {
-        if (mClips.empty() || mClips.back().id != mDocument.id) {
-            mClips.emplace_back();
-            mClips.back().id = mDocument.id;
-            mClips.back().language = mDocument.language;
+        std::vector<ExchangeClip>& clips = mContents.clips;
+        if (clips.empty() || clips.back().id != mDocument.id) {
+            clips.emplace_back();
+            clips.back().id = mDocument.id;
+            clips.back().language = mDocument.language;
         }
-        ExchangeClip& clip = mClips.back();
+        ExchangeClip& clip = clips.back();
         if (!mDocument.name.empty()) clip.name = mDocument.name;
         clip.projectIds.merge(mDocument.projectIds);
+        clip.speakers[mLabel][mSpeakerOfSegment].push_back(mSegment);
+        mLabel.clear();
+        mSpeakerOfSegment.clear();
         ++clip.segments;
         mDocument = {};
     }
 
-    std::vector<ExchangeClip> mClips;
+    ExchangeContents mContents;
     ExchangeClip mDocument;
+    int mSegment = 0; ///< Of the document, as the others.
+    std::string mLabel;
+    std::string mSpeakerOfSegment;
+    std::pair<std::string, std::string> mSpeaker;
+    std::string mPart; ///< Of the page.
     std::string mKey;
     int mDepth = 0;
 };
@@ -85,22 +131,39 @@ std::string validUtf8(const std::string& text) {
 
 } // namespace
 
-std::vector<ExchangeClip> readExchangeContents(KsNNDatabase& store, const std::filesystem::path& file) {
-    std::stringstream plain;
-    {
-        std::stringstream encrypted(readFile(file));
-        if (store.IDecryptStream(encrypted, plain, false) != KsNN_Success || plain.peek() != '[')
-            throw Failure(fmt::format("{} cannot be read: it belongs to another pass phrase, is truncated or "
-                                      "damaged, or is no exchange file",
-                                      file.string()));
+ExchangeContents readExchangeContents(KsNNDatabase& store, const std::filesystem::path& file) {
+    Poco::SharedPtr<ContentsLister> lister(new ContentsLister);
+    std::string damage;
+    const auto note = [&](const std::string& page) {
+        try {
+            Poco::JSON::Parser(lister).parse(page);
+            return KsNN_Success;
+        } catch (const Poco::Exception& error) {
+            damage = validUtf8(error.message());
+            return KsNN_Error;
+        }
+    };
+    if (kestrelml::readExchangeFile(store, file.string(), note, false) == KsNN_Success) return lister->take();
+    if (!damage.empty()) throw Failure(fmt::format("{} is damaged: {}", file.string(), damage));
+    throw Failure(fmt::format("{} cannot be read: it belongs to another pass phrase, is truncated or "
+                              "damaged, or is no exchange file",
+                              file.string()));
+}
+
+std::string speakerPage(const SpeakerNames& names) {
+    auto noDocuments = jsonObject();
+    noDocuments->set("hits", jsonArray(std::vector<std::string>{}));
+    std::vector<Poco::JSON::Object::Ptr> speakers;
+    for (const auto& [id, name] : names) {
+        auto speaker = jsonObject();
+        speaker->set(kSpeakerId, id);
+        speaker->set(kSpeakerName, name);
+        speakers.push_back(speaker);
     }
-    Poco::SharedPtr<ClipLister> lister(new ClipLister);
-    try {
-        Poco::JSON::Parser(lister).parse(plain);
-    } catch (const Poco::Exception& error) {
-        throw Failure(fmt::format("{} is damaged: {}", file.string(), validUtf8(error.message())));
-    }
-    return lister->take();
+    auto page = jsonObject();
+    page->set("hits", noDocuments);
+    page->set(kSpeakers, jsonArray(speakers));
+    return toText(page);
 }
 
 } // namespace kestrel

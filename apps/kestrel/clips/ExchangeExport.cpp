@@ -3,9 +3,13 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/clips/ClipFinder.h"
 #include "apps/kestrel/clips/ClipList.h"
+#include "apps/kestrel/clips/ExchangeContents.h"
 #include "apps/kestrel/clips/Projects.h"
+#include "apps/kestrel/clips/SpeakerLookup.h"
 #include "apps/kestrel/services/Store.h"
+#include "kestrelml/exchange/KsNNExchangeFile.h"
 
+#include <Poco/TemporaryFile.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -74,6 +78,26 @@ std::size_t countClips(KsNNDatabase& store, const std::vector<std::string>& proj
     return all.size();
 }
 
+/// Names of those who speak in the clips that are exported, and of nobody else.
+SpeakerNames speakersOf(KsNNDatabase& store, const ExportPlan& plan) {
+    const std::set<std::string> chosen(plan.clips.begin(), plan.clips.end());
+    SpeakerLookup names(store);
+    SpeakerNames found;
+    for (const std::string& project : plan.projects) {
+        KsNNClipQuery query;
+        query.projectGuid = project;
+        query.withContents = true;
+        for (const KsNNClipSummary& clip : findClips(store, query)) {
+            if (!chosen.empty() && !chosen.contains(clip.mediaGuid)) continue;
+            for (const KsNNClipSpeaker& speaker : clip.speakers) {
+                const std::string name = names.nameOf(speaker.speakerGuid);
+                if (!name.empty()) found.emplace(speaker.speakerGuid, name);
+            }
+        }
+    }
+    return found;
+}
+
 } // namespace
 
 ExportPlan planExport(KsNNDatabase& store, const Home& home, const ExportRequest& request) {
@@ -97,13 +121,20 @@ int runExport(KsNNDatabase& store, const ExportPlan& plan, const Callbacks& call
         callbacks.report("exporting", total > 0 ? static_cast<double>(current) / total : 0.0);
         return callbacks.isCancelled() ? KsNN_Error : KsNN_Success;
     };
-    const KsNN_ErrorCode code =
-        store.ExportDBContentsToKST(plan.clips, plan.projects.front(), plan.projects, plan.file.string(),
-                                    counter, progress, false, false, kPageSize);
+    const SpeakerNames names = speakersOf(store, plan);
+    const Poco::TemporaryFile withoutNames;
+    const std::string file = plan.file.string();
+    const std::string failed = fmt::format("{} cannot be exported", file);
+    const KsNN_ErrorCode code = store.ExportDBContentsToKST(plan.clips, plan.projects.front(), plan.projects,
+                                                            names.empty() ? file : withoutNames.path(),
+                                                            counter, progress, false, false, kPageSize);
     if (callbacks.isCancelled()) throw Cancelled("cancelled; no file was written");
-    check(code, store, fmt::format("{} cannot be exported", plan.file.string()));
+    check(code, store, failed);
     // Without a pass phrase the library writes an empty file and calls it a success.
     if (!detailOf(store).empty()) throw Failure(detailOf(store));
+    if (!names.empty())
+        check(kestrelml::copyExchangeFile(store, withoutNames.path(), file, speakerPage(names), false), store,
+              failed);
     return counter - requests;
 }
 

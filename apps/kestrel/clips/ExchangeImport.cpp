@@ -3,6 +3,8 @@
 #include "apps/kestrel/base/Failure.h"
 #include "apps/kestrel/base/Json.h"
 #include "apps/kestrel/clips/ClipList.h"
+#include "apps/kestrel/clips/ClipWriter.h"
+#include "apps/kestrel/clips/ExchangeSpeakers.h"
 #include "apps/kestrel/clips/Membership.h"
 #include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/home/Catalogue.h"
@@ -11,7 +13,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 #include <string_view>
+#include <utility>
 
 namespace kestrel {
 
@@ -70,28 +74,54 @@ void importFile(KsNNDatabase& store, const ImportPlan& plan, const std::function
                                 : ", nothing was changed"));
 }
 
-/// The library files clips that belong to no project of the store under a placeholder, whatever project is
-/// named: who names one wants them there.
-void adoptStrangers(KsNNDatabase& store, const Home& home, const ImportPlan& plan) {
-    const KsNNProject placeholder{kPlaceholderName, kPlaceholderId};
-    for (const ExchangeClip& clip : plan.strangers)
-        joinProject(store, home, {clip.id, clip.name, "", placeholder}, plan.project);
+/// The projects of the store that a clip of the file belongs to.
+std::vector<KsNNProject> knownProjects(const ImportPlan& plan, const ExchangeClip& clip) {
+    std::vector<KsNNProject> projects;
+    for (const std::string& id : clip.projectIds) {
+        const auto known = plan.projectNames.find(id);
+        if (known != plan.projectNames.end() && id != kPlaceholderId) projects.push_back({known->second, id});
+    }
+    return projects;
 }
 
-void addToCatalogue(const Home& home, const ImportPlan& plan) {
-    std::vector<CatalogueClip> clips;
+/// Files the clips under their projects where the library does not: in the catalogue, and those that belong
+/// to no project of the store under the one that the user names, not under the placeholder.
+void fileClips(KsNNDatabase& store, const Home& home, const ImportPlan& plan) {
+    const Catalogue catalogue(home);
+    std::map<std::string, std::string> paths; // as other projects know them
+    for (const CatalogueClip& known : catalogue.clips()) {
+        if (!known.path.empty()) paths[known.id] = known.path;
+    }
+    std::vector<CatalogueClip> entries;
+    const auto list = [&](const ExchangeClip& clip, const KsNNProject& project) {
+        entries.push_back({clip.id, clip.name, paths[clip.id], project.projectName, clip.language});
+    };
     for (const ExchangeClip& clip : plan.clips) {
-        for (const std::string& id : clip.projectIds) {
-            const auto project = plan.projectNames.find(id);
-            if (project != plan.projectNames.end() && id != kPlaceholderId)
-                clips.push_back({clip.id, clip.name, "", project->second, clip.language});
-        }
+        for (const KsNNProject& project : knownProjects(plan, clip))
+            list(clip, project);
     }
     if (!plan.request.project.empty()) {
         for (const ExchangeClip& clip : plan.strangers)
-            clips.push_back({clip.id, clip.name, "", plan.project.projectName, clip.language});
+            list(clip, plan.project);
     }
-    Catalogue(home).addMissing(clips);
+    catalogue.addMissing(entries);
+    if (plan.request.project.empty()) return;
+    for (const ExchangeClip& clip : plan.strangers) {
+        const ClipLock lock(store, home, clip.id, false);
+        joinLocked(store, clip.id, plan.project);
+    }
+}
+
+void nameSpeakers(KsNNDatabase& store, const ImportPlan& plan, const Callbacks& callbacks) {
+    ExchangeSpeakers speakers(store, plan.speakers);
+    std::size_t done = 0;
+    for (const ExchangeClip& clip : plan.clips) {
+        callbacks.report("naming speakers",
+                         static_cast<double>(done++) / static_cast<double>(plan.clips.size()));
+        std::vector<KsNNProject> projects = knownProjects(plan, clip);
+        if (projects.empty()) projects.push_back(plan.project);
+        speakers.assign(clip, projects);
+    }
 }
 
 Poco::JSON::Array::Ptr names(const std::vector<ExchangeClip>& clips) {
@@ -115,7 +145,9 @@ std::string placeholderProject() {
 ImportPlan planImport(KsNNDatabase& store, const ImportRequest& request) {
     ImportPlan plan;
     plan.request = request;
-    plan.clips = readExchangeContents(store, request.file);
+    ExchangeContents contents = readExchangeContents(store, request.file);
+    plan.clips = std::move(contents.clips);
+    plan.speakers = std::move(contents.speakers);
     if (plan.clips.empty()) throw Failure(fmt::format("{} holds no clip", request.file.string()));
     std::vector<KsNNProject> projects;
     check(store.GetAllEntries(projects, false), store, "the projects cannot be listed");
@@ -129,10 +161,7 @@ ImportPlan planImport(KsNNDatabase& store, const ImportRequest& request) {
         isComplete[clip.mediaGuid] = clip.isComplete;
     for (const ExchangeClip& clip : plan.clips) {
         plan.segments += clip.segments;
-        const bool isKnown = std::any_of(clip.projectIds.begin(), clip.projectIds.end(), [&](const auto& id) {
-            return id != kPlaceholderId && plan.projectNames.contains(id);
-        });
-        if (!isKnown) plan.strangers.push_back(clip);
+        if (knownProjects(plan, clip).empty()) plan.strangers.push_back(clip);
         const auto stored = isComplete.find(clip.id);
         if (stored == isComplete.end())
             plan.fresh.push_back(clip);
@@ -158,8 +187,8 @@ void runImport(KsNNDatabase& store, const Home& home, const ImportPlan& plan, co
         return true;
     };
     importFile(store, plan, beginChanges, callbacks);
-    addToCatalogue(home, plan);
-    if (!plan.request.project.empty()) adoptStrangers(store, home, plan);
+    fileClips(store, home, plan);
+    nameSpeakers(store, plan, callbacks);
 }
 
 Poco::JSON::Object::Ptr toJson(const ImportPlan& plan) {
@@ -170,6 +199,10 @@ Poco::JSON::Object::Ptr toJson(const ImportPlan& plan) {
     document->set("unfinishedReplaced", names(plan.unfinished));
     document->set("project", plan.project.projectName);
     document->set("filedUnderProject", names(plan.strangers));
+    std::set<std::string> speakers;
+    for (const auto& [id, name] : plan.speakers)
+        speakers.insert(name);
+    document->set("speakers", jsonArray(std::vector<std::string>(speakers.begin(), speakers.end())));
     return document;
 }
 

@@ -27,6 +27,7 @@ struct ImportPlan {
     std::vector<ExchangeClip> replaced;
     std::vector<ExchangeClip> unfinished; ///< In place of a transcript that was never completed.
     std::vector<ExchangeClip> strangers;  ///< Of all, those that belong to no project of the store.
+    SpeakerNames speakers;                ///< Whose names come along.
     std::map<std::string, std::string> projectNames;
     KsNNProject project; ///< The one that the user names, else the placeholder.
     std::size_t segments = 0;

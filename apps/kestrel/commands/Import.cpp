@@ -38,6 +38,9 @@ void printText(const ImportOptions& options, const ImportPlan& plan) {
                             plan.fresh.size(), plan.replaced.size() + plan.unfinished.size()));
     for (const ExchangeClip& clip : plan.unfinished)
         tell(fmt::format("{} replaces a transcript that was never completed", clip.name));
+    if (!plan.speakers.empty())
+        tell(fmt::format("with the names of {} speaker{}", plan.speakers.size(),
+                         plan.speakers.size() == 1 ? "" : "s"));
     if (plan.strangers.empty()) return;
     tell(fmt::format("{} of them belong{} to no project of this store: filed under \"{}\"",
                      plan.strangers.size(), plan.strangers.size() == 1 ? "s" : "", plan.project.projectName));

@@ -1,0 +1,91 @@
+#include "apps/kestrel/clips/ExchangeSpeakers.h"
+
+#include "apps/kestrel/clips/ProjectSpeakers.h"
+#include "apps/kestrel/services/Store.h"
+#include "kestrelml/exchange/KsNNExchangeFile.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace kestrel {
+
+namespace {
+
+/// The store assigns so many segments of a label by one call, the first ones.
+constexpr std::size_t kMostAtOnce = 10'000;
+
+} // namespace
+
+void ExchangeSpeakers::assign(const ExchangeClip& clip, const std::vector<KsNNProject>& projects) {
+    bool isAnybodyKnown = false;
+    for (const auto& [label, speakers] : clip.speakers) {
+        std::map<std::string, Segments> found; // the first: of nobody
+        for (const auto& [speaker, segments] : speakers) {
+            Segments& known = found[find(projects.front(), speaker)];
+            known.insert(known.end(), segments.begin(), segments.end());
+        }
+        if (found.size() == 1 && found.begin()->first.empty()) continue;
+        isAnybodyKnown = true;
+        assignLabel(clip, projects.front(), found);
+    }
+    if (!isAnybodyKnown) return;
+    for (const KsNNProject& project : projects)
+        check(mStore.ShareSpeakers(clip.id, project.projectGuid, project.projectName, false), mStore,
+              fmt::format("the speakers of {} cannot be named", clip.name));
+}
+
+std::string ExchangeSpeakers::find(const KsNNProject& project, const std::string& speaker) {
+    if (speaker.empty()) return "";
+    const auto [found, isNew] = mFound.try_emplace({project.projectGuid, speaker});
+    if (isNew) found->second = findOrCreate(project, speaker);
+    return found->second;
+}
+
+std::string ExchangeSpeakers::findOrCreate(const KsNNProject& project, const std::string& speaker) {
+    const auto named = mNames.find(speaker);
+    if (!mKnown.nameOf(speaker).empty()) return speaker;
+    if (named == mNames.end()) return "";
+    const std::vector<KsNNSpeakerKV> namesakes = ProjectSpeakers(mStore, project).matching(named->second);
+    if (!namesakes.empty()) return namesakes.front().speakerGuid;
+    const std::string failed = fmt::format("the speaker \"{}\" cannot be created", named->second);
+    // The service would make a missing index itself, but without the store's mapping.
+    check(mStore.CreateIndex(KsNNDatabase::getSpeakerIndex(), false), mStore, failed);
+    KsNNSpeakerKV created;
+    created.speakerGuid = speaker;
+    created.speakerName = named->second;
+    check(kestrelml::createSpeakerAs(mStore, created, false), mStore, failed);
+    return speaker;
+}
+
+void ExchangeSpeakers::assignLabel(const ExchangeClip& clip, const KsNNProject& project,
+                                   const std::map<std::string, Segments>& bySpeaker) {
+    const std::string failed = fmt::format("the speakers of {} cannot be named", clip.name);
+    std::map<int, std::string> rest;
+    for (const auto& [speaker, segments] : bySpeaker) {
+        for (const int segment : segments)
+            rest[segment] = speaker;
+    }
+    KsNNSpeakerKV assigned;
+    if (!bySpeaker.contains("")) { // then one request serves the speaker of most segments
+        assigned.speakerGuid =
+            std::max_element(bySpeaker.begin(), bySpeaker.end(), [](const auto& left, const auto& right) {
+                return left.second.size() < right.second.size();
+            })->first;
+        check(mStore.SpeakerRenameAllSegments(clip.id, project.projectGuid, assigned, rest.begin()->first,
+                                              false),
+              mStore, failed);
+        std::size_t position = 0;
+        std::erase_if(rest, [&](const auto& one) {
+            return position++ < kMostAtOnce && one.second == assigned.speakerGuid;
+        });
+    }
+    for (const auto& [segment, speaker] : rest) {
+        if (speaker.empty()) continue;
+        assigned.speakerGuid = speaker;
+        check(mStore.SpeakerSetSegName(clip.id, project.projectGuid, assigned, segment, false), mStore,
+              failed);
+    }
+}
+
+} // namespace kestrel
