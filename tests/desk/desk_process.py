@@ -37,6 +37,10 @@ class Desk:
         self.host = f"127.0.0.1:{self.port}"
         self.cookie = ""
 
+    @property
+    def pid(self) -> int:
+        return int(self._process.pid)
+
     def __enter__(self) -> Desk:
         return self
 
