@@ -7,6 +7,7 @@ import json
 import os
 import re
 import shutil
+import signal
 import socket
 import subprocess
 import time
@@ -14,6 +15,7 @@ from pathlib import Path
 
 import pytest
 from app_under_test import BIN, SPEECH, TRANSCRIPTS, Kestrel, make_media
+from stalled_mount import LOOKUP, READ, stalled_file
 
 def commands(kestrel: Kestrel) -> list[str]:
     listed, _, _ = kestrel.good("--help").out.partition("Everything is kept")
@@ -235,6 +237,21 @@ def test_files_that_cannot_be_transcribed_are_told_one_by_one(kestrel: Kestrel, 
     for clip in clips[:-1]:
         assert f"{clip['name']}  failed: {clip['error']}" in result.err
     assert "red\\x1b[31m\\x0aline.wav  failed" in result.err and "\x1b" not in result.err
+
+
+@pytest.mark.parametrize("stalled_at, signal_sent", [(READ, signal.SIGINT), (LOOKUP, signal.SIGTERM)])
+def test_a_drive_that_stops_answering_can_be_left(
+    kestrel: Kestrel, tmp_path: Path, stalled_at: int, signal_sent: signal.Signals
+) -> None:
+    with stalled_file(tmp_path, stalled_at) as file:
+        process = kestrel.start("transcribe", file.path, "--project", "P", "--language", "en")
+        assert file.is_waited_for.wait(60)
+        process.send_signal(signal_sent)
+        try:
+            _, err = process.communicate(timeout=60)
+        finally:
+            process.kill()
+        assert process.returncode == 130 and "kestrel: cancelled" in err
 
 
 def test_folders_give_their_media_files(kestrel: Kestrel, tmp_path: Path) -> None:
