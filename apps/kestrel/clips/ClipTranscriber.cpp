@@ -7,6 +7,7 @@
 #include "apps/kestrel/clips/Projects.h"
 #include "apps/kestrel/clips/Replacement.h"
 #include "apps/kestrel/clips/SpeakerLookup.h"
+#include "apps/kestrel/clips/TextReport.h"
 #include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/home/Catalogue.h"
 #include "apps/kestrel/home/Identity.h"
@@ -29,34 +30,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kMostPlaces = 3;
-
-/// As people note a place in a recording: "00:03:10".
-std::string wholeSeconds(std::int64_t ms) {
-    const std::int64_t seconds = ms / 1000;
-    return fmt::format("{:02}:{:02}:{:02}", seconds / 3600, seconds / 60 % 60, seconds % 60);
-}
-
 std::size_t wordCount(const KsNNDB_STTClipEntry& entry) {
     return std::accumulate(
         entry.segments.begin(), entry.segments.end(), std::size_t{0},
         [](std::size_t sum, const KsNNDBEntrySeg& segment) { return sum + segment.wordStartsMS.size(); });
-}
-
-std::string speechWithoutText(const KsNNDB_STTClipEntry& entry, const ClipAudio& audio) {
-    std::vector<std::pair<int, int>> words;
-    for (const KsNNDBEntrySeg& segment : entry.segments) {
-        for (std::size_t i = 0; i < segment.wordStartsMS.size(); ++i)
-            words.emplace_back(segment.wordStartsMS[i], segment.wordEndsMS[i]);
-    }
-    std::sort(words.begin(), words.end());
-    std::string text;
-    const std::vector<UnrecognisedSpeech> all = unrecognisedSpeech(audio.voiced(), words);
-    for (std::size_t i = 0; i < std::min(all.size(), kMostPlaces); ++i)
-        text += fmt::format("{}{:.0f} s of speech gave no text, from {}", text.empty() ? "" : ", ",
-                            static_cast<double>(all[i].spoken) / 1000, wholeSeconds(all[i].begin));
-    if (all.size() > kMostPlaces) text += fmt::format(", and {} more places", all.size() - kMostPlaces);
-    return text;
 }
 
 /// Gives each new segment the speaker who was named for most of its time before. Returns how many of the
@@ -204,9 +181,9 @@ void ClipTranscriber::describe(const KsNNDB_STTClipEntry& entry, const ClipAudio
     outcome.warnings = audio.warnings();
     outcome.warnings.insert(outcome.warnings.end(), mTranscriber->warnings().begin(),
                             mTranscriber->warnings().end());
-    const std::string lost = speechWithoutText(entry, audio);
-    if (!lost.empty()) outcome.warnings.push_back(lost);
-    outcome.status = outcome.words == 0 && lost.empty() ? FileStatus::NoSpeech : FileStatus::Transcribed;
+    const std::vector<std::string> ofText = textWarnings(entry, audio.voiced());
+    outcome.warnings.insert(outcome.warnings.end(), ofText.begin(), ofText.end());
+    outcome.status = outcome.words == 0 && ofText.empty() ? FileStatus::NoSpeech : FileStatus::Transcribed;
 }
 
 /// The store has the whole transcript already.
