@@ -43,6 +43,19 @@ TEST_F(ClipAudioTest, NoiseIsNotRaised) {
     EXPECT_THAT(mAudio->warnings(), testing::IsEmpty());
 }
 
+TEST(AudioPart, SpeechThatIsDroppedIsNotLookedForInTheRest) {
+    AudioPart part{1000, std::vector<std::int16_t>(500), {{1050, 1100}, {1150, 1300}, {1350, 1400}}};
+    part.dropUpTo(1200);
+    EXPECT_EQ(part.start, 1200U);
+    EXPECT_EQ(part.end(), 1500U);
+    ASSERT_EQ(part.voiced.size(), 2U);
+    EXPECT_EQ(part.voiced.front().begin, 1200U);
+    EXPECT_EQ(part.voiced.front().end, 1300U);
+    part.dropUpTo(2000);
+    EXPECT_TRUE(part.samples.empty());
+    EXPECT_TRUE(part.voiced.empty());
+}
+
 TEST_F(ClipAudioTest, AFileThatIsCutShortSaysHowMuchWasRead) {
     const fs::path file = makeSpeech("cut.flac");
     fs::resize_file(file, fs::file_size(file) / 2);

@@ -41,6 +41,15 @@ std::int64_t toMs(std::size_t sample) {
 
 } // namespace
 
+void AudioPart::dropUpTo(std::size_t sample) {
+    if (sample <= start) return;
+    const std::size_t count = std::min(sample - start, samples.size());
+    samples.erase(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(count));
+    start += count;
+    std::erase_if(voiced, [&](const SampleRange& one) { return one.end <= start; });
+    if (!voiced.empty()) voiced.front().begin = std::max(voiced.front().begin, start);
+}
+
 ClipAudio::ClipAudio(const std::filesystem::path& file, std::optional<TrackChoice> tracks,
                      const SpeechDetector& detector, const Callbacks& callbacks)
     : mDetector(detector), mReader(file, trackOf(file, tracks, detector, callbacks, mTrackNote)) {

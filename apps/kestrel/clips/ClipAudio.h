@@ -19,6 +19,8 @@ struct AudioPart {
     std::vector<SampleRange> voiced; ///< Where somebody speaks; positions in the clip.
 
     std::size_t end() const { return start + samples.size(); }
+    /// Makes it begin there, if it begins before.
+    void dropUpTo(std::size_t sample);
 };
 
 /// The audio of a clip, part by part, as the engines take it: the track in which somebody speaks, raised

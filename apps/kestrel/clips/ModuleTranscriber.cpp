@@ -82,13 +82,6 @@ KsNNDB_STTClipEntry storedOf(const StoredBefore& stored, const AudioPart& part) 
     return entry;
 }
 
-void dropBeginning(AudioPart& part, std::size_t upTo) {
-    if (upTo <= part.start) return;
-    const std::size_t count = std::min(upTo - part.start, part.samples.size());
-    part.samples.erase(part.samples.begin(), part.samples.begin() + static_cast<std::ptrdiff_t>(count));
-    part.start += count;
-}
-
 /// Whether `upTo` lies inside the part and speech follows: kestrel was killed while it wrote the part. It is
 /// recognised again as a whole, since the little that is stored tells too little about its voices.
 bool endsInSpeech(const AudioPart& part, std::size_t upTo) {
@@ -254,7 +247,7 @@ KsNNDB_STTClipEntry ModuleTranscriber::transcribe(ClipAudio& audio, const ClipKe
         const bool isHalfStored = endsInSpeech(*part, resumeAt);
         if (!isHalfStored) {
             reel.learn(storedOf(stored, *part), part->samples);
-            dropBeginning(*part, resumeAt);
+            part->dropUpTo(resumeAt);
         }
         if (part->samples.empty()) continue;
         if (!languageIsChecked && lengthOf(part->voiced) >= kLeastSpeech) {
