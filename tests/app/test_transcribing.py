@@ -5,6 +5,7 @@ from __future__ import annotations
 import os
 import re
 import shutil
+import signal
 from pathlib import Path
 from typing import Any
 
@@ -56,6 +57,13 @@ def test_a_wrong_language_is_told(kestrel: Kestrel, tmp_path: Path) -> None:
     assert clip["warnings"][0].startswith('the speech sounds like "fr", not "en"')
 
 
+def test_speech_that_is_none_is_doubted(kestrel: Kestrel, tmp_path: Path) -> None:
+    """Played backwards, the recogniser finds fluent words in it."""
+    clip, shown = transcribed(kestrel, make_media(tmp_path / "reversed.wav", "-i", SPEECH / "librivox_3.wav", "-af", "areverse"))
+    assert len(text_of(shown).split()) > 5
+    assert re.match(r"doubtful text: \d s from 00:00:00 \(\d+ % sure", clip["warnings"][0])
+
+
 def test_languages_are_found_where_they_change(kestrel: Kestrel, tmp_path: Path) -> None:
     """Six seconds each of English and French, 0.6 s apart."""
     trimmed = "silenceremove=start_periods=1:start_threshold=-40dB,atrim=0:6,apad=pad_dur=0.6"
@@ -75,10 +83,12 @@ def test_a_long_clip_is_stored_part_by_part_and_continued(kestrel: Kestrel, tmp_
         process = kestrel.start(*arguments)
         while not (stored := kestrel.run("show", file, "--project", PROJECT, "--json")).code == 0:
             assert process.poll() is None, process.communicate()
-        process.kill()
-        process.communicate()
+        os.kill(kestrel.pids()["speech"], signal.SIGKILL)
+        _, err = process.communicate()
+        assert process.returncode == 1 and "the speech service has ended" in err and "run `kestrel up`" in err
         before = kestrel.good("show", file, "--project", PROJECT, "--json").json()["segments"]
         assert stored.json()["complete"] is False and before[-1]["endMS"] < 45_000
+        kestrel.up()
         kestrel.good(*arguments)
     finally:
         del kestrel.environment["KESTREL_PART_MINUTES"]
