@@ -142,7 +142,7 @@ def find(kestrel: Kestrel, checks: Checks) -> None:
         checks.check(answer["speaker"] != question["speaker"], "and those two were said by different voices")
 
 
-def align(kestrel: Kestrel, work: Path, checks: Checks) -> Path:
+def align(kestrel: Kestrel, work: Path, checks: Checks) -> None:
     title("Aligning a short script with the English recording; its second speaker is not in it")
     script = work / "scene.fountain"
     script.write_text(SCRIPT, encoding="utf-8")
@@ -155,7 +155,6 @@ def align(kestrel: Kestrel, work: Path, checks: Checks) -> Path:
         abs(starts[0] - 57_000) <= TOLERANCE_MS and abs(starts[3] - 62_420) <= TOLERANCE_MS,
         f"the first line begins at {starts[0] / 1000:.2f} s, the last at {starts[3] / 1000:.2f} s",
     )
-    return page
 
 
 def compare_engines(kestrel: Kestrel, speech: Path, work: Path, checks: Checks) -> None:
@@ -186,16 +185,17 @@ def convert(source: Path, target: Path, title_text: str) -> None:
     )
 
 
-def say_what_next(executable: Path, page: Path) -> None:
-    title("The three most useful commands to go on with (the services are still running)")
+def say_what_next(executable: Path, stopped: bool) -> None:
+    title("The three most useful commands to go on with" + ("" if stopped else " (the services are still running)"))
+    services = "Start the services again first: kestrel up" if stopped else "Stop the services with: kestrel down"
     print(f"""
    export PATH="{executable.parent}:$PATH" KESTREL_HOME="{os.environ['KESTREL_HOME']}"
 
-   1. kestrel transcribe FILE --project Mine --language en     your own media, any file with audio
-   2. kestrel search "what somebody said" --project Mine       at the word where it is spoken
-   3. kestrel align SCRIPT --clip FILE --html page.html        a script beside the recording, like {page}
+   1. kestrel transcribe FILE --project Mine                 your own media, any file or folder with audio
+   2. kestrel search "what somebody said" --project Mine     at the word where it is spoken
+   3. kestrel desk                                           all of it in the browser: play, search, name speakers
 
-   Stop the services with: kestrel down
+   {services}
 """)
 
 
@@ -214,12 +214,11 @@ def main() -> int:
     kestrel.run("up", "--index-port", 0, "--speech-port", 0)
     transcribe(kestrel, options.speech, checks)
     find(kestrel, checks)
-    page = align(kestrel, options.work, checks)
+    align(kestrel, options.work, checks)
     compare_engines(kestrel, options.speech, options.work, checks)
     if options.stop:
         kestrel.run("down")
-    else:
-        say_what_next(kestrel.executable, page)
+    say_what_next(kestrel.executable, options.stop)
     print("==> Everything was found where it is spoken." if not checks.failed else f"==> {checks.failed} checks failed.")
     return 1 if checks.failed else 0
 
