@@ -1,5 +1,6 @@
 #include "kestrelml/store/Answer.h"
 #include "kestrelml/store/KsNNDatabase.h"
+#include "kestrelml/store/KsNNSegments.h"
 #include "kestrelml/store/Operation.h"
 #include "kestrelml/store/Schema.h"
 #include "kestrelml/store/Scroll.h"
@@ -26,12 +27,15 @@ public:
 
     KsNN_ErrorCode read(const Array::Ptr& hits) {
         for (const Object::Ptr& hit : ObjectsOf(hits)) {
-            const Object::Ptr document = sourceOf(*hit);
-            // Old stores hold clips without speakers: the first segment tells for the whole clip.
-            if (mEntry.segments.empty()) mHasSpeakers = hasSpeakerLabel(*document);
-            if (const auto code = readSegment(*document)) return code;
+            if (const auto code = read(*sourceOf(*hit))) return code;
         }
         return KsNN_Success;
+    }
+
+    KsNN_ErrorCode read(const Object& document) {
+        // Old stores hold clips without speakers: the first segment tells for the whole clip.
+        if (mEntry.segments.empty()) mHasSpeakers = hasSpeakerLabel(document);
+        return readSegment(document);
     }
 
 private:
@@ -80,7 +84,39 @@ private:
     bool mHasSpeakers = false;
 };
 
+Object::Ptr segmentsQuery(const std::string& projectGuid, const KsNNSegmentNumbers& wanted) {
+    Array::Ptr ofClips = new Array;
+    for (const auto& [clip, numbers] : wanted)
+        ofClips->add(allOf({ofClip(clip), terms(field::kSegment, numbers)}));
+    return object({{"query", allOf({ofProject(projectGuid, kVersion2), anyOf(ofClips)})},
+                   {"sort", ascending({field::kSegment})},
+                   {"size", kMaximumHits}});
+}
+
 } // namespace
+
+KsNN_ErrorCode readSegments(KsNNDatabase& store, const std::string& projectGuid,
+                            const KsNNSegmentNumbers& wanted,
+                            std::map<std::string, KsNNDB_STTClipEntry>& clips, bool debug) {
+    clips.clear();
+    if (wanted.empty()) return KsNN_Success;
+    Operation operation(store, "readSegments err: ", debug);
+    const std::string index = KsNNDatabase::getTranscriptIndex();
+    if (const auto state = operation.refresh(index); !state.isReady()) return state.code();
+    if (const auto code = operation.ask("GET", searchPath(index), segmentsQuery(projectGuid, wanted)))
+        return code;
+    return operation.read([&](const Object& answer) {
+        std::map<std::string, ClipReader> readers;
+        for (const Object::Ptr& hit : ObjectsOf(hitsOf(answer))) {
+            const Object::Ptr document = sourceOf(*hit);
+            const std::string clip = mediaGuidOf(*document);
+            ClipReader& reader =
+                readers.try_emplace(clip, operation, projectGuid, kVersion2, clips[clip]).first->second;
+            if (const auto code = reader.read(*document)) return code;
+        }
+        return KsNN_Success;
+    });
+}
 
 KsNN_ErrorCode KsNNDatabase::GetDBContents(const std::string& mediaGuid, const std::string& projectGuid,
                                            KsNNDB_STTClipEntry& entry, bool debug, int version) {

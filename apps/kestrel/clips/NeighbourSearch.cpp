@@ -5,6 +5,7 @@
 #include "apps/kestrel/clips/Transcript.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace kestrel {
@@ -107,7 +108,9 @@ void NeighbourSearch::addTo(std::vector<KsNNPhraseHit>& hits, const KsNNDB_STTCl
     const auto& segments = entry.segments;
     for (auto begin = segments.begin(); begin != segments.end();) {
         begin = std::find_if(begin, segments.end(), mIsWanted);
-        const auto end = std::find_if_not(begin, segments.end(), mIsWanted);
+        auto end = begin;
+        for (; end != segments.end() && mIsWanted(*end); ++end)
+            if (end != begin && end->segment != std::prev(end)->segment + 1) break;
         if (end - begin > 1) addStretch(hits, Stretch(begin, end), entry.clipName);
         begin = end;
     }

@@ -18,9 +18,10 @@ public:
     NeighbourSearch(const std::string& phrase, float threshold,
                     std::function<bool(const KsNNDBEntrySeg&)> isWanted);
 
-    /// Adds the places in a clip where the phrase crosses from segment to segment. Where one overlaps a hit
-    /// that is there already, the better of the two stays. Text and match of a new hit are those of all
-    /// segments that it touches; speaker, language and number are those of the first.
+    /// Adds the places in a clip, of which `entry` may hold some segments only, where the phrase crosses from
+    /// segment to segment. Where one overlaps a hit that is there already, the better of the two stays. Text
+    /// and match of a new hit are those of all segments that it touches; speaker, language and number are
+    /// those of the first.
     void addTo(std::vector<KsNNPhraseHit>& hits, const KsNNDB_STTClipEntry& entry);
 
 private:

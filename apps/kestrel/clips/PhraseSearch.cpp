@@ -7,10 +7,10 @@
 #include "apps/kestrel/clips/TimedWords.h"
 #include "apps/kestrel/clips/Transcript.h"
 #include "apps/kestrel/services/Store.h"
+#include "kestrelml/store/KsNNSegments.h"
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <tuple>
 #include <utility>
 
@@ -21,8 +21,8 @@ namespace {
 /// The index ranks segments roughly, the library scores those that it is given; we look well beyond what we
 /// show.
 constexpr int kSegmentsToLookAt = 1000;
-/// Clips that are read to find phrases that run from one segment into the next: those with the segments that
-/// the index ranks first.
+/// Clips in which phrases that run from one segment into the next are looked for: those with the segments
+/// that the index ranks first.
 constexpr std::size_t kClipsToRead = 100;
 
 std::string withoutPrefix(const std::string& text, const std::string& prefix) {
@@ -41,25 +41,18 @@ void restrictToSpeaker(KsNNDatabase& store, const KsNNProject& project, const st
         ProjectSpeakers(store, project).find(speaker);
 }
 
-/// Reads each clip once. One that cannot be read is empty: its segments have been searched one by one by
+/// Reads segments. Those of a clip that cannot be read are left out: they have been searched one by one by
 /// then.
-class ClipReader {
-public:
-    ClipReader(KsNNDatabase& store, std::string project) : mStore(store), mProject(std::move(project)) {}
-
-    const KsNNDB_STTClipEntry& read(const std::string& clip) {
-        const auto [found, isNew] = mRead.try_emplace(clip);
-        KsNNDB_STTClipEntry& entry = found->second;
-        if (isNew && mStore.GetWholeClip(clip, mProject, entry, false) != KsNN_Success)
-            entry.segments.clear();
-        return entry;
-    }
-
-private:
-    KsNNDatabase& mStore;
-    std::string mProject;
-    std::map<std::string, KsNNDB_STTClipEntry> mRead;
-};
+std::map<std::string, KsNNDB_STTClipEntry> read(KsNNDatabase& store, const std::string& project,
+                                                const KsNNSegmentNumbers& wanted) {
+    std::map<std::string, KsNNDB_STTClipEntry> clips;
+    if (readSegments(store, project, wanted, clips, false) == KsNN_Success) return clips;
+    clips.clear();
+    if (wanted.size() == 1) return clips;
+    for (const auto& one : wanted)
+        clips.merge(read(store, project, {one}));
+    return clips;
+}
 
 bool isSaidBy(const KsNNPhraseQuery& asked, const KsNNDBEntrySeg& segment) {
     return (asked.speakerGuid.empty() || segment.speakerGuid == asked.speakerGuid) &&
@@ -76,43 +69,49 @@ public:
         store.FindPhrase(asked, all, false); // a segment that cannot be read ends it; those before it will do
         for (const KsNNPhraseHit& hit : all) {
             if (mSegments.size() == kClipsToRead && !mSegments.contains(hit.mediaGuid)) continue;
+            mNames[hit.mediaGuid] = hit.clipName;
             for (const std::int32_t near : {hit.segment - 1, hit.segment, hit.segment + 1})
                 mSegments[hit.mediaGuid].insert(near);
         }
     }
 
-    bool contain(const KsNNDBEntrySeg& segment) const {
-        const auto clip = mSegments.find(segment.mediaGuid);
-        return clip != mSegments.end() && clip->second.contains(segment.segment);
-    }
-    const std::map<std::string, std::set<std::int32_t>>& byClip() const { return mSegments; }
+    const KsNNSegmentNumbers& segments() const { return mSegments; }
+    const std::string& nameOf(const std::string& clip) const { return mNames.at(clip); }
 
 private:
-    std::map<std::string, std::set<std::int32_t>> mSegments;
+    KsNNSegmentNumbers mSegments;
+    std::map<std::string, std::string> mNames;
 };
 
-void addCrossings(KsNNDatabase& store, ClipReader& reader, const KsNNPhraseQuery& asked,
-                  std::vector<KsNNPhraseHit>& hits) {
+void addCrossings(KsNNDatabase& store, const KsNNPhraseQuery& asked, std::vector<KsNNPhraseHit>& hits) {
     const Candidates candidates(store, asked);
-    NeighbourSearch neighbours(asked.text, asked.threshold, [&](const KsNNDBEntrySeg& segment) {
-        return isSaidBy(asked, segment) && candidates.contain(segment);
-    });
-    for (const auto& [clip, segments] : candidates.byClip())
-        neighbours.addTo(hits, reader.read(clip));
+    NeighbourSearch neighbours(asked.text, asked.threshold,
+                               [&](const KsNNDBEntrySeg& segment) { return isSaidBy(asked, segment); });
+    for (auto& [clip, entry] : read(store, asked.projectGuid, candidates.segments())) {
+        entry.clipName = candidates.nameOf(clip);
+        neighbours.addTo(hits, entry);
+    }
 }
 
 /// The store counts words in its own way, and takes the times of the stored words of those numbers; engines
 /// count differently where punctuation parts words.
-void setTimes(ClipReader& reader, KsNNPhraseHit& hit) {
-    if (isCountedAlike(hit.text, hit.language)) return;
-    const auto& segments = reader.read(hit.mediaGuid).segments;
-    const auto segment = std::find_if(segments.begin(), segments.end(),
-                                      [&](const KsNNDBEntrySeg& one) { return one.segment == hit.segment; });
-    if (segment == segments.end() || segment->transcript != hit.text) return;
-    const auto times = timesOf(*segment, {hit.matchBegin, hit.matchEnd});
-    if (!times) return;
-    hit.startMS = static_cast<std::int32_t>(times->startMs);
-    hit.endMS = static_cast<std::int32_t>(times->endMs);
+void setTimes(KsNNDatabase& store, const std::string& project, std::vector<KsNNPhraseHit>& hits) {
+    KsNNSegmentNumbers wanted;
+    for (const KsNNPhraseHit& hit : hits) {
+        if (!isCountedAlike(hit.text, hit.language)) wanted[hit.mediaGuid].insert(hit.segment);
+    }
+    const auto clips = read(store, project, wanted);
+    for (KsNNPhraseHit& hit : hits) {
+        const auto clip = clips.find(hit.mediaGuid);
+        if (clip == clips.end() || isCountedAlike(hit.text, hit.language)) continue;
+        for (const KsNNDBEntrySeg& segment : clip->second.segments) {
+            if (segment.segment != hit.segment || segment.transcript != hit.text) continue;
+            const auto times = timesOf(segment, {hit.matchBegin, hit.matchEnd});
+            if (!times) continue;
+            hit.startMS = static_cast<std::int32_t>(times->startMs);
+            hit.endMS = static_cast<std::int32_t>(times->endMs);
+        }
+    }
 }
 
 } // namespace
@@ -133,15 +132,13 @@ std::vector<KsNNPhraseHit> findPhrase(KsNNDatabase& store, KsNNPhraseQuery query
     query.maxSegments = std::max(kSegmentsToLookAt, maxResults);
     std::vector<KsNNPhraseHit> hits;
     check(store.FindPhrase(query, hits, false), store, "the search failed");
-    ClipReader reader(store, query.projectGuid);
-    if (across && countWords(query.text, "") > 1) addCrossings(store, reader, query, hits);
+    if (across && countWords(query.text, "") > 1) addCrossings(store, query, hits);
     std::stable_sort(hits.begin(), hits.end(), [](const auto& left, const auto& right) {
         return std::tie(right.score, left.mediaGuid, left.startMS) <
                std::tie(left.score, right.mediaGuid, right.startMS);
     });
     hits.resize(std::min(hits.size(), static_cast<std::size_t>(maxResults)));
-    for (KsNNPhraseHit& hit : hits)
-        setTimes(reader, hit);
+    setTimes(store, query.projectGuid, hits);
     return hits;
 }
 
