@@ -76,30 +76,37 @@ class Voice:
         return self._queue.pop()
 
 
-def converse(name: str, folders: Sequence[Path], seconds: float, seed: int, by_telephone: bool = False) -> Conversation:
-    """Everyone speaks at least thrice; a quarter of the turns are short answers; loudness and pauses vary."""
+def converse(name: str, folders: Sequence[Path], seconds: float, seed: int, by_telephone: bool = False,
+             answers: float = 0.25, interruptions: float = 0.0) -> Conversation:
+    """Everyone speaks at least thrice; loudness and pauses vary. `answers` is the share of turns that are short, `interruptions`
+    of those that begin before the last one has ended."""
     chance = random.Random(seed)
     voices = [Voice(folder, chance) for folder in folders]
     loudness = {voice.name: chance.uniform(-12, 0) for voice in voices}
     order = [voice for _ in range(3) for voice in chance.sample(voices, len(voices))]
-    pieces: list[Audio] = []
+    pieces: list[tuple[int, Audio]] = []
     turns: list[Turn] = []
     speech: list[Turn] = []
-    position, last = 0, ""
-    while order or position < seconds * SAMPLE_RATE:
+    ended, pause, last = 0, 0, ""
+    while order or ended + pause < seconds * SAMPLE_RATE:
         voice = order.pop() if order else chance.choice(voices)
         if voice.name == last and len(voices) > 1:
             voice = chance.choice([other for other in voices if other.name != last])
         last = voice.name
-        spoken = voice.answer() if chance.random() < 0.25 else voice.speak(chance.uniform(2, 9))
+        begin = ended + pause
+        if turns and voice.name != turns[-1].speaker and interruptions and chance.random() < interruptions:
+            begin = ended - round(min(chance.uniform(0.4, 1.0), turns[-1].end - turns[-1].begin) * SAMPLE_RATE)
+        spoken = voice.answer() if chance.random() < answers else voice.speak(chance.uniform(2, 9))
         spoken = _at_level(spoken, loudness[voice.name] + chance.uniform(-4, 4))
-        pause = _silence(chance.uniform(2.5, 4) if chance.random() < 0.1 else chance.uniform(0.1, 1.2))
-        pieces += [spoken, pause]
-        turns.append(Turn(position / SAMPLE_RATE, (position + len(spoken)) / SAMPLE_RATE, voice.name))
-        speech += [Turn((position + begin) / SAMPLE_RATE, (position + end) / SAMPLE_RATE, voice.name)
-                   for begin, end in _between_pauses(spoken)]
-        position += len(spoken) + len(pause)
-    audio = np.concatenate(pieces)
+        pause = int((chance.uniform(2.5, 4) if chance.random() < 0.1 else chance.uniform(0.1, 1.2)) * SAMPLE_RATE)
+        pieces.append((begin, spoken))
+        turns.append(Turn(begin / SAMPLE_RATE, (begin + len(spoken)) / SAMPLE_RATE, voice.name))
+        speech += [Turn((begin + first) / SAMPLE_RATE, (begin + end) / SAMPLE_RATE, voice.name)
+                   for first, end in _between_pauses(spoken)]
+        ended = max(ended, begin + len(spoken))
+    audio = np.zeros(ended + pause, np.float32)
+    for begin, spoken in pieces:
+        audio[begin : begin + len(spoken)] += spoken
     noise = np.random.default_rng(seed).standard_normal(len(audio)) * 10 ** (_NOISE_DB / 20)
     whole = (audio + noise).astype(np.float32)
     return Conversation(name, telephone(whole) if by_telephone else whole, turns, speech)

@@ -2,7 +2,8 @@
 """Measures who is said to speak, in conversations cut together from recordings of single voices.
 
     .deps/venv/bin/python bench/diarization/run.py [--conversations N] [--voices N…] [--seed N] [--set tuning|unseen|pairs]
-                                                   [--telephone] [--against TREE] [--keep FOLDER] [--verbose]
+                                                   [--telephone] [--answers SHARE] [--interruptions SHARE]
+                                                   [--against TREE] [--keep FOLDER] [--verbose]
 
 The whole way is gone: voiced spans, recognised words, speaker turns, and the names that the words' segments get. Prints,
 by number of voices: confusion and missed speech as shares of the true speech, words under a wrong name as a share of all
@@ -102,6 +103,9 @@ def _options() -> argparse.Namespace:
     parser.add_argument("--seed", type=int, default=1, help="other seeds cut other conversations (%(default)s)")
     parser.add_argument("--set", choices=[*VOICES, "pairs"], help="only these voices")
     parser.add_argument("--telephone", action="store_true", help="as a telephone line carries them")
+    parser.add_argument("--answers", type=float, default=0.25, metavar="SHARE", help="turns that are short answers (%(default)s)")
+    parser.add_argument("--interruptions", type=float, default=0.0, metavar="SHARE",
+                        help="turns that begin up to a second before the last one has ended (%(default)s)")
     parser.add_argument("--against", type=Path, action="append", default=[], metavar="TREE",
                         help="measure the speaker package of another source tree, too")
     parser.add_argument("--keep", type=Path, metavar="FOLDER", help="keep recognised words there, for another run")
@@ -115,14 +119,18 @@ def _conversations(voices: Sequence[str], options: argparse.Namespace) -> Iterat
         for index in range(options.conversations):
             chosen = chance.sample(voices, count)
             yield converse(" ".join(chosen), [_FOLDER / voice for voice in chosen], chance.choice(_LENGTHS),
-                           seed=(options.seed * 10 + count) * 1000 + index, by_telephone=options.telephone), None
+                           seed=(options.seed * 10 + count) * 1000 + index, **_manner(options)), None
 
 
 def _pairs(options: argparse.Namespace) -> Iterator[tuple[Conversation, str]]:
     for number, pair in enumerate(PAIRS):
         for index in range(max(1, options.conversations // 2)):
             yield converse(" ".join(pair), [_FOLDER / voice for voice in pair], _LENGTHS[0],
-                           seed=(options.seed * 10 + number) * 1000 + index, by_telephone=options.telephone), pair[0][:2]
+                           seed=(options.seed * 10 + number) * 1000 + index, **_manner(options)), pair[0][:2]
+
+
+def _manner(options: argparse.Namespace) -> dict[str, Any]:
+    return {"by_telephone": options.telephone, "answers": options.answers, "interruptions": options.interruptions}
 
 
 def _recognised(conversation: Conversation, language: str | None, keep: Path | None) -> tuple[Any, list[Any]]:

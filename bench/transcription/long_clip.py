@@ -128,7 +128,10 @@ def check(kestrel: Kestrel, file: Path, before: list[dict[str, object]], parts: 
         for copy in range(copies):
             begin = (number * PART + 60 + 60 * copy) * 1000
             heard = " ".join(str(one["text"]) for one in after if begin - 1000 <= int(str(one["startMS"])) < begin + 30_000)
-            found += SENTENCES[sentence(number + copy)] in heard
+            if SENTENCES[sentence(number + copy)] in heard:
+                found += 1
+            else:
+                print(f"not found at {begin // 1000} s: {SENTENCES[sentence(number + copy)]!r} in {heard!r}")
     print(f"{len(before)} segments were stored before and {'stayed' if after[:len(before)] == before else 'CHANGED'}; "
           f"{found} of {parts * copies} sentences stand at their time; "
           f"{'complete' if kestrel.good('show', file, '--project', PROJECT, '--json').json()['complete'] else 'INCOMPLETE'}")
