@@ -73,7 +73,7 @@ Derived::Status Derived::ask(Kind kind, const std::string& clip, const fs::path&
     if (fs::exists(file, error)) return {State::Ready, 1.0, "", file};
     const std::scoped_lock lock(mMutex);
     const auto [known, isNew] = mStatus.try_emplace({kind, clip});
-    const Status status = known->second;
+    Status status = known->second;
     if (isNew) {
         mQueue.push_back({{kind, clip}, media});
         mWake.notify_all();

@@ -173,7 +173,7 @@ fs::path receiveFile(Exchange& exchange, const fs::path& folder, const std::stri
         throw HttpError(400, fmt::format("\"{}\" is no file name", name));
     if (!exchange.request.hasContentLength() || exchange.request.getContentLength64() == 0)
         throw HttpError(400, fmt::format("{} is empty", name));
-    const fs::path target = folder / Poco::UUIDGenerator::defaultGenerator().createRandom().toString() / only;
+    fs::path target = folder / Poco::UUIDGenerator::defaultGenerator().createRandom().toString() / only;
     fs::create_directories(target.parent_path());
     std::ofstream out(target, std::ios::binary);
     out << exchange.request.stream().rdbuf();
