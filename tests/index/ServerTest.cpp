@@ -54,14 +54,15 @@ protected:
 } // namespace
 
 TEST_F(SlowClients, AreToldWhyTheirConnectionEnds) {
-    const Services services(mFolder / "documents.db");
+    Services services(mFolder / "documents.db");
     Authenticator authenticator(services.users);
     const Router router;
     Server::Options options{
         .certificate = mFolder / "certificate.pem", .privateKey = mFolder / "private-key.pem", .limits = {}};
     options.limits.header = options.limits.body = std::chrono::seconds(1);
     std::ostringstream login;
-    Poco::Base64Encoder(login) << Users::kAdministrator << ':' << users.resetPassword(Users::kAdministrator);
+    Poco::Base64Encoder(login) << Users::kAdministrator << ':'
+                               << services.users.resetPassword(Users::kAdministrator);
     const Server server(options, router, authenticator);
     const std::string halfABody =
         fmt::format("PUT /x HTTP/1.1\r\nHost: x\r\nAuthorization: Basic {}\r\nContent-Length: "
