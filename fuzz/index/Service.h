@@ -30,7 +30,7 @@ public:
         request.user = mAdministrator;
         request.body = body;
         request.hasBody = !body.empty();
-        const kestrel::index::Answer answer = dispatch(request, target);
+        kestrel::index::Answer answer = dispatch(request, target);
         const bool readable = kestrel::index::Json::accept(answer.body);
         if (answer.status < 500 && readable) return answer;
         std::fprintf(stderr, "%s %s: %d %s\n", method.c_str(), target.c_str(), answer.status,

@@ -24,9 +24,9 @@ void watch(const sigset_t& signals) {
     ::sigwait(&signals, &signal);
     interrupted = true;
     if (::sigtimedwait(&signals, nullptr, &kPatience) < 0 && noticed) ::sigwait(&signals, &signal);
-    constexpr std::string_view message = "kestrel: cancelled; what was stored stays, run the same command "
-                                         "again to resume\n";
-    [[maybe_unused]] const auto ignored = ::write(STDERR_FILENO, message.data(), message.size());
+    constexpr std::string_view kMessage = "kestrel: cancelled; what was stored stays, run the same command "
+                                          "again to resume\n";
+    [[maybe_unused]] const auto ignored = ::write(STDERR_FILENO, kMessage.data(), kMessage.size());
     ::_exit(ExitCancelled);
 }
 
