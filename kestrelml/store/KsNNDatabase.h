@@ -492,6 +492,12 @@ public:
                                   std::vector<KsNNSearchResults>& results, int maxResults,
                                   KsNNDBSemanticSearchImpl route, bool debug);
 
+    /// Finds the frames of one clip that are most like `text`; otherwise as `SemanticSearch`.
+    /// @param mediaGuid Empty: of all clips.
+    KsNN_ErrorCode SemanticSearchInClip(const std::string& text, const std::string& mediaGuid,
+                                        std::vector<KsNNSearchResults>& results, int maxResults,
+                                        KsNNDBSemanticSearchImpl route, bool debug);
+
     /// Makes what is said in a stored clip searchable by meaning: one frame for each segment, its text as the
     /// description, its start as the position. Creates the semantic index when it is missing. Frames that
     /// exist are left, those of a segment that has changed are replaced; frames of pictures are not touched.

@@ -14,10 +14,12 @@ namespace {
 
 constexpr unsigned kQueryTimeoutSeconds = 400;
 
-/// All frames, those that are most like the vector first.
-Object::Ptr nearestFrames(const Embedding& vector, int maxResults) {
-    Object::Ptr query = searchFor(object(
-        "script_score", object({{"query", everything()}, {"script", script::likenessTo(toArray(vector))}})));
+/// The frames that are most like the vector first.
+/// @param mediaGuid Empty: of all clips.
+Object::Ptr nearestFrames(const Embedding& vector, const std::string& mediaGuid, int maxResults) {
+    const Object::Ptr among = mediaGuid.empty() ? everything() : ofClip(mediaGuid);
+    Object::Ptr query = searchFor(
+        object("script_score", object({{"query", among}, {"script", script::likenessTo(toArray(vector))}})));
     if (maxResults > 0) query->set("size", maxResults);
     return query;
 }
@@ -65,13 +67,20 @@ KsNN_ErrorCode KsNNDatabase::GetVectorEmbedding(const std::string& text, float* 
 KsNN_ErrorCode KsNNDatabase::SemanticSearch(const std::string& text, const std::string& /*projectGuid*/,
                                             float /*threshold*/, std::vector<KsNNSearchResults>& results,
                                             int maxResults, KsNNDBSemanticSearchImpl route, bool debug) {
+    return SemanticSearchInClip(text, "", results, maxResults, route, debug);
+}
+
+KsNN_ErrorCode KsNNDatabase::SemanticSearchInClip(const std::string& text, const std::string& mediaGuid,
+                                                  std::vector<KsNNSearchResults>& results, int maxResults,
+                                                  KsNNDBSemanticSearchImpl route, bool debug) {
     Operation operation(*this, "KsNNDatabase::SemanticSearch err: ", debug);
     operation.quoteRuntimeErrors();
     if (const auto index = operation.refresh(mSemanticIndex); !index.isReady()) return index.code();
     Embedding vector{};
     if (const auto code = GetVectorEmbedding(text, vector.data(), route, debug)) return code;
     operation.allowSeconds(kQueryTimeoutSeconds);
-    if (const auto code = operation.ask("GET", searchPath(mSemanticIndex), nearestFrames(vector, maxResults)))
+    if (const auto code =
+            operation.ask("GET", searchPath(mSemanticIndex), nearestFrames(vector, mediaGuid, maxResults)))
         return code;
     return operation.read([&](const Object& answer) {
         for (const Object::Ptr& hit : ObjectsOf(hitsOf(answer)))

@@ -144,10 +144,15 @@ def test_jobs_outlive_the_desk(other: Kestrel) -> None:
         desk.ask("POST", f"/api/jobs/{jobs[1]['job']}/cancel")
         desk.wait_for("/api/jobs", lambda answer: answer["jobs"][1]["state"] in ("cancelled", "done"))
         assert desk.ask("DELETE", "/api/jobs").status == 204 and asked(desk) == []
-    (other.home / "desk" / "jobs.json").write_text("{\"jobs\": [{]")
-    with Desk(other) as desk:
-        desk.sign_in()
-        assert asked(desk) == [] and (other.home / "desk" / "jobs.damaged.json").exists()
+    stored = other.home / "desk" / "jobs.json"
+    done = dict.fromkeys(("project", "language", "message", "clip"), "") | {"file": "kept.wav", "again": False, "state": "done"}
+    for damaged, kept in (("{\"jobs\": [{]", []), (json.dumps({"jobs": [7, {"file": "half"}, done]}), [("kept.wav", "done")])):
+        stored.write_text(damaged)
+        for _ in range(2):
+            with Desk(other) as desk:
+                desk.sign_in()
+                assert asked(desk) == kept
+        assert (other.home / "desk" / "jobs.damaged.json").read_text() == damaged
 
 
 def test_filters_and_axe(browser: Browser) -> None:

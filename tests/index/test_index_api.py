@@ -104,12 +104,12 @@ def test_source_comes_back_as_it_was_written(client: Client, index: str) -> None
 
 
 @pytest.mark.parametrize(("shown", "expected"), [
-    (["absent", "b", "a"], '{"a":null,"b":{"c":[1.5,123456789012345678901]}}'),
+    (["absent", "b", "a"], '{"a":null,"b":{"c":[1.5,123456789012345678901]},"a.d":1}'),
     ("text", '{"text":"long"}'),
     ("absent", "{}"),
 ])
 def test_members_of_a_source(client: Client, index: str, shown: str | list[str], expected: str) -> None:
-    client("POST", f"{index}/_doc/1", '{"a": null, "text": "long", "b": {"c": [1.50, 123456789012345678901]}}')
+    client("POST", f"{index}/_doc/1", '{"a": null, "text": "long", "b": {"c": [1.50, 123456789012345678901]}, "a.d": 1}')
     client("POST", f"{index}/_refresh")
     for path in ("_search", "_search?scroll=1m"):
         assert f'"_source":{expected}' in client("GET", f"{index}/{path}", {"_source": shown}).text

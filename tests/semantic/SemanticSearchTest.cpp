@@ -80,6 +80,10 @@ TEST_F(SemanticSearch, OnlyNewSegmentsBecomeFramesAndChangedOnesAreReplaced) {
     writeClip("a", {"first", "something else"});
     EXPECT_EQ(writeFrames("a"), 1);
     EXPECT_THAT(find("second", 10), SizeIs(3)); // two of a, one of b
+    std::vector<KsNNSearchResults> found;
+    const auto code = mStore.SemanticSearchInClip("something", "b", found, 10, KsNNSemanticOnnx, false);
+    EXPECT_EQ(code, KsNN_Success) << mStore.GetErrorStr();
+    EXPECT_THAT(found, ElementsAre(Field(&KsNNSearchResults::text, "another clip")));
 }
 
 TEST_F(SemanticSearch, FramesOfAnotherProgramAreFoundAndKept) {

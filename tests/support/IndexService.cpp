@@ -24,7 +24,8 @@ Poco::JSON::Object::Ptr readJson(const std::string& path) {
     return Poco::JSON::Parser().parse(file).extract<Poco::JSON::Object::Ptr>();
 }
 
-/// Until the process ends. CTest runs the cases of one executable side by side, but the cluster is one.
+/// Holds a lock until the process ends: CTest runs the cases of one executable side by side, and there is one
+/// cluster.
 void waitForOthersOfThisExecutable() {
     static const int executable = ::open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
     if (::flock(executable, LOCK_EX) != 0) throw std::runtime_error("the test cannot lock its executable");

@@ -130,15 +130,14 @@ void loadMeaningModels(KsNNDatabase& store) {
 std::vector<KsNNPhraseHit> findMeaning(KsNNDatabase& store, const MeaningQuery& query) {
     FrameReader reader(store, query.project);
     const auto most = static_cast<std::size_t>(query.maxResults);
-    // The index knows no projects: more is asked for until enough of the frames are wanted.
+    // The index does not filter by project: ask for more until enough frames qualify.
     for (int asked = std::min(4 * query.maxResults, kMostFrames);; asked = std::min(4 * asked, kMostFrames)) {
         std::vector<KsNNSearchResults> frames;
-        check(store.SemanticSearch(query.text, "", 0.0F, frames, asked, kRoute, false), store,
+        check(store.SemanticSearchInClip(query.text, query.clip, frames, asked, kRoute, false), store,
               "the search by meaning failed");
         std::vector<KsNNPhraseHit> hits;
         for (const KsNNSearchResults& frame : frames) {
             if (hits.size() == most) break;
-            if (!query.clip.empty() && frame.mediaGuid != query.clip) continue;
             if (reader.isWanted(frame)) hits.push_back(reader.describe(frame));
         }
         const bool isAll = frames.size() < static_cast<std::size_t>(asked) || asked == kMostFrames;

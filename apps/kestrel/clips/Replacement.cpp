@@ -14,7 +14,6 @@
 #include <Poco/TemporaryFile.h>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <sstream>
 
@@ -131,6 +130,7 @@ Pending read(const fs::path& file) {
             pending.projects.push_back(
                 {project->getValue<std::string>("name"), project->getValue<std::string>("id")});
         }
+        if (pending.projects.empty()) throw Poco::DataFormatException("it names no project");
         return pending;
     } catch (const Poco::Exception& error) {
         throw Failure(fmt::format("{} is damaged: {}", file.string(), error.displayText()));

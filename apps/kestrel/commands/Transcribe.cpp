@@ -52,13 +52,6 @@ const char* textOf(FileStatus status) {
     return "";
 }
 
-Poco::JSON::Array::Ptr listOf(const std::vector<std::string>& texts) {
-    Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-    for (const std::string& text : texts)
-        list->add(text);
-    return list;
-}
-
 Poco::JSON::Object::Ptr toJson(const FileOutcome& outcome, double seconds) {
     auto object = jsonObject();
     const auto shown = [](const fs::path& path) { // JSON is UTF-8
@@ -71,7 +64,7 @@ Poco::JSON::Object::Ptr toJson(const FileOutcome& outcome, double seconds) {
     object->set("segments", outcome.segments);
     object->set("seconds", seconds);
     if (!outcome.error.empty()) object->set("error", outcome.error);
-    if (!outcome.warnings.empty()) object->set("warnings", listOf(outcome.warnings));
+    if (!outcome.warnings.empty()) object->set("warnings", jsonArray(outcome.warnings));
     return object;
 }
 

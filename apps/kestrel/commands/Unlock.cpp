@@ -54,11 +54,8 @@ int unlock(const UnlockOptions& options) {
     const std::vector<std::string> released =
         options.all ? unlockAll(store, home, terminalCallbacks()) : unlockOne(store, home, options);
     if (options.json) {
-        Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-        for (const std::string& clip : released)
-            list->add(clip);
         auto document = jsonObject();
-        document->set("released", list);
+        document->set("released", jsonArray(released));
         printResult(document);
     }
     for (const std::string& clip : released)

@@ -120,7 +120,7 @@ Jobs::Job Jobs::fromJson(const Poco::JSON::Object& stored) {
 void Jobs::load() {
     std::error_code error;
     if (!fs::exists(mFile, error)) return;
-    // What cannot be read must not keep the desk from starting, nor cost the other jobs; it can be looked at.
+    // A damaged entry must neither keep the desk from starting nor cost the other jobs; the file is kept.
     bool isDamaged = false;
     try {
         const auto jobs = readJson(mFile)->getArray("jobs");
@@ -135,7 +135,9 @@ void Jobs::load() {
     } catch (const std::exception&) {
         isDamaged = true;
     }
-    if (isDamaged) fs::rename(mFile, fs::path(mFile).replace_extension(".damaged.json"), error);
+    if (!isDamaged) return;
+    fs::rename(mFile, fs::path(mFile).replace_extension(".damaged.json"), error);
+    if (!error) save(); // what could be read must not depend on a later change
 }
 
 void Jobs::save() {

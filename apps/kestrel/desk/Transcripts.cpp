@@ -26,6 +26,7 @@ std::string quoted(const std::string& text) {
 } // namespace
 
 Transcripts::Ptr Transcripts::read(const std::string& clip) {
+    const int changes = this->changes();
     auto transcript = mStores.with([&](KsNNDatabase& store) {
         auto made = std::make_shared<DeskTranscript>();
         made->entry = readClip(store, find(store, clip));
@@ -33,6 +34,7 @@ Transcripts::Ptr Transcripts::read(const std::string& clip) {
         return made;
     });
     const std::scoped_lock lock(mMutex);
+    if (changes != mChanges) return transcript; // the store has changed since: nothing to remember
     mKnown.remove_if([&](const Known& known) { return known.clip == clip; });
     mKnown.push_front({clip, std::chrono::steady_clock::now(), transcript});
     if (mKnown.size() > kMostKnown) mKnown.pop_back();
@@ -51,9 +53,16 @@ Transcripts::Ptr Transcripts::recent(const std::string& clip) {
     return read(clip);
 }
 
+int Transcripts::changes() {
+    const std::scoped_lock lock(mMutex);
+    return mChanges;
+}
+
 Clip Transcripts::find(KsNNDatabase& store, const std::string& clip) {
+    int changes = 0;
     {
         const std::scoped_lock lock(mMutex);
+        changes = mChanges;
         if (const auto known = mProjects.find(clip); known != mProjects.end())
             return {clip, clip, "", known->second};
     }
@@ -63,7 +72,7 @@ Clip Transcripts::find(KsNNDatabase& store, const std::string& clip) {
               "the store cannot be asked for the clip");
         if (segments == 0) continue;
         const std::scoped_lock lock(mMutex);
-        mProjects[clip] = project;
+        if (changes == mChanges) mProjects[clip] = project;
         return {clip, clip, "", project};
     }
     throw HttpError(404, "the store has no such clip; it may have been deleted");
@@ -71,6 +80,7 @@ Clip Transcripts::find(KsNNDatabase& store, const std::string& clip) {
 
 void Transcripts::forget() {
     const std::scoped_lock lock(mMutex);
+    ++mChanges;
     mProjects.clear();
     mKnown.clear();
 }

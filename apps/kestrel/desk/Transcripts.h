@@ -45,9 +45,12 @@ private:
         std::chrono::steady_clock::time_point when;
         Ptr transcript;
     };
+    int changes();
+
     Stores& mStores;
     std::mutex mMutex;
-    std::list<Known> mKnown;                      ///< Newest first.
+    int mChanges = 0;        ///< Of the store: what was read before one is not remembered.
+    std::list<Known> mKnown; ///< Newest first.
     std::map<std::string, KsNNProject> mProjects; ///< Where clips were found.
 };
 

@@ -41,9 +41,10 @@ void addImport(Exchange& exchange, Parts& parts) {
 
 void read(Exchange& exchange, Parts& parts, bool isPreview) {
     const auto body = exchange.body();
-    if (!isPreview) parts.lastChange.forgetAll(); // nor may an undo meet what is just being replaced
     parts.transfers.read(exchange.identifier(), requiredText(*body, "passPhrase"),
                          body->optValue<std::string>("project", ""), isPreview);
+    // Segments are about to be replaced: an undo must not give them the speakers of the old ones.
+    if (!isPreview) parts.lastChange.forgetAll();
     sendNothing(exchange);
 }
 

@@ -8,9 +8,8 @@ namespace kestrel::desk {
 /// Writes or reads one exchange file in a process of its own: the library knows one pass phrase for a whole
 /// process, and the desk goes on working under another.
 ///
-/// @param in  One line, a JSON object: `do` ("export", "preview", "import"), `file`, `passPhrase`; `clips`
-/// and
-///            `projects` of an export, `project` of the others.
+/// @param in  One line, a JSON object: `do` ("export", "preview", "import"), `file`, `passPhrase`; an export
+///            has `clips` and `projects`, the others `project`.
 /// @param out JSON objects, one a line: `stage` with `fraction` while it works, in the end `result`, `error`
 ///            or `cancelled`.
 void runTransferWorker(std::istream& in, std::ostream& out, const std::function<bool()>& isCancelled);

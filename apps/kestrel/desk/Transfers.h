@@ -17,7 +17,8 @@ namespace kestrel::desk {
 /// Exchange files on their way out or in. Each lies in a private folder until it is dropped or the desk ends.
 class Transfers {
 public:
-    /// @param onImport Called when the store may have got other transcripts, from any thread.
+    /// @param onImport Called when an import may have changed transcripts, on the transfer's thread and with
+    ///                 this object locked: it must not call back.
     Transfers(const Home& home, std::function<void()> onImport);
     Transfers(const Transfers&) = delete;
     Transfers& operator=(const Transfers&) = delete;

@@ -109,9 +109,11 @@ private:
         const auto documents = readRows(rows, refs);
         if (!documents) return false;
         mHits.clear();
-        for (std::size_t i = 0; i < refs.size(); ++i)
+        for (std::size_t i = 0; i < refs.size(); ++i) {
+            checkStillWanted();
             mHits.push_back(
                 renderHit(mFound[refs[i].found], refs[i].position, (*documents)[i], mRequest.source));
+        }
         return true;
     }
 

@@ -143,9 +143,9 @@ ShownSource ShownSource::parse(const Json& value) {
     for (const Json& name : value.is_array() ? value : Json::array({value})) {
         if (!name.is_string() || name.get_ref<const std::string&>().find_first_of(".*") != std::string::npos)
             throw parsingError(fmt::format(
-                "[_source] takes true, false or names of members without dots and wildcards, not [{}]",
+                "[_source] takes true, false or names of members without dots or wildcards, not [{}]",
                 valueText(name)));
-        source.members.push_back(name);
+        source.members.insert(name);
     }
     return source;
 }
@@ -154,8 +154,12 @@ std::string ShownSource::render(const std::string& document) const {
     if (members.empty()) return document;
     Json held = parseStored(document);
     Json shown = Json::object();
-    for (auto& [name, value] : held.items())
-        if (std::find(members.begin(), members.end(), name) != members.end()) shown[name] = std::move(value);
+    auto& kept = shown.get_ref<Json::object_t&>();
+    for (auto& [name, value] : held.get_ref<Json::object_t&>()) {
+        // "a.b" is the member "b" of the object "a".
+        if (members.contains(std::string_view(name).substr(0, name.find('.'))))
+            kept.emplace_back(name, std::move(value));
+    }
     return valueText(shown);
 }
 

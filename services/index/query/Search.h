@@ -5,7 +5,9 @@
 #include "storage/WriteQueue.h"
 
 #include <cstddef>
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -14,7 +16,7 @@ namespace kestrel::index {
 /// What a hit shows of its document.
 struct ShownSource {
     bool isShown = true;
-    std::vector<std::string> members; ///< empty: all
+    std::set<std::string, std::less<>> members; ///< empty: all
 
     /// Throws an ApiError when the value of "_source" is neither a boolean nor names of members.
     static ShownSource parse(const Json& value);
