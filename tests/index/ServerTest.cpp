@@ -65,8 +65,8 @@ TEST_F(SlowClients, AreToldWhyTheirConnectionEnds) {
                                << services.users.resetPassword(Users::kAdministrator);
     const Server server(options, router, authenticator);
     const std::string halfABody =
-        fmt::format("PUT /x HTTP/1.1\r\nHost: x\r\nAuthorization: Basic {}\r\nContent-Length: "
-                    "9\r\nContent-Type: application/json\r\n\r\n{{\"a\"",
+        fmt::format("PUT /x HTTP/1.1\r\nHost: x\r\nAuthorization: Basic {}\r\n"
+                    "Content-Type: application/json\r\nContent-Length: 9\r\n\r\n{{\"a\"",
                     login.str());
     for (const std::string& sent : {std::string(), std::string("GET / HTTP/1.1\r\nHost: x"), halfABody})
         EXPECT_THAT(answerTo(sent, server), testing::StartsWith("HTTP/1.1 408")) << sent;
