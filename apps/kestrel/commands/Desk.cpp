@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <iostream>
+#include <malloc.h>
 #include <memory>
 #include <thread>
 
@@ -57,8 +58,12 @@ int runDesk(const DeskOptions& options) {
     tell("The address is good for one browser, once. Ctrl-C ends the desk; the services keep running.");
     if (!options.noOpen) openBrowser(home, server.address());
     constexpr std::chrono::milliseconds kPause{100};
-    while (!wasInterrupted())
+    constexpr int kPausesBetweenTrims = 100;
+    for (int pauses = 1; !wasInterrupted(); ++pauses) {
         std::this_thread::sleep_for(kPause);
+        // What a long clip takes for a moment stays with the thread that read it, and there are many.
+        if (pauses % kPausesBetweenTrims == 0) ::malloc_trim(0);
+    }
     return ExitFine;
 }
 
