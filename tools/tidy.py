@@ -99,8 +99,11 @@ def latest(sources: dict[Path, str], count: int) -> dict[Path, str]:
 
     # A renamed file is listed as "old -> new".
     changed = [line[3:].split(" -> ")[-1] for line in lines("status", "--porcelain", "--untracked-files=all")]
-    changed += lines("log", "--max-count=200", "--name-only", "--format=")
+    # The commit at which a shallow clone begins would list every file; it has no parents.
+    changed += lines("log", "--max-count=200", "--min-parents=1", "--name-only", "--format=")
     files = dict.fromkeys((ROOT / name).with_suffix(".cpp") for name in changed)
+    if not changed:
+        print("clang-tidy: the history tells of no change; without --latest all sources are read")
     return {file: sources[file] for file in [file for file in files if file in sources][:count]}
 
 
