@@ -31,7 +31,7 @@ from app_under_test import SPEECH, Kestrel
 from conversations import SAMPLE_RATE, Audio, read_wav
 
 PART = 600
-SENTENCES = {"librivox_2": "young man", "librivox_3": "hearted", "librivox_4": "respectable", "librivox_5": "amiable"}
+SENTENCES = {"librivox_2": "young man", "librivox_3": "hearted", "librivox_4": "respectable", "librivox_5": "might even"}
 PROJECT = "Long"
 
 
