@@ -64,6 +64,8 @@ def _words(conversation: Conversation, segments: Sequence[Mapping[str, Any]], na
         for word in segment["words"]:
             middle = (word["startMs"] + word["endMs"]) / 2000
             distance = np.maximum(np.maximum(begins - middle, middle - ends), 0)
+            if (distance == 0).sum() > 1:
+                continue  # two speak at once, and nobody knows whose word was recognised
             speaker = conversation.turns[int(distance.argmin())].speaker
             rows.append((names.index(speaker), labels.index(str(segment.get("speakerID", "1"))), number))
     return np.array(rows, np.int64).reshape(-1, 3).T
