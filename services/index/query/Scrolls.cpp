@@ -133,8 +133,7 @@ Scrolls::Page Scrolls::readPage(const std::string& id, Context& context, WriteQu
              writes);
     for (std::size_t i = 0; i < documents.size(); ++i) {
         checkStillWanted();
-        page.hits.push_back(
-            renderHit(context.found, context.next + i, documents[i], context.request.source));
+        page.hits.push_back(renderHit(context.found, context.next + i, documents[i], context.request.source));
         takeMemory(page.hits.back().size());
     }
     const std::lock_guard lock(mMutex);
