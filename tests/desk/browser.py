@@ -53,6 +53,11 @@ class Browser:
     def js(self, script: str, *arguments: Any) -> Any:
         return self.driver.execute_script(script, *arguments)
 
+    def ask(self, path: str) -> Any:
+        """What the desk answers the page."""
+        return self.driver.execute_async_script(
+            "const [path, done] = arguments; fetch(path).then((answer) => answer.json()).then(done)", path)
+
     def wait(self, condition: Any, what: str = "") -> Any:
         return WebDriverWait(self.driver, PATIENCE_S, 0.05, [StaleElementReferenceException]).until(lambda _: condition(), what)
 
