@@ -7,6 +7,7 @@
 #include <Poco/Exception.h>
 
 #include <array>
+#include <iterator>
 #include <string_view>
 
 namespace kestrelml::detail {
@@ -113,17 +114,30 @@ private:
     KsNN_ErrorCode mCode = KsNN_Success;
 };
 
-} // namespace
+using Buffer = std::array<char, 1 << 16>;
 
-KsNN_ErrorCode readElements(std::istream& plain, const ElementVisitor& visit) {
+/// Reads as much as there is room for; empty at the end.
+std::string_view fill(Buffer& buffer, std::istream& plain) {
+    plain.read(buffer.data(), std::ssize(buffer));
+    return {buffer.data(), static_cast<std::size_t>(plain.gcount())};
+}
+
+/// @param next Fills the buffer with what comes next, and returns it.
+template <typename Next>
+KsNN_ErrorCode splitAll(Next next, const ElementVisitor& visit) {
     Splitter splitter(visit);
-    std::array<char, 1 << 16> buffer; // NOLINT(cppcoreguidelines-pro-type-member-init): filled by read
-    while (plain.read(buffer.data(), buffer.size()) || plain.gcount() > 0) {
-        const std::string_view text(buffer.data(), static_cast<std::size_t>(plain.gcount()));
+    Buffer buffer; // NOLINT(cppcoreguidelines-pro-type-member-init): filled by reading
+    for (std::string_view text = next(buffer); !text.empty(); text = next(buffer)) {
         if (const auto code = splitter.take(text)) return code;
     }
     splitter.finish();
     return KsNN_Success;
+}
+
+} // namespace
+
+KsNN_ErrorCode readElements(std::istream& plain, const ElementVisitor& visit) {
+    return splitAll([&](Buffer& buffer) { return fill(buffer, plain); }, visit);
 }
 
 KsNN_ErrorCode readExchange(std::istream& file, const std::string& passPhrase, const ElementVisitor& visit) {
@@ -137,15 +151,17 @@ KsNN_ErrorCode readExchange(std::istream& file, const std::string& passPhrase, c
     // Without this a stream takes what the cipher throws for the end.
     decoder.exceptions(std::ios::badbit);
     plain.exceptions(std::ios::badbit);
-    try {
-        return readElements(plain, visit);
-    } catch (const Poco::IOException& caught) { // what ciphers throw
-        throw Poco::DataFormatException(kUnreadable, caught);
-    } catch (const Poco::DataFormatException& caught) {
-        // The Base64 decoder's exception has no message.
-        if (!caught.message().empty()) throw;
-        throw Poco::DataFormatException(kUnreadable);
-    }
+    // Around the reading only: what `visit` throws has causes of its own.
+    const auto decrypt = [&](Buffer& buffer) {
+        try {
+            return fill(buffer, plain);
+        } catch (const Poco::IOException& caught) { // what ciphers throw
+            throw Poco::DataFormatException(kUnreadable, caught);
+        } catch (const Poco::DataFormatException&) { // the Base64 decoder's has no message
+            throw Poco::DataFormatException(kUnreadable);
+        }
+    };
+    return splitAll(decrypt, visit);
 }
 
 } // namespace kestrelml::detail

@@ -1,4 +1,5 @@
 #include "kestrelml/exchange/ExchangeWriter.h"
+#include "kestrelml/exchange/KsNNExchangeFile.h"
 #include "kestrelml/exchange/WholeFile.h"
 #include "kestrelml/store/KsNNDatabase.h"
 #include "kestrelml/store/Operation.h"
@@ -9,20 +10,22 @@
 
 #include <optional>
 #include <sstream>
+#include <utility>
 
 using namespace kestrelml::detail;
+using kestrelml::ExchangeSelection;
 
 namespace {
 
 /// The documents of the clips or of the projects, clip by clip and in order of their segments.
-Object::Ptr exportSearch(const std::vector<std::string>& mediaGuids, const std::string& projectGuid,
-                         const std::vector<std::string>& projectGuids) {
+Object::Ptr exportSearch(const ExchangeSelection& selection) {
     Object::Ptr query;
-    if (mediaGuids.empty()) {
-        query = anyOf(ofEachProject(projectGuids));
+    if (selection.mediaGuids.empty()) {
+        query = anyOf(ofEachProject(selection.projectGuids));
     } else {
-        query = anyOf(ofEachClip(mediaGuids));
-        query->getObject("bool")->set("must", toArray(std::vector<Object::Ptr>{ofProject(projectGuid)}));
+        query = anyOf(ofEachClip(selection.mediaGuids));
+        query->getObject("bool")->set("must",
+                                      toArray(std::vector<Object::Ptr>{ofProject(selection.projectGuid)}));
     }
     Object::Ptr search = searchFor(query);
     const std::string clip = exact(field::kMediaGuid);
@@ -42,7 +45,11 @@ public:
     void add(const Object& page) {
         std::ostringstream text;
         page.stringify(text);
-        const std::string element = text.str();
+        add(text.str());
+    }
+
+    /// @param element JSON text of a page.
+    void add(const std::string& element) {
         encrypt([&] { mWriter->add(element); });
         addPlain((mIsEmpty ? "" : ",") + element);
         mIsEmpty = false;
@@ -100,6 +107,51 @@ private:
     bool mIsEmpty = true;
 };
 
+/// The files of an export.
+struct ExportFiles {
+    WholeFile& file;
+    std::string plainCopy; ///< Path; empty: none.
+};
+
+/// @param lastPage JSON text that follows the pages of documents; empty: none.
+KsNN_ErrorCode exportPages(KsNNDatabase& store, Operation& operation, const ExchangeSelection& selection,
+                           const ExportFiles& files, const std::string& lastPage, int& counter,
+                           const KsNNProgressCallback& progress, bool debug) {
+    WholeFile& file = files.file;
+    const std::string transcripts = KsNNDatabase::getTranscriptIndex();
+    const IndexState index = operation.refresh(transcripts);
+    if (index.isMissing()) return file.commit() ? KsNN_Success : operation.failSaying(file.failure());
+    if (!index.isReady()) return index.code();
+    int total = 0;
+    if (const auto code = store.GetTotalSegmentCount(total, debug)) return code;
+
+    std::optional<WholeFile> copy;
+    if (!files.plainCopy.empty()) copy.emplace(files.plainCopy);
+    const bool hasCopy = copy && copy->isOpen();
+    const std::string passPhrase = KsNNDatabase::getKey();
+    const KsNN_ErrorCode written = operation.guard([&] {
+        ExportSinks sinks(file, hasCopy ? &*copy : nullptr, passPhrase, debug);
+        Scroll scroll(operation, transcripts, exportSearch(selection), selection.pageSize);
+        while (scroll.hasNext()) {
+            if (const auto code = operation.tell(progress, counter, total)) return code;
+            if (progress) ++counter;
+            if (const auto code = scroll.fetch()) return code;
+            sinks.add(*scroll.page());
+            counter += static_cast<int>(scroll.hits()->size());
+        }
+        if (!lastPage.empty()) sinks.add(lastPage);
+        sinks.finish();
+        operation.debugLine(sinks.printed());
+        if (copy && !hasCopy) return operation.fail();
+        sinks.commit();
+        return KsNN_Success;
+    });
+    if (written != KsNN_Success || !passPhrase.empty()) return written;
+    // Without a key the file is empty. Hosts have come to see that as a success; the report says what it is.
+    operation.failWith("Decrypt err: Encrypted key not set.");
+    return KsNN_Success;
+}
+
 } // namespace
 
 KsNN_ErrorCode KsNNDatabase::ExportDBContentsToKST(std::vector<std::string> mediaGuids,
@@ -110,34 +162,19 @@ KsNN_ErrorCode KsNNDatabase::ExportDBContentsToKST(std::vector<std::string> medi
     Operation operation(*this, "KsNNDatabase::ExportDBContentsToKST err: ", debug);
     WholeFile file(path);
     if (!file.isOpen()) return operation.fail();
-    const IndexState index = operation.refresh(mTranscriptIndex);
-    if (index.isMissing()) return file.commit() ? KsNN_Success : operation.failSaying(file.failure());
-    if (!index.isReady()) return index.code();
-    int total = 0;
-    if (const auto code = GetTotalSegmentCount(total, debug)) return code;
+    const ExchangeSelection selection{std::move(mediaGuids), std::move(projectGuid), std::move(projectGuids),
+                                      pageSize};
+    return exportPages(*this, operation, selection, {file, plainCopy ? path + ".gtest" : ""}, "", counter,
+                       progress, debug);
+}
 
-    std::optional<WholeFile> copy;
-    if (plainCopy) copy.emplace(path + ".gtest");
-    const bool hasCopy = copy && copy->isOpen();
-    const KsNN_ErrorCode written = operation.guard([&] {
-        ExportSinks sinks(file, hasCopy ? &*copy : nullptr, mKey, debug);
-        Scroll scroll(operation, mTranscriptIndex, exportSearch(mediaGuids, projectGuid, projectGuids),
-                      pageSize);
-        while (scroll.hasNext()) {
-            if (const auto code = operation.tell(progress, counter, total)) return code;
-            if (progress) ++counter;
-            if (const auto code = scroll.fetch()) return code;
-            sinks.add(*scroll.page());
-            counter += static_cast<int>(scroll.hits()->size());
-        }
-        sinks.finish();
-        operation.debugLine(sinks.printed());
-        if (plainCopy && !hasCopy) return operation.fail();
-        sinks.commit();
-        return KsNN_Success;
-    });
-    if (written != KsNN_Success || !mKey.empty()) return written;
-    // Without a key the file is empty. Hosts have come to see that as a success; the report says what it is.
-    operation.failWith("Decrypt err: Encrypted key not set.");
-    return KsNN_Success;
+KsNN_ErrorCode kestrelml::exportExchangeFile(KsNNDatabase& store, const ExchangeSelection& selection,
+                                             const std::string& path, const std::string& lastPage,
+                                             int& counter, const KsNNProgressCallback& progress, bool debug) {
+    Operation operation(store, "exportExchangeFile err: ", debug);
+    if (KsNNDatabase::getKey().empty())
+        return operation.failSaying("The exchange file cannot be written: no pass phrase is set");
+    WholeFile file(path);
+    if (!file.isOpen()) return operation.failSaying("The exchange file cannot be written: " + file.failure());
+    return exportPages(store, operation, selection, {file, ""}, lastPage, counter, progress, debug);
 }

@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace kestrelml {
 
@@ -21,22 +22,28 @@ using ExchangePageVisitor = std::function<KsNN_ErrorCode(const std::string& page
 /// Reads an exchange file. Never more than one of its pages is held.
 /// @param path UTF-8.
 /// @returns `KsNN_Success`, the first other result of `visit`, or `KsNN_Error` when the file cannot be read:
-///          it is missing, empty, truncated, damaged, encrypted under another pass phrase, or something else.
+///          it is missing, a directory, empty, truncated, damaged, encrypted under another pass phrase, or
+///          something else, or no pass phrase is set.
 KSNN_API KsNN_ErrorCode readExchangeFile(KsNNDatabase& store, const std::string& path,
                                          const ExchangePageVisitor& visit, bool debug);
 
-/// Copies an exchange file and adds a page. One without documents does not change what is imported, and may
-/// carry members of the application's own. Never more than one page is held.
-/// @param from, to UTF-8; different files. What was at `to` before stays unless everything succeeds.
-/// @param page JSON text of the page.
-/// @returns as `readExchangeFile`, and `KsNN_Error` when `to` cannot be written.
-KSNN_API KsNN_ErrorCode copyExchangeFile(KsNNDatabase& store, const std::string& from, const std::string& to,
-                                         const std::string& page, bool debug);
+/// What an export takes; the members are the parameters of `KsNNDatabase::ExportDBContentsToKST`.
+struct ExchangeSelection {
+    std::vector<std::string> mediaGuids;
+    std::string projectGuid;
+    std::vector<std::string> projectGuids;
+    int pageSize = 1000;
+};
 
-/// Creates the document of a speaker who has an identifier already, because segments that came from another
-/// installation bear it. The speaker belongs to no project then; `KsNNDatabase::ShareSpeakers` adds one.
-/// One whom the store knows stays as it is.
-/// @returns `KsNN_Success`, or `KsNN_Error` when the store refuses it.
-KSNN_API KsNN_ErrorCode createSpeakerAs(KsNNDatabase& store, const KsNNSpeakerKV& speaker, bool debug);
+/// Exports as `KsNNDatabase::ExportDBContentsToKST` does, and adds a page to the file. One without documents
+/// does not change what is imported, and may carry members of the application's own.
+/// @param path     UTF-8. What was there before stays unless everything succeeds.
+/// @param lastPage JSON text of the page; empty: none.
+/// @param counter, progress As there; the added page does not count.
+/// @returns as there, but `KsNN_Error` when no pass phrase is set. A missing transcript index leaves an empty
+///          file, without the page.
+KSNN_API KsNN_ErrorCode exportExchangeFile(KsNNDatabase& store, const ExchangeSelection& selection,
+                                           const std::string& path, const std::string& lastPage, int& counter,
+                                           const KsNNProgressCallback& progress, bool debug);
 
 } // namespace kestrelml

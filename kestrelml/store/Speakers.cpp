@@ -1,5 +1,5 @@
 #include "kestrelml/store/Answer.h"
-#include "kestrelml/store/KsNNDatabase.h"
+#include "kestrelml/store/KsNNSpeakers.h"
 #include "kestrelml/store/Operation.h"
 #include "kestrelml/store/Schema.h"
 #include "kestrelml/store/Scripts.h"
@@ -43,6 +43,18 @@ KsNN_ErrorCode KsNNDatabase::SpeakerCreateNew(KsNNSpeakerKV& speaker, bool debug
         speaker.speakerGuid = idOf(answer);
         return KsNN_Success;
     });
+}
+
+KsNN_ErrorCode kestrelml::createSpeakerAs(KsNNDatabase& store, const KsNNSpeakerKV& speaker, bool debug) {
+    Operation operation(store, "createSpeakerAs err: ", debug);
+    // The service would choose an identifier, which no segment bears.
+    if (speaker.speakerGuid.empty()) return operation.failSaying("The speaker has no identifier");
+    Object::Ptr document = speakerDocument(speaker);
+    document->set(field::kProjectList, toArray(std::vector<std::string>{}));
+    const std::string path =
+        documentPath(KsNNDatabase::getSpeakerIndex(), speaker.speakerGuid) + "?op_type=create";
+    if (const auto code = operation.send("POST", path, document)) return code;
+    return operation.hasStatus({200, 201, 409}) ? KsNN_Success : operation.fail();
 }
 
 KsNN_ErrorCode KsNNDatabase::SpeakerGetList(const std::string& projectGuid,

@@ -51,9 +51,10 @@ TEST_F(Faults, ProjectsAndDeletion) {
 TEST_F(Faults, Speakers) {
     // Created again after a lost answer, it is there twice.
     expectCleanFailures({.call = "SpeakerCreateNew bob p", .isRepeatable = false});
-    for (const char* call : {"SpeakerGetList p", "GetSpeakerName ann", "GetAllSpeakersInSpeakerIndex",
-                             "GetAllSpeakersInProject p", "ShareSpeakers own r Third",
-                             "FindReferencesOfSpeaker ann p", "SpeakerRenameBasedOnSpeakerGuid bob Robert"})
+    for (const char* call :
+         {"SpeakerGetList p", "GetSpeakerName ann", "GetAllSpeakersInSpeakerIndex",
+          "GetAllSpeakersInProject p", "createSpeakerAs traveller", "ShareSpeakers own r Third",
+          "FindReferencesOfSpeaker ann p", "SpeakerRenameBasedOnSpeakerGuid bob Robert"})
         expectCleanFailures(call);
     // A speaker that is gone cannot be deleted again.
     expectCleanFailures({.call = "SpeakerDelete p bob", .whenDoneAlready = KsNN_Error});

@@ -1,5 +1,7 @@
 #include "tests/store/Operations.h"
 
+#include "kestrelml/store/KsNNSpeakers.h"
+
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -194,6 +196,8 @@ const std::map<std::string, KsNN_ErrorCode (*)(KsNNDatabase&, Call&)> kOperation
     OPERATION(HardDeleteEntries, c.all(), false),
     OPERATION(DeleteAllInProgressEntries, false),
     OPERATION(SpeakerCreateNew, c.newSpeaker(c[0], c[1]), false),
+    {"createSpeakerAs",
+     [](KsNNDatabase& store, Call& c) { return kestrelml::createSpeakerAs(store, c.speaker(0), false); }},
     OPERATION(SpeakerGetList, c[0], c.out(Speakers(1)), false),
     OPERATION(GetSpeakerName, c[0], c.out<std::string>(), false),
     OPERATION(GetAllSpeakersInSpeakerIndex, c.out(Texts{"before"}), false),

@@ -9,7 +9,6 @@
 #include "apps/kestrel/services/Store.h"
 #include "kestrelml/exchange/KsNNExchangeFile.h"
 
-#include <Poco/TemporaryFile.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -122,19 +121,12 @@ int runExport(KsNNDatabase& store, const ExportPlan& plan, const Callbacks& call
         return callbacks.isCancelled() ? KsNN_Error : KsNN_Success;
     };
     const SpeakerNames names = speakersOf(store, plan);
-    const Poco::TemporaryFile withoutNames;
     const std::string file = plan.file.string();
-    const std::string failed = fmt::format("{} cannot be exported", file);
-    const KsNN_ErrorCode code = store.ExportDBContentsToKST(plan.clips, plan.projects.front(), plan.projects,
-                                                            names.empty() ? file : withoutNames.path(),
-                                                            counter, progress, false, false, kPageSize);
+    const KsNN_ErrorCode code = kestrelml::exportExchangeFile(
+        store, {plan.clips, plan.projects.front(), plan.projects, kPageSize}, file,
+        names.empty() ? "" : speakerPage(names), counter, progress, false);
     if (callbacks.isCancelled()) throw Cancelled("cancelled; no file was written");
-    check(code, store, failed);
-    // Without a pass phrase the library writes an empty file and calls it a success.
-    if (!detailOf(store).empty()) throw Failure(detailOf(store));
-    if (!names.empty())
-        check(kestrelml::copyExchangeFile(store, withoutNames.path(), file, speakerPage(names), false), store,
-              failed);
+    check(code, store, fmt::format("{} cannot be exported", file));
     return counter - requests;
 }
 

@@ -2,7 +2,7 @@
 
 #include "apps/kestrel/clips/ProjectSpeakers.h"
 #include "apps/kestrel/services/Store.h"
-#include "kestrelml/exchange/KsNNExchangeFile.h"
+#include "kestrelml/store/KsNNSpeakers.h"
 
 #include <fmt/format.h>
 
