@@ -43,15 +43,17 @@ def sources(answer: Answer, field: str) -> list[Any]:
     return [hit["_source"].get(field) for hit in answer.hits]
 
 
-def conversations(with_restarts: bool) -> list[Any]:
-    """Those blocks of conversations.txt that restart the service, or those that do not."""
+def conversations(own_service: bool) -> list[Any]:
+    """Those blocks of conversations.txt that need a service of their own, or the others."""
     blocks: dict[str, list[str]] = {}
     for line in golden("conversations.txt"):
         if line.startswith("["):
+            assert line not in blocks, f"two blocks have the title {line}"
             lines = blocks[line] = []
         else:
             lines.append(line)
-    return [pytest.param(lines, id=title) for title, lines in blocks.items() if ("RESTART" in lines) == with_restarts]
+    return [pytest.param(lines, id=title) for title, lines in blocks.items()
+            if any(line.startswith(("AS", "RESTART")) for line in lines) == own_service]
 
 
 def assert_holds(found: Any, expected: Any) -> None:
@@ -66,7 +68,7 @@ def assert_holds(found: Any, expected: Any) -> None:
         assert found == expected
 
 
-def exchange(client: Client, index: str, line: str) -> None:
+def exchange(client: Client, index: str, line: str) -> Answer:
     request, _, expected = line.replace("@index", index).rpartition(" < ")
     method, path, *body = request.split(" ", 2)
     status, _, text = expected.partition(" ")
@@ -74,28 +76,37 @@ def exchange(client: Client, index: str, line: str) -> None:
     assert answer.status == int(status), (line, answer.text)
     if text:
         assert_holds(answer.json, json.loads(text))
+    return answer
 
 
-@pytest.mark.parametrize("lines", conversations(with_restarts=False))
-def test_conversations(service: IndexProcess, index: str, lines: list[str]) -> None:
-    client = service.client()
+@pytest.mark.parametrize("lines", conversations(own_service=False))
+def test_conversations(client: Client, index: str, lines: list[str]) -> None:
     for line in lines:
-        if line.startswith("AS"):
-            client = service.client(*line.split(" ", 2)[1:])
+        exchange(client, index, line)
+
+
+@pytest.mark.parametrize("lines", conversations(own_service=True))
+def test_conversations_with_a_service_of_their_own(served: Served, lines: list[str]) -> None:
+    def answer(line: str) -> Any:
+        found = exchange(client, served.INDEX, line)
+        return {key: value for key, value in found.json.items() if key != "took"} if found.text else None
+
+    client, user = served.client, list[str]()
+    before: dict[str, Any] = {}  # what the user got since the last write
+    for line in lines:
+        if line == "RESTART":
+            served.restart()
+            client = served.process.client(*user)
+            assert {earlier: answer(earlier) for earlier in before} == before
+        elif line.startswith("AS"):
+            user = line.split(" ", 2)[1:]
+            client = served.process.client(*user)
+            before.clear()
+        elif line.startswith("GET "):
+            before[line] = answer(line)
         else:
-            exchange(client, index, line)
-
-
-@pytest.mark.parametrize("lines", conversations(with_restarts=True))
-def test_conversations_that_outlive_restarts(served: Served, lines: list[str]) -> None:
-    for number, line in enumerate(lines):
-        if line != "RESTART":
-            exchange(served.client, served.INDEX, line)
-            continue
-        served.restart()
-        for earlier in lines[:number]:
-            if earlier.startswith("GET "):
-                exchange(served.client, served.INDEX, earlier)
+            answer(line)
+            before.clear()
 
 
 def test_source_comes_back_as_it_was_written(client: Client, index: str) -> None:
