@@ -107,10 +107,13 @@ TEST_F(Export, FailuresLeaveWhatWasThere) {
     EXPECT_EQ(contents(), "before");
 
     int counter = 0;
-    EXPECT_EQ(
-        mStore->ExportDBContentsToKST({}, "", {"p"}, "/nonexistent/x", counter, nullptr, false, false, 1),
-        KsNN_Error);
-    EXPECT_THAT(mStore->GetErrorStr(), HasSubstr("KsNNDatabase::ExportDBContentsToKST err: "));
+    const std::string folder = std::filesystem::temp_directory_path();
+    for (const std::string& path : {std::string("/nonexistent/x"), folder}) {
+        EXPECT_EQ(mStore->ExportDBContentsToKST({}, "", {"p"}, path, counter, nullptr, false, false, 1),
+                  KsNN_Error)
+            << path;
+        EXPECT_THAT(mStore->GetErrorStr(), HasSubstr("KsNNDatabase::ExportDBContentsToKST err: "));
+    }
     scriptStart();
     mServer.script({page("")});
     EXPECT_EQ(mStore->ExportDBContentsToKST({}, "", {"p"}, "/dev/full", counter, nullptr, false, false, 1),

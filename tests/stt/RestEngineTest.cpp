@@ -182,6 +182,12 @@ TEST_F(RestEngine, SendsTheModelFolderBeforeTheFirstChunkUntilItIsAccepted) {
                                                     "PUT /stt_upload_audio", "PUT /stt_upload_audio"));
 }
 
+TEST_F(RestEngine, StartsWithTheLocalServiceAndNoLanguage) {
+    const KsNNSpeechToTextREST engine(1, 2, 3, "");
+    EXPECT_EQ(engine.GetURI(), "http://127.0.0.1:5000/");
+    EXPECT_EQ(engine.getLanguage(), "None");
+}
+
 TEST_F(RestEngine, Base64AudioBreaksLinesAndComesBack) {
     KsNNSpeechToTextREST engine = engineWith();
     for (const std::size_t size : {0U, 1U, 2U, 3U, 26U, 27U, 28U, 54U, 1000U, 16001U}) {
