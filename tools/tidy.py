@@ -95,6 +95,8 @@ def latest(sources: dict[Path, str], count: int) -> dict[Path, str]:
     """Those that changed last, with the header of the same name: in the working tree, else by the commits."""
     def lines(*command: str) -> list[str]:
         run = subprocess.run(["git", *command], cwd=ROOT, capture_output=True, text=True, check=False)
+        if run.returncode != 0:
+            sys.exit(f"clang-tidy: git {command[0]} cannot tell what changed; without --latest all sources are read: {run.stderr}")
         return run.stdout.splitlines()
 
     # A renamed file is listed as "old -> new".
