@@ -48,7 +48,7 @@ def main() -> None:
             for name, parts in (("warm.flac", 1), ("one part.flac", 1)):
                 transcribe_once(kestrel, make_clip(Path(folder) / name, parts, options.copies))
             long = make_clip(Path(folder) / "long.flac", round(options.hours * 3600 / PART), options.copies)
-            interrupt(kestrel, long)
+            interrupt(kestrel, long, options.hours * 1200)
             before = segments(kestrel, long)
             transcribe_once(kestrel, long)
             check(kestrel, long, before, round(options.hours * 3600 / PART), options.copies)
@@ -80,9 +80,9 @@ def sentence(number: int) -> str:
     return list(SENTENCES)[number % len(SENTENCES)]
 
 
-def interrupt(kestrel: Kestrel, file: Path) -> None:
+def interrupt(kestrel: Kestrel, file: Path, stored_seconds: float) -> None:
     process = kestrel.start("transcribe", file, "--project", PROJECT, "--language", "en")
-    while len(segments(kestrel, file)) < 1 or last_end(kestrel, file) < 3600:
+    while len(segments(kestrel, file)) < 1 or last_end(kestrel, file) < stored_seconds:
         assert process.poll() is None, process.communicate()
         time.sleep(2)
     process.send_signal(signal.SIGINT)
