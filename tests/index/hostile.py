@@ -1,7 +1,7 @@
-"""Random writes and searches, valid, odd and contradictory, against the real service, with a record of what it acknowledged.
+"""Random and hostile requests against the real service, with a record of what it acknowledged.
 
-Each round sends such requests, ends the service (TERM, kill -9 while idle, kill -9 in the middle
-of a request, in turn), starts it again and compares every document, counts, queries and aggregations with the record.
+Each round sends valid, odd and contradictory requests, ends the service (TERM, kill -9 while idle, kill -9 while several
+clients write, in turn), starts it again and compares every document, counts, queries and aggregations with the record.
 A failure names the seed and the round.
 
     KESTREL_BUILD_BIN=build-asan/bin .deps/venv/bin/python tests/index/hostile.py --rounds 200 --seed 7
@@ -13,6 +13,7 @@ import argparse
 import copy
 import json
 import random
+import signal
 import subprocess
 import sys
 import tempfile
@@ -25,7 +26,7 @@ from contextlib import suppress
 from http.client import HTTPException
 from pathlib import Path
 from typing import Any, Optional
-from urllib.parse import quote
+from urllib.parse import quote, unquote
 
 sys.path.insert(0, str(Path(__file__).parent))
 from index_process import Answer, Client, IndexProcess, meanwhile  # noqa: E402
@@ -35,6 +36,7 @@ State = Optional[Source]  # None: the document is not there
 Key = tuple[str, str]
 
 INDICES = ("first_rel", "second_rel")
+ODD = "odd_rel"  # comes and goes with odd mappings
 MAPPING = {
     "mappings": {
         "properties": {
@@ -112,7 +114,7 @@ def merged(target: Source, fields: Source) -> Source:
 
 
 class Maker:
-    """Makes documents, queries and searches."""
+    """Makes documents, queries and whole requests."""
 
     def __init__(self, rng: random.Random) -> None:
         self.rng = rng
@@ -241,6 +243,22 @@ class Maker:
             body["track_total_hits"] = rng.choice([True, False, 0, 5, -1, "x"])
         return body
 
+    def nonsense(self) -> tuple[str, str, Any]:
+        rng = self.rng
+        index = rng.choice(INDICES)
+        path = rng.choice([
+            f"{index}/_doc/%FF%FE", f"{index}/_doc/%00", f"{index}/_doc/" + quote(rng.choice(TEXTS[1:14]), safe=""), f"{index}/_doc/{'z' * 513}",
+            f"{index}/_search?scroll=nanm", f"{index}/_search?scroll=infm", f"{index}/_search?scroll=1e300d", f"{index}/_search?scroll=0s",
+            f"{index}/_search?size=18446744073709551615&from=5", "_search/scroll", f"{index}/_mapping", "", "%FF", "a%2Fb", f"{index},{index}/_search",
+            "*/_search", "*/_count", f"{index}/_update/nothing", "_security/role/%FF", "_security/user/x", f"{index}/_bulk", "_bulk", "odd%80name",
+            f"{index}/_search?a=%FF", f"{index}/_refresh", "..", "_all", "?", f"{index}/_update_by_query", f"{index}/_search?scroll=1m",
+        ])
+        method = rng.choice(["GET", "PUT", "POST", "HEAD", "PATCH", "OPTIONS"])
+        body: Any = rng.choice([None, None, "{", "[]", "null", "5", self.body(self.document()), json.dumps(self.search())])
+        if path.endswith("_update_by_query"):
+            body = rng.choice(["{", "[]", "5"])
+        return method, path, body
+
 
 class Record:
     """What the service has acknowledged, and what it may or may not have done when it was killed."""
@@ -294,8 +312,9 @@ class CutOff(Exception):
 class Writer:
     """Writes and deletes documents of its own, several in a request, until it is cut off."""
 
-    def __init__(self, client: Client, prefix: str, seed: int) -> None:
+    def __init__(self, client: Client, acknowledgements: threading.Semaphore, prefix: str, seed: int) -> None:
         self.client = client
+        self.acknowledgements = acknowledgements
         self.rng = random.Random(seed)
         self.keys = [(INDICES[0], f"{prefix}{number}") for number in range(40)]
         self.acknowledged: dict[Key, State] = {}
@@ -314,6 +333,7 @@ class Writer:
                 self.acknowledged.update(self.in_doubt)
                 self.in_doubt = {}
                 self.count += 1
+                self.acknowledgements.release()
 
 
 class Run:
@@ -481,9 +501,39 @@ class Run:
     def search(self) -> None:
         self.send("GET", f"{self.rng.choice(INDICES)}/_search", json.dumps(self.make.search()))
 
+    def nonsense(self) -> None:
+        method, path, body = self.make.nonsense()
+        index, _, rest = path.partition("/")
+        kind, _, identifier = rest.partition("/")
+        if method in ("PUT", "POST") and kind == "_doc":  # may be a valid write after all
+            self.write(method, path, body, (index, unquote(identifier)), self.understood(body or ""))
+        else:
+            self.send(method, path, body)
+
+    def mapping(self) -> None:
+        """An index with an odd mapping: refused, or there to be deleted."""
+        rng = self.rng
+        kinds = ["text", "keyword", "long", "dense_vector", "nested", "object", "float", "boolean", "byte"]
+        properties = {
+            rng.choice(NAMES): {
+                "type": rng.choice(kinds),
+                **rng.choice([{}, {"properties": {rng.choice(NAMES): {"type": rng.choice(kinds)}}}, {"dims": rng.choice([0, 4, -1, 2**40])},
+                              {"fields": {rng.choice(NAMES): {"type": "keyword", "properties": {}}}}, {"ignore_above": rng.choice([0, 5, "x"])},
+                              {"fields": {"k": {"type": "keyword"}, "l": {"type": "keyword"}}}, {"fields": 5}, {"properties": 5}]),
+            }
+            for _ in range(rng.randint(1, 4))
+        }
+        if self.send("PUT", ODD, json.dumps({"mappings": {"properties": properties}})).status == 200:
+            for _ in range(3):
+                self.send("POST", f"{ODD}/_doc", json.dumps(self.make.document()))
+            if rng.random() < 0.7:
+                self.send("DELETE", ODD)
+        else:
+            self.send("DELETE", ODD)
+
     def operate(self) -> None:
         operations = [self.put] * 8 + [self.add] * 2 + [self.delete] * 2 + [self.update] * 5 + [self.script] * 2
-        operations += [self.bulk] * 4 + [self.by_query] * 2 + [self.search] * 6
+        operations += [self.bulk] * 4 + [self.by_query] * 2 + [self.search] * 6 + [self.nonsense] * 4 + [self.mapping]
         self.rng.choice(operations)()
 
     # -- rounds
@@ -521,15 +571,27 @@ class Run:
 
     def cut_off(self) -> None:
         """Kills the service while several clients write, whose requests share transactions."""
-        writers = [Writer(self.service.client(), f"w{number}-", self.rng.randrange(2**32)) for number in range(7)]
-        with ThreadPoolExecutor(len(writers)) as threads:
+        acknowledged = threading.Semaphore(0)
+        writers = [Writer(self.service.client(), acknowledged, f"w{number}-", self.rng.randrange(2**32)) for number in range(7)]
+        enough = self.rng.randint(20, 200)
+
+        def kill() -> None:
+            for _ in range(enough):
+                acknowledged.acquire()
+            self.service.kill()
+
+        with ThreadPoolExecutor(len(writers) + 1) as threads:
+            threads.submit(kill)
             writing = [threads.submit(writer.write) for writer in writers]
-            killer = threading.Timer(self.rng.uniform(0.0, 0.5), self.service.kill)
-            killer.start()
-            with suppress(CutOff):
-                while True:
-                    self.operate()
-        killer.join()
+            for one in writing:
+                one.add_done_callback(lambda _: acknowledged.release(enough))
+            try:
+                with suppress(CutOff):
+                    while True:
+                        self.operate()
+            finally:
+                self.service.kill()
+        assert self.service.process.returncode == -signal.SIGKILL, "the service ended before it was killed"
         for writer, ended in zip(writers, writing, strict=True):
             ended.result()
             for key, state in writer.acknowledged.items():
@@ -581,9 +643,10 @@ class Run:
         """What a fixed set of odd searches and the mappings answer."""
         fixed = Maker(random.Random(99))
         found: list[Any] = []
-        for index in INDICES:
-            found.append(canonical(self.send("GET", f"{index}/_mapping").json))
-            for _ in range(60):
+        for index in (*INDICES, ODD):
+            mapping = self.send("GET", f"{index}/_mapping")
+            found.append(canonical(mapping.json))
+            for _ in range(60 if mapping.status == 200 else 0):
                 body = json.dumps(fixed.search())
                 answer = self.send("GET", f"{index}/_search", body).json
                 answer.pop("took", None)
