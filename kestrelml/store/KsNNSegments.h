@@ -10,13 +10,22 @@
 #include <set>
 #include <string>
 
-/// Numbers of segments, by clip.
-using KsNNSegmentNumbers = std::map<std::string, std::set<std::int32_t>>;
+namespace kestrelml {
 
-/// Reads some segments of clips of a project, 10,000 at most, with one search however long the clips are.
-/// @param clips The segments that there are, by clip and in order; a clip's own fields are filled in only if
-/// its segment 0 is among them.
-/// @return KsNN_Success, also when the store is empty; else the store has the report.
+/// Numbers of segments, by clip.
+using SegmentNumbers = std::map<std::string, std::set<std::int32_t>>;
+
+/// Reads some segments of clips of a project, with one search for every 200 clips however long these are. One
+/// thread at a time uses a store.
+/// @param projectGuid Clips of other projects are left out.
+/// @param wanted At most 10,000 segments of one clip. Those that do not exist are left out.
+/// @param clips Receives the segments by clip, in order, in place of what it holds; a clip's own fields are
+///              filled in only if its segment 0 is among them. A clip with a segment that cannot be read is
+///              left out, and the report says why.
+/// @returns `KsNN_Success`, also when the store is empty; `KsNN_Error` for too many segments or a refused
+/// search, `KsNN_Exception` when the service cannot be reached. `clips` is empty after a failure.
 KSNN_API KsNN_ErrorCode readSegments(KsNNDatabase& store, const std::string& projectGuid,
-                                     const KsNNSegmentNumbers& wanted,
+                                     const SegmentNumbers& wanted,
                                      std::map<std::string, KsNNDB_STTClipEntry>& clips, bool debug);
+
+} // namespace kestrelml

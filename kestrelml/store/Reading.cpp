@@ -7,8 +7,12 @@
 #include "kestrelml/store/Slicing.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
+#include <utility>
 
 using namespace kestrelml::detail;
+using kestrelml::SegmentNumbers;
 
 namespace {
 
@@ -84,38 +88,76 @@ private:
     bool mHasSpeakers = false;
 };
 
-Object::Ptr segmentsQuery(const std::string& projectGuid, const KsNNSegmentNumbers& wanted) {
-    Array::Ptr ofClips = new Array;
-    for (const auto& [clip, numbers] : wanted)
-        ofClips->add(allOf({ofClip(clip), terms(field::kSegment, numbers)}));
-    return object({{"query", allOf({ofProject(projectGuid, kVersion2), anyOf(ofClips)})},
-                   {"sort", ascending({field::kSegment})},
-                   {"size", kMaximumHits}});
-}
+/// Services refuse queries of more than about a thousand clauses; a clip takes three.
+constexpr std::size_t kClipsOfQuery = 200;
+constexpr std::size_t kSegmentsOfQuery = kMaximumHits;
+
+/// Reads the wanted segments, some clips at a time.
+class SegmentsReader {
+public:
+    using Clips = std::map<std::string, KsNNDB_STTClipEntry>;
+
+    SegmentsReader(Operation& operation, std::string index, std::string projectGuid, Clips& clips)
+        : mOperation(operation), mIndex(std::move(index)), mProject(std::move(projectGuid)), mClips(clips) {}
+
+    KsNN_ErrorCode read(const SegmentNumbers& wanted) {
+        Array::Ptr asked = new Array;
+        std::size_t segments = 0;
+        for (const auto& [clip, numbers] : wanted) {
+            if (numbers.size() > kSegmentsOfQuery)
+                return mOperation.failSaying("More than " + std::to_string(kMaximumHits) +
+                                             " segments of the clip " + clip + " are asked for.");
+            if (asked->size() == kClipsOfQuery || segments + numbers.size() > kSegmentsOfQuery) {
+                if (const auto code = ask(asked)) return code;
+                asked = new Array;
+                segments = 0;
+            }
+            asked->add(allOf({ofClip(clip), terms(field::kSegment, numbers)}));
+            segments += numbers.size();
+        }
+        return asked->size() == 0 ? KsNN_Success : ask(asked);
+    }
+
+private:
+    KsNN_ErrorCode ask(const Array::Ptr& clips) {
+        const Object::Ptr query = object({{"query", allOf({ofProject(mProject, kVersion2), anyOf(clips)})},
+                                          {"sort", ascending({field::kSegment})},
+                                          {"size", kMaximumHits}});
+        if (const auto code = mOperation.ask("GET", searchPath(mIndex), query)) return code;
+        return mOperation.read([&](const Object& answer) {
+            std::map<std::string, ClipReader> readers;
+            std::set<std::string> damaged;
+            for (const Object::Ptr& hit : ObjectsOf(hitsOf(answer))) {
+                const Object::Ptr document = sourceOf(*hit);
+                const std::string clip = mediaGuidOf(*document);
+                ClipReader& reader =
+                    readers.try_emplace(clip, mOperation, mProject, kVersion2, mClips[clip]).first->second;
+                if (mOperation.guard([&] { return reader.read(*document); })) damaged.insert(clip);
+            }
+            for (const std::string& clip : damaged)
+                mClips.erase(clip);
+            return KsNN_Success;
+        });
+    }
+
+    Operation& mOperation;
+    std::string mIndex;
+    std::string mProject;
+    Clips& mClips;
+};
 
 } // namespace
 
-KsNN_ErrorCode readSegments(KsNNDatabase& store, const std::string& projectGuid,
-                            const KsNNSegmentNumbers& wanted,
-                            std::map<std::string, KsNNDB_STTClipEntry>& clips, bool debug) {
+KsNN_ErrorCode kestrelml::readSegments(KsNNDatabase& store, const std::string& projectGuid,
+                                       const SegmentNumbers& wanted,
+                                       std::map<std::string, KsNNDB_STTClipEntry>& clips, bool debug) {
     clips.clear();
-    if (wanted.empty()) return KsNN_Success;
     Operation operation(store, "readSegments err: ", debug);
     const std::string index = KsNNDatabase::getTranscriptIndex();
     if (const auto state = operation.refresh(index); !state.isReady()) return state.code();
-    if (const auto code = operation.ask("GET", searchPath(index), segmentsQuery(projectGuid, wanted)))
-        return code;
-    return operation.read([&](const Object& answer) {
-        std::map<std::string, ClipReader> readers;
-        for (const Object::Ptr& hit : ObjectsOf(hitsOf(answer))) {
-            const Object::Ptr document = sourceOf(*hit);
-            const std::string clip = mediaGuidOf(*document);
-            ClipReader& reader =
-                readers.try_emplace(clip, operation, projectGuid, kVersion2, clips[clip]).first->second;
-            if (const auto code = reader.read(*document)) return code;
-        }
-        return KsNN_Success;
-    });
+    const KsNN_ErrorCode code = SegmentsReader(operation, index, projectGuid, clips).read(wanted);
+    if (code != KsNN_Success) clips.clear();
+    return code;
 }
 
 KsNN_ErrorCode KsNNDatabase::GetDBContents(const std::string& mediaGuid, const std::string& projectGuid,

@@ -47,11 +47,14 @@ def stalled_file(folder: Path, at: int) -> Iterator[StalledFile]:
         os.close(device)
         pytest.skip(f"no drive can be mounted here: {reason}")
     file = StalledFile(folder / NAME, threading.Event())
-    threading.Thread(target=_serve, args=(device, at, file.is_waited_for), daemon=True).start()
+    server = threading.Thread(target=_serve, args=(device, at, file.is_waited_for), daemon=True)
+    server.start()
     try:
         yield file
     finally:
         _libc.umount2(os.fsencode(folder), MNT_FORCE | MNT_DETACH)
+        server.join()
+        os.close(device)
 
 
 def _serve(device: int, silent_at: int, is_waited_for: threading.Event) -> None:
@@ -69,8 +72,8 @@ def _serve(device: int, silent_at: int, is_waited_for: threading.Event) -> None:
                 # Left where it is: the kernel lets a process end that waits for this only while nobody has taken it.
                 waiting = select.poll()
                 waiting.register(device, select.POLLIN)
-                waiting.poll()
-                is_waited_for.set()
+                if any(event & select.POLLIN for _, event in waiting.poll()):
+                    is_waited_for.set()
                 return
     except OSError:
         pass  # unmounted

@@ -124,7 +124,7 @@ def test_clips_of_unknown_projects_are_filed_under_the_placeholder(exchange_file
         return {tuple(document["projectGuidList"]) for document in documents(other)}
 
     result = other.good("import", exchange_file)
-    assert "3 of them belong to no project" in result.err and projects() == {("KST_Import_ProjectGuid",)}
+    assert "3 of the clips belong to no project" in result.err and projects() == {("KST_Import_ProjectGuid",)}
     (command,) = re.findall("`kestrel (.*) NAME`", result.err)
     other.good(*command.split(), "Seas")
     assert projects() == {(project_id("Seas"),)}
@@ -144,14 +144,18 @@ def test_names_of_speakers_travel(house: Kestrel, other: Kestrel, tmp_path: Path
         kestrel.good("speakers", "create", name, "--project", "Talks")
         kestrel.good("speakers", "assign", name, StoredClip(clip, "Talks", []).id, "--label", label, "--project", "Talks")
 
-    lines = [Line("I speak.", 0, speaker="1"), Line("So do I.", 2000, speaker="2"), Line("Nobody knows me.", 4000, speaker="3")]
+    lines = [Line("I speak.", 0, speaker="1"), Line("So do I.", 2000, speaker="2"), Line("Nobody knows me.", 4000, speaker="3"),
+             *(Line(f"And I, for the time number {n}.", 1000 * n, speaker="1") for n in range(6, 9))]
     put(house, StoredClip("talk.mov", "Talks", lines), StoredClip("alone.mov", "Talks", lines[:1]))
     for name, clip, label in (("Anna", "talk.mov", "1"), ("Ben", "talk.mov", "2"), ("Carl", "alone.mov", "1")):
         assign(house, name, clip, label)
+    talk = StoredClip("talk.mov", "Talks", []).id
+    house.good("speakers", "assign", "Ben", talk, "--segment", 3, "--project", "Talks")
+    house.good("speakers", "clear", "Anna", "--clip", talk, "--segment", 4, "--project", "Talks", "--yes")
     put(other, StoredClip("local.mov", "Talks", lines[:1]))
     assign(other, "Ben", "local.mov", "1")
     file = tmp_path / "talk.kst"
-    house.good("export", file, StoredClip("talk.mov", "Talks", []).id, "--project", "Talks")
+    house.good("export", file, talk, "--project", "Talks")
     pages = json.loads(decrypted(file.read_bytes()))
     assert len(pages) == 2 and pages[1]["hits"]["hits"] == [], "a page more, without documents"
     assert "Carl" not in json.dumps(pages), "who does not speak in the clips is not named"
@@ -159,14 +163,14 @@ def test_names_of_speakers_travel(house: Kestrel, other: Kestrel, tmp_path: Path
     assert other.good("import", file, "--json", "--dry-run").json()["speakers"] == ["Anna", "Ben"]
     assert names(other) == ["Ben"], "a dry run names nobody"
     other.good("import", file)
-    assert speaking() == ["Anna", "Ben", ""] and names(other) == ["Anna", "Ben"], "one Ben"
+    assert speaking() == ["Anna", "Ben", "", "Ben", "", "Anna"] and names(other) == ["Anna", "Ben"], "one Ben"
     other.good("speakers", "rename", "Anna", "Hannah", "--project", "Talks")
     other.good("import", file)
-    assert speaking() == ["Hannah", "Ben", ""] and names(other) == ["Ben", "Hannah"]
+    assert speaking() == ["Hannah", "Ben", "", "Ben", "", "Hannah"] and names(other) == ["Ben", "Hannah"]
 
     other.good("delete", "--whole-project", "--project", "Talks", "--yes")
     other.good("import", file, "--project", "Elsewhere")
-    assert speaking() == ["Anna", "Ben", ""]
+    assert speaking() == ["Anna", "Ben", "", "Ben", "", "Anna"]
 
 
 def test_an_unfinished_transcript_gives_way(house: Kestrel, exchange_file: Path, other: Kestrel) -> None:

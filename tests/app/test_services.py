@@ -245,9 +245,9 @@ def test_a_drive_that_stops_answering_can_be_left(
 ) -> None:
     with stalled_file(tmp_path, stalled_at) as file:
         process = kestrel.start("transcribe", file.path, "--project", "P", "--language", "en")
-        assert file.is_waited_for.wait(60)
-        process.send_signal(signal_sent)
         try:
+            assert file.is_waited_for.wait(60)
+            process.send_signal(signal_sent)
             _, err = process.communicate(timeout=60)
         finally:
             process.kill()

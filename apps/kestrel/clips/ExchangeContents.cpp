@@ -34,7 +34,8 @@ public:
             }
         }
         std::erase_if(mContents.speakers, [&](const auto& named) {
-            return named.second.empty() || !speaking.contains(named.first);
+            return named.first.empty() || named.first == KsNNDBEntrySeg().speakerGuid ||
+                   named.second.empty() || !speaking.contains(named.first);
         });
         return std::move(mContents);
     }

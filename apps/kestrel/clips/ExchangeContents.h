@@ -38,8 +38,8 @@ struct ExchangeContents {
 /// @throws Failure that names the file when it cannot be read or decrypted, or holds something else.
 ExchangeContents readExchangeContents(KsNNDatabase& store, const std::filesystem::path& file);
 
-/// The page of an exchange file that carries the names. It has no documents: who does not know of names
-/// imports nothing from it.
+/// The page of an exchange file that carries the names. It has no documents: a program that does
+/// not know this page imports nothing from it.
 std::string speakerPage(const SpeakerNames& names);
 
 } // namespace kestrel

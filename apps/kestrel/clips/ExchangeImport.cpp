@@ -112,16 +112,23 @@ void fileClips(KsNNDatabase& store, const Home& home, const ImportPlan& plan) {
     }
 }
 
-void nameSpeakers(KsNNDatabase& store, const ImportPlan& plan, const Callbacks& callbacks) {
+std::vector<std::string> nameSpeakers(KsNNDatabase& store, const ImportPlan& plan,
+                                      const Callbacks& callbacks) {
     ExchangeSpeakers speakers(store, plan.speakers);
+    std::vector<std::string> unnamed;
     std::size_t done = 0;
     for (const ExchangeClip& clip : plan.clips) {
         callbacks.report("naming speakers",
                          static_cast<double>(done++) / static_cast<double>(plan.clips.size()));
         std::vector<KsNNProject> projects = knownProjects(plan, clip);
         if (projects.empty()) projects.push_back(plan.project);
-        speakers.assign(clip, projects);
+        try {
+            speakers.assign(clip, projects);
+        } catch (const Failure& failure) {
+            unnamed.push_back(failure.what());
+        }
     }
+    return unnamed;
 }
 
 Poco::JSON::Array::Ptr names(const std::vector<ExchangeClip>& clips) {
@@ -177,7 +184,8 @@ void checkImport(KsNNDatabase& store, const ImportPlan& plan, const Callbacks& c
         store, plan, [] { return false; }, callbacks);
 }
 
-void runImport(KsNNDatabase& store, const Home& home, const ImportPlan& plan, const Callbacks& callbacks) {
+std::vector<std::string> runImport(KsNNDatabase& store, const Home& home, const ImportPlan& plan,
+                                   const Callbacks& callbacks) {
     KsNNDatabase helper = store; // one object does one operation at a time
     const auto beginChanges = [&] {
         // The service would make a missing index itself, but without the store's mapping.
@@ -188,10 +196,10 @@ void runImport(KsNNDatabase& store, const Home& home, const ImportPlan& plan, co
     };
     importFile(store, plan, beginChanges, callbacks);
     fileClips(store, home, plan);
-    nameSpeakers(store, plan, callbacks);
+    return nameSpeakers(store, plan, callbacks);
 }
 
-Poco::JSON::Object::Ptr toJson(const ImportPlan& plan) {
+Poco::JSON::Object::Ptr toJson(const ImportPlan& plan, const std::vector<std::string>& unnamed) {
     auto document = jsonObject();
     document->set("segments", plan.segments);
     document->set("new", names(plan.fresh));
@@ -202,6 +210,7 @@ Poco::JSON::Object::Ptr toJson(const ImportPlan& plan) {
     std::set<std::string> speakers;
     for (const auto& [id, name] : plan.speakers)
         speakers.insert(name);
+    document->set("warnings", jsonArray(unnamed));
     document->set("speakers", jsonArray(std::vector<std::string>(speakers.begin(), speakers.end())));
     return document;
 }

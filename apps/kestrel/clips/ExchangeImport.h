@@ -46,11 +46,14 @@ ImportPlan planImport(KsNNDatabase& store, const ImportRequest& request);
 /// @throws Failure that says what is wrong with the file, Cancelled.
 void checkImport(KsNNDatabase& store, const ImportPlan& plan, const Callbacks& callbacks);
 /// Checks the file and takes its transcripts over. Once the file is checked it is not cancelled any more.
+/// @returns Of the clips whose speakers could not be named, the names and reasons; the transcripts are there.
 /// @throws Failure that says whether something was changed, Cancelled.
-void runImport(KsNNDatabase& store, const Home& home, const ImportPlan& plan, const Callbacks& callbacks);
+std::vector<std::string> runImport(KsNNDatabase& store, const Home& home, const ImportPlan& plan,
+                                   const Callbacks& callbacks);
 /// @}
 
 /// For programs.
-Poco::JSON::Object::Ptr toJson(const ImportPlan& plan);
+/// @param unnamed What `runImport` returned.
+Poco::JSON::Object::Ptr toJson(const ImportPlan& plan, const std::vector<std::string>& unnamed = {});
 
 } // namespace kestrel

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 
 namespace kestrel {
 
@@ -43,48 +44,64 @@ std::string ExchangeSpeakers::find(const KsNNProject& project, const std::string
 }
 
 std::string ExchangeSpeakers::findOrCreate(const KsNNProject& project, const std::string& speaker) {
+    const std::string here = mKnown.nameOf(speaker);
     const auto named = mNames.find(speaker);
-    if (!mKnown.nameOf(speaker).empty()) return speaker;
-    if (named == mNames.end()) return "";
-    const std::vector<KsNNSpeakerKV> namesakes = ProjectSpeakers(mStore, project).matching(named->second);
-    if (!namesakes.empty()) return namesakes.front().speakerGuid;
-    const std::string failed = fmt::format("the speaker \"{}\" cannot be created", named->second);
+    if (here.empty() && named == mNames.end()) return "";
+    const std::string& name = here.empty() ? named->second : here;
+    // Those of this clip come into the project when all are assigned.
+    const auto [member, isFirst] = mMembers.try_emplace({project.projectGuid, name}, speaker);
+    if (!isFirst) return member->second;
+    const std::vector<KsNNSpeakerKV> namesakes = ProjectSpeakers(mStore, project).matching(name);
+    const bool isMember = std::any_of(namesakes.begin(), namesakes.end(),
+                                      [&](const auto& known) { return known.speakerGuid == speaker; });
+    if (!isMember && !namesakes.empty()) return member->second = namesakes.front().speakerGuid;
+    if (here.empty()) create(speaker, name);
+    return speaker;
+}
+
+void ExchangeSpeakers::create(const std::string& speaker, const std::string& name) {
+    const std::string failed = fmt::format("the speaker \"{}\" cannot be created", name);
     // The service would make a missing index itself, but without the store's mapping.
     check(mStore.CreateIndex(KsNNDatabase::getSpeakerIndex(), false), mStore, failed);
     KsNNSpeakerKV created;
     created.speakerGuid = speaker;
-    created.speakerName = named->second;
+    created.speakerName = name;
     check(kestrelml::createSpeakerAs(mStore, created, false), mStore, failed);
-    return speaker;
 }
 
 void ExchangeSpeakers::assignLabel(const ExchangeClip& clip, const KsNNProject& project,
                                    const std::map<std::string, Segments>& bySpeaker) {
     const std::string failed = fmt::format("the speakers of {} cannot be named", clip.name);
+    const auto most =
+        std::max_element(bySpeaker.begin(), bySpeaker.end(), [](const auto& left, const auto& right) {
+            return left.second.size() < right.second.size();
+        });
     std::map<int, std::string> rest;
     for (const auto& [speaker, segments] : bySpeaker) {
         for (const int segment : segments)
             rest[segment] = speaker;
     }
     KsNNSpeakerKV assigned;
-    if (!bySpeaker.contains("")) { // then one request serves the speaker of most segments
-        assigned.speakerGuid =
-            std::max_element(bySpeaker.begin(), bySpeaker.end(), [](const auto& left, const auto& right) {
-                return left.second.size() < right.second.size();
-            })->first;
+    assigned.speakerGuid = most->first;
+    std::set<int> cleared; // those that must not keep what one request gives to the whole label
+    if (!most->first.empty()) {
         check(mStore.SpeakerRenameAllSegments(clip.id, project.projectGuid, assigned, rest.begin()->first,
                                               false),
               mStore, failed);
         std::size_t position = 0;
         std::erase_if(rest, [&](const auto& one) {
-            return position++ < kMostAtOnce && one.second == assigned.speakerGuid;
+            if (position++ >= kMostAtOnce) return false;
+            if (one.second.empty()) cleared.insert(one.first);
+            return one.second == most->first;
         });
     }
     for (const auto& [segment, speaker] : rest) {
-        if (speaker.empty()) continue;
         assigned.speakerGuid = speaker;
-        check(mStore.SpeakerSetSegName(clip.id, project.projectGuid, assigned, segment, false), mStore,
-              failed);
+        if (!speaker.empty())
+            check(mStore.SpeakerSetSegName(clip.id, project.projectGuid, assigned, segment, false), mStore,
+                  failed);
+        else if (cleared.contains(segment))
+            check(mStore.ClearSpeakerIDPerSeg(clip.id, segment, false), mStore, failed);
     }
 }
 

@@ -28,14 +28,16 @@ private:
     /// The store's speaker; empty when nothing but an identifier is known.
     std::string find(const KsNNProject& project, const std::string& speaker);
     std::string findOrCreate(const KsNNProject& project, const std::string& speaker);
+    void create(const std::string& speaker, const std::string& name);
     void assignLabel(const ExchangeClip& clip, const KsNNProject& project,
                      const std::map<std::string, Segments>& bySpeaker);
 
     KsNNDatabase& mStore;
     const SpeakerNames& mNames;
     SpeakerLookup mKnown;
-    std::map<std::pair<std::string, std::string>, std::string>
-        mFound; ///< By project and speaker of the file.
+    using ByProject = std::map<std::pair<std::string, std::string>, std::string>;
+    ByProject mFound;   ///< The store's speakers by project and speaker of the file.
+    ByProject mMembers; ///< The same by project and name.
 };
 
 } // namespace kestrel

@@ -41,16 +41,11 @@ void restrictToSpeaker(KsNNDatabase& store, const KsNNProject& project, const st
         ProjectSpeakers(store, project).find(speaker);
 }
 
-/// Reads segments. Those of a clip that cannot be read are left out: they have been searched one by one by
-/// then.
+/// What cannot be read is left out: it has been searched segment by segment by then.
 std::map<std::string, KsNNDB_STTClipEntry> read(KsNNDatabase& store, const std::string& project,
-                                                const KsNNSegmentNumbers& wanted) {
+                                                const kestrelml::SegmentNumbers& wanted) {
     std::map<std::string, KsNNDB_STTClipEntry> clips;
-    if (readSegments(store, project, wanted, clips, false) == KsNN_Success) return clips;
-    clips.clear();
-    if (wanted.size() == 1) return clips;
-    for (const auto& one : wanted)
-        clips.merge(read(store, project, {one}));
+    kestrelml::readSegments(store, project, wanted, clips, false);
     return clips;
 }
 
@@ -65,6 +60,7 @@ class Candidates {
 public:
     Candidates(KsNNDatabase& store, KsNNPhraseQuery asked) {
         asked.threshold = 0.0F;
+        asked.maxSegments = kSegmentsToLookAt;
         std::vector<KsNNPhraseHit> all;
         store.FindPhrase(asked, all, false); // a segment that cannot be read ends it; those before it will do
         for (const KsNNPhraseHit& hit : all) {
@@ -75,11 +71,11 @@ public:
         }
     }
 
-    const KsNNSegmentNumbers& segments() const { return mSegments; }
+    const kestrelml::SegmentNumbers& segments() const { return mSegments; }
     const std::string& nameOf(const std::string& clip) const { return mNames.at(clip); }
 
 private:
-    KsNNSegmentNumbers mSegments;
+    kestrelml::SegmentNumbers mSegments;
     std::map<std::string, std::string> mNames;
 };
 
@@ -96,7 +92,7 @@ void addCrossings(KsNNDatabase& store, const KsNNPhraseQuery& asked, std::vector
 /// The store counts words in its own way, and takes the times of the stored words of those numbers; engines
 /// count differently where punctuation parts words.
 void setTimes(KsNNDatabase& store, const std::string& project, std::vector<KsNNPhraseHit>& hits) {
-    KsNNSegmentNumbers wanted;
+    kestrelml::SegmentNumbers wanted;
     for (const KsNNPhraseHit& hit : hits) {
         if (!isCountedAlike(hit.text, hit.language)) wanted[hit.mediaGuid].insert(hit.segment);
     }

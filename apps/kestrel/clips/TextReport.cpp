@@ -63,6 +63,8 @@ struct Run {
 
     void add(const KsNNDBEntrySeg& segment) {
         if (words == 0) text = {startOf(segment), 0, 0, segment.language};
+        if (text.language.find(segment.language) == std::string::npos)
+            text.language += ", " + segment.language;
         text.spoken += endOf(segment) - startOf(segment);
         confidences += sumOf(segment.wordConfidences);
         words += segment.wordConfidences.size();

@@ -25,14 +25,16 @@ struct ImportOptions {
     bool json = false;
 };
 
-void printJson(const ImportOptions& options, const ImportPlan& plan) {
-    auto document = toJson(plan);
+using Unnamed = std::vector<std::string>; ///< Why the speakers of a clip have no names.
+
+void printJson(const ImportOptions& options, const ImportPlan& plan, const Unnamed& unnamed) {
+    auto document = toJson(plan, unnamed);
     document->set("file", options.request.file.string());
     document->set("dryRun", options.dryRun);
     printResult(document);
 }
 
-void printText(const ImportOptions& options, const ImportPlan& plan) {
+void printText(const ImportOptions& options, const ImportPlan& plan, const Unnamed& unnamed) {
     printResult(fmt::format("{}{} segments of {} clips: {} new, {} replaced\n",
                             options.dryRun ? "would import " : "imported ", plan.segments, plan.clips.size(),
                             plan.fresh.size(), plan.replaced.size() + plan.unfinished.size()));
@@ -41,8 +43,10 @@ void printText(const ImportOptions& options, const ImportPlan& plan) {
     if (!plan.speakers.empty())
         tell(fmt::format("with the names of {} speaker{}", plan.speakers.size(),
                          plan.speakers.size() == 1 ? "" : "s"));
+    for (const std::string& reason : unnamed)
+        tell(fmt::format("the transcripts are in, but {}", reason));
     if (plan.strangers.empty()) return;
-    tell(fmt::format("{} of them belong{} to no project of this store: filed under \"{}\"",
+    tell(fmt::format("{} of the clips belong{} to no project of this store: filed under \"{}\"",
                      plan.strangers.size(), plan.strangers.size() == 1 ? "s" : "", plan.project.projectName));
     if (options.request.project.empty())
         tell(fmt::format("`kestrel join --all --from {} --project NAME` moves them into a project of yours",
@@ -55,17 +59,18 @@ int importFile(const ImportOptions& options) {
     applyCredentialsUnder(home, readPassPhrase(options.passPhraseFile, false));
     const ImportPlan plan = planImport(store, options.request);
     catchInterrupts();
+    Unnamed unnamed;
     {
         ProgressLine line(options.request.file.filename().string());
         if (options.dryRun)
             checkImport(store, plan, terminalCallbacks(line));
         else
-            runImport(store, home, plan, terminalCallbacks(line));
+            unnamed = runImport(store, home, plan, terminalCallbacks(line));
     }
     if (options.json)
-        printJson(options, plan);
+        printJson(options, plan, unnamed);
     else
-        printText(options, plan);
+        printText(options, plan, unnamed);
     return ExitFine;
 }
 

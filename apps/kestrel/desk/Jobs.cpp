@@ -120,7 +120,8 @@ Jobs::Job Jobs::fromJson(const Poco::JSON::Object& stored) {
 void Jobs::load() {
     std::error_code error;
     if (!fs::exists(mFile, error)) return;
-    // A damaged entry must neither keep the desk from starting nor cost the other jobs; the file is kept.
+    // A damaged entry must neither keep the desk from starting nor cost the other jobs; the file is kept
+    // beside it.
     bool isDamaged = false;
     try {
         const auto jobs = readJson(mFile)->getArray("jobs");

@@ -32,6 +32,18 @@ void listSpeakers(Exchange& exchange, Parts& parts) {
     send(exchange, "speakers", list);
 }
 
+/// What is remembered of the store goes also when the change ends half way.
+template <typename Change>
+void performAndForget(Parts& parts, Change perform) {
+    try {
+        perform();
+    } catch (...) {
+        parts.forget();
+        throw;
+    }
+    parts.forget();
+}
+
 /// Changes speakers so that it can be undone, and answers with the number of the change.
 template <typename Change>
 void change(Exchange& exchange, Parts& parts, KsNNDatabase& store, const KsNNProject& project,
@@ -39,11 +51,9 @@ void change(Exchange& exchange, Parts& parts, KsNNDatabase& store, const KsNNPro
     SpeakerSnapshot before(store, project, std::move(touched));
     // What ends half way can be undone, and an earlier change no more.
     const int number = parts.lastChange.keep(std::move(before));
-    parts.forget();
-    perform();
+    performAndForget(parts, perform);
     auto document = jsonObject();
     document->set("undo", number);
-    parts.forget();
     send(exchange, document);
 }
 
@@ -112,9 +122,8 @@ void clearSpeaker(Exchange& exchange, Parts& parts) {
 void undo(Exchange& exchange, Parts& parts) {
     const int number = exchange.body()->optValue("undo", 0);
     const SpeakerSnapshot before = parts.lastChange.before(number);
-    parts.stores.with([&](KsNNDatabase& store) { before.restore(store); });
+    performAndForget(parts, [&] { parts.stores.with([&](KsNNDatabase& store) { before.restore(store); }); });
     parts.lastChange.forget(number);
-    parts.forget();
     sendNothing(exchange);
 }
 

@@ -47,10 +47,8 @@ Object::Ptr transfer(const Object& request, const Callbacks& callbacks) {
     callbacks.report("reading", 0.0);
     applyCredentialsUnder(home, passPhrase);
     const ImportPlan plan = planImport(store, {file, request.getValue<std::string>("project")});
-    if (task == "import")
-        runImport(store, home, plan, callbacks);
-    else
-        checkImport(store, plan, callbacks);
+    if (task == "import") return toJson(plan, runImport(store, home, plan, callbacks));
+    checkImport(store, plan, callbacks);
     return toJson(plan);
 }
 

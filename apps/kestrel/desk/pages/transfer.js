@@ -81,7 +81,11 @@ function planContent(plan) {
       clips.length > MOST_LISTED ? el("li", {}, `and ${clips.length - MOST_LISTED} more`) : null),
     ];
   });
-  if (plan.speakers.length) parts.push(el("p", {}, `Names of speakers come along: ${plan.speakers.join(", ")}.`));
+  const unlisted = plan.speakers.length - MOST_LISTED;
+  if (plan.speakers.length) {
+    const names = plan.speakers.slice(0, MOST_LISTED).join(", ");
+    parts.push(el("p", {}, `Names of speakers come along: ${names}${unlisted > 0 ? ` and ${unlisted} more` : ""}.`));
+  }
   const strangers = plan.filedUnderProject.length;
   if (strangers) parts.push(el("p", {}, `${counted(strangers, "clip")} of a project that is not known here: filed under “${plan.project}”.`));
   return parts;
@@ -135,6 +139,8 @@ export function askImport(dialog, file, onDone) {
       const state = await follow(dialog, `Importing ${file.name}`, transfer);
       if (state.state !== "done") return ask(state.message ?? "");
       end();
+      const { warnings } = state.result;
+      if (warnings.length) alertFailure(new Error(`The transcripts are in, but ${warnings.slice(0, 3).join("; ")}`));
       announce(`${file.name} is imported: ${counted(state.result.new.length, "new clip")}`);
       onDone();
     } catch (failure) {
