@@ -1,5 +1,6 @@
 #include "tests/store/Operations.h"
 
+#include "kestrelml/store/KsNNSegments.h"
 #include "kestrelml/store/KsNNSpeakers.h"
 
 #include <gmock/gmock.h>
@@ -39,6 +40,12 @@ void print(std::ostream& out, const KsNNClipSummary& clip) {
 }
 void print(std::ostream& out, const KsNNPhraseHit& hit) {
     out << hit.clipName << ' ' << hit.segment << ' ' << hit.startMS << '-' << hit.endMS << ' ';
+}
+void print(std::ostream& out, const std::map<std::string, KsNNDB_STTClipEntry>& clips) {
+    for (const auto& [name, entry] : clips) {
+        for (const KsNNDBEntrySeg& seg : entry.segments)
+            out << name << '/' << seg.segment << ' ';
+    }
 }
 template <typename T>
 void print(std::ostream& out, const std::vector<T>& values) {
@@ -157,6 +164,15 @@ using Texts = std::vector<std::string>;
 using Speakers = std::vector<KsNNSpeakerKV>;
 using Results = std::vector<KsNNSearchResults>;
 
+/// Segments 0 and 2 of clips of a project that have consecutive numbers for names.
+KsNN_ErrorCode readSegmentsOfClips(KsNNDatabase& store, Call& c) {
+    kestrelml::SegmentNumbers wanted;
+    for (int clip = c.number(1); clip < c.number(2); ++clip)
+        wanted[std::to_string(clip)] = {0, 2};
+    return kestrelml::readSegments(store, c[0], wanted, c.out<std::map<std::string, KsNNDB_STTClipEntry>>(),
+                                   false);
+}
+
 // clang-format off
 // NOLINTNEXTLINE(cppcoreguidelines-macro-usage): the name is both the key and the member
 #define OPERATION(name, ...) {#name, [](KsNNDatabase& store, [[maybe_unused]] Call& c) { return store.name(__VA_ARGS__); }}
@@ -181,6 +197,7 @@ const std::map<std::string, KsNN_ErrorCode (*)(KsNNDatabase&, Call&)> kOperation
     OPERATION(GetDBContents, c[0], c[1], c.entry(3), false, c.number(2)),
     OPERATION(GetWholeClip, c[0], c[1], c.entry(2), false),
     OPERATION(GetDBContentsRange, c[0], c[1], c.number(2), c.number(3), c.entry(4), false),
+    {"readSegments", readSegmentsOfClips},
     OPERATION(Search, c[0], c[1], 0.6F, c.out<Results>(), c.number(2), false),
     OPERATION(FindPhrase, {c[0], c[1], c[2], c[3], c[4], 0.6F, c.number(5)},
               c.out<std::vector<KsNNPhraseHit>>(), false),
