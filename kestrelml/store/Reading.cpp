@@ -153,6 +153,7 @@ KsNN_ErrorCode kestrelml::readSegments(KsNNDatabase& store, const std::string& p
                                        std::map<std::string, KsNNDB_STTClipEntry>& clips, bool debug) {
     clips.clear();
     Operation operation(store, "readSegments err: ", debug);
+    if (wanted.empty()) return KsNN_Success;
     const std::string index = KsNNDatabase::getTranscriptIndex();
     if (const auto state = operation.refresh(index); !state.isReady()) return state.code();
     const KsNN_ErrorCode code = SegmentsReader(operation, index, projectGuid, clips).read(wanted);

@@ -125,7 +125,9 @@ int runExport(KsNNDatabase& store, const ExportPlan& plan, const Callbacks& call
     const KsNN_ErrorCode code = kestrelml::exportExchangeFile(
         store, {plan.clips, plan.projects.front(), plan.projects, kPageSize}, file,
         names.empty() ? "" : speakerPage(names), counter, progress, false);
-    if (callbacks.isCancelled()) throw Cancelled("cancelled; no file was written");
+    if (callbacks.isCancelled())
+        throw Cancelled(code == KsNN_Success ? fmt::format("cancelled too late: {} is written", file)
+                                             : "cancelled; no file was written");
     check(code, store, fmt::format("{} cannot be exported", file));
     return counter - requests;
 }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 namespace kestrel {
 
@@ -38,9 +39,11 @@ void ExchangeSpeakers::assign(const ExchangeClip& clip, const std::vector<KsNNPr
 
 std::string ExchangeSpeakers::find(const KsNNProject& project, const std::string& speaker) {
     if (speaker.empty()) return "";
-    const auto [found, isNew] = mFound.try_emplace({project.projectGuid, speaker});
-    if (isNew) found->second = findOrCreate(project, speaker);
-    return found->second;
+    const std::pair key(project.projectGuid, speaker);
+    const auto found = mFound.find(key);
+    if (found != mFound.end()) return found->second;
+    // Remembered only when it succeeded: the next clip tries again.
+    return mFound.emplace(key, findOrCreate(project, speaker)).first->second;
 }
 
 std::string ExchangeSpeakers::findOrCreate(const KsNNProject& project, const std::string& speaker) {
@@ -48,15 +51,16 @@ std::string ExchangeSpeakers::findOrCreate(const KsNNProject& project, const std
     const auto named = mNames.find(speaker);
     if (here.empty() && named == mNames.end()) return "";
     const std::string& name = here.empty() ? named->second : here;
-    // Those of this clip come into the project when all are assigned.
-    const auto [member, isFirst] = mMembers.try_emplace({project.projectGuid, name}, speaker);
-    if (!isFirst) return member->second;
     const std::vector<KsNNSpeakerKV> namesakes = ProjectSpeakers(mStore, project).matching(name);
-    const bool isMember = std::any_of(namesakes.begin(), namesakes.end(),
-                                      [&](const auto& known) { return known.speakerGuid == speaker; });
-    if (!isMember && !namesakes.empty()) return member->second = namesakes.front().speakerGuid;
-    if (here.empty()) create(speaker, name);
-    return speaker;
+    if (std::any_of(namesakes.begin(), namesakes.end(),
+                    [&](const auto& known) { return known.speakerGuid == speaker; }))
+        return speaker;
+    // Those of this clip come into the project when all are assigned.
+    const std::pair key(project.projectGuid, name);
+    const auto member = mMembers.find(key);
+    if (member != mMembers.end()) return member->second;
+    if (namesakes.empty() && here.empty()) create(speaker, name);
+    return mMembers.emplace(key, namesakes.empty() ? speaker : namesakes.front().speakerGuid).first->second;
 }
 
 void ExchangeSpeakers::create(const std::string& speaker, const std::string& name) {

@@ -10,6 +10,7 @@ import { Transcript, highlight } from "./transcript.js";
 const BETWEEN_SEARCHES_MS = 120;
 const ACROSS_PAUSE_MS = 200;
 const MOST_HITS = 200;
+const MOST_LOOKED_AT = 1000; // the server gives no more
 
 const keyOf = (hit) => `${hit.clip} ${hit.segment} ${hit.startMS} ${hit.matchEnd}`;
 
@@ -46,9 +47,10 @@ class Search {
       this.clip.value = "";
       this.search();
     });
-    this.clip = filter("Clip", "All clips", () => this.search()); // it may have more hits than are among the best of all
-    this.speaker = filter("Speaker", "Anyone", () => this.filter());
-    this.language = filter("Language", "All languages", () => this.filter());
+    // What is chosen may have more hits than are among the best of all.
+    this.clip = filter("Clip", "All clips", () => this.search());
+    this.speaker = filter("Speaker", "Anyone", () => this.search());
+    this.language = filter("Language", "All languages", () => this.search());
     this.by = el("select", { on: { change: () => this.changeKind() } },
       el("option", { value: "spelling" }, "Spelling"), el("option", { value: "meaning", disabled: true }, "Meaning"));
     this.exact = el("select", { on: { change: () => this.search() } },
@@ -135,7 +137,8 @@ class Search {
     memory.set("phrase", phrase);
     if (!phrase) return this.showHits([]);
     const query = {
-      phrase, project: this.project.value, clip: this.clip.value, threshold: this.exact.value, by: this.by.value, max: MOST_HITS,
+      phrase, project: this.project.value, clip: this.clip.value, threshold: this.exact.value, by: this.by.value,
+      max: this.most(),
     };
     const { signal } = this.aborter;
     this.asked = performance.now();
@@ -145,6 +148,11 @@ class Search {
       return alertFailure(failure);
     }
     if (phrase.includes(" ")) this.searchAcross(query, signal);
+  }
+
+  /** The server filters by project and clip only: of a speaker or a language it gives all hits, to look among. */
+  most() {
+    return this.speaker.value || this.language.value ? MOST_LOOKED_AT : MOST_HITS;
   }
 
   /** What runs from one line into the next takes longer to find, and joins what is there already. */
@@ -222,7 +230,7 @@ class Search {
     item.classList.add("active");
     item.scrollIntoView({ block: "nearest" });
     this.field.setAttribute("aria-activedescendant", item.id);
-    const which = this.hits.length < MOST_HITS ? "" : "the best ";
+    const which = this.hits.length < this.most() ? "" : "the best ";
     this.count.textContent = `${i + 1} of ${which}${counted(this.shown.length, "hit")}`;
     this.showAround(this.shown[i]);
   }
